@@ -1,0 +1,14 @@
+# What every target of the project is compiled with. Use: glue_compile_settings(TARGET).
+
+function(glue_compile_settings target)
+    target_compile_options(${target} PRIVATE -Wall -Wextra -Wconversion -Wshadow -Woverloaded-virtual)
+    if(GLUE_WARNINGS_AS_ERRORS)
+        target_compile_options(${target} PRIVATE -Werror)
+    endif()
+    if(GLUE_SANITIZE)
+        # Part of the interface of the libraries too: whoever links one of them needs the same runtime.
+        target_compile_options(${target} PRIVATE -fsanitize=${GLUE_SANITIZE} -fno-omit-frame-pointer
+                                                 -fno-sanitize-recover=all -g)
+        target_link_options(${target} PUBLIC -fsanitize=${GLUE_SANITIZE})
+    endif()
+endfunction()

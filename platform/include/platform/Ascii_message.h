@@ -1,0 +1,19 @@
+#pragma once
+
+#include <platform/Binary_message.h>
+
+/// A text that somebody else owns: where it is and how long. It need not be terminated.
+class Ascii_message {
+  public:
+    Ascii_message(char* text, unsigned length) : text_(text), length_(length) {}
+    /// The text of a message: the whole frame, or, with `body_only`, what follows the five bytes of its header.
+    Ascii_message(const Binary_message& message, bool body_only);
+
+    char* get_text() const { return text_; }
+    /// Characters, bounded by the message's size.
+    unsigned get_length() const { return length_; }
+
+  protected:
+    char* text_;
+    unsigned length_;
+};

@@ -1,0 +1,156 @@
+#include <platform/Binary_message.h>
+
+#include <algorithm>
+#include <cstring>
+
+bool Binary_message_storage::set_size(unsigned size) {
+    if (size > capacity_)
+        return false;
+    size_ = size;
+    return true;
+}
+
+bool Binary_message_storage::skip_front(unsigned count) {
+    if (count > size_)
+        return false;
+    data_ += count;
+    size_ -= count;
+    capacity_ -= count;
+    return true;
+}
+
+namespace {
+
+constexpr unsigned longest_copy = 4200;
+
+bool holds(const Binary_message_storage& message, unsigned offset, unsigned width) {
+    return offset <= message.get_size() && width <= message.get_size() - offset;
+}
+
+template <typename Unsigned>
+Unsigned read_le(const Binary_message_storage& message, unsigned offset) {
+    if (!holds(message, offset, sizeof(Unsigned)))
+        return 0;
+    Unsigned value = 0;
+    for (unsigned i = sizeof(Unsigned); i-- > 0;)
+        value = static_cast<Unsigned>(static_cast<std::uint64_t>(value) << 8 | message.get_ptr()[offset + i]);
+    return value;
+}
+
+template <typename Unsigned>
+bool write_le(const Binary_message_storage& message, unsigned offset, Unsigned value) {
+    if (!holds(message, offset, sizeof(Unsigned)))
+        return false;
+    for (unsigned i = 0; i < sizeof(Unsigned); ++i)
+        message.get_ptr()[offset + i] = static_cast<unsigned char>(static_cast<std::uint64_t>(value) >> (8 * i));
+    return true;
+}
+
+template <typename To, typename From>
+To same_bits(From from) {
+    static_assert(sizeof(To) == sizeof(From));
+    To to;
+    std::memcpy(&to, &from, sizeof to);
+    return to;
+}
+
+} // namespace
+
+template <typename Storage>
+std::uint8_t Binary_wrapper<Storage>::get_uint8(unsigned offset) const {
+    return read_le<std::uint8_t>(*this, offset);
+}
+
+template <typename Storage>
+std::int8_t Binary_wrapper<Storage>::get_int8(unsigned offset) const {
+    return static_cast<std::int8_t>(get_uint8(offset));
+}
+
+template <typename Storage>
+std::uint16_t Binary_wrapper<Storage>::get_uint16_le(unsigned offset) const {
+    return read_le<std::uint16_t>(*this, offset);
+}
+
+template <typename Storage>
+std::int16_t Binary_wrapper<Storage>::get_int16_le(unsigned offset) const {
+    return static_cast<std::int16_t>(get_uint16_le(offset));
+}
+
+template <typename Storage>
+std::uint32_t Binary_wrapper<Storage>::get_uint32_le(unsigned offset) const {
+    return read_le<std::uint32_t>(*this, offset);
+}
+
+template <typename Storage>
+std::int32_t Binary_wrapper<Storage>::get_int32_le(unsigned offset) const {
+    return static_cast<std::int32_t>(get_uint32_le(offset));
+}
+
+template <typename Storage>
+float Binary_wrapper<Storage>::get_float(unsigned offset) const {
+    return same_bits<float>(get_uint32_le(offset));
+}
+
+template <typename Storage>
+double Binary_wrapper<Storage>::get_double(unsigned offset) const {
+    return same_bits<double>(read_le<std::uint64_t>(*this, offset));
+}
+
+template <typename Storage>
+bool Binary_wrapper<Storage>::set_uint8(unsigned offset, std::uint8_t value) {
+    return write_le(*this, offset, value);
+}
+
+template <typename Storage>
+bool Binary_wrapper<Storage>::set_int8(unsigned offset, std::int8_t value) {
+    return set_uint8(offset, static_cast<std::uint8_t>(value));
+}
+
+template <typename Storage>
+bool Binary_wrapper<Storage>::set_uint16_le(unsigned offset, std::uint16_t value) {
+    return write_le(*this, offset, value);
+}
+
+template <typename Storage>
+bool Binary_wrapper<Storage>::set_int16_le(unsigned offset, std::int16_t value) {
+    return set_uint16_le(offset, static_cast<std::uint16_t>(value));
+}
+
+template <typename Storage>
+bool Binary_wrapper<Storage>::set_uint32_le(unsigned offset, std::uint32_t value) {
+    return write_le(*this, offset, value);
+}
+
+template <typename Storage>
+bool Binary_wrapper<Storage>::set_int32_le(unsigned offset, std::int32_t value) {
+    return set_uint32_le(offset, static_cast<std::uint32_t>(value));
+}
+
+template <typename Storage>
+bool Binary_wrapper<Storage>::set_float(unsigned offset, float value) {
+    return set_uint32_le(offset, same_bits<std::uint32_t>(value));
+}
+
+template <typename Storage>
+bool Binary_wrapper<Storage>::set_double(unsigned offset, double value) {
+    return write_le(*this, offset, same_bits<std::uint64_t>(value));
+}
+
+template <typename Storage>
+const char* Binary_wrapper<Storage>::get_string(unsigned offset, unsigned length) const {
+    const unsigned size = this->get_size();
+    if (offset >= size)
+        return "";
+    const char* const text = reinterpret_cast<const char*>(this->get_ptr()) + offset;
+    length = std::min(length, size - offset);
+    if (std::memchr(text, '\0', length))
+        return text;
+
+    static thread_local char copy[longest_copy + 1];
+    length = std::min(length, longest_copy);
+    std::memcpy(copy, text, length);
+    copy[length] = '\0';
+    return copy;
+}
+
+template class Binary_wrapper<Binary_message_storage>;

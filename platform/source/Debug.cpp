@@ -1,0 +1,289 @@
+#include <platform/Debug.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <execinfo.h>
+#include <mutex>
+#include <string>
+#include <unistd.h>
+
+namespace Debug {
+
+namespace {
+
+constexpr std::size_t longest_line = 8192;
+
+/// What all threads share. Never destroyed: streams with static storage still print while the process ends.
+struct Shared {
+    std::array<std::atomic<bool>, category_count> on{};
+    std::mutex sink_mutex;
+    Print::Sink sink;
+
+    Shared() {
+        if (const char* list = std::getenv("GLUE_DEBUG"))
+            enable_list(list);
+    }
+
+    /// Switches on every number of a text; whatever is not a digit separates them.
+    void enable_list(const char* list) {
+        while (*list != '\0') {
+            char* end = nullptr;
+            const unsigned long category = std::strtoul(list, &end, 10);
+            if (end == list) {
+                ++list;
+                continue;
+            }
+            if (category < category_count)
+                on[category] = true;
+            list = end;
+        }
+    }
+};
+
+Shared& shared() {
+    static Shared* const the_one = new Shared;
+    return *the_one;
+}
+
+thread_local bool inside_sink = false;
+thread_local bool line_is_gone = false;
+
+void write_to_standard_error(std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t written = ::write(STDERR_FILENO, text.data(), text.size());
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0)
+            return;
+        text.remove_prefix(static_cast<std::size_t>(written));
+    }
+}
+
+void deliver(std::string_view text) {
+    if (inside_sink || text.empty())
+        return;
+    const std::lock_guard<std::mutex> guard(shared().sink_mutex);
+    inside_sink = true;
+    if (shared().sink)
+        shared().sink(text);
+    else
+        write_to_standard_error(text);
+    inside_sink = false;
+}
+
+/// The line that a thread is composing.
+class Line {
+  public:
+    ~Line() {
+        deliver(text_);
+        line_is_gone = true;
+    }
+
+    void add(std::string_view text) {
+        text_ += text;
+        const std::size_t end = text_.rfind('\n');
+        if (end != std::string::npos)
+            send(end + 1);
+        else if (text_.size() >= longest_line)
+            send(text_.size());
+    }
+
+    void send_all() { send(text_.size()); }
+
+  private:
+    void send(std::size_t length) {
+        deliver(std::string_view(text_).substr(0, length));
+        text_.erase(0, length);
+    }
+
+    std::string text_;
+};
+
+void add(std::string_view text, bool at_once = false) {
+    if (inside_sink)
+        return;
+    if (line_is_gone) { // the thread's own storage is destroyed already: the process or the thread is ending
+        deliver(text);
+        return;
+    }
+    static thread_local Line line;
+    line.add(text);
+    if (at_once)
+        line.send_all();
+}
+
+void add_formatted(const char* format, va_list arguments, bool at_once = false) {
+    char small[512];
+    va_list again;
+    va_copy(again, arguments);
+    const int length = std::vsnprintf(small, sizeof small, format, arguments);
+    if (length >= 0 && static_cast<std::size_t>(length) < sizeof small) {
+        add(std::string_view(small, static_cast<std::size_t>(length)), at_once);
+    } else if (length >= 0) {
+        std::string large(static_cast<std::size_t>(length) + 1, '\0');
+        std::vsnprintf(large.data(), large.size(), format, again);
+        large.pop_back();
+        add(large, at_once);
+    }
+    va_end(again);
+}
+
+void add_time_stamp() {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    tm parts{};
+    gmtime_r(&now.tv_sec, &parts);
+    char text[32];
+    const int length = std::snprintf(text, sizeof text, "%02d:%02d:%02d.%03ld ", parts.tm_hour, parts.tm_min,
+                                     parts.tm_sec, now.tv_nsec / 1000000);
+    add(std::string_view(text, static_cast<std::size_t>(length)));
+}
+
+void append_readable(std::string& text, unsigned char byte) {
+    switch (byte) {
+    case '\r':
+        text += "\\r";
+        return;
+    case '\n':
+        text += "\\n";
+        return;
+    case '\t':
+        text += "\\t";
+        return;
+    case '\\':
+        text += "\\\\";
+        return;
+    default:
+        break;
+    }
+    if (byte >= 0x20 && byte <= 0x7E) {
+        text += static_cast<char>(byte);
+        return;
+    }
+    char code[8];
+    std::snprintf(code, sizeof code, "\\x%02X", byte);
+    text += code;
+}
+
+/// Keeps `errno` as the caller had it.
+class Errno_keeper {
+  public:
+    Errno_keeper() : kept_(errno) {}
+    ~Errno_keeper() { errno = kept_; }
+    Errno_keeper(const Errno_keeper&) = delete;
+    Errno_keeper& operator=(const Errno_keeper&) = delete;
+
+  private:
+    int kept_;
+};
+
+} // namespace
+
+Enable_token Print::enabled(unsigned category) {
+    return Enable_token(category < category_count && shared().on[category].load(std::memory_order_relaxed));
+}
+
+void Print::enable(unsigned category, bool on) {
+    if (category < category_count)
+        shared().on[category].store(on, std::memory_order_relaxed);
+}
+
+void Print::set_sink(Sink sink) {
+    const std::lock_guard<std::mutex> guard(shared().sink_mutex);
+    shared().sink = std::move(sink);
+}
+
+void Print::dprint(const char* format, ...) {
+    const Errno_keeper keeper;
+    va_list arguments;
+    va_start(arguments, format);
+    add_formatted(format, arguments);
+    va_end(arguments);
+}
+
+void Print::dprint_ts(const char* format, ...) {
+    const Errno_keeper keeper;
+    add_time_stamp();
+    va_list arguments;
+    va_start(arguments, format);
+    add_formatted(format, arguments);
+    va_end(arguments);
+}
+
+void Print::dprint_ts() {
+    const Errno_keeper keeper;
+    add_time_stamp();
+}
+
+void Print::print(unsigned category, const char* format, ...) {
+    if (!enabled(category))
+        return;
+    const Errno_keeper keeper;
+    va_list arguments;
+    va_start(arguments, format);
+    add_formatted(format, arguments);
+    va_end(arguments);
+}
+
+void Print::print_ts(unsigned category, const char* format, ...) {
+    if (!enabled(category))
+        return;
+    const Errno_keeper keeper;
+    add_time_stamp();
+    va_list arguments;
+    va_start(arguments, format);
+    add_formatted(format, arguments);
+    va_end(arguments);
+}
+
+void Print::printd(const char* text, int length) {
+    const Errno_keeper keeper;
+    add(length < 0 ? std::string_view(text) : std::string_view(text, static_cast<std::size_t>(length)));
+}
+
+void Print::printc(bool at_once, const unsigned char* data, unsigned length) {
+    const Errno_keeper keeper;
+    add(std::string_view(reinterpret_cast<const char*>(data), length), at_once);
+}
+
+void Print::printascii(const unsigned char* data, unsigned length) {
+    const Errno_keeper keeper;
+    std::string text;
+    text.reserve(length);
+    for (unsigned i = 0; i < length; ++i)
+        append_readable(text, data[i]);
+    add(text);
+}
+
+void Print::critical(const char* format, ...) {
+    const Errno_keeper keeper;
+    va_list arguments;
+    va_start(arguments, format);
+    add_formatted(format, arguments, true);
+    va_end(arguments);
+}
+
+void Print::print_backtrace(const char* format, ...) {
+    const Errno_keeper keeper;
+    va_list arguments;
+    va_start(arguments, format);
+    add_formatted(format, arguments);
+    va_end(arguments);
+
+    void* frames[64];
+    const int count = backtrace(frames, 64);
+    char** names = backtrace_symbols(frames, count);
+    for (int i = 1; names && i < count; ++i) {
+        add("    ");
+        add(names[i]);
+        add("\n");
+    }
+    std::free(names);
+    add("", true);
+}
+
+} // namespace Debug

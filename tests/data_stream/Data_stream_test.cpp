@@ -1,0 +1,4 @@
+#include <glue/data_stream/Data_stream.h>
+
+#include <gtest/gtest.h>
+TEST(Data_stream, x) {}
