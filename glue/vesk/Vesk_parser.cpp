@@ -213,10 +213,9 @@ Vesk_parser::Look Vesk_parser::look_for_end(const Header& header, unsigned& whol
 /// it and some do not.
 Vesk_parser::Look Vesk_parser::look_for_end_of_reply(unsigned& whole) {
     const unsigned end = (*stream_)[whole - 1] == '\n' ? whole - 1 : whole;
-    const bool end_is_there = stream_->bytes_avail(end + 1) != 0;
-    if (!end_is_there && (*stream_)[end - 1] == '\r')
+    if (!stream_->bytes_avail(end + 1))
         return Look::incomplete;
-    if (!end_is_there || (*stream_)[end] != '\n') {
+    if ((*stream_)[end] != '\n') {
         drop_one(counts_.noise);
         return Look::restart;
     }
