@@ -1,0 +1,61 @@
+#pragma once
+
+#include <glue/vesk/GNSS_messages.h>
+
+/// Turns a received frame into one line of text, for a log or a diagnostic view.
+///
+///     Vesk_printer printer(true);
+///     char line[256];
+///     printer.snprint(frame, line, sizeof line);   // "RT ms=86399999"; with false "RT,86399999"
+///
+/// The labelled form, for people, writes each value behind its name; the other form, for files, separates the values by
+/// commas. Neither ends its line. A line that does not fit is cut, without a word: at most `size` - 1 characters and a
+/// NUL are written. With a `size` of 0 or less nothing is written and 0 returned.
+///
+/// The decimal point is the one of the process's LC_NUMERIC, as with any printf.
+///
+/// The printer holds no state beside its form. It may be shared by all who do not print at the same time.
+class GLUE_EXPORT Vesk_printer {
+    bool verbose;
+
+  public:
+    /// \param labelled  true for the labelled form, false for the comma form
+    explicit Vesk_printer(bool labelled) : verbose(labelled) {}
+
+    /// Prints any frame by its identifier: the messages below in their forms, the receiver's texts ("RE", "ER", "DL",
+    /// "NP") as they stand, everything else as a line of hexadecimal bytes.
+    /// \return for a message as below; for a text its full length, even when it was cut; 0 for an unknown identifier,
+    ///         which is also reported on standard error
+    int snprint(const Vesk_message& m, char* buf, int size) const;
+
+    // Each prints a frame that is known to be of its kind, whatever its identifier and length say.
+    // \return the number of characters in `buf`
+
+    int snprint(const GNSS_messages::Msg_PG& m, char* buf, int size) const;
+    int snprint(const GNSS_messages::Msg_RT& m, char* buf, int size) const;
+    int snprint(const GNSS_messages::Msg_RD& m, char* buf, int size) const;
+    int snprint(const GNSS_messages::Msg_GT& m, char* buf, int size) const;
+    int snprint(const GNSS_messages::Msg_NT& m, char* buf, int size) const;
+    int snprint(const GNSS_messages::Msg_SG& m, char* buf, int size) const;
+    int snprint(const GNSS_messages::Msg_PS& m, char* buf, int size) const;
+    int snprint(const GNSS_messages::Msg_PV& m, char* buf, int size) const;
+    int snprint(const GNSS_messages::Msg_DP& m, char* buf, int size) const;
+    int snprint(const GNSS_messages::Msg_ST& m, char* buf, int size) const;
+    int snprint(const GNSS_messages::Msg_EE& m, char* buf, int size) const;
+    int snprint(const GNSS_messages::Msg_GA& m, char* buf, int size) const;
+    int snprint(const GNSS_messages::Msg_NA& m, char* buf, int size) const;
+
+    // Lists: the same. A frame too short for the list's fixed part is reported on standard output and leaves `buf` as
+    // it is.
+    // \return the number of characters in `buf`; 0 for a frame too short
+
+    int snprint(const GNSS_messages::Msg_SI& m, char* buf, int size) const;
+    int snprint(const GNSS_messages::Msg_NN& m, char* buf, int size) const;
+    int snprint(const GNSS_messages::Msg_SS& m, char* buf, int size) const;
+    int snprint(const GNSS_messages::Msg_TC& m, char* buf, int size) const;
+    int snprint(const GNSS_messages::Msg_EL& m, char* buf, int size) const;
+    int snprint(const GNSS_messages::Msg_AZ& m, char* buf, int size) const;
+    int snprint(const GNSS_messages::Msg_EC& m, char* buf, int size) const;
+    int snprint(const GNSS_messages::Msg_E1& m, char* buf, int size) const;
+    int snprint(const GNSS_messages::Msg_E2& m, char* buf, int size) const;
+};
