@@ -1,20 +1,16 @@
 // A receiver on standard output: for trying out, showing and testing whatever reads one.
 
+#include "common/command_line.h"
 #include "simulator/Output.h"
 #include "simulator/Pace.h"
 #include "simulator/Simulated_receiver.h"
 
 #include <glue/data_stream/Posix_data_stream.h>
 
-#include <CLI/CLI.hpp>
-
-#include <algorithm>
 #include <cerrno>
-#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <iostream>
 #include <limits>
 #include <optional>
 #include <string>
@@ -22,6 +18,7 @@
 
 namespace {
 
+using command_line::number_between;
 using simulator::Sent;
 using simulator::Simulated_receiver;
 
@@ -36,26 +33,6 @@ struct Command_line {
     double rate = 10;
     std::optional<std::uint64_t> epochs;
 };
-
-/// A number without an exponent as long as it is sensibly short.
-std::string plain(double number) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%.12g", number);
-    return text;
-}
-
-/// Takes numbers from `low` to `high`; not what merely compares as if it were one.
-CLI::Validator number_between(double low, double high) {
-    const std::string range = plain(low) + (std::isfinite(high) ? " to " + plain(high) : " on");
-    return CLI::Validator(
-        [=](const std::string& text) -> std::string {
-            double value = 0;
-            if (CLI::detail::lexical_cast(text, value) && std::isfinite(value) && value >= low && value <= high)
-                return {};
-            return text + " is not a number from " + range;
-        },
-        "");
-}
 
 void describe(CLI::App& app, Command_line& line) {
     constexpr double longest_interval_ms = 3600000;
@@ -84,23 +61,9 @@ void describe(CLI::App& app, Command_line& line) {
         ->type_name("F")
         ->capture_default_str();
     app.add_flag("--crlf", line.receiver.crlf, "Frames end CR LF instead of LF");
-    app.set_help_flag("--help,-h", "Say this and exit");
 }
 
-/// One line on standard error, whatever is in the text.
-int complain(std::string text) {
-    std::replace_if(
-        text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; }, ' ');
-    std::cerr << program << ": " << text << std::endl;
-    return 1;
-}
-
-int help(const CLI::App& app) {
-    std::cout << app.help() << std::flush;
-    return std::cout ? 0 : complain("cannot write to standard output");
-}
-
-int simulate(const Command_line& line) {
+int simulate(const CLI::App& app, const Command_line& line) {
     Posix_data_stream output(-1, STDOUT_FILENO);
     Simulated_receiver receiver(line.receiver);
     simulator::Pace pace(line.rate);
@@ -112,7 +75,7 @@ int simulate(const Command_line& line) {
         case Sent::reader_gone:
             return 0;
         case Sent::failed:
-            return complain(std::string("cannot write to standard output: ") + std::strerror(errno));
+            return command_line::complain(app, std::string("cannot write to standard output: ") + std::strerror(errno));
         }
     }
     return 0;
@@ -125,12 +88,7 @@ int main(int argc, char** argv) {
     Command_line line;
     CLI::App app(description, program);
     describe(app, line);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::CallForHelp&) {
-        return help(app);
-    } catch (const CLI::ParseError& error) {
-        return complain(error.what());
-    }
-    return simulate(line);
+    if (const auto status = command_line::parse(app, argc, argv))
+        return *status;
+    return simulate(app, line);
 }

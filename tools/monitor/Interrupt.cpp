@@ -1,0 +1,49 @@
+#include "Interrupt.h"
+
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace {
+
+volatile std::sig_atomic_t came = 0;
+int ends[2] = {-1, -1}; // to read, to write
+
+extern "C" void note_signal(int) {
+    const int error = errno;
+    came = 1;
+    [[maybe_unused]] const ssize_t written = write(ends[1], "!", 1); // a full pipe is readable all the more
+    errno = error;
+}
+
+void handle(int signal, void (*handler)(int)) {
+    struct sigaction action {};
+    action.sa_handler = handler; // without SA_RESTART: a blocked write to a stuck reader ends too
+    sigaction(signal, &action, nullptr);
+}
+
+} // namespace
+
+Interrupt::Interrupt() {
+    came = 0;
+    if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0)
+        ends[0] = ends[1] = -1;
+    handle(SIGINT, note_signal);
+    handle(SIGTERM, note_signal);
+}
+
+Interrupt::~Interrupt() {
+    handle(SIGINT, SIG_DFL);
+    handle(SIGTERM, SIG_DFL);
+    close(ends[0]);
+    close(ends[1]);
+}
+
+int Interrupt::descriptor() const {
+    return ends[0];
+}
+
+bool Interrupt::has_come() const {
+    return came != 0;
+}

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <glue/vesk/Vesk_parser.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+/// What has come over a link: how many of each message, and where every byte went.
+class Link_summary {
+  public:
+    void count_frame(int identifier);
+    void count_reply(int identifier) { count(identifier); }
+    void count_checksum_failure() { ++checksum_failures_; }
+
+    /// Frames whose checksum was right.
+    std::uint64_t good_frames() const { return good_frames_; }
+    std::uint64_t checksum_failures() const { return checksum_failures_; }
+
+    /// Prints a line with count and rate for each identifier in the order of their first coming, then the account of
+    /// the bytes, then the checksum failures.
+    /// \param arrived  bytes that the link delivered
+    /// \param bytes    where they went
+    /// \param seconds  how long the link was watched; rates are left out when it was not
+    void print(std::FILE* out, std::uint64_t arrived, const Vesk_parser::Byte_counts& bytes, double seconds) const;
+
+  private:
+    struct Message_count {
+        int identifier;
+        std::uint64_t count;
+    };
+
+    void count(int identifier);
+
+    std::vector<Message_count> messages_;
+    std::uint64_t good_frames_ = 0;
+    std::uint64_t checksum_failures_ = 0;
+};

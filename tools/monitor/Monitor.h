@@ -1,0 +1,60 @@
+#pragma once
+
+#include "Interrupt.h"
+#include "Link_summary.h"
+#include "Receiver_input.h"
+
+#include <glue/vesk/Vesk_parser.h>
+#include <glue/vesk/Vesk_printer.h>
+
+#include <platform/Atime.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <optional>
+
+/// Reads a link, prints a line for each message, and keeps account.
+class Monitor {
+  public:
+    struct Options {
+        bool labelled = true;               ///< the form of the lines
+        bool quiet = false;                 ///< no lines
+        std::int64_t duration_ms = 0;       ///< end after that; 0: never
+        std::optional<std::uint64_t> count; ///< end after so many good frames
+    };
+
+    enum class End { input, duration, count, interrupt, output_failed };
+
+    /// Prints to `output`; nothing of what is given is owned, and all of it outlives the monitor.
+    Monitor(const Options& options, Receiver_input& input, const Interrupt& interrupt, std::FILE* output);
+
+    /// Reads until one of the ends. After `output_failed`, `errno` says why.
+    End run();
+
+    std::uint64_t good_frames() const { return summary_.good_frames(); }
+
+    /// Prints the summary. Its account is of the bytes that were looked at: what was still waiting when something other
+    /// than the end of the input ended the run is left out; a rest at the end of the input is noise.
+    void print_summary(std::FILE* out);
+
+  private:
+    bool has_enough() const { return options_.count && summary_.good_frames() >= *options_.count; }
+    std::optional<End> take_packets();
+    void take_packet(int kind, unsigned len);
+    void show_frame(unsigned len);
+    void print_text(unsigned len);
+    bool flush();
+
+    const Options options_;
+    Receiver_input& input_;
+    const Interrupt& interrupt_;
+    std::FILE* const output_;
+    Vesk_parser parser_;
+    const Vesk_printer printer_;
+    Link_summary summary_;
+    std::optional<Atime> first_arrival_;
+    Atime last_look_;
+    bool input_ended_ = false;
+    unsigned char packet_[Vesk_parser::largest_packet];
+    char line_[32768]; // the longest list: 4095 entries of up to six characters
+};
