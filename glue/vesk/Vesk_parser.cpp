@@ -156,10 +156,11 @@ Vesk_parser::Look Vesk_parser::look_at_header(Header& header) {
     if (lacks_prompt())
         return Look::bad;
     unsigned char bytes[Vesk_message::header_size];
-    if (!stream_->bytes_avail(sizeof bytes) || !stream_->get_data(bytes, sizeof bytes, 0))
+    const bool there = stream_->bytes_avail(sizeof bytes) && stream_->get_data(bytes, sizeof bytes, 0);
+    if (frame_just_taken_ && stream_->bytes_avail() > 0)
+        return Look::restart; // what was only fetched now may begin with the rest of a line end
+    if (!there)
         return Look::incomplete;
-    if (frame_just_taken_)
-        return Look::restart; // these bytes were only fetched now: they may begin with the rest of a line end
 
     header.c0 = bytes[0];
     header.c1 = bytes[1];

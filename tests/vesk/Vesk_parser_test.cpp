@@ -168,6 +168,12 @@ TEST_F(Vesk_parser_test, what_separates_frames_is_dropped_also_when_it_is_fetche
     EXPECT_THAT(packets_of(parser), ElementsAre(frame(binary_frame("PG", "position") + "\r"), frame(rd)));
 }
 
+TEST_F(Vesk_parser_test, what_separates_frames_is_dropped_when_it_is_all_that_can_be_fetched) {
+    stream.will_arrive(binary_frame("PG", "position") + "\r\n");
+    EXPECT_EQ(packets_of(parser).size(), 1U);
+    EXPECT_EQ(stream.buffered() + stream.arriving, "");
+}
+
 TEST_F(Vesk_parser_test, an_empty_ring_does_not_read_as_nuls_behind_a_frame) {
     EXPECT_THAT(parse(pg), ElementsAre(frame(pg))); // and returns
     EXPECT_EQ(stream.bytes_avail(), 0U);

@@ -67,8 +67,9 @@ Receiver_input::Arrival Receiver_input::wait(std::optional<Atime> deadline, int 
 
 Receiver_input::Arrival Receiver_input::fetch() {
     const std::uint64_t before = arrived_;
+    const unsigned wanted = std::min(waiting_in_system(get_read_fd()), rx_capacity - bytes_avail());
     errno = 0;
-    get_data(static_cast<int>(std::min(waiting_in_system(get_read_fd()), rx_capacity - bytes_avail())));
+    get_data(static_cast<int>(wanted));
     if (arrived_ > before)
         return Arrival::bytes;
     if (errno == EAGAIN || errno == EINTR)
