@@ -83,14 +83,15 @@ constexpr Route text_route(char first, char second) {
     return {Vesk_message::msg_id(first, second), print_text};
 }
 
+// clang-format off
 constexpr Route routes[] = {
-    route<Msg_PG>,        route<Msg_RT>, route<Msg_RD>,        route<Msg_GT>,        route<Msg_NT>,
-    route<Msg_SG>,        route<Msg_PS>, route<Msg_PV>,        route<Msg_DP>,        route<Msg_ST>,
-    route<Msg_EE>,        route<Msg_SI>, route<Msg_NN>,        route<Msg_SS>,        route<Msg_TC>,
-    route<Msg_GA>,        route<Msg_NA>, route<Msg_EL>,        route<Msg_AZ>,        route<Msg_EC>,
-    route<Msg_E1>,        route<Msg_E2>, text_route('R', 'E'), text_route('E', 'R'), text_route('D', 'L'),
-    text_route('N', 'P'),
+    route<Msg_PG>, route<Msg_RT>, route<Msg_RD>, route<Msg_GT>, route<Msg_NT>, route<Msg_SG>, route<Msg_PS>, route<Msg_PV>,
+    route<Msg_DP>, route<Msg_ST>, route<Msg_EE>, route<Msg_GA>, route<Msg_NA>,
+    route<Msg_SI>, route<Msg_NN>, route<Msg_SS>, route<Msg_TC>, route<Msg_EL>, route<Msg_AZ>, route<Msg_EC>, route<Msg_E1>,
+    route<Msg_E2>,
+    text_route('R', 'E'), text_route('E', 'R'), text_route('D', 'L'), text_route('N', 'P'),
 };
+// clang-format on
 
 } // namespace
 

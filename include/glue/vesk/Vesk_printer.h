@@ -10,7 +10,7 @@
 ///
 /// The labelled form, for people, writes each value behind its name; the other form, for files, separates the values by
 /// commas. Neither ends its line. A line that does not fit is cut, without a word: at most `size` - 1 characters and a
-/// NUL are written. With a `size` of 0 or less nothing is written and 0 returned.
+/// NUL are written. With a `size` of 0 or less `buf` is left alone and 0 returned.
 ///
 /// The decimal point is the one of the process's LC_NUMERIC, as with any printf.
 ///
