@@ -128,10 +128,8 @@ bool Posix_data_stream::open_by_name(const char* path, int flags, int permission
 }
 
 /// Closes what a direction uses alone, and forgets what must stay open: a standard descriptor, or one that the other
-/// direction goes on using.
+/// direction goes on using. A descriptor that both let go is closed by the second.
 void Posix_data_stream::let_go(Direction direction) {
-    if (direction == Direction::both)
-        close();
     if (direction != Direction::write) {
         close_read();
         read_fd = -1;

@@ -336,6 +336,11 @@ TEST_F(Posix_data_stream_replacing, by_a_path_that_cannot_be_opened_leaves_that_
     EXPECT_FALSE(stream.open(missing.c_str(), false, true, false));
     EXPECT_EQ(stream.get_write_fd(), -1);
     EXPECT_EQ(open_descriptors(), before);
+
+    ASSERT_TRUE(stream.open(path.c_str(), false, true, false));
+    EXPECT_FALSE(stream.open_write(missing.c_str(), false, true, false));
+    EXPECT_EQ(stream.get_write_fd(), -1);
+    EXPECT_GT(stream.get_read_fd(), 2);
 }
 
 // ---- Closing ----
