@@ -65,6 +65,7 @@ int Virtual_pair_data_stream_part::_write(const unsigned char* data, unsigned in
     Lock held(pair_lock);
     const Atime deadline = start + write_timeout_ms;
     unsigned int taken = 0;
+    unsigned int released = 0; // how many of them a reader may go on with
     while (taken < len) {
         const unsigned int piece = peer.transfer_ring.append(data + taken, len - taken);
         taken += piece;
@@ -73,7 +74,10 @@ int Virtual_pair_data_stream_part::_write(const unsigned char* data, unsigned in
         const std::int64_t remaining = deadline - Atime::now();
         if (remaining <= 0)
             break;
-        peer.data_ready.release(); // a reader that waits for the bytes so far must not wait for the rest
+        if (released != taken) { // a reader that waits for these bytes must not wait for the rest
+            peer.data_ready.release();
+            released = taken;
+        }
         if (!wait_for(space_ready, remaining, held))
             return static_cast<int>(taken);
     }

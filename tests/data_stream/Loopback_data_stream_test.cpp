@@ -2,6 +2,7 @@
 
 #include <support/Random.h>
 #include <support/Scripted_stream.h>
+#include <support/Stream_bytes.h>
 
 #include <gtest/gtest.h>
 
@@ -9,7 +10,7 @@
 
 namespace {
 
-/// Everything that is buffered, taken.
+/// The oldest `count` bytes, taken.
 std::string take(Data_stream& stream, unsigned count) {
     std::string bytes(count, '\0');
     EXPECT_TRUE(stream.get_data(reinterpret_cast<unsigned char*>(bytes.data()), count, 0));
@@ -17,14 +18,10 @@ std::string take(Data_stream& stream, unsigned count) {
     return bytes;
 }
 
-int write(Data_stream& stream, const std::string& bytes) {
-    return stream.__write(bytes_of(bytes), static_cast<unsigned>(bytes.size()));
-}
-
 TEST(Loopback_data_stream, reads_back_what_was_written) {
     Loopback_data_stream loop;
-    EXPECT_EQ(write(loop, "hello"), 5);
-    EXPECT_EQ(write(loop, std::string("\0\xFF", 2)), 2);
+    EXPECT_EQ(write_bytes(loop, "hello"), 5);
+    EXPECT_EQ(write_bytes(loop, std::string("\0\xFF", 2)), 2);
     EXPECT_EQ(loop.bytes_avail(), 7U);
     EXPECT_EQ(take(loop, 7), std::string("hello\0\xFF", 7));
     EXPECT_EQ(loop.bytes_avail(), 0U);
@@ -32,9 +29,7 @@ TEST(Loopback_data_stream, reads_back_what_was_written) {
 
 TEST(Loopback_data_stream, keeps_the_plain_description) {
     Loopback_data_stream loop;
-    char expected[32];
-    std::snprintf(expected, sizeof expected, "DS(%p)", static_cast<void*>(&loop));
-    EXPECT_STREQ(loop.get_description(), expected);
+    EXPECT_EQ(loop.get_description(), plain_description(loop));
 }
 
 TEST(Loopback_data_stream, fetch_succeeds_for_nothing_only) {
@@ -42,7 +37,7 @@ TEST(Loopback_data_stream, fetch_succeeds_for_nothing_only) {
     EXPECT_EQ(loop._get_data(0), 1);
     EXPECT_EQ(loop._get_data(1), 0);
     EXPECT_EQ(loop._get_data(-1), 0);
-    write(loop, "ab");
+    write_bytes(loop, "ab");
     EXPECT_FALSE(loop.bytes_avail(3));
     unsigned char byte[3];
     EXPECT_FALSE(loop.get_data(byte, 3, 0));
@@ -54,21 +49,21 @@ TEST(Loopback_data_stream, fetch_succeeds_for_nothing_only) {
 TEST(Loopback_data_stream, full_stream_stores_nothing_more) {
     Loopback_data_stream loop;
     const std::string bytes(4200, 'x');
-    EXPECT_EQ(write(loop, bytes), 4200);
-    EXPECT_EQ(write(loop, "y"), 0);
+    EXPECT_EQ(write_bytes(loop, bytes), 4200);
+    EXPECT_EQ(write_bytes(loop, "y"), 0);
     EXPECT_EQ(loop.bytes_avail(), 4200U);
     EXPECT_EQ(take(loop, 4200), bytes);
 }
 
 TEST(Loopback_data_stream, write_that_does_not_fit_stores_what_does) {
     Loopback_data_stream loop;
-    EXPECT_EQ(write(loop, std::string(4198, 'x')), 4198);
-    EXPECT_EQ(write(loop, "abc"), 2);
+    EXPECT_EQ(write_bytes(loop, std::string(4198, 'x')), 4198);
+    EXPECT_EQ(write_bytes(loop, "abc"), 2);
     EXPECT_EQ(loop[4198], 'a');
     EXPECT_EQ(loop[4199], 'b');
     EXPECT_EQ(loop.bytes_avail(), 4200U);
     loop.drop(1);
-    EXPECT_EQ(write(loop, "def"), 1);
+    EXPECT_EQ(write_bytes(loop, "def"), 1);
 }
 
 TEST(Loopback_data_stream, write_takes_the_lock_of_a_derived_class) {
@@ -77,13 +72,13 @@ TEST(Loopback_data_stream, write_takes_the_lock_of_a_derived_class) {
         Locked() { buffer_lock = &mutex; }
         Mutex mutex;
     } loop;
-    EXPECT_EQ(write(loop, "abc"), 3);
+    EXPECT_EQ(write_bytes(loop, "abc"), 3);
     EXPECT_EQ(take(loop, 3), "abc");
     EXPECT_EQ(loop.mutex.owner_thread(), nullptr);
     EXPECT_DEATH(
         {
             const std::lock_guard<Mutex> held(loop.mutex);
-            write(loop, "abc");
+            write_bytes(loop, "abc");
         },
         "takes again what it holds");
 }
@@ -96,7 +91,7 @@ TEST(Loopback_data_stream, behaves_as_a_bounded_queue) {
         if (random.one_in(2)) {
             const std::string bytes = random.bytes(random.between(0, 2000));
             const std::size_t fits = std::min(bytes.size(), 4200 - model.size());
-            ASSERT_EQ(write(loop, bytes), static_cast<int>(fits));
+            ASSERT_EQ(write_bytes(loop, bytes), static_cast<int>(fits));
             model.insert(model.end(), bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(fits));
         } else {
             const auto count = random.between(0, static_cast<unsigned>(model.size()));

@@ -14,7 +14,7 @@ class GLUE_EXPORT Capped_semaphore {
   public:
     /// Permits kept without a cap; further ones are as good as these, and are not counted. A stream that lives for
     /// years with nobody waiting must not overflow the count.
-    static constexpr int most_permits = 1 << 20;
+    static constexpr int most_permits = 1 << 16;
 
     /// No permits, no cap.
     Capped_semaphore() = default;
