@@ -246,6 +246,23 @@ TEST_F(Virtual_pair, flush_of_a_full_transfer_ring_makes_room) {
     EXPECT_EQ(take_all(b), numbered(128));
 }
 
+TEST_F(Virtual_pair, fetch_that_finds_nothing_lets_a_waiting_writer_go_on) {
+    Replaced_waits waits;
+    b.set_read_timeout(0);
+    waits.meanwhile = [&] {
+        b.flush(); // makes room and tells nobody
+        b._get_data(1);
+    };
+    EXPECT_EQ(write_bytes(a, numbered(200)), 200);
+    EXPECT_EQ(take_all(b), numbered(200).substr(128));
+}
+
+TEST_F(Virtual_pair, flush_wakes_no_writer) {
+    Replaced_waits waits;
+    waits.meanwhile = [&] { b.flush(); };
+    EXPECT_EQ(write_bytes(a, numbered(200)), 128);
+}
+
 // Time-outs
 
 /// The limits of the first wait of a read and of a write on a pair that `prepare` has had before.

@@ -4,6 +4,8 @@
 #include <support/Random.h>
 #include <support/Stream_bytes.h>
 
+#include <platform/Atime.h>
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -43,17 +45,18 @@ class Talking_end {
     unsigned up_to(unsigned most) { return std::uniform_int_distribution<unsigned>(1, most)(engine_); }
 
     void talk() {
-        while (sent_ < to_send_.size() || got_.size() < expected_) {
+        const Atime limit = Atime::now() + 60000;
+        while ((sent_ < to_send_.size() || got_.size() < expected_) && Atime::now() < limit) {
             send_some();
             read_some();
         }
     }
     void send_some() {
-        end_.set_write_timeout(up_to(20) == 1 ? 10 : 0);
+        end_.set_write_timeout(up_to(50) == 1 ? 10 : 0);
         sent_ += static_cast<std::size_t>(write_bytes(end_, to_send_.substr(sent_, up_to(300))));
     }
     void read_some() {
-        end_.set_read_timeout(up_to(20) == 1 ? 10 : 0);
+        end_.set_read_timeout(up_to(50) == 1 ? 10 : 0);
         end_.bytes_avail(up_to(300));
         got_ += take_buffered(end_);
     }
@@ -83,8 +86,12 @@ struct Busy_direction {
     Busy_direction(Part& from, Part& to, const std::string& bytes, unsigned seed)
         : writer([&from, &bytes, seed] {
               std::minstd_rand engine(seed);
-              for (std::size_t at = 0; at < bytes.size();)
-                  at += static_cast<std::size_t>(write_bytes(from, bytes.substr(at, 1 + engine() % 400)));
+              for (std::size_t at = 0; at < bytes.size();) {
+                  const std::string piece = bytes.substr(at, 1 + engine() % 400);
+                  if (write_bytes(from, piece) != static_cast<int>(piece.size()))
+                      return;
+                  at += piece.size();
+              }
           }),
           reader([this, &to, &bytes, seed] {
               std::minstd_rand engine(seed + 1);
