@@ -7,6 +7,12 @@
 #include <cstdlib>
 #include <utility>
 
+namespace {
+
+constexpr std::int64_t longest_step = 3600 * 1000;
+
+} // namespace
+
 waiter_descriptor::waiter_descriptor(module_man& modules) {
     init(modules);
 }
@@ -45,9 +51,14 @@ bool waiter_descriptor::send_event(waiter_event& event, [[maybe_unused]] bool ur
 
 int waiter_descriptor::get_event(waiter_event& event, Atime deadline) {
     std::unique_lock<std::mutex> guard(mutex_);
-    const std::chrono::steady_clock::time_point limit{std::chrono::milliseconds(deadline.units())};
-    if (!arrived_.wait_until(guard, limit, [this] { return !events_.empty(); }))
-        return 1;
+    while (events_.empty()) {
+        const Atime now = Atime::now();
+        if (now >= deadline)
+            return 1;
+        // In bounded steps: a deadline may lie further ahead than the system's clocks can say.
+        const Atime step = std::min(deadline, now + longest_step);
+        arrived_.wait_until(guard, std::chrono::steady_clock::time_point(std::chrono::milliseconds(step.units())));
+    }
     take_oldest(event);
     return 0;
 }
