@@ -2,6 +2,7 @@
 
 #include <support/waiting.h>
 
+#include <atomic>
 #include <csignal>
 #include <gtest/gtest.h>
 #include <limits>
@@ -62,12 +63,12 @@ TEST(Atime, delay_of_nothing_or_less_returns_at_once) {
     EXPECT_LT(stopwatch.elapsed(), std::chrono::seconds(20));
 }
 
-volatile std::sig_atomic_t signals = 0;
+std::atomic<int> signals{0};
 
 TEST(Atime, delay_is_not_cut_short_by_a_signal) {
     struct sigaction counting {};
     struct sigaction before {};
-    counting.sa_handler = [](int) { signals = signals + 1; };
+    counting.sa_handler = [](int) { ++signals; };
     sigaction(SIGUSR1, &counting, &before);
     const pthread_t sleeper = pthread_self();
     signals = 0;

@@ -276,6 +276,7 @@ TEST(Debug_sink, that_prints_itself_is_not_called_again) {
         Print::dprint("from inside\n");
         Print::critical("from inside");
         Print::printc(true, bytes("x"), 1);
+        Print::dprint("unfinished");
     });
     Print::dprint("one\n");
     Print::dprint("two\n");

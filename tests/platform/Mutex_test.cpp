@@ -6,7 +6,6 @@
 #include <atomic>
 #include <gtest/gtest.h>
 #include <mutex>
-#include <regex>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <thread>
