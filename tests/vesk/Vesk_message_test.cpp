@@ -9,15 +9,6 @@
 
 namespace {
 
-/// Frames without their terminator.
-std::string binary_frame(const std::string& identifier, const std::string& body) {
-    return build_frame(identifier, body, Checksum::binary, "");
-}
-
-std::string text_frame(const std::string& identifier, const std::string& body) {
-    return build_frame(identifier, body, Checksum::text, "");
-}
-
 /// A message over a copy of some bytes, which lie in memory of exactly their size so that sanitizers see a step
 /// outside.
 struct Message {
@@ -160,11 +151,11 @@ TEST(Vesk_message_test, checksum_never_reads_past_the_message) {
 }
 
 TEST(Vesk_message_test, binary_frame_checks) {
-    EXPECT_TRUE(checks(binary_frame("PG", "hello") + "\n"));
+    EXPECT_TRUE(checks(unterminated_frame("PG", "hello") + "\n"));
 }
 
 TEST(Vesk_message_test, any_changed_byte_of_a_binary_frame_is_noticed) {
-    const std::string frame = binary_frame("PG", std::string("\x00\x01\xFEhello", 8)) + "\r";
+    const std::string frame = unterminated_frame("PG", std::string("\x00\x01\xFEhello", 8)) + "\r";
     for (std::size_t i = 0; i + 1 < frame.size(); ++i)
         for (int bit = 0; bit < 8; ++bit) {
             std::string damaged = frame;
@@ -174,7 +165,7 @@ TEST(Vesk_message_test, any_changed_byte_of_a_binary_frame_is_noticed) {
 }
 
 TEST(Vesk_message_test, frame_needs_its_terminator) {
-    const std::string frame = binary_frame("PG", "hello");
+    const std::string frame = unterminated_frame("PG", "hello");
     EXPECT_TRUE(checks(frame + "\n"));
     EXPECT_TRUE(checks(frame + "\r"));
     EXPECT_TRUE(checks(frame + "\r\n"));
@@ -186,7 +177,7 @@ TEST(Vesk_message_test, frame_needs_its_terminator) {
 TEST(Vesk_message_test, frame_without_terminator_checks_only_when_its_checksum_byte_looks_like_one) {
     int seen = 0;
     for (int c = 0; c < 256; ++c) {
-        const std::string frame = binary_frame("PG", std::string(1, static_cast<char>(c)));
+        const std::string frame = unterminated_frame("PG", std::string(1, static_cast<char>(c)));
         const bool by_chance = frame.back() == '\n' || frame.back() == '\r';
         EXPECT_EQ(checks(frame), by_chance) << c;
         seen += by_chance;
@@ -195,27 +186,27 @@ TEST(Vesk_message_test, frame_without_terminator_checks_only_when_its_checksum_b
 }
 
 TEST(Vesk_message_test, frame_longer_than_the_message_does_not_check) {
-    const std::string frame = binary_frame("PG", "hello") + "\n";
+    const std::string frame = unterminated_frame("PG", "hello") + "\n";
     for (std::size_t size = 0; size < frame.size(); ++size)
         EXPECT_FALSE(checks(frame.substr(0, size)) && size + 1 < frame.size()) << size;
     EXPECT_FALSE(checks("PGFFFabc\n"));
 }
 
 TEST(Vesk_message_test, text_frame_is_recognised_by_its_prompt) {
-    EXPECT_TRUE(checks(text_frame(">>", "1status") + "\n"));
-    EXPECT_FALSE(checks(text_frame("ZZ", "1status") + "\n"));
+    EXPECT_TRUE(checks(unterminated_frame(">>", "1status", Checksum::text) + "\n"));
+    EXPECT_FALSE(checks(unterminated_frame("ZZ", "1status", Checksum::text) + "\n"));
 }
 
 TEST(Vesk_message_test, text_frame_is_recognised_by_an_at_sign_whatever_its_identifier) {
-    EXPECT_TRUE(checks(text_frame("ZZ", "status@") + "\n"));
-    EXPECT_TRUE(checks(text_frame("ZZ", "status@") + "\r"));
+    EXPECT_TRUE(checks(unterminated_frame("ZZ", "status@", Checksum::text) + "\n"));
+    EXPECT_TRUE(checks(unterminated_frame("ZZ", "status@", Checksum::text) + "\r"));
 }
 
 TEST(Vesk_message_test, text_checksum_is_read_in_either_case) {
     Random random;
     int letters = 0;
     for (int i = 0; i < 50; ++i) {
-        std::string frame = text_frame(">>", random.bytes(6)) + "\n";
+        std::string frame = unterminated_frame(">>", random.bytes(6), Checksum::text) + "\n";
         for (std::size_t digit : {frame.size() - 3, frame.size() - 2}) {
             letters += frame[digit] >= 'A';
             frame[digit] = static_cast<char>(std::tolower(frame[digit]));
@@ -226,7 +217,7 @@ TEST(Vesk_message_test, text_checksum_is_read_in_either_case) {
 }
 
 TEST(Vesk_message_test, wrong_or_unreadable_text_checksum_is_noticed) {
-    const std::string frame = text_frame(">>", "1status") + "\n";
+    const std::string frame = unterminated_frame(">>", "1status", Checksum::text) + "\n";
     for (const std::size_t place : {frame.size() - 3, frame.size() - 2})
         for (int c = 0; c < 256; ++c) {
             std::string damaged = frame;
@@ -240,11 +231,11 @@ TEST(Vesk_message_test, wrong_or_unreadable_text_checksum_is_noticed) {
 }
 
 TEST(Vesk_message_test, text_frame_that_ends_cr_lf_never_checks) {
-    EXPECT_FALSE(checks(text_frame(">>", "1status") + "\r\n"));
+    EXPECT_FALSE(checks(unterminated_frame(">>", "1status", Checksum::text) + "\r\n"));
 }
 
 TEST(Vesk_message_test, validation_compares_16_bits_of_the_identifier) {
-    const Message message(binary_frame("PG", "hello") + "\n");
+    const Message message(unterminated_frame("PG", "hello") + "\n");
     EXPECT_TRUE(message.view.validate('P' | 'G' << 8));
     EXPECT_TRUE(message.view.validate('P' | 'G' << 8 | 0x70000));
     EXPECT_FALSE(message.view.validate('G' | 'P' << 8));
@@ -256,14 +247,14 @@ TEST(Vesk_message_test, validation_compares_16_bits_of_the_identifier) {
 TEST(Vesk_message_test, setting_the_binary_checksum_makes_the_frame_check) {
     Message message("PG006hello?\n");
     EXPECT_TRUE(message.view.set_checksum(true));
-    EXPECT_EQ(message.content(), binary_frame("PG", "hello") + "\n");
+    EXPECT_EQ(message.content(), unterminated_frame("PG", "hello") + "\n");
     EXPECT_TRUE(message.view.check_checksum());
 }
 
 TEST(Vesk_message_test, setting_the_text_checksum_writes_upper_case_digits) {
     Random random;
     for (int i = 0; i < 100; ++i) {
-        const std::string expected = text_frame(">>", random.bytes(5)) + "\n";
+        const std::string expected = unterminated_frame(">>", random.bytes(5), Checksum::text) + "\n";
         Message message(expected);
         message.view.set_uint8(10, '?');
         message.view.set_uint8(11, '?');
