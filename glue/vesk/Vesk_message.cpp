@@ -1,10 +1,12 @@
 #include <glue/vesk/Vesk_message.h>
 
 #include "hex_digits.h"
+#include "line_end.h"
 
 #include <algorithm>
 #include <cstring>
 
+using glue_detail::ends_line;
 using glue_detail::hex_digit;
 using glue_detail::hex_value;
 
@@ -13,10 +15,6 @@ namespace {
 constexpr unsigned length_offset = 2;
 constexpr unsigned length_digits = 3;
 constexpr unsigned checksum_digits = 2;
-
-bool ends_line(unsigned char byte) {
-    return byte == '\n' || byte == '\r';
-}
 
 bool is_space(char c) {
     return c == ' ' || (c >= '\t' && c <= '\r');
@@ -111,7 +109,7 @@ bool Vesk_message::check_checksum() const {
 }
 
 bool Vesk_message::validate(int identifier) const {
-    return get_size() >= 2 && get_msg_id() == (identifier & 0xFFFF) && check_checksum();
+    return get_msg_id() == (identifier & 0xFFFF) && check_checksum();
 }
 
 bool Vesk_message::set_checksum(bool binary) {

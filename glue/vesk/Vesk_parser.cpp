@@ -13,10 +13,13 @@
 #include <glue/vesk/Vesk_message.h>
 
 #include "hex_digits.h"
+#include "line_end.h"
 
 #include <platform/Debug.h>
 
 #include <algorithm>
+
+using glue_detail::ends_line;
 
 namespace {
 
@@ -24,10 +27,6 @@ constexpr unsigned char accepted_byte = 0x06;
 constexpr unsigned char refused_byte = 0x15;
 constexpr unsigned longest_noise = 4190;        // without a line end
 constexpr unsigned last_index_to_extend = 4198; // so that noise with its line end fits the stream's ring
-
-bool ends_line(unsigned char byte) {
-    return byte == '\r' || byte == '\n';
-}
 
 bool separates(unsigned char byte) {
     return byte == '\0' || ends_line(byte);
