@@ -194,7 +194,8 @@ TEST(Vesk_message_test, frame_longer_than_the_message_does_not_check) {
 
 TEST(Vesk_message_test, text_frame_is_recognised_by_its_prompt) {
     EXPECT_TRUE(checks(unterminated_frame(">>", "1status", Checksum::text) + "\n"));
-    EXPECT_FALSE(checks(unterminated_frame("ZZ", "1status", Checksum::text) + "\n"));
+    for (const std::string other : {"ZZ", ">Z", "Z>"})
+        EXPECT_FALSE(checks(unterminated_frame(other, "1status", Checksum::text) + "\n")) << other;
 }
 
 TEST(Vesk_message_test, text_frame_is_recognised_by_an_at_sign_whatever_its_identifier) {
@@ -369,6 +370,13 @@ std::string stripped(Response& response) {
 TEST(Vesk_response_test, stripping_leaves_the_text_without_blanks_around_it) {
     Response response("RE010%id% \t value 1 \x01\r\n");
     EXPECT_EQ(stripped(response), "value 1");
+}
+
+TEST(Vesk_response_test, stripping_skips_white_space_in_front_and_control_characters_too_at_the_end) {
+    Response blanks("RE010%id% \t\n\v\f\rvalue\x7F\x1F\v");
+    EXPECT_EQ(stripped(blanks), "value");
+    Response control("RE010%id%\x01value\xFF\n");
+    EXPECT_EQ(stripped(control), "\x01value\xFF");
 }
 
 TEST(Vesk_response_test, stripping_moves_the_message_to_the_text) {

@@ -61,6 +61,12 @@ TEST_F(Vesk_parser_test, init_drops_what_is_buffered_and_is_synchronised_again) 
     EXPECT_THAT(parse(pg), ElementsAre(frame(pg)));
 }
 
+TEST_F(Vesk_parser_test, init_forgets_the_frame_whose_line_end_may_still_come) {
+    EXPECT_THAT(parse(pg), ElementsAre(frame(pg)));
+    parser.init();
+    EXPECT_THAT(parse("\n" + rd), ElementsAre(noise("\n"), frame(rd)));
+}
+
 TEST_F(Vesk_parser_test, init_changes_the_stream) {
     Scripted_stream other;
     other.receive("old");
@@ -392,6 +398,12 @@ TEST_F(Vesk_parser_test, echoed_lines_are_refused_from_the_second_byte_on) {
     parser.set_parse_mode(Vesk_parser::parse_echoed_lines);
     EXPECT_THAT(parse("a"), IsEmpty());
     EXPECT_THAT(parse("\n"), ElementsAre(noise("a\n")));
+}
+
+TEST_F(Vesk_parser_test, echoed_line_waits_for_its_second_byte_before_it_is_refused) {
+    parser.set_parse_mode(Vesk_parser::parse_echoed_lines);
+    EXPECT_THAT(parse("P"), IsEmpty());
+    EXPECT_THAT(parse(">003abc\n"), ElementsAre(frame("P>003abc\n")));
 }
 
 // Line ends
