@@ -4,6 +4,7 @@
 #include <support/Random.h>
 #include <support/Scripted_stream.h>
 
+#include <cstring>
 #include <gtest/gtest.h>
 #include <string>
 
@@ -397,6 +398,39 @@ TEST(Vesk_response_test, stripping_nothing_changes_nothing) {
         EXPECT_EQ(stripped(response), "(null)") << content;
         EXPECT_EQ(response.view.get_ptr(), response.bytes.data());
         EXPECT_EQ(response.view.get_size(), content.size());
+    }
+}
+
+TEST(Vesk_response_test, no_bytes_lead_outside_the_message) {
+    static const std::string telling = "RE>>@%%0Ff \r\n";
+    Random random;
+    for (int round = 0; round < 20000; ++round) {
+        std::string content = random.bytes(random.between(0, 24));
+        for (char& c : content)
+            if (!random.one_in(4))
+                c = telling[random.between(0, static_cast<unsigned>(telling.size()) - 1)];
+        Response response(content); // exactly its bytes: a sanitizer sees a step outside
+        Vesk_response& view = response.view;
+        view.check_checksum();
+        view.validate(Vesk_message::msg_id('R', 'E'));
+        ASSERT_LE(std::strlen(view.get_response_string()), content.size());
+        view.check_response_string("%%");
+        view.compute_8bit_checksum(static_cast<int>(random.between(0, 5000)));
+        const char* begin = nullptr;
+        const char* end = nullptr;
+        if (view.get_identifier(begin, end)) {
+            ASSERT_LE(end, reinterpret_cast<const char*>(response.bytes.data()) + content.size());
+        }
+        unsigned len = 0;
+        if (view.strip_identifier(len)) {
+            ASSERT_LE(len, view.get_size());
+        }
+        view.set_checksum(random.one_in(2));
+        view.set_msg_len(random.between(0, 5000));
+        view.reduce_size_to(random.between(0, 30));
+        view.setup(bytes_of("ER"), static_cast<int>(random.between(0, 5000)));
+        view.check_checksum();
+        ASSERT_LE(view.get_size(), content.size());
     }
 }
 
