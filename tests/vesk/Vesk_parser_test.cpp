@@ -419,13 +419,6 @@ TEST_F(Vesk_parser_test, newline_is_cr_or_lf_at_an_index_that_is_there) {
     EXPECT_TRUE(parser.is_newline(3));
 }
 
-TEST_F(Vesk_parser_test, newline_is_not_seen_in_what_a_lying_fetch_left_in_the_storage) {
-    stream.receive("\nab");
-    stream.drop(1);
-    stream.on_fetch = [](int) { return 0; };
-    EXPECT_FALSE(parser.is_newline(5));
-}
-
 // The convenience form
 
 TEST_F(Vesk_parser_test, short_form_gives_the_length_of_frames_and_minus_that_of_noise) {
