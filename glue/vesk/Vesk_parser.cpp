@@ -1,0 +1,302 @@
+// States of the parser, which are those of its view of the stream:
+//
+//      synchronised: at a frame start <------------------------------+
+//        | whole frame, reply or acknowledgement: taken, stays here   |
+//        | framing error                                              | noise reported
+//        v                                                            |
+//      not synchronised: skipping to the next line end ---------------+
+//          stays here while no line end has come; the search then starts again at the next call
+
+#include <glue/vesk/Vesk_parser.h>
+
+#include <glue/data_stream/Data_stream.h>
+#include <glue/vesk/Vesk_message.h>
+
+#include "hex_digits.h"
+
+#include <platform/Debug.h>
+
+#include <algorithm>
+
+namespace {
+
+constexpr unsigned char accepted_byte = 0x06;
+constexpr unsigned char refused_byte = 0x15;
+constexpr unsigned longest_noise = 4190;        // without a line end
+constexpr unsigned last_index_to_extend = 4198; // so that noise with its line end fits the stream's ring
+
+bool ends_line(unsigned char byte) {
+    return byte == '\r' || byte == '\n';
+}
+
+bool separates(unsigned char byte) {
+    return byte == '\0' || ends_line(byte);
+}
+
+bool may_identify(unsigned char byte) {
+    return byte >= 0x30 && byte <= 0x7E;
+}
+
+} // namespace
+
+struct Vesk_parser::Header {
+    unsigned char c0, c1;
+    unsigned length; // of the frame, without a terminator
+
+    int identifier() const { return Vesk_message::msg_id(static_cast<char>(c0), static_cast<char>(c1)); }
+    bool is_reply() const {
+        return identifier() == Vesk_message::msg_id('R', 'E') || identifier() == Vesk_message::msg_id('E', 'R');
+    }
+};
+
+Vesk_parser::Checker::~Checker() = default;
+
+bool Vesk_parser::Dummy_checker::check(Data_stream&, unsigned short, int) {
+    return true;
+}
+
+Vesk_parser::Vesk_parser() : Vesk_parser(nullptr, false) {}
+
+Vesk_parser::Vesk_parser(Data_stream* stream, bool discard)
+    : stream_(stream),
+      synchronised_(1),
+      parse_mode_(parse_messages),
+      terminated_(true),
+      second_setting_(true),
+      keep_on_error_(false),
+      checker_(&default_checker_),
+      frame_just_taken_(false) {
+    if (discard && stream_)
+        stream_->drop_all();
+}
+
+void Vesk_parser::init() {
+    synchronised_ = 1;
+    frame_just_taken_ = false;
+    if (stream_)
+        stream_->drop_all();
+}
+
+void Vesk_parser::init(Data_stream* stream) {
+    stream_ = stream;
+    init();
+}
+
+void Vesk_parser::set_checker(Checker* checker) {
+    checker_ = checker ? checker : &default_checker_;
+}
+
+bool Vesk_parser::is_newline(int i) {
+    if (!stream_ || i < 0)
+        return false;
+    const auto index = static_cast<unsigned>(i);
+    return stream_->bytes_avail(index + 1) && ends_line((*stream_)[index]);
+}
+
+int Vesk_parser::get_packet(unsigned char* buf, int size, int& len) {
+    if (!stream_)
+        return nothing;
+    const unsigned room = static_cast<unsigned>(std::max(size, 0));
+    while (synchronised_) {
+        drop_line_end();
+        if (is_acknowledgement())
+            return take_acknowledgement(buf, room, len);
+
+        Header header{};
+        unsigned whole = 0;
+        Look look = look_at_header(header);
+        if (look == Look::complete)
+            look = look_for_end(header, whole);
+
+        if (look == Look::incomplete)
+            return nothing;
+        if (look == Look::complete)
+            return terminated_ && header.is_reply() ? take_reply(whole, buf, room, len)
+                                                    : take_frame(whole, buf, room, len);
+        if (look == Look::bad)
+            synchronised_ = 0;
+    }
+    return resynchronise(buf, room, len);
+}
+
+int Vesk_parser::get_packet(unsigned char* buf, int size) {
+    int len = 0;
+    switch (get_packet(buf, size, len)) {
+    case frame:
+        return len;
+    case noise:
+        return -len;
+    case acknowledgement:
+        Debug::Print::dprint("DTP Response unhandled\n");
+        return 0;
+    default:
+        return 0;
+    }
+}
+
+int Vesk_parser::get_packet(Vesk_message& message, int& len) {
+    return get_packet(message.get_ptr(), static_cast<int>(message.get_size()), len);
+}
+
+// Looking, without taking anything but single bytes that cannot start a frame
+
+bool Vesk_parser::is_acknowledgement() {
+    if (stream_->bytes_avail() != 1)
+        return false;
+    const unsigned char byte = (*stream_)[0];
+    return byte == accepted_byte || byte == refused_byte;
+}
+
+bool Vesk_parser::lacks_prompt() {
+    return parse_mode_ == parse_echoed_lines && stream_->bytes_avail() > 1 && (*stream_)[0] != '>' &&
+           (*stream_)[1] != '>';
+}
+
+Vesk_parser::Look Vesk_parser::look_at_header(Header& header) {
+    if (lacks_prompt())
+        return Look::bad;
+    unsigned char bytes[Vesk_message::header_size];
+    if (!stream_->bytes_avail(sizeof bytes) || !stream_->get_data(bytes, sizeof bytes, 0))
+        return Look::incomplete;
+    if (frame_just_taken_)
+        return Look::restart; // these bytes were only fetched now: they may begin with the rest of a line end
+
+    header.c0 = bytes[0];
+    header.c1 = bytes[1];
+    if (header.c0 == '\0') {
+        drop_one(counts_.separators);
+        return Look::restart;
+    }
+    if (!may_identify(header.c0) || !may_identify(header.c1))
+        return Look::bad;
+
+    const int length = glue_detail::hex_value(bytes + 2, 3);
+    if (length < 0)
+        return refuse_header();
+    header.length = Vesk_message::header_size + static_cast<unsigned>(length);
+    return accepted_by_checker(header) ? Look::complete : refuse_header();
+}
+
+Vesk_parser::Look Vesk_parser::refuse_header() {
+    if (!keep_on_error_)
+        drop_one(counts_.noise);
+    return Look::bad;
+}
+
+bool Vesk_parser::accepted_by_checker(const Header& header) {
+    if (checker_ == &default_checker_)
+        return true;
+    const int length = static_cast<int>(header.length);
+    if (checker_->check(*stream_, static_cast<unsigned short>(header.identifier()), length))
+        return true;
+    Debug::Print::dprint("Unexpected msg %c%c(%d) in %s[%d]\n", header.c0, header.c1, length,
+                         stream_->get_description(), static_cast<int>(stream_->bytes_avail()));
+    return false;
+}
+
+/// Finds out how many bytes a frame or reply takes with its terminator, once they are all there.
+Vesk_parser::Look Vesk_parser::look_for_end(const Header& header, unsigned& whole) {
+    whole = header.length + (terminated_ ? 1 : 0);
+    if (!stream_->bytes_avail(whole))
+        return Look::incomplete;
+    if (!terminated_)
+        return Look::complete;
+    if (header.is_reply())
+        return look_for_end_of_reply(whole);
+    if (ends_line((*stream_)[whole - 1]))
+        return Look::complete;
+    drop_one(counts_.noise);
+    return Look::restart;
+}
+
+/// A reply ends with an LF, which may be one byte further than its length says: some receivers count the CR in front of
+/// it and some do not.
+Vesk_parser::Look Vesk_parser::look_for_end_of_reply(unsigned& whole) {
+    const unsigned end = (*stream_)[whole - 1] == '\n' ? whole - 1 : whole;
+    if (!stream_->bytes_avail(end + 1))
+        return Look::incomplete;
+    if ((*stream_)[end] != '\n') {
+        drop_one(counts_.noise);
+        return Look::restart;
+    }
+    whole = end + 1;
+    return Look::complete;
+}
+
+/// Finds the index of the first line end, or of the last byte of the longest noise; false when neither has come.
+bool Vesk_parser::find_end_of_noise(unsigned& index) {
+    unsigned char piece[256];
+    for (index = 0; index < longest_noise;) {
+        if (!stream_->bytes_avail(index + 1))
+            return false;
+        const unsigned buffered = std::min(stream_->bytes_avail(), longest_noise);
+        const unsigned count = std::min(buffered - index, static_cast<unsigned>(sizeof piece));
+        stream_->get_data(piece, count, index);
+        const auto found = static_cast<unsigned>(std::find_if(piece, piece + count, ends_line) - piece);
+        index += found;
+        if (found < count)
+            return true;
+    }
+    index = longest_noise - 1;
+    return true;
+}
+
+// Taking
+
+int Vesk_parser::take_acknowledgement(unsigned char* buf, unsigned size, int& len) {
+    len = static_cast<int>(take(1, buf, size, counts_.acknowledgements));
+    return acknowledgement;
+}
+
+int Vesk_parser::take_reply(unsigned whole, unsigned char* buf, unsigned size, int& len) {
+    unsigned count = take(whole, buf, size, counts_.replies);
+    for (int nul = 0; nul < 2 && count < size; ++nul)
+        buf[count++] = '\0';
+    len = static_cast<int>(count); // on purpose with the NULs
+    return reply;
+}
+
+int Vesk_parser::take_frame(unsigned whole, unsigned char* buf, unsigned size, int& len) {
+    unsigned count = take(whole, buf, size, counts_.frames);
+    frame_just_taken_ = true;
+    drop_line_end();
+    if (!terminated_ && count < size)
+        buf[count++] = '\n';
+    len = static_cast<int>(count);
+    return frame;
+}
+
+int Vesk_parser::resynchronise(unsigned char* buf, unsigned size, int& len) {
+    unsigned last = 0;
+    if (!find_end_of_noise(last))
+        return nothing;
+    synchronised_ = 1;
+    while (last <= last_index_to_extend && is_newline(static_cast<int>(last + 1)))
+        ++last;
+    len = static_cast<int>(take(last + 1, buf, size, counts_.noise));
+    return noise;
+}
+
+/// Moves `count` bytes, at most `size`, from the stream to `buf`.
+unsigned Vesk_parser::take(unsigned count, unsigned char* buf, unsigned size, std::uint64_t& counted_as) {
+    count = std::min(count, size);
+    stream_->get_data(buf, count, 0);
+    stream_->drop(count);
+    counted_as += count;
+    return count;
+}
+
+void Vesk_parser::drop_one(std::uint64_t& counted_as) {
+    stream_->drop(1);
+    ++counted_as;
+}
+
+/// Drops what is buffered of the NULs, CRs and LFs behind a frame; what comes later is dropped at a later call.
+void Vesk_parser::drop_line_end() {
+    while (frame_just_taken_ && stream_->bytes_avail() > 0) {
+        if (separates((*stream_)[0]))
+            drop_one(counts_.separators);
+        else
+            frame_just_taken_ = false;
+    }
+}

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <string>
+#include <vector>
+
+/// What became of a program that a test has run.
+struct Program_result {
+    std::string output;  ///< what it wrote to standard output, as far as it was read
+    std::string errors;  ///< what it wrote to standard error
+    int status = -1;     ///< the exit status; minus the signal's number when one ended it; -1000 when it did not start
+    bool in_time = true; ///< false: it was still running at the time limit and was killed
+};
+
+/// Runs a program to its end: arguments, standard input, both outputs, exit status.
+///
+///     const Program_result result = Program(simulator, {"--epochs", "3"}).run();
+///     EXPECT_EQ(result.status, 0) << result.errors;
+///
+/// The program gets a process group of its own, which is killed whole at the time limit. Signals that the test ignores
+/// or blocks are at their default in the program.
+class Program {
+  public:
+    static constexpr int did_not_start = -1000;
+
+    /// A `path` without a slash is looked for as a shell would.
+    explicit Program(std::string path, std::vector<std::string> arguments = {});
+
+    /// What the program finds on its standard input, which then ends. Nothing, unless said.
+    Program& input(std::string bytes);
+    /// Standard output goes to a file (an existing one, "/dev/full" for one) instead of the result.
+    Program& output_to(std::string path);
+    /// The program starts without a standard output.
+    Program& without_output();
+    /// The reader of standard output goes away after `count` bytes.
+    Program& reader_leaves_after(std::size_t count);
+    /// How long the program may run; a minute, unless said.
+    Program& time_limit(std::chrono::milliseconds limit);
+
+    Program_result run() const;
+
+  private:
+    std::string path_;
+    std::vector<std::string> arguments_;
+    std::string input_;
+    std::string output_path_;
+    bool has_output_ = true;
+    std::size_t read_at_most_ = static_cast<std::size_t>(-1);
+    std::chrono::milliseconds limit_ = std::chrono::minutes(1);
+};

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <functional>
+#include <sys/select.h>
+#include <sys/time.h>
+
+/// Replaces calls that the program makes to the C library, for as long as it lives: for faults and clocks that a test
+/// cannot otherwise have. What is not set goes to the C library. One at a time; set it up before other threads start.
+///
+///     Replaced_calls calls;
+///     calls.select = [](timeval*) { errno = EINTR; return -1; };
+class Replaced_calls {
+  public:
+    Replaced_calls();
+    ~Replaced_calls();
+    Replaced_calls(const Replaced_calls&) = delete;
+    Replaced_calls& operator=(const Replaced_calls&) = delete;
+
+    /// What `select` answers, without looking at the sets, which stay as they are; may change the time left.
+    std::function<int(timeval* left)> select;
+    /// What `gettimeofday` says, in milliseconds.
+    std::function<long()> wall_clock_ms;
+};

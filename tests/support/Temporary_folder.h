@@ -1,0 +1,28 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+/// A folder of its own for a test, gone with everything in it when the test ends.
+class Temporary_folder {
+  public:
+    Temporary_folder();
+    ~Temporary_folder();
+    Temporary_folder(const Temporary_folder&) = delete;
+    Temporary_folder& operator=(const Temporary_folder&) = delete;
+
+    const std::string& path() const { return path_; }
+    /// The path of a file or folder in it, whether it exists or not.
+    std::string path(std::string_view name) const;
+
+    /// Makes a file with this content. \return its path
+    std::string make_file(std::string_view name, std::string_view content) const;
+    /// Makes a FIFO. \return its path
+    std::string make_fifo(std::string_view name) const;
+    /// Everything in a file; a failure of the test when there is no such file.
+    std::string content_of(std::string_view name) const;
+    bool has(std::string_view name) const;
+
+  private:
+    std::string path_;
+};

@@ -1,0 +1,102 @@
+#include <support/descriptors.h>
+
+#include <algorithm>
+#include <fcntl.h>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+#include <utility>
+
+bool is_open(int fd) {
+    return fcntl(fd, F_GETFD) != -1;
+}
+
+int open_descriptors() {
+    const std::filesystem::directory_iterator all("/proc/self/fd");
+    return static_cast<int>(std::distance(begin(all), end(all))) - 1; // not counting the one that looks
+}
+
+int bytes_ready(int fd) {
+    int count = -1;
+    ioctl(fd, FIONREAD, &count);
+    return count;
+}
+
+void make_non_blocking(int fd) {
+    if (fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK) != 0)
+        ADD_FAILURE() << "cannot make descriptor " << fd << " non-blocking";
+}
+
+void write_all(int fd, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t written = write(fd, bytes.data(), bytes.size());
+        if (written <= 0) {
+            ADD_FAILURE() << bytes.size() << " bytes could not be written to descriptor " << fd;
+            return;
+        }
+        bytes.remove_prefix(static_cast<std::size_t>(written));
+    }
+}
+
+std::string read_exactly(int fd, std::size_t count) {
+    constexpr int limit_ms = 10000;
+    std::string result;
+    while (result.size() < count) {
+        pollfd waiting{fd, POLLIN, 0};
+        char piece[4096];
+        ssize_t came = 0;
+        if (poll(&waiting, 1, limit_ms) == 1)
+            came = read(fd, piece, std::min(sizeof piece, count - result.size()));
+        if (came <= 0) {
+            ADD_FAILURE() << "only " << result.size() << " of " << count << " bytes came";
+            return result;
+        }
+        result.append(piece, static_cast<std::size_t>(came));
+    }
+    return result;
+}
+
+Pipe::Pipe() {
+    if (pipe2(ends_, O_CLOEXEC) != 0)
+        ADD_FAILURE() << "cannot make a pipe";
+}
+
+Pipe::~Pipe() {
+    close_reading();
+    close_writing();
+}
+
+int Pipe::take_reading() {
+    return std::exchange(ends_[0], -1);
+}
+
+int Pipe::take_writing() {
+    return std::exchange(ends_[1], -1);
+}
+
+void Pipe::close_reading() {
+    if (ends_[0] >= 0)
+        close(take_reading());
+}
+
+void Pipe::close_writing() {
+    if (ends_[1] >= 0)
+        close(take_writing());
+}
+
+int Pipe::shrink() const {
+    const int size = fcntl(ends_[1] >= 0 ? ends_[1] : ends_[0], F_SETPIPE_SZ, 1);
+    if (size <= 0)
+        ADD_FAILURE() << "cannot shrink a pipe";
+    return size;
+}
+
+std::string Pipe::drain() const {
+    std::string result;
+    for (int ready = 0; (ready = bytes_ready(ends_[0])) > 0;)
+        result += read_exactly(ends_[0], static_cast<std::size_t>(ready));
+    return result;
+}

@@ -1,0 +1,328 @@
+// Properties of the parser over whole streams: cut anywhere, damaged anywhere, hostile.
+
+#include <glue/vesk/Vesk_message.h>
+#include <glue/vesk/Vesk_parser.h>
+
+#include <support/Frame_builder.h>
+#include <support/Random.h>
+#include <support/Scripted_stream.h>
+
+#include <algorithm>
+#include <gtest/gtest.h>
+#include <numeric>
+#include <string>
+#include <vector>
+
+namespace {
+
+/// Frames without their terminator.
+std::string binary_frame(const std::string& identifier, const std::string& body) {
+    return build_frame(identifier, body, Checksum::binary, "");
+}
+
+constexpr unsigned longest_claim = 4101; // a frame of length FFF with its terminator
+
+struct Packet {
+    int kind;
+    std::string bytes;
+
+    bool operator==(const Packet& other) const { return kind == other.kind && bytes == other.bytes; }
+};
+
+void PrintTo(const Packet& packet, std::ostream* out) {
+    *out << packet.kind << testing::PrintToString(packet.bytes);
+}
+
+/// What comes out when bytes go in piece by piece; the last piece size repeats.
+struct Parsing {
+    std::vector<Packet> packets;
+    std::string left; ///< still in the stream at the end
+    Vesk_parser::Byte_counts counts;
+};
+
+Parsing parse_in_pieces(const std::string& bytes, const std::vector<std::size_t>& pieces) {
+    Parsing result;
+    Scripted_stream stream;
+    Vesk_parser parser(&stream, false);
+    std::vector<unsigned char> buffer(Vesk_parser::largest_packet);
+    std::size_t done = 0;
+    for (std::size_t i = 0; done < bytes.size(); ++i) {
+        const std::size_t wanted = pieces[std::min(i, pieces.size() - 1)];
+        const std::size_t room = Data_stream::rx_capacity - stream.bytes_avail();
+        const std::size_t count = std::min({wanted, room, bytes.size() - done});
+        stream.receive(std::string_view(bytes).substr(done, count));
+        done += count;
+        int len = 0;
+        while (const int kind = parser.get_packet(buffer.data(), static_cast<int>(buffer.size()), len)) {
+            // What belongs to one stretch of noise may come in several reports: a line end that is cut from the run it
+            // belongs to is reported by itself.
+            if (kind == Vesk_parser::noise && !result.packets.empty() && result.packets.back().kind == kind)
+                result.packets.back().bytes.append(buffer.begin(), buffer.begin() + len);
+            else
+                result.packets.push_back({kind, std::string(buffer.begin(), buffer.begin() + len)});
+        }
+    }
+    result.left = stream.buffered();
+    result.counts = parser.get_byte_counts();
+    return result;
+}
+
+Parsing parse_whole(const std::string& bytes) {
+    return parse_in_pieces(bytes, {Data_stream::rx_capacity});
+}
+
+/// Good frames: those whose checksum is right.
+std::vector<std::string> good_frames(const Parsing& parsing) {
+    std::vector<std::string> frames;
+    for (const Packet& packet : parsing.packets) {
+        std::string copy = packet.bytes;
+        const Vesk_message message(reinterpret_cast<unsigned char*>(copy.data()), static_cast<unsigned>(copy.size()));
+        if (packet.kind == Vesk_parser::frame && message.check_checksum())
+            frames.push_back(packet.bytes);
+    }
+    return frames;
+}
+
+/// Random receiver traffic, damage included.
+class Traffic {
+  public:
+    explicit Traffic(Random& random) : random_(random) {}
+
+    std::string element() {
+        switch (random_.between(0, 9)) {
+        case 0:
+            return reply();
+        case 1:
+            return random_.bytes(random_.between(1, 40));
+        case 2:
+            return random_.bytes(random_.between(0, 40)) + line_end();
+        case 3:
+            return damaged(frame());
+        case 4:
+            return damaged(reply());
+        case 5:
+            return std::string(random_.between(1, 4), '\0');
+        default:
+            return frame();
+        }
+    }
+
+    std::string frame() {
+        static const char* const identifiers[] = {"PG", "~~", "||", "PV", "SI", "00"};
+        return binary_frame(identifiers[random_.between(0, 5)], random_.bytes(random_.between(0, 60))) + line_end();
+    }
+
+    std::string damaged(std::string bytes) {
+        const std::size_t place = random_.between(0, static_cast<unsigned>(bytes.size()) - 1);
+        switch (random_.between(0, 2)) {
+        case 0:
+            bytes[place] = static_cast<char>(random_.byte());
+            break;
+        case 1:
+            bytes.erase(place, 1);
+            break;
+        default:
+            bytes.insert(place, 1, bytes[place]);
+        }
+        return bytes;
+    }
+
+  private:
+    std::string line_end() {
+        static const char* const ends[] = {"\n", "\r", "\r\n"};
+        return ends[random_.between(0, 2)];
+    }
+
+    std::string reply() {
+        const std::string text(random_.between(0, 30), 't');
+        char header[8];
+        const bool counts_cr = random_.one_in(2);
+        std::snprintf(header, sizeof header, "%s%03X", random_.one_in(2) ? "RE" : "ER",
+                      static_cast<unsigned>(text.size()) + (counts_cr ? 1 : 0));
+        return header + text + "\r\n";
+    }
+
+    Random& random_;
+};
+
+/// The two bytes that mean something else when nothing else is buffered.
+void remove_acknowledgements(std::string& bytes) {
+    std::replace(bytes.begin(), bytes.end(), '\x06', '\x05');
+    std::replace(bytes.begin(), bytes.end(), '\x15', '\x14');
+}
+
+TEST(Vesk_parser_streams, cut_anywhere_give_the_same_packets) {
+    // A single buffered 0x06 or 0x15 is an acknowledgement, and the start of something else when more is buffered: so
+    // on purpose it depends on the cut, and the bytes here are free of both. See the next test.
+    Random random;
+    Traffic traffic(random);
+    for (int round = 0; round < 60; ++round) {
+        std::string bytes;
+        while (bytes.size() < 3000)
+            bytes += traffic.element();
+        bytes += binary_frame("RD", "date") + "\n"; // a part of a line end that is left alone waits for five bytes
+        remove_acknowledgements(bytes);
+
+        const Parsing whole = parse_whole(bytes);
+        std::vector<std::size_t> at_random(300);
+        std::generate(at_random.begin(), at_random.end(), [&] { return random.between(1, 50); });
+        for (const std::vector<std::size_t>& pieces : {std::vector<std::size_t>{1}, {2}, {3}, {7}, {97}, at_random}) {
+            const Parsing cut = parse_in_pieces(bytes, pieces);
+            const auto [in_whole, in_cut] =
+                std::mismatch(whole.packets.begin(), whole.packets.end(), cut.packets.begin(), cut.packets.end());
+            ASSERT_TRUE(in_whole == whole.packets.end() && in_cut == cut.packets.end())
+                << "pieces of " << pieces[0] << ": packet " << in_whole - whole.packets.begin() << " is "
+                << (in_cut == cut.packets.end() ? "missing" : testing::PrintToString(*in_cut)) << ", of the whole "
+                << (in_whole == whole.packets.end() ? "missing" : testing::PrintToString(*in_whole));
+            ASSERT_EQ(cut.left, whole.left);
+            ASSERT_EQ(cut.counts.separators, whole.counts.separators);
+            ASSERT_EQ(cut.counts.noise, whole.counts.noise);
+        }
+    }
+}
+
+TEST(Vesk_parser_streams, an_acknowledgement_is_one_only_when_it_arrives_alone) {
+    const std::string bytes = "\x06" + binary_frame("PG", "position") + "\n";
+    EXPECT_EQ(parse_in_pieces(bytes, {1, 100}).packets,
+              (std::vector<Packet>{{Vesk_parser::acknowledgement, "\x06"}, {Vesk_parser::frame, bytes.substr(1)}}));
+    EXPECT_EQ(parse_whole(bytes).packets, (std::vector<Packet>{{Vesk_parser::noise, bytes}}));
+}
+
+TEST(Vesk_parser_streams, every_byte_is_accounted_for) {
+    Random random;
+    Traffic traffic(random);
+    for (int round = 0; round < 2000; ++round) {
+        std::string bytes;
+        while (bytes.size() < 500)
+            bytes += traffic.element();
+        const Parsing parsing = parse_in_pieces(bytes, {random.between(1, 60)});
+        ASSERT_EQ(parsing.counts.total() + parsing.left.size(), bytes.size());
+
+        std::size_t reported[5] = {};
+        for (const Packet& packet : parsing.packets)
+            reported[packet.kind] += packet.bytes.size();
+        ASSERT_EQ(parsing.counts.frames, reported[Vesk_parser::frame]);
+        ASSERT_EQ(parsing.counts.acknowledgements, reported[Vesk_parser::acknowledgement]);
+        ASSERT_GE(parsing.counts.noise, reported[Vesk_parser::noise]);
+    }
+}
+
+/// A stream of good frames of which one is to be damaged: some before it, the victim, and more than a claim of 4095
+/// bytes behind it.
+struct Damage_test : testing::Test {
+    static constexpr std::size_t before = 3;
+    static constexpr std::size_t after = 160;
+    static constexpr unsigned frame_size = 32;
+
+    /// `first` is what each body begins with. Bodies hold no line ends.
+    void build(const std::string& first) {
+        frames.clear();
+        for (std::size_t i = 0; i < before + 1 + after; ++i) {
+            std::string frame;
+            do {
+                std::string body = first;
+                while (body.size() < frame_size - 7)
+                    body += static_cast<char>(random.byte());
+                frame = binary_frame("PG", body);
+            } while (frame.find_first_of("\r\n") != std::string::npos);
+            frames.push_back(frame + "\n");
+        }
+    }
+    std::string bytes_with_victim(const std::string& victim) const {
+        const std::string none;
+        const auto middle = frames.begin() + before;
+        return std::accumulate(frames.begin(), middle, none) + victim + std::accumulate(middle + 1, frames.end(), none);
+    }
+    /// How many of the frames behind the victim did not come out; frames before it must all be there.
+    std::size_t lost_behind(const std::string& victim) const {
+        const std::vector<std::string> good = good_frames(parse_in_pieces(bytes_with_victim(victim), {500}));
+        for (std::size_t i = 0; i < before; ++i)
+            EXPECT_EQ(good.at(i), frames[i]);
+        std::size_t recovered = 0;
+        while (recovered < std::min(after, good.size() - before) &&
+               good[good.size() - 1 - recovered] == frames[frames.size() - 1 - recovered])
+            ++recovered;
+        return after - recovered;
+    }
+    template <typename Check>
+    void for_every_damage(Check check) const {
+        const std::string& whole = frames[before];
+        for (std::size_t place = 0; place < whole.size(); ++place) {
+            for (int value = 0; value < 256; ++value) {
+                std::string changed = whole;
+                changed[place] = static_cast<char>(value);
+                check(place, changed);
+            }
+            check(place, std::string(whole).erase(place, 1));
+            check(place, std::string(whole).insert(place, 1, whole[place]));
+        }
+    }
+
+    Random random;
+    std::vector<std::string> frames;
+};
+
+TEST_F(Damage_test, outside_the_length_costs_the_frame_and_at_most_the_next) {
+    build("\xF0"); // no hexadecimal digit, so that a header read one byte late is no header
+    for_every_damage([this](std::size_t place, const std::string& victim) {
+        const bool in_length = place >= 2 && place <= 4;
+        ASSERT_TRUE(in_length || lost_behind(victim) <= 1) << "at " << place << testing::PrintToString(victim);
+    });
+}
+
+TEST_F(Damage_test, of_any_kind_costs_no_more_frames_than_the_longest_claim_covers) {
+    build("");
+    std::size_t worst = 0;
+    for_every_damage([&](std::size_t, const std::string& victim) { worst = std::max(worst, lost_behind(victim)); });
+    EXPECT_LE(worst, longest_claim / frame_size + 1);
+    std::cout << "frames lost at worst behind a damaged byte: " << worst << std::endl;
+}
+
+TEST(Vesk_parser_streams, hostile_lengths_stop_nothing_for_good) {
+    const std::string good = binary_frame("RD", "date") + "\n";
+    for (const std::string digits :
+         {"000", "FFF", "fff", "FfF", "-01", "+01", " 01", "1 1", "0x1", "1e1", "...", "@@@", "\xFF\xFF\xFF"}) {
+        std::string bytes = "PG" + digits + "abc\n";
+        while (bytes.size() < longest_claim + 300)
+            bytes += good;
+        const Parsing parsing = parse_in_pieces(bytes, {64});
+        ASSERT_FALSE(parsing.packets.empty()) << digits;
+        EXPECT_EQ(parsing.packets.back(), (Packet{Vesk_parser::frame, good})) << digits;
+        EXPECT_EQ(parsing.left, "") << digits;
+    }
+}
+
+TEST(Vesk_parser_streams, pure_rubbish_never_stops_the_parser) {
+    Random random;
+    for (int round = 0; round < 200; ++round) {
+        const std::string rubbish = random.bytes(9000);
+        const Parsing parsing = parse_in_pieces(rubbish, {random.between(1, 2000)});
+        ASSERT_EQ(parsing.counts.total() + parsing.left.size(), rubbish.size());
+        ASSERT_LT(parsing.left.size(), Data_stream::rx_capacity);
+    }
+}
+
+TEST(Vesk_parser_streams, buffers_of_every_size_are_kept_to) {
+    Random random;
+    Traffic traffic(random);
+    for (int round = 0; round < 500; ++round) {
+        Scripted_stream stream;
+        Vesk_parser parser(&stream, false);
+        parser.set_terminated(!random.one_in(4));
+        parser.set_keep_on_error(random.one_in(4));
+        std::string bytes;
+        while (bytes.size() < 1000)
+            bytes += traffic.element();
+        stream.receive(bytes);
+        for (int call = 0; call < 300; ++call) {
+            const unsigned size = random.between(0, 80);
+            std::vector<unsigned char> buffer(size);
+            int len = 0;
+            if (parser.get_packet(buffer.data(), static_cast<int>(size), len) == Vesk_parser::nothing)
+                break;
+            ASSERT_LE(len, static_cast<int>(size));
+        }
+    }
+}
+
+} // namespace

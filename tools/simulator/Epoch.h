@@ -1,0 +1,24 @@
+#pragma once
+
+#include "Dilution.h"
+#include "Machine.h"
+#include "Receiver_time.h"
+#include "Sky.h"
+
+#include <vector>
+
+namespace simulator {
+
+/// Everything that the receiver knows at one moment.
+struct Epoch {
+    Receiver_time time;
+    Machine::State motion;
+    const std::vector<Sighting>& sightings;
+    Dilution dilution;
+
+    // At most one of the two; null: no almanac is due.
+    const Keplerian_almanac* first_almanac = nullptr;
+    const Nodal_almanac* second_almanac = nullptr;
+};
+
+} // namespace simulator

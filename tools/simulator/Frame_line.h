@@ -1,0 +1,40 @@
+#pragma once
+
+#include "Disturbance.h"
+
+#include <vector>
+
+namespace simulator {
+
+/// The bytes of one epoch as they go over the line: frames, what disturbs them, and line ends.
+class Frame_line {
+  public:
+    Frame_line(const Disturbance& disturbance, bool crlf) : disturbance_(disturbance), crlf_(crlf) {
+        bytes_.reserve(roomy_epoch);
+    }
+
+    void clear() { bytes_.clear(); }
+
+    /// Puts a whole frame and its line end behind what is there. The line end is no part of the frame, and is never
+    /// disturbed.
+    void append(unsigned char* frame, unsigned size) {
+        disturbance_.corrupt(frame, size);
+        bytes_.insert(bytes_.end(), frame, frame + size);
+        if (crlf_)
+            bytes_.push_back('\r');
+        bytes_.push_back('\n');
+        disturbance_.add_noise(bytes_);
+    }
+
+    const std::vector<unsigned char>& bytes() const { return bytes_; }
+
+  private:
+    /// More than an epoch with every satellite up and noise behind every frame takes.
+    static constexpr unsigned roomy_epoch = 4096;
+
+    Disturbance disturbance_;
+    bool crlf_;
+    std::vector<unsigned char> bytes_;
+};
+
+} // namespace simulator

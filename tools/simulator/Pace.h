@@ -1,0 +1,37 @@
+#pragma once
+
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <thread>
+
+namespace simulator {
+
+/// So many beats a second by the monotonic clock. Each beat's moment counts from the first one's, so that neither
+/// rounding nor a slow reader makes the pace drift; beats that are late follow each other at once.
+class Pace {
+  public:
+    /// \param rate  beats a second; 0: no waiting at all
+    explicit Pace(double rate) : rate_(rate), start_(Clock::now()) {}
+
+    /// Waits for the next beat. The first one is due at once.
+    void wait() {
+        if (rate_ > 0)
+            std::this_thread::sleep_until(start_ + due_after(beats_++));
+    }
+
+  private:
+    using Clock = std::chrono::steady_clock;
+
+    Clock::duration due_after(std::uint64_t beats) const {
+        constexpr double longest_wait = 1e9; // seconds; the clock's own range ends not far beyond
+        const std::chrono::duration<double> seconds(std::min(static_cast<double>(beats) / rate_, longest_wait));
+        return std::chrono::duration_cast<Clock::duration>(seconds);
+    }
+
+    double rate_;
+    Clock::time_point start_;
+    std::uint64_t beats_ = 0;
+};
+
+} // namespace simulator
