@@ -1,5 +1,6 @@
 #include <platform/Atime.h>
 
+#include <algorithm>
 #include <chrono>
 #include <thread>
 
@@ -11,4 +12,8 @@ Atime Atime::now() {
 void Atime::delay(int units) {
     if (units > 0)
         std::this_thread::sleep_for(std::chrono::milliseconds(units));
+}
+
+unsigned long Atime::get_elapsed_ms_since(Atime start) {
+    return static_cast<unsigned long>(std::max<std::int64_t>(now() - start, 0));
 }

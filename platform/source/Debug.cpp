@@ -1,3 +1,5 @@
+#include "readable.h"
+
 #include <platform/Debug.h>
 
 #include <array>
@@ -5,7 +7,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <execinfo.h>
 #include <mutex>
 #include <string>
@@ -14,6 +15,9 @@
 namespace Debug {
 
 namespace {
+
+using platform_detail::Readable_byte;
+using platform_detail::Time_stamp;
 
 constexpr std::size_t longest_line = 8192;
 
@@ -134,40 +138,7 @@ void add_formatted(const char* format, va_list arguments, bool at_once = false) 
 }
 
 void add_time_stamp() {
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    tm parts{};
-    gmtime_r(&now.tv_sec, &parts);
-    char text[32];
-    const int length = std::snprintf(text, sizeof text, "%02d:%02d:%02d.%03ld ", parts.tm_hour, parts.tm_min,
-                                     parts.tm_sec, now.tv_nsec / 1000000);
-    add(std::string_view(text, static_cast<std::size_t>(length)));
-}
-
-void append_readable(std::string& text, unsigned char byte) {
-    switch (byte) {
-    case '\r':
-        text += "\\r";
-        return;
-    case '\n':
-        text += "\\n";
-        return;
-    case '\t':
-        text += "\\t";
-        return;
-    case '\\':
-        text += "\\\\";
-        return;
-    default:
-        break;
-    }
-    if (byte >= 0x20 && byte <= 0x7E) {
-        text += static_cast<char>(byte);
-        return;
-    }
-    char code[8];
-    std::snprintf(code, sizeof code, "\\x%02X", byte);
-    text += code;
+    add(Time_stamp().text());
 }
 
 /// Keeps `errno` as the caller had it.
@@ -256,7 +227,7 @@ void Print::printascii(const unsigned char* data, unsigned length) {
     std::string text;
     text.reserve(length);
     for (unsigned i = 0; i < length; ++i)
-        append_readable(text, data[i]);
+        text += Readable_byte(data[i]).text();
     add(text);
 }
 

@@ -4,6 +4,8 @@
 #include <support/Captured_descriptor.h>
 #include <support/Random.h>
 #include <support/Scripted_stream.h>
+#include <support/Stream_bytes.h>
+#include <support/Vtable_slot.h>
 
 #include <platform/Binary_message.h>
 
@@ -21,12 +23,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 
 constexpr unsigned capacity = Data_stream::rx_capacity;
-
-std::string address_of(const Data_stream& stream) {
-    char text[32];
-    std::snprintf(text, sizeof text, "DS(%p)", static_cast<const void*>(&stream));
-    return text;
-}
 
 struct Data_stream_test : testing::Test {
     Scripted_stream stream;
@@ -48,7 +44,7 @@ TEST_F(Data_stream_test, starts_empty_untraced_unlocked_and_named_after_its_addr
     EXPECT_FALSE(stream.debug_writes);
     EXPECT_EQ(stream.rx_count, 0U);
     EXPECT_EQ(stream.tx_count, 0U);
-    EXPECT_EQ(stream.get_description(), address_of(stream));
+    EXPECT_EQ(stream.get_description(), plain_description(stream));
 }
 
 TEST_F(Data_stream_test, operations_without_a_medium_do_nothing_and_return_zero) {
@@ -72,6 +68,36 @@ TEST_F(Data_stream_test, logging_is_off_only_for_zero) {
 TEST_F(Data_stream_test, description_is_cut_to_31_characters_and_taken_literally) {
     EXPECT_TRUE(stream.set_description("%s%n 0123456789012345678901234567890123456789"));
     EXPECT_STREQ(stream.get_description(), "%s%n 01234567890123456789012345");
+}
+
+TEST(Data_stream_slots, stand_in_their_order) {
+    EXPECT_EQ(vtable_slot(&Data_stream::drop), 2U);
+    EXPECT_EQ(vtable_slot(&Data_stream::drop_all), 3U);
+    EXPECT_EQ(vtable_slot<unsigned (Data_stream::*)()>(&Data_stream::bytes_avail), 4U);
+    EXPECT_EQ(vtable_slot(&Data_stream::set_port_logging), 5U);
+    EXPECT_EQ(vtable_slot(&Data_stream::flush), 6U);
+    EXPECT_EQ(vtable_slot(&Data_stream::set_read_timeout), 7U);
+    EXPECT_EQ(vtable_slot(&Data_stream::set_default_read_timeout), 8U);
+    EXPECT_EQ(vtable_slot(&Data_stream::set_write_timeout), 9U);
+    EXPECT_EQ(vtable_slot(&Data_stream::set_default_write_timeout), 10U);
+    EXPECT_EQ(vtable_slot<bool (Data_stream::*)(unsigned char*, unsigned, unsigned)>(&Data_stream::get_data), 11U);
+    EXPECT_EQ(vtable_slot<int (Data_stream::*)(int)>(&Data_stream::get_data), 12U);
+    EXPECT_EQ(vtable_slot(&Data_stream::_write), 13U);
+}
+
+TEST(Data_stream_slots, other_operations_have_none) {
+    EXPECT_EQ(vtable_slot(&Data_stream::_get_data), not_virtual);
+    EXPECT_EQ(vtable_slot(&Data_stream::operator[]), not_virtual);
+    EXPECT_EQ(vtable_slot<int (Data_stream::*)(unsigned)>(&Data_stream::bytes_avail), not_virtual);
+    EXPECT_EQ(vtable_slot(&Data_stream::string_avail), not_virtual);
+    EXPECT_EQ(vtable_slot(&Data_stream::dprint), not_virtual);
+    EXPECT_EQ(vtable_slot(&Data_stream::set_description), not_virtual);
+    EXPECT_EQ(vtable_slot(&Data_stream::__write), not_virtual);
+    EXPECT_EQ(vtable_slot(&Data_stream::write_direct), not_virtual);
+    EXPECT_EQ(vtable_slot<bool (Data_stream::*)(const Binary_message&, bool)>(&Data_stream::write), not_virtual);
+    EXPECT_EQ(vtable_slot<int (Data_stream::*)(Data_stream&)>(&Data_stream::write), not_virtual);
+    EXPECT_EQ(vtable_slot(&Data_stream::vprintf), not_virtual);
+    EXPECT_EQ(vtable_slot(&Data_stream::printf), not_virtual);
 }
 
 // Counting

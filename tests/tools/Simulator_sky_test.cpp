@@ -305,6 +305,34 @@ TEST(Simulator_sky, almanacs_tell_the_unhealthy_satellite) {
     }
 }
 
+TEST(Simulator_sky, almanacs_tell_small_clock_errors_of_each_satellite_and_one_of_the_second_constellation) {
+    Heard_receiver receiver;
+    std::set<float> offsets, drifts;
+    std::set<double> system_offsets;
+    for (int i = 0; i < 108; ++i) {
+        Simulated_epoch epoch = receiver.next();
+        if (epoch.has("GA")) {
+            const auto ga = epoch.get<Msg_GA>();
+            EXPECT_LT(std::fabs(ga.get_af0()), 1e-3F);
+            EXPECT_LT(std::fabs(ga.get_af1()), 1e-11F);
+            offsets.insert(ga.get_af0());
+            drifts.insert(ga.get_af1());
+        }
+        if (epoch.has("NA")) {
+            const auto na = epoch.get<Msg_NA>();
+            EXPECT_LT(std::fabs(na.get_tau_n()), 1e-3F);
+            EXPECT_NEAR(na.get_tau_sys(), 0, 1e-6);
+            EXPECT_EQ(na.get_del_t_dt(), 0);
+            offsets.insert(na.get_tau_n());
+            system_offsets.insert(na.get_tau_sys());
+        }
+    }
+    EXPECT_EQ(offsets.size(), 54U) << "every satellite has a clock of its own";
+    EXPECT_EQ(drifts.size(), 30U);
+    EXPECT_EQ(system_offsets.size(), 1U);
+    EXPECT_NE(*system_offsets.begin(), 0);
+}
+
 TEST(Simulator_sky, satellites_that_share_a_frequency_stand_opposite_each_other) {
     Heard_receiver receiver;
     std::map<std::pair<int, int>, std::vector<int>> by_plane_and_frequency;

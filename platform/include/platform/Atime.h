@@ -11,6 +11,8 @@ class Atime {
     static Atime now();
     /// Sleeps for that many units; not at all for 0 or less. A signal does not cut it short.
     static void delay(int units);
+    /// Milliseconds that have passed since `start`; 0 when it lies ahead.
+    static unsigned long get_elapsed_ms_since(Atime start);
 
     /// Units since time zero.
     constexpr std::int64_t units() const { return units_; }

@@ -1,0 +1,61 @@
+#include <glue/data_stream/Event_receiver_data_stream.h>
+
+#include <glue/data_stream/Event_sender_data_stream.h>
+
+#include <cstdlib>
+
+Event_receiver_data_stream::Event_receiver_data_stream(Event_sender_data_stream& read_from, module_man& modules)
+    : source(read_from), waiter(modules), read_timeout_ms(default_timeout_ms), write_timeout_ms(default_timeout_ms) {}
+
+Event_receiver_data_stream::~Event_receiver_data_stream() = default;
+
+int Event_receiver_data_stream::set_read_timeout(int ms) {
+    read_timeout_ms = ms;
+    return true;
+}
+
+int Event_receiver_data_stream::set_default_read_timeout() {
+    return set_read_timeout(default_timeout_ms);
+}
+
+int Event_receiver_data_stream::set_write_timeout(int ms) {
+    write_timeout_ms = ms;
+    return true;
+}
+
+int Event_receiver_data_stream::set_default_write_timeout() {
+    return set_write_timeout(default_timeout_ms);
+}
+
+int Event_receiver_data_stream::get_data(int n) {
+    const Atime deadline = Atime::now() + read_timeout_ms;
+    source.reg_rx_waiter(&waiter, false);
+    while (n > 0) {
+        if (source.bytes_avail(1)) {
+            take_byte();
+            --n;
+        } else if (!wait_for_event(deadline)) {
+            break;
+        }
+    }
+    source.dereg_rx_waiter();
+    return n == 0;
+}
+
+/// Waits until the source announces something. False when the deadline passed first.
+bool Event_receiver_data_stream::wait_for_event(Atime deadline) {
+    waiter_event event;
+    const bool arrived = waiter.get_event(event, deadline) == 0;
+    std::free(event.payload);
+    return arrived;
+}
+
+/// Byte by byte on purpose: each reading operation of the source may fetch, refill or announce again.
+void Event_receiver_data_stream::take_byte() {
+    rx_buffer.push(source[0]); // lost when the ring is full
+    source.drop(1);
+}
+
+int Event_receiver_data_stream::_write(const unsigned char* data, unsigned int len) {
+    return source.__write(data, len);
+}

@@ -1,0 +1,75 @@
+#include <glue/data_stream/Event_sender_data_stream.h>
+
+#include <platform/module_man.h>
+#include <platform/waiter.h>
+
+#include <cstdlib>
+#include <mutex>
+#include <utility>
+
+using Lock_guard = std::lock_guard<Event_sender_data_stream>;
+
+Event_sender_data_stream::Event_sender_data_stream(module_man* modules)
+    : module_id(0), rx_waiter(nullptr), tx_waiter(nullptr), rx_quiet(false), tx_quiet(false) {
+    if (modules)
+        Event_sender_data_stream::init(*modules);
+}
+
+Event_sender_data_stream::~Event_sender_data_stream() = default;
+
+void Event_sender_data_stream::init(module_man& modules) {
+    const Lock_guard guard(*this);
+    modules.init_module(&module_id, false);
+}
+
+void Event_sender_data_stream::lock() {}
+
+void Event_sender_data_stream::unlock() {}
+
+void Event_sender_data_stream::send_rx_event(bool full) {
+    if (rx_callback)
+        rx_callback();
+    waiter_descriptor* const waiter = rx_waiter;
+    if (waiter && (full || !rx_quiet))
+        send(*waiter, full ? rx_full_event : rx_event, false, true);
+}
+
+void Event_sender_data_stream::send_tx_event(bool flag) {
+    waiter_descriptor* const waiter = tx_waiter;
+    if (waiter && (flag || !tx_quiet))
+        send(*waiter, flag ? tx_flag_event : tx_event, true, false);
+}
+
+void Event_sender_data_stream::send(waiter_descriptor& waiter, event_code code, bool urgent, bool merge) const {
+    waiter_event event;
+    event.source = module_id;
+    event.code = code;
+    waiter.send_event(event, urgent, merge);
+    std::free(event.payload); // what the waiter did not take over
+}
+
+void Event_sender_data_stream::reg_rx_waiter(waiter_descriptor* waiter, bool quiet) {
+    const Lock_guard guard(*this);
+    rx_quiet = quiet;
+    rx_waiter = waiter;
+}
+
+void Event_sender_data_stream::dereg_rx_waiter() {
+    const Lock_guard guard(*this);
+    rx_waiter = nullptr;
+}
+
+void Event_sender_data_stream::reg_tx_waiter(waiter_descriptor* waiter, bool quiet) {
+    const Lock_guard guard(*this);
+    tx_quiet = quiet;
+    tx_waiter = waiter;
+}
+
+void Event_sender_data_stream::dereg_tx_waiter() {
+    const Lock_guard guard(*this);
+    tx_waiter = nullptr;
+}
+
+void Event_sender_data_stream::set_rx_callback(std::function<void()> callback) {
+    rx_callback = std::move(callback);
+}

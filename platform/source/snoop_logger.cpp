@@ -1,0 +1,3 @@
+#include <platform/snoop_logger.h>
+
+void (*snoop_logger)(const char* text, unsigned int length) = nullptr;

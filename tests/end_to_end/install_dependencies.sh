@@ -1,0 +1,38 @@
+#!/usr/bin/env bash
+# usage: install_dependencies.sh SOURCE
+# With everything there the script is silent and needs no apt-get; with something missing and no way to install it, it
+# says so.
+set -euo pipefail
+script=$1/scripts/install_dependencies
+folder=$(mktemp -d)
+trap 'rm -rf "$folder"' EXIT
+
+fail() {
+    echo "$1" >&2
+    exit 1
+}
+tool() { printf '#!/bin/sh\n%s\n' "$2" >"$folder/$1" && chmod +x "$folder/$1"; }
+
+# A machine without apt-get and sudo, on which dpkg-query answers as told.
+for name in bash env id; do ln -s "$(command -v $name)" "$folder/$name"; done
+tool dpkg-query 'echo installed'
+output=$(PATH=$folder "$script" 2>&1) || fail "failed with everything there: $output"
+[[ -z $output ]] || fail "not silent with everything there: $output"
+
+tool dpkg-query 'case "$*" in *ninja-build*) exit 1;; *) echo installed;; esac'
+if output=$(PATH=$folder "$script" 2>&1); then fail "no complaint about a missing package"; fi
+[[ $output == *"no apt-get"*": ninja-build" ]] || fail "unclear: $output"
+
+# With apt-get, as root: only what is missing is asked for.
+ln -s "$(command -v cat)" "$folder/cat"
+tool apt-get "echo \"\$*\" >>'$folder/asked'"
+tool id 'echo 0'
+output=$(PATH=$folder "$script" 2>&1) || fail "failed to install: $output"
+asked=$(cat "$folder/asked")
+[[ $asked == *"install "*" ninja-build" ]] || fail "asked apt-get for: $asked"
+
+# Not root and no sudo: a clear message.
+tool id 'echo 1000'
+if output=$(PATH=$folder "$script" 2>&1); then fail "no complaint without root and sudo"; fi
+[[ $output == *"As root: apt-get install ninja-build"* ]] || fail "unclear: $output"
+echo "the list is checked offline, and what is missing is named"

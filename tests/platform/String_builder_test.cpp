@@ -1,0 +1,88 @@
+#include <platform/String_builder.h>
+
+#include <gtest/gtest.h>
+#include <string>
+
+namespace {
+
+const unsigned char* bytes(const char* text) {
+    return reinterpret_cast<const unsigned char*>(text);
+}
+
+TEST(String_builder_test, starts_empty_and_terminated) {
+    const String_builder<5> text;
+    EXPECT_STREQ(text.text(), "");
+    EXPECT_EQ(text.length(), 0U);
+    EXPECT_EQ(text.room(), 5U);
+}
+
+TEST(String_builder_test, holds_as_many_characters_as_its_capacity) {
+    String_builder<5> text;
+    EXPECT_TRUE(text.append("abc"));
+    EXPECT_TRUE(text.append("de"));
+    EXPECT_STREQ(text.text(), "abcde");
+    EXPECT_EQ(text.room(), 0U);
+    EXPECT_TRUE(text.append(""));
+    EXPECT_FALSE(text.append("f"));
+    EXPECT_EQ(text.view(), "abcde");
+}
+
+TEST(String_builder_test, keeps_the_part_that_fits) {
+    String_builder<5> text;
+    EXPECT_FALSE(text.append("abcdefg"));
+    EXPECT_STREQ(text.text(), "abcde");
+    text.clear();
+    EXPECT_STREQ(text.text(), "");
+    EXPECT_FALSE(text.append_format("%d", 1234567));
+    EXPECT_STREQ(text.text(), "12345");
+    EXPECT_EQ(text.length(), 5U);
+}
+
+TEST(String_builder_test, formats_behind_what_is_there) {
+    String_builder<20> text;
+    text.append("a=");
+    EXPECT_TRUE(text.append_format("%d;%s", 5, "b"));
+    EXPECT_STREQ(text.text(), "a=5;b");
+}
+
+TEST(String_builder_test, format_that_just_fits_is_whole) {
+    String_builder<5> text;
+    EXPECT_TRUE(text.append_format("%s", "abcde"));
+    EXPECT_STREQ(text.text(), "abcde");
+}
+
+TEST(String_builder_test, what_cannot_be_formatted_leaves_the_text_as_it_was) {
+    String_builder<20> text;
+    text.append("abc");
+    const wchar_t no_character[] = {static_cast<wchar_t>(0x7FFFFFFF), 0};
+    EXPECT_FALSE(text.append_format("xyz%ls", no_character));
+    EXPECT_STREQ(text.text(), "abc");
+}
+
+TEST(String_builder_test, time_stamp_is_the_time_of_day) {
+    String_builder<20> text;
+    EXPECT_TRUE(text.append_ts());
+    EXPECT_EQ(text.length(), 13U);
+    for (unsigned i = 0; i < 13; ++i) {
+        const char form = "00:00:00.000 "[i];
+        const char c = text.text()[i];
+        EXPECT_TRUE(form == '0' ? c >= '0' && c <= '9' : c == form) << text.text();
+    }
+}
+
+TEST(String_builder_test, bytes_become_readable) {
+    String_builder<100> text;
+    EXPECT_EQ(text.append_ascii_esc(bytes("a \\~\r\n\t\x7F\x01\xFF"), 10), 10U);
+    EXPECT_STREQ(text.text(), "a \\\\~\\r\\n\\t\\x7F\\x01\\xFF");
+}
+
+TEST(String_builder_test, byte_whose_readable_form_does_not_fit_is_not_taken) {
+    String_builder<6> text;
+    EXPECT_EQ(text.append_ascii_esc(bytes("abc\x01z"), 5), 3U);
+    EXPECT_STREQ(text.text(), "abc");
+    text.clear();
+    EXPECT_EQ(text.append_ascii_esc(bytes("\x01z"), 2), 2U);
+    EXPECT_STREQ(text.text(), "\\x01z");
+}
+
+} // namespace
