@@ -10,7 +10,6 @@
 #include <csignal>
 #include <cstring>
 #include <optional>
-#include <stdio_ext.h>
 #include <string>
 
 namespace {
@@ -49,13 +48,6 @@ void describe(CLI::App& app, Command_line& line) {
         "1 for a wrong option, an input that cannot be opened or read, or an output that fails.");
 }
 
-/// What an output that failed has not taken is not offered to it again when the program exits: a reader that is stuck
-/// would hold that up.
-void give_up_failed_output() {
-    if (std::ferror(stdout))
-        __fpurge(stdout);
-}
-
 int monitor(const CLI::App& app, const Command_line& line) {
     Receiver_input input;
     if (line.device && !input.open_device(*line.device))
@@ -63,11 +55,8 @@ int monitor(const CLI::App& app, const Command_line& line) {
 
     const Interrupt interrupt;
     Monitor monitor(line.monitor, input, interrupt, stdout);
-    const Monitor::End end = monitor.run();
-    const int error = errno;
-    give_up_failed_output();
-    if (end == Monitor::End::output_failed)
-        return complain(app, std::string("cannot write to standard output: ") + std::strerror(error));
+    if (monitor.run() == Monitor::End::output_failed)
+        return complain(app, std::string("cannot write to standard output: ") + std::strerror(errno));
     if (input.error() != 0) {
         complain(app, "cannot read " + line.device.value_or("standard input") + ": " + std::strerror(input.error()));
         if (input.arrived() == 0)

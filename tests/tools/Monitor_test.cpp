@@ -1,6 +1,7 @@
 // The monitor without its command line. Its account of the bytes: Monitor_account_test.cpp.
 
 #include "monitored_link.h"
+#include "much_to_print.h"
 
 #include <support/Captured_descriptor.h>
 #include <support/Frame_builder.h>
@@ -293,24 +294,23 @@ TEST(Monitor_ends, never_for_an_output_that_fails_when_quiet) {
 }
 
 TEST(Monitor_ends, at_an_interrupt_though_the_reader_of_its_output_is_stuck) {
-    std::string much;
-    for (std::uint32_t i = 0; i < 20000; ++i)
-        much += time_frame(i);
-    const Standard_input standard(much);
-    Receiver_input input;
-    const Interrupt interrupt;
-    const Ignored_signal no_pipe_signal(SIGPIPE);
-    Pipe stuck;
-    std::FILE* const output = fdopen(stuck.take_writing(), "w");
-    std::atomic<bool> ended{false};
-    std::thread user([&, process = getpid(), monitoring = pthread_self()] {
-        EXPECT_TRUE(eventually([&] { return bytes_ready(stuck.reading()) > 0 && sleeps(process); }));
-        pthread_kill(monitoring, SIGINT);
-        EXPECT_TRUE(eventually([&] { return ended.load(); }));
-        stuck.close_reading();
-    });
-    EXPECT_EQ(Monitor({}, input, interrupt, output).run(), Monitor::End::interrupt);
-    ended = true;
-    user.join();
-    std::fclose(output);
+    for (const unsigned entries : {50U, 100U, 200U, 250U}) {
+        const Standard_input standard(much_to_print(entries));
+        Receiver_input input;
+        const Interrupt interrupt;
+        const Ignored_signal no_pipe_signal(SIGPIPE);
+        Pipe stuck;
+        std::FILE* const output = fdopen(stuck.take_writing(), "w");
+        std::atomic<bool> ended{false};
+        std::thread user([&, process = getpid(), monitoring = pthread_self()] {
+            EXPECT_TRUE(eventually([&] { return bytes_ready(stuck.reading()) > 50000 && sleeps(process); }));
+            pthread_kill(monitoring, SIGINT);
+            EXPECT_TRUE(eventually([&] { return ended.load(); }));
+            stuck.close_reading();
+        });
+        EXPECT_EQ(Monitor({}, input, interrupt, output).run(), Monitor::End::interrupt);
+        ended = true;
+        user.join();
+        std::fclose(output);
+    }
 }

@@ -4,9 +4,9 @@
 #include <support/Pty_pair.h>
 #include <support/Replaced_calls.h>
 #include <support/Standard_input.h>
+#include <support/Stream_bytes.h>
 #include <support/Temporary_folder.h>
 #include <support/descriptors.h>
-#include <support/Stream_bytes.h>
 #include <support/waiting.h>
 
 #include <cerrno>

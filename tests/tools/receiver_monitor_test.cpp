@@ -1,5 +1,6 @@
 // The program as a user runs it.
 
+#include "much_to_print.h"
 #include "summary_text.h"
 
 #include <support/Frame_builder.h>
@@ -217,25 +218,24 @@ TEST(receiver_monitor, an_interrupt_ends_it_with_its_summary) {
 }
 
 TEST(receiver_monitor, an_interrupt_ends_it_though_its_reader_is_stuck) {
-    const Temporary_folder folder;
-    std::string much;
-    for (int i = 0; i < 20000; ++i)
-        much += frame;
-    const std::string fifo = folder.make_fifo("stuck");
-    const int stuck = open(fifo.c_str(), O_RDWR | O_CLOEXEC);
-    const Program_result result =
-        monitor_with({"--device", folder.make_file("frames", much)})
-            .output_to(fifo)
-            .time_limit(std::chrono::seconds(20))
-            .once_started([&](pid_t pid) {
-                EXPECT_TRUE(eventually([&] { return bytes_ready(stuck) > 0 && sleeps(pid); }));
-                send_signal(pid, SIGINT);
-            })
-            .run();
-    close(stuck);
-    EXPECT_TRUE(result.in_time);
-    EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(Summary(result.errors).account.arrived, Summary(result.errors).account.sum());
+    for (const unsigned entries : {50U, 100U, 200U, 250U}) {
+        const Temporary_folder folder;
+        const std::string fifo = folder.make_fifo("stuck");
+        const int stuck = open(fifo.c_str(), O_RDWR | O_CLOEXEC);
+        const auto interrupt_when_stuck = [&](pid_t pid) {
+            EXPECT_TRUE(eventually([&] { return bytes_ready(stuck) > 50000 && sleeps(pid); }));
+            send_signal(pid, SIGINT);
+        };
+        const Program_result result = monitor_with({"--device", folder.make_file("frames", much_to_print(entries))})
+                                          .output_to(fifo)
+                                          .time_limit(std::chrono::seconds(20))
+                                          .once_started(interrupt_when_stuck)
+                                          .run();
+        close(stuck);
+        EXPECT_TRUE(result.in_time);
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(Summary(result.errors).account.arrived, Summary(result.errors).account.sum());
+    }
 }
 
 // ---- Exit status ----
@@ -295,17 +295,11 @@ TEST(receiver_monitor, closed_standard_error_harms_nothing_else) {
 TEST(receiver_monitor, full_disk_is_one_line_and_status_1) {
     const std::string message = "receiver_monitor: cannot write to standard output: No space left on device";
     expect_failure(monitor_with({}).input(frame).output_to("/dev/full").run(), message);
-    std::string much;
-    for (int i = 0; i < 20000; ++i)
-        much += frame;
-    expect_failure(monitor_with({}).input(much).output_to("/dev/full").run(), message);
+    expect_failure(monitor_with({}).input(much_to_print()).output_to("/dev/full").run(), message);
 }
 
 TEST(receiver_monitor, reader_that_goes_away_is_one_line_and_status_1) {
-    std::string much;
-    for (int i = 0; i < 20000; ++i)
-        much += frame;
-    const Program_result result = monitor_with({}).input(much).reader_leaves_after(1000).run();
+    const Program_result result = monitor_with({}).input(much_to_print()).reader_leaves_after(1000).run();
     expect_failure(result, "receiver_monitor: cannot write to standard output: Broken pipe");
 }
 
