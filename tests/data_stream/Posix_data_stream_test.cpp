@@ -6,6 +6,7 @@
 #include <support/Pty_pair.h>
 #include <support/Stream_bytes.h>
 #include <support/Temporary_folder.h>
+#include <support/Vtable_slot.h>
 #include <support/descriptors.h>
 
 #include <cstdarg>
@@ -46,6 +47,18 @@ using Posix_data_stream_opening = Posix_data_stream_test;
 using Posix_data_stream_replacing = Posix_data_stream_test;
 using Posix_data_stream_closing = Posix_data_stream_test;
 using Posix_data_stream_line_commands = Posix_data_stream_test;
+
+// ---- The order of the virtual operations ----
+
+TEST(Posix_data_stream_slots, opening_comes_first_in_its_order_and_closing_has_none) {
+    EXPECT_EQ(vtable_slot(&Posix_data_stream::open), 2U);
+    EXPECT_EQ(vtable_slot(&Posix_data_stream::open_read), 3U);
+    EXPECT_EQ(vtable_slot(&Posix_data_stream::open_write), 4U);
+    EXPECT_EQ(vtable_slot(&Posix_data_stream::close), not_virtual);
+    EXPECT_EQ(vtable_slot(&Posix_data_stream::close_read), not_virtual);
+    EXPECT_EQ(vtable_slot(&Posix_data_stream::close_write), not_virtual);
+    EXPECT_EQ(vtable_slot(&Posix_data_stream::init_commander), not_virtual);
+}
 
 // ---- Naming ----
 
