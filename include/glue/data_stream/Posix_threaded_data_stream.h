@@ -124,25 +124,27 @@ class GLUE_EXPORT Posix_threaded_data_stream : public Posix_data_stream, public 
     static bool waits_when_congested(const unsigned char* rest, unsigned int count);
 
   protected:
-    /// Wakes the thread, to look at the descriptors and the transmit ring anew.
-    void wake();
+    /// Wakes the thread, to look at the descriptors and the transmit ring anew. \return whether it could be told
+    bool wake();
 
   private:
-    struct Reader;
+    class Reader;
     enum class Delivery { as_much_as_fits, whole_or_nothing };
 
-    int _write(const unsigned char* data, unsigned int len, Delivery delivery);
-    unsigned int write_at_once(const unsigned char* data, unsigned int len);
-    void queue(const unsigned char* data, unsigned int len);
-    int wait_for_room(unsigned int count);
-    unsigned int transmit_room();
-    void log_port(data_stream_logging_t direction, const char* tag, const unsigned char* data, unsigned int len) const;
-
+    bool run_when(bool opened);
+    bool in_reader_thread() const;
     static void reader_tasker(Posix_threaded_data_stream* stream);
     void reader_task();
-    bool in_reader_thread() const;
     bool notify(char command) const;
     void forget_requests();
+
+    int _write(const unsigned char* data, unsigned int len, Delivery delivery);
+    int write_unbuffered(const unsigned char* data, unsigned int len);
+    unsigned int write_at_once(const unsigned char* data, unsigned int len);
+    void tell_of_queued_bytes();
+    unsigned int transmit_room();
+    void queue_when_there_is_room(const unsigned char* data, unsigned int len);
+    void log_port(data_stream_logging_t direction, const char* tag, const unsigned char* data, unsigned int len) const;
 
     char short_name[5];
     std::shared_ptr<std::thread> reader_thread;
