@@ -1,6 +1,6 @@
 #include <glue/vesk/Vesk_message.h>
 
-#include "hex_digits.h"
+#include "../hex_digits.h"
 #include "line_end.h"
 
 #include <algorithm>

@@ -12,7 +12,7 @@
 #include <glue/data_stream/Data_stream.h>
 #include <glue/vesk/Vesk_message.h>
 
-#include "hex_digits.h"
+#include "../hex_digits.h"
 #include "line_end.h"
 
 #include <platform/Debug.h>

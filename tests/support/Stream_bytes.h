@@ -8,6 +8,14 @@
 #include <string>
 #include <string_view>
 
+/// Bytes of which no short stretch repeats.
+inline std::string numbered(std::size_t count) {
+    std::string bytes;
+    for (std::size_t i = 0; i < count; ++i)
+        bytes += static_cast<char>(i % 251);
+    return bytes;
+}
+
 /// Writes the bytes of a text; what `__write` returned.
 inline int write_bytes(Data_stream& stream, const std::string& bytes) {
     return stream.__write(bytes_of(bytes), static_cast<unsigned>(bytes.size()));

@@ -2,6 +2,7 @@
 
 #include <glue/data_stream/Data_stream.h>
 
+#include <atomic>
 #include <sys/types.h>
 
 /// The stream over a pair of file descriptors, one to read and one to write, possibly the same: devices, FIFOs, pipes,
@@ -115,8 +116,9 @@ class GLUE_EXPORT Posix_data_stream : public virtual Data_stream {
     int get_write_fd() const { return write_fd; }
 
   protected:
-    int read_fd;
-    int write_fd;
+    // Atomic because a derived class reads and writes them in different threads.
+    std::atomic<int> read_fd;
+    std::atomic<int> write_fd;
     int read_timeout_ms;
     int write_timeout_ms;
     const char* name_prefix;

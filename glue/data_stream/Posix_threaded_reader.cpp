@@ -1,0 +1,300 @@
+#include "Posix_threaded_reader.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <mutex>
+#include <poll.h>
+#include <string_view>
+#include <sys/select.h>
+#include <unistd.h>
+
+namespace {
+
+/// How long what failed, or is at its end, is let alone; and how often requests are looked for without a pipe.
+constexpr int rest_ms = 100;
+
+constexpr unsigned read_size = 256;
+constexpr unsigned send_size = 1024;
+constexpr unsigned requests_at_once = 32;
+
+/// How often room in a full receive ring is looked for, 1 ms apart.
+constexpr int attempts_to_deliver = 500;
+
+using Stream_lock = std::lock_guard<Posix_threaded_data_stream>;
+
+/// The descriptors that one `select` waits for, and for how long.
+class Select {
+  public:
+    Select() {
+        FD_ZERO(&readable);
+        FD_ZERO(&writable);
+    }
+
+    /// \return whether it can be waited for
+    bool add_reading(int fd) { return add(fd, readable); }
+    bool add_writing(int fd) { return add(fd, writable); }
+    void wait_at_most(std::int64_t ms) { limit_ms = limited() ? std::min(limit_ms, ms) : ms; }
+    bool limited() const { return limit_ms >= 0; }
+
+    int wait() {
+        timeval limit{};
+        if (limited()) {
+            limit.tv_sec = static_cast<time_t>(limit_ms / 1000);
+            limit.tv_usec = static_cast<suseconds_t>(limit_ms % 1000 * 1000);
+        }
+        return ::select(highest + 1, &readable, &writable, nullptr, limited() ? &limit : nullptr);
+    }
+
+    bool is_readable(int fd) const { return FD_ISSET(fd, &readable); }
+    bool is_writable(int fd) const { return FD_ISSET(fd, &writable); }
+
+  private:
+    bool add(int fd, fd_set& set) {
+        if (fd < 0 || fd >= FD_SETSIZE) // its bit would lie outside the set
+            return false;
+        FD_SET(fd, &set);
+        highest = std::max(highest, fd);
+        return true;
+    }
+
+    fd_set readable;
+    fd_set writable;
+    int highest = -1;
+    std::int64_t limit_ms = -1;
+};
+
+bool line_is_gone(int error) {
+    return error == EIO || error == ENODEV || error == ENXIO;
+}
+
+} // namespace
+
+// ---- Condition ----
+
+bool Posix_threaded_data_stream::Reader::Condition::failed(int error) {
+    const bool is_new = error != last_error;
+    last_error = error;
+    return is_new;
+}
+
+void Posix_threaded_data_stream::Reader::Condition::rest(int fd) {
+    resting_fd = fd;
+    rests_until = Atime::now() + rest_ms;
+}
+
+std::int64_t Posix_threaded_data_stream::Reader::Condition::rest_left(int fd) const {
+    return fd == resting_fd ? std::max<std::int64_t>(rests_until - Atime::now(), 0) : 0;
+}
+
+// ---- The loop ----
+
+void Posix_threaded_data_stream::Reader::run() {
+    while (!stream.stopping) {
+        const Ready ready = wait();
+        if (ready.requests && take_requests())
+            continue; // everything may be different after a pause
+        if (!ready.input)
+            announce_when_quiet();
+        if (ready.output)
+            send_queued();
+        if (ready.input)
+            receive();
+    }
+}
+
+Posix_threaded_data_stream::Reader::Ready Posix_threaded_data_stream::Reader::wait() {
+    const int requests = stream.notify_pipe[0];
+    const int input = stream.read_fd;
+    const int output = stream.write_fd;
+    const std::int64_t input_rest = input_condition.rest_left(input);
+    const std::int64_t output_rest = output_condition.rest_left(output);
+    const bool has_output = bytes_are_queued();
+
+    Select select;
+    const bool hears = select.add_reading(requests);
+    const bool reads = input_rest == 0 && select.add_reading(input);
+    const bool sends = has_output && output_rest == 0 && select.add_writing(output);
+    if (!hears)
+        select.wait_at_most(rest_ms);
+    if (input_rest > 0)
+        select.wait_at_most(input_rest);
+    if (has_output && output_rest > 0)
+        select.wait_at_most(output_rest);
+    if (stream.rx_event_pending)
+        select.wait_at_most(quiet_time_left());
+
+    const int count = select.wait();
+    Ready ready;
+    ready.requests = true; // also when the wait has failed, or there is no pipe to wait for
+    if (count < 0) {
+        handle_failed_select();
+        return ready;
+    }
+    select_condition.worked();
+    if (count > 0) {
+        ready.requests = !hears || select.is_readable(requests);
+        ready.output = sends && select.is_writable(output);
+        ready.input = reads && select.is_readable(input);
+    } else if (!select.limited()) {
+        std::fputs("select(), should not have timed out", stderr);
+        hold_off();
+    }
+    return ready;
+}
+
+void Posix_threaded_data_stream::Reader::handle_failed_select() {
+    const int error = errno;
+    const bool is_new = select_condition.failed(error);
+    if (is_new)
+        report_failed_select();
+    if (error != EINTR || !is_new)
+        hold_off();
+}
+
+/// Waits a while, for requests alone.
+void Posix_threaded_data_stream::Reader::hold_off() const {
+    pollfd requests{stream.notify_pipe[0], POLLIN, 0};
+    ::poll(&requests, 1, rest_ms);
+}
+
+bool Posix_threaded_data_stream::Reader::bytes_are_queued() const {
+    if (!stream.write_buffering)
+        return false;
+    const std::lock_guard<Mutex> guard(stream.tx_lock);
+    return !stream.tx_ring.empty();
+}
+
+// ---- Requests and announcements ----
+
+/// "n" and "q" have done their work by waking the thread. \return whether there was a pause
+bool Posix_threaded_data_stream::Reader::take_requests() {
+    char requests[requests_at_once];
+    const ssize_t count = ::read(stream.notify_pipe[0], requests, sizeof requests);
+    stream.wake_on_way = false; // from here on, whoever changes something wakes the thread anew
+    const std::string_view seen(requests, count > 0 ? static_cast<std::size_t>(count) : 0);
+    if (stream.stopping || seen.find('p') == seen.npos)
+        return false;
+    stream.pause_gate.acquire();
+    return true;
+}
+
+void Posix_threaded_data_stream::Reader::announce_when_quiet() {
+    if (!stream.rx_event_pending || quiet_time_left() > 0)
+        return;
+    stream.rx_event_pending = false;
+    const Stream_lock guard(stream);
+    stream.Event_sender_data_stream::send_rx_event(false);
+}
+
+/// In milliseconds, rounded up: the quiet time is never cut short.
+std::int64_t Posix_threaded_data_stream::Reader::quiet_time_left() const {
+    const std::int64_t quiet = stream.rx_event_timeout_ms;
+    return std::max<std::int64_t>(last_input + (quiet + 1) - Atime::now(), 0);
+}
+
+// ---- Sending ----
+
+void Posix_threaded_data_stream::Reader::send_queued() {
+    unsigned char piece[send_size];
+    const int fd = stream.write_fd;
+    bool was_full;
+    ssize_t sent;
+    {
+        const std::lock_guard<Mutex> guard(stream.tx_lock);
+        was_full = stream.tx_ring.full();
+        sent = ::write(fd, piece, stream.tx_ring.peek(piece, send_size, 0));
+        if (sent > 0)
+            stream.tx_ring.consume(static_cast<unsigned int>(sent));
+    }
+    if (sent < 0)
+        handle_failed_write(fd);
+    if (sent <= 0)
+        return;
+    output_condition.worked();
+    stream.log_port(log_writes, "WRB", piece, static_cast<unsigned int>(sent));
+    if (was_full) {
+        const Stream_lock guard(stream); // a waiter that deregisters is not told any more
+        stream.send_tx_event(true);
+    }
+}
+
+/// The bytes stay in the ring.
+void Posix_threaded_data_stream::Reader::handle_failed_write(int fd) {
+    const int error = errno;
+    if (error == EINTR || error == EAGAIN)
+        return;
+    if (output_condition.failed(error))
+        std::perror("ptds write");
+    output_condition.rest(fd);
+}
+
+// ---- Receiving ----
+
+void Posix_threaded_data_stream::Reader::receive() {
+    unsigned char chunk[read_size];
+    const int fd = stream.read_fd;
+    const ssize_t count = ::read(fd, chunk, sizeof chunk);
+    if (count > 0) {
+        input_condition.worked();
+        last_input = Atime::now();
+        stream.log_port(log_reads, "RD", chunk, static_cast<unsigned int>(count));
+        deliver(chunk, static_cast<unsigned int>(count));
+    } else if (count == 0) {
+        handle_end_of_file(fd);
+    } else if (errno != EAGAIN) {
+        handle_failed_read(fd);
+    }
+}
+
+void Posix_threaded_data_stream::Reader::handle_failed_read(int fd) {
+    const int error = errno;
+    const bool is_new = input_condition.failed(error);
+    if (is_new)
+        std::perror("read(), Posix_data_stream::get_data");
+    if (line_is_gone(error))
+        handle_end_of_file(fd);
+    else if (error != EINTR || !is_new)
+        input_condition.rest(fd);
+}
+
+void Posix_threaded_data_stream::Reader::handle_end_of_file(int fd) {
+    stream.handle_close();
+    if (stream.read_fd == fd)
+        input_condition.rest(fd);
+}
+
+void Posix_threaded_data_stream::Reader::deliver(const unsigned char* bytes, unsigned int count) {
+    if (deliver_at_once(bytes, count))
+        return;
+    for (int attempt = 1; attempt <= attempts_to_deliver; ++attempt) {
+        const unsigned int taken = deliver_what_fits(bytes, count);
+        bytes += taken;
+        count -= taken;
+        if (count == 0 || stream.stopping)
+            return;
+        if (taken > 0)
+            attempt = 1;
+        Atime::delay(1);
+    }
+    std::fputs("CLIENT TOO SLOW!!!!!!!!!!!!!!!!!!!!\n\n", stderr);
+    const Stream_lock guard(stream);
+    stream.send_rx_event(true);
+}
+
+bool Posix_threaded_data_stream::Reader::deliver_at_once(const unsigned char* bytes, unsigned int count) {
+    const Stream_lock guard(stream);
+    if (stream.rx_buffer.room() < count)
+        return false;
+    stream.rx_buffer.append(bytes, count);
+    stream.send_rx_event(false);
+    return true;
+}
+
+unsigned int Posix_threaded_data_stream::Reader::deliver_what_fits(const unsigned char* bytes, unsigned int count) {
+    const Stream_lock guard(stream);
+    const unsigned int taken = stream.rx_buffer.append(bytes, count);
+    if (taken > 0)
+        stream.send_rx_event(true);
+    return taken;
+}
