@@ -1,5 +1,7 @@
 #include <glue/data_stream/Posix_data_stream.h>
 
+#include "descriptors.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
@@ -16,18 +18,6 @@ namespace {
 /// The descriptors below are the standard ones.
 constexpr int first_own_descriptor = 3;
 constexpr int no_limit = -1;
-
-/// The descriptor, or a copy of it out of the standard ones' range: a process that runs without standard streams gets
-/// their numbers for what it opens, and streams never close those.
-int above_standard(int fd) {
-    if (fd < 0 || fd >= first_own_descriptor)
-        return fd;
-    const int copy = fcntl(fd, F_DUPFD, first_own_descriptor);
-    const int error = errno;
-    ::close(fd);
-    errno = error;
-    return copy;
-}
 
 int flags_of(int access, bool create, bool blocking, bool append) {
     return access | (create ? O_CREAT : 0) | (blocking ? 0 : O_NONBLOCK) | (append ? O_APPEND : 0);
