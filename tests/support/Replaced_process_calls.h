@@ -4,8 +4,8 @@
 #include <sys/types.h>
 #include <wordexp.h>
 
-/// Replaces calls that the program makes to the C library to start and end child processes, for as long as it lives. What
-/// is not set goes to the C library. One at a time; set it up before other threads start.
+/// Replaces calls that the program makes to the C library to start and end child processes, for as long as it lives.
+/// What is not set goes to the C library. One at a time; set it up before other threads start.
 class Replaced_process_calls {
   public:
     Replaced_process_calls();
