@@ -77,6 +77,17 @@ void leave_to_detached_thread(int pid) {
     }
 }
 
+/// The command line of a specification; empty when it has none. The expression finds where it begins; the rest is not
+/// left to it, because the standard library's matching takes stack for every character that it repeats.
+std::string command_of(const char* spec) {
+    static const std::regex beginning("exec:['\"]?([^'\"])");
+    std::cmatch match;
+    if (!std::regex_search(spec, match, beginning))
+        return {};
+    const char* const command = match[1].first;
+    return {command, std::strcspn(command, "'\"")};
+}
+
 /// The words that a shell would make of a text.
 class Split_words {
   public:
@@ -100,11 +111,9 @@ class Split_words {
 } // namespace
 
 Process_data_stream* Process_data_stream::create(module_man& modules, const char* spec, const char* const* envp) {
-    static const std::regex form("exec:['\"]?([^'\"]+)['\"]?");
-    std::cmatch match;
-    if (!std::regex_search(spec, match, form))
+    const std::string command = command_of(spec);
+    if (command.empty())
         return nullptr;
-    const std::string command = match.str(1);
     const Split_words words(command.c_str());
     if (!words.done()) {
         std::fprintf(stderr, "Could not parse %s\n", command.c_str());

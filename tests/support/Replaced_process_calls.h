@@ -5,7 +5,7 @@
 #include <wordexp.h>
 
 /// Replaces calls that the program makes to the C library to start and end child processes, for as long as it lives.
-/// What is not set goes to the C library. One at a time; set it up before other threads start.
+/// What is not set goes to the C library. One at a time; set it up before other threads make such calls.
 class Replaced_process_calls {
   public:
     Replaced_process_calls();
