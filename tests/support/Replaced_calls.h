@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <sys/select.h>
+#include <sys/socket.h>
 #include <sys/time.h>
 
 /// Replaces calls that the program makes to the C library, for as long as it lives: for faults and clocks that a test
@@ -20,4 +21,8 @@ class Replaced_calls {
     std::function<int(timeval* left)> select;
     /// What `gettimeofday` says, in milliseconds.
     std::function<long()> wall_clock_ms;
+    /// What `bind` answers to an address.
+    std::function<int(const sockaddr* address)> bind;
+    /// Whether `accept4` fails, with the `errno` that this sets.
+    std::function<bool()> accept4_fails;
 };

@@ -1,0 +1,46 @@
+#include <support/Replaced_delays.h>
+
+#include <platform/Atime.h>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+#include <utility>
+
+namespace {
+
+std::atomic<Replaced_delays*> replacement{nullptr};
+
+} // namespace
+
+/// The test program's own, which the dynamic linker takes instead of the platform's.
+void Atime::delay(int units) {
+    if (Replaced_delays* const instead = replacement)
+        instead->note(units);
+    else if (units > 0)
+        std::this_thread::sleep_for(std::chrono::milliseconds(units));
+}
+
+Replaced_delays::Replaced_delays(std::function<void(std::size_t)> meanwhile) : meanwhile_(std::move(meanwhile)) {
+    replacement = this;
+}
+
+Replaced_delays::~Replaced_delays() {
+    replacement = nullptr;
+}
+
+std::vector<int> Replaced_delays::units() const {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    return units_;
+}
+
+void Replaced_delays::note(int units) {
+    std::size_t count = 0;
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        units_.push_back(units);
+        count = units_.size();
+    }
+    if (meanwhile_)
+        meanwhile_(count);
+}
