@@ -3,6 +3,7 @@
 #include <atomic>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 namespace {
 
@@ -43,6 +44,20 @@ extern "C" int gettimeofday(timeval* now, void* zone) noexcept {
     now->tv_sec = ms / 1000;
     now->tv_usec = ms % 1000 * 1000;
     return 0;
+}
+
+extern "C" ssize_t read(int fd, void* destination, size_t size) {
+    static const auto original = in_c_library<decltype(read)>("read");
+    const Replaced_calls* const instead = replaced;
+    const auto answer = instead && instead->read ? instead->read(fd) : std::nullopt;
+    return answer ? *answer : original(fd, destination, size);
+}
+
+extern "C" ssize_t write(int fd, const void* source, size_t size) {
+    static const auto original = in_c_library<decltype(write)>("write");
+    const Replaced_calls* const instead = replaced;
+    const auto answer = instead && instead->write ? instead->write(fd) : std::nullopt;
+    return answer ? *answer : original(fd, source, size);
 }
 
 extern "C" int bind(int fd, const sockaddr* address, socklen_t size) noexcept {

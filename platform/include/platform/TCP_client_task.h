@@ -9,7 +9,8 @@
 ///
 /// The derived class moves the bytes, in its hooks and, for the first bytes of a write, with the descriptor itself.
 /// Between two attempts the task waits: the reconnect period at first, twice as long after each attempt that fails, up
-/// to `longest_wait_ms`; after a connection, however short it was, it begins anew.
+/// to `longest_wait_ms`; after a connection, however short it was, it begins anew. (One that the server resets before
+/// the task has seen it counts as an attempt that fails.)
 ///
 /// **Threads.** The hooks run in the task's thread ("vro.TCPC"), without a lock of the task. The derived class uses
 /// `descriptor()` under one lock, which its `is_write_data_avail` takes too: the task calls that hook between making
