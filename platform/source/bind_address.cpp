@@ -1,0 +1,53 @@
+#include "bind_address.h"
+
+#include "tcp_sockets.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <mutex>
+
+namespace platform_detail {
+
+namespace {
+
+/// What the application set. Never destroyed: servers with static storage may still open.
+struct Setting {
+    std::mutex mutex;
+    std::string address;
+};
+
+Setting& setting() {
+    static Setting* const the_one = new Setting;
+    return *the_one;
+}
+
+std::string bind_address() {
+    {
+        const std::lock_guard<std::mutex> guard(setting().mutex);
+        if (!setting().address.empty())
+            return setting().address;
+    }
+    const char* const given = std::getenv("GLUE_TCP_BIND");
+    return given ? given : "";
+}
+
+} // namespace
+
+void set_bind_address(const std::string& address) {
+    const std::lock_guard<std::mutex> guard(setting().mutex);
+    setting().address = address;
+}
+
+int open_listener_where_bound(int port) {
+    const std::string address = bind_address();
+    if (address.empty())
+        return open_listener_everywhere(port);
+    const auto local = tcp_endpoint(address, port);
+    if (!local) {
+        errno = EINVAL;
+        return -1;
+    }
+    return open_listener(*local);
+}
+
+} // namespace platform_detail
