@@ -1,6 +1,6 @@
-#include "standard_descriptors.h"
-
 #include <glue/data_stream/Posix_data_stream.h>
+
+#include "descriptors.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -15,6 +15,8 @@
 
 namespace {
 
+/// The descriptors below are the standard ones.
+constexpr int first_own_descriptor = 3;
 constexpr int no_limit = -1;
 
 int flags_of(int access, bool create, bool blocking, bool append) {

@@ -6,7 +6,7 @@
 #include "../assertion.h"
 #include "../hex_digits.h"
 #include "Posix_threaded_reader.h"
-#include "standard_descriptors.h"
+#include "descriptors.h"
 
 #include <glue/data_stream/Posix_threaded_data_stream.h>
 #include <glue/data_stream/port_logging.h>
@@ -49,12 +49,14 @@ void close_end(int& end) {
 
 /// Neither end makes anybody wait, and no program that the process starts inherits them.
 void open_pipe(int (&ends)[2]) {
-    if (pipe2(ends, O_NONBLOCK | O_CLOEXEC) != 0)
-        ends[reading] = ends[writing] = -1;
-    ends[reading] = above_standard(ends[reading], F_DUPFD_CLOEXEC);
-    ends[writing] = above_standard(ends[writing], F_DUPFD_CLOEXEC);
-    if (ends[reading] >= 0 && ends[writing] >= 0)
+    const bool made = pipe2(ends, O_NONBLOCK | O_CLOEXEC) == 0;
+    for (int& end : ends)
+        end = made ? above_standard(end) : -1;
+    if (ends[reading] >= 0 && ends[writing] >= 0) {
+        close_on_exec(ends[reading]);
+        close_on_exec(ends[writing]);
         return;
+    }
     std::perror("Posix_threaded_data_stream: cannot open notification pipe");
     close_end(ends[reading]);
     close_end(ends[writing]);

@@ -1,0 +1,28 @@
+#include "descriptors.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <unistd.h>
+
+int above_standard(int fd) {
+    if (fd < 0 || fd > STDERR_FILENO)
+        return fd;
+    const int copy = fcntl(fd, F_DUPFD, STDERR_FILENO + 1);
+    const int error = errno;
+    ::close(fd);
+    errno = error;
+    return copy;
+}
+
+void close_on_exec(int fd) {
+    fcntl(fd, F_SETFD, fcntl(fd, F_GETFD) | FD_CLOEXEC);
+}
+
+void make_non_blocking(int fd) {
+    fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
+}
+
+void close_if_open(int fd) {
+    if (fd >= 0)
+        ::close(fd);
+}
