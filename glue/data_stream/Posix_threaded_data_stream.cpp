@@ -12,6 +12,7 @@
 #include <glue/data_stream/port_logging.h>
 
 #include <platform/Atime.h>
+#include <platform/stzncpy.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -77,7 +78,7 @@ Posix_threaded_data_stream::Posix_threaded_data_stream(const char* prefix)
       timer_due(no_timer) {
     char name[16];
     std::snprintf(name, sizeof name, "PDS%u", ++streams_made);
-    std::memcpy(short_name, name, sizeof short_name); // the first five characters, NUL or not
+    stzncpy(short_name, name, sizeof short_name);
     buffer_lock = &stream_lock;
     open_pipe(notify_pipe);
 }

@@ -221,13 +221,13 @@ void Posix_threaded_data_stream::Reader::send_queued() {
         if (sent > 0)
             stream.tx_ring.consume(static_cast<unsigned int>(sent));
     }
-    if (sent < 0) {
+    if (sent < 0)
         handle_failed_write(fd);
+    if (sent <= 0)
         return;
-    }
     output_condition.worked();
     stream.log_port(log_writes, "WRB", piece, static_cast<unsigned int>(sent));
-    if (was_full && sent > 0) {
+    if (was_full) {
         const Stream_lock guard(stream); // a waiter that deregisters is not told any more
         stream.send_tx_event(true);
     }

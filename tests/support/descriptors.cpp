@@ -7,16 +7,35 @@
 #include <iterator>
 #include <poll.h>
 #include <sys/ioctl.h>
+#include <sys/socket.h>
 #include <unistd.h>
 #include <utility>
+
+namespace {
+
+int entries_of(const char* folder) {
+    const std::filesystem::directory_iterator all(folder);
+    return static_cast<int>(std::distance(begin(all), end(all)));
+}
+
+} // namespace
 
 bool is_open(int fd) {
     return fcntl(fd, F_GETFD) != -1;
 }
 
 int open_descriptors() {
-    const std::filesystem::directory_iterator all("/proc/self/fd");
-    return static_cast<int>(std::distance(begin(all), end(all))) - 1; // not counting the one that looks
+    return entries_of("/proc/self/fd") - 1; // not counting the one that looks
+}
+
+int next_descriptor() {
+    const int fd = dup(STDERR_FILENO);
+    close(fd);
+    return fd;
+}
+
+int threads() {
+    return entries_of("/proc/self/task");
 }
 
 int bytes_ready(int fd) {
@@ -99,4 +118,24 @@ std::string Pipe::drain() const {
     for (int ready = 0; (ready = bytes_ready(ends_[0])) > 0;)
         result += read_exactly(ends_[0], static_cast<std::size_t>(ready));
     return result;
+}
+
+Socket_pair::Socket_pair() {
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends_) != 0)
+        ADD_FAILURE() << "cannot make a pair of sockets";
+}
+
+Socket_pair::~Socket_pair() {
+    if (ends_[0] >= 0)
+        close(ends_[0]);
+    close_far();
+}
+
+int Socket_pair::take_near() {
+    return std::exchange(ends_[0], -1);
+}
+
+void Socket_pair::close_far() {
+    if (ends_[1] >= 0)
+        close(std::exchange(ends_[1], -1));
 }

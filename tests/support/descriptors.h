@@ -7,6 +7,10 @@
 bool is_open(int fd);
 /// How many descriptors this process has open.
 int open_descriptors();
+/// The number that the next descriptor to be opened will have.
+int next_descriptor();
+/// How many threads this process has.
+int threads();
 /// Bytes that a pipe, socket or terminal has ready to be read.
 int bytes_ready(int fd);
 /// Makes writes and reads return instead of wait.
@@ -36,6 +40,24 @@ class Pipe {
     int shrink() const;
     /// Reads what there is, without waiting.
     std::string drain() const;
+
+  private:
+    int ends_[2] = {-1, -1};
+};
+
+/// Two connected sockets that carry bytes both ways. Closes the ends that nobody took over.
+class Socket_pair {
+  public:
+    Socket_pair();
+    ~Socket_pair();
+    Socket_pair(const Socket_pair&) = delete;
+    Socket_pair& operator=(const Socket_pair&) = delete;
+
+    /// The end that the code under test gets; whoever asks closes it from now on.
+    int take_near();
+    /// The test's end.
+    int far() const { return ends_[1]; }
+    void close_far();
 
   private:
     int ends_[2] = {-1, -1};

@@ -11,7 +11,7 @@
 
 /// The asynchronous stream over file descriptors: a reader thread moves what arrives into the receive ring and
 /// announces it with events; with write buffering on it also sends what the descriptor would not take at once, so that
-/// writers never wait for a slow device.
+/// writers do not wait for a slow device (open it non-blocking for that).
 ///
 ///     Posix_threaded_data_stream line("DSPosT");
 ///     line.reg_rx_waiter(&my_loop_waiter, false);
@@ -27,7 +27,7 @@
 /// does not take what it has announced room for, holds it up.
 ///
 /// **Threads.** `lock()` guards the receive ring and is held while events are sent, the rx callback included; one that
-/// uses its own stream takes the lock twice, which aborts. A callback, or `handle_close`, runs in the reader thread,
+/// reads its own stream takes the lock twice, which aborts. A callback, or `handle_close`, runs in the reader thread,
 /// which cannot wait for its own end: `stop()` there is refused, and destroying the stream there ends the process.
 /// Reading and writing may be done by any thread while the reader thread runs. Opening may, too; but whoever replaces
 /// or closes a descriptor that the thread or a writer is using stops both before, or does it from `handle_close`.
@@ -79,7 +79,8 @@ class GLUE_EXPORT Posix_threaded_data_stream : public Posix_data_stream, public 
     virtual void set_write_buffering(bool on);
 
     /// What to log of the traffic. Tags: "RD" received; "WRPRE" handed to a write, "WRGPRE" to `write_tarve`; "WR"
-    /// written at once; "WRB" sent from the transmit ring. Do not rename the stream while it logs. \return 0
+    /// written at once; "WRB" sent from the transmit ring. Neither open nor rename the stream while it logs.
+    /// \return 0
     int set_port_logging(data_stream_logging_t flags) override;
 
     /// Called by the thread, holding no lock, when the reading descriptor is at its end of file. Does nothing here; a
