@@ -104,7 +104,8 @@ bool Posix_data_stream::open_by_name(const char* path, int flags, int permission
     let_go(direction);
     const int fd = above_standard(::open(path, flags, permissions));
     if (fd < 0) {
-        std::fprintf(stderr, "Error opening '%s': %s\n", path, std::strerror(errno));
+        if (reports_failed_opening)
+            std::fprintf(stderr, "Error opening '%s': %s\n", path, std::strerror(errno));
         return false;
     }
     if (direction != Direction::write)

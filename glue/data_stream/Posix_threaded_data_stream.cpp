@@ -31,6 +31,8 @@ using Lock_guard = std::lock_guard<Mutex>;
 
 enum Pipe_end { reading, writing };
 
+constexpr std::int64_t no_timer = -1;
+
 /// How often room in the transmit ring is looked for, 1 ms apart.
 constexpr int polls_for_room = 1000;
 
@@ -72,7 +74,8 @@ Posix_threaded_data_stream::Posix_threaded_data_stream(const char* prefix)
       write_buffering(false),
       port_logging(log_none),
       stopping(false),
-      wake_on_way(false) {
+      wake_on_way(false),
+      timer_due(no_timer) {
     char name[16];
     std::snprintf(name, sizeof name, "PDS%u", ++streams_made);
     stzncpy(short_name, name, sizeof short_name);
@@ -198,6 +201,14 @@ void Posix_threaded_data_stream::resume() {
 }
 
 void Posix_threaded_data_stream::handle_close() {}
+
+void Posix_threaded_data_stream::set_timer(int ms) {
+    timer_due = (Atime::now() + ms).units();
+    if (!in_reader_thread())
+        wake();
+}
+
+void Posix_threaded_data_stream::handle_timer() {}
 
 // ---- Receiving ----
 

@@ -64,6 +64,11 @@ class Select {
     std::int64_t limit_ms = -1;
 };
 
+/// In units of Atime; 0 when it is past.
+std::int64_t time_left_until(std::int64_t point) {
+    return std::max<std::int64_t>(point - Atime::now().units(), 0);
+}
+
 bool line_is_gone(int error) {
     return error == EIO || error == ENODEV || error == ENXIO;
 }
@@ -94,6 +99,7 @@ void Posix_threaded_data_stream::Reader::run() {
         const Ready ready = wait();
         if (ready.requests && take_requests())
             continue; // everything may be different after a pause
+        run_timer();
         if (!ready.input)
             announce_when_quiet();
         if (ready.output)
@@ -123,6 +129,8 @@ Posix_threaded_data_stream::Reader::Ready Posix_threaded_data_stream::Reader::wa
         select.wait_at_most(output_rest);
     if (stream.rx_event_pending)
         select.wait_at_most(quiet_time_left());
+    if (const std::int64_t due = stream.timer_due; due >= 0)
+        select.wait_at_most(time_left_until(due));
 
     const int count = select.wait();
     Ready ready;
@@ -191,6 +199,12 @@ void Posix_threaded_data_stream::Reader::announce_when_quiet() {
 std::int64_t Posix_threaded_data_stream::Reader::quiet_time_left() const {
     const std::int64_t quiet = stream.rx_event_timeout_ms;
     return std::max<std::int64_t>(last_input + (quiet + 1) - Atime::now(), 0);
+}
+
+void Posix_threaded_data_stream::Reader::run_timer() {
+    std::int64_t due = stream.timer_due;
+    if (due >= 0 && time_left_until(due) == 0 && stream.timer_due.compare_exchange_strong(due, -1))
+        stream.handle_timer();
 }
 
 // ---- Sending ----

@@ -47,6 +47,7 @@ class Posix_threaded_data_stream::Reader {
     bool take_requests();
     void announce_when_quiet();
     std::int64_t quiet_time_left() const;
+    void run_timer();
 
     void send_queued();
     void handle_failed_write(int fd);

@@ -24,9 +24,18 @@ class Threaded_stream : public Posix_threaded_data_stream {
             on_end_of_file();
     }
 
+    void handle_timer() override {
+        ++timers;
+        if (on_timer)
+            on_timer();
+    }
+
+    using Posix_threaded_data_stream::set_timer;
     using Posix_threaded_data_stream::wake;
 
     std::atomic<int> flushes{0};
     std::atomic<int> ends_of_file{0};
+    std::atomic<int> timers{0};
     std::function<void()> on_end_of_file;
+    std::function<void()> on_timer;
 };

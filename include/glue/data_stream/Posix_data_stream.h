@@ -131,6 +131,9 @@ class GLUE_EXPORT Posix_data_stream : public virtual Data_stream {
     /// opening by name goes through, with the outcome told there.
     bool open_by_name(const char* path, int flags, int permissions, Direction direction);
 
+    /// Whether a failed opening is told on standard error, as at first. For a class that tries again and again.
+    std::atomic<bool> reports_failed_opening{true};
+
     /// Says on standard error that `select` failed, and why (`errno`).
     static void report_failed_select();
 

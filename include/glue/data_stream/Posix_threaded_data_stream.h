@@ -128,6 +128,15 @@ class GLUE_EXPORT Posix_threaded_data_stream : public Posix_data_stream, public 
     /// Wakes the thread, to look at the descriptors and the transmit ring anew. \return whether it could be told
     bool wake();
 
+    // A timer, for classes whose thread has something to do later. An addition.
+
+    /// Has the thread call `handle_timer`, once, in `ms` milliseconds, or after the end of a pause if that comes later;
+    /// replaces what was set before. May be called by any thread.
+    void set_timer(int ms);
+
+    /// Called by the thread, holding no lock. Does nothing here.
+    virtual void handle_timer();
+
   private:
     class Reader;
     enum class Delivery { as_much_as_fits, whole_or_nothing };
@@ -161,7 +170,8 @@ class GLUE_EXPORT Posix_threaded_data_stream : public Posix_data_stream, public 
     std::atomic<int> port_logging;
 
     // Additions
-    Mutex thread_lock;             ///< guards reader_thread
-    std::atomic<bool> stopping;    ///< the thread shall return
-    std::atomic<bool> wake_on_way; ///< a wake-up lies in the pipe: one is as good as many
+    Mutex thread_lock;                   ///< guards reader_thread
+    std::atomic<bool> stopping;          ///< the thread shall return
+    std::atomic<bool> wake_on_way;       ///< a wake-up lies in the pipe: one is as good as many
+    std::atomic<std::int64_t> timer_due; ///< in units of Atime; negative when the timer is not set
 };

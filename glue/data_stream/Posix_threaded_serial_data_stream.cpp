@@ -1,0 +1,127 @@
+// closed --open--> open --end of the line--> lost --every second: it opens--> open
+//                  open --close--> closed    lost --close, open that fails--> closed
+
+#include <glue/data_stream/Posix_threaded_serial_data_stream.h>
+
+#include <platform/stzncpy.h>
+
+#include <cstdio>
+#include <memory>
+#include <mutex>
+
+namespace {
+
+using Guard = std::lock_guard<Mutex>;
+
+void say_that_it_reopens() {
+    std::fputs("reopen here!\n", stderr);
+}
+
+} // namespace
+
+Posix_threaded_serial_data_stream* Posix_threaded_serial_data_stream::create(const char* spec) {
+    auto stream = std::make_unique<Posix_threaded_serial_data_stream>();
+    return stream->open(spec) ? stream.release() : nullptr;
+}
+
+Posix_threaded_serial_data_stream::Posix_threaded_serial_data_stream()
+    : Posix_threaded_data_stream("DSPosTSer"), spec_to_reopen(""), lost(false) {}
+
+Posix_threaded_serial_data_stream::~Posix_threaded_serial_data_stream() {
+    stop();
+}
+
+// ---- Opening and closing ----
+
+bool Posix_threaded_serial_data_stream::open(const char* spec) {
+    const Guard guard(device_lock);
+    stzncpy(spec_to_reopen, spec, sizeof spec_to_reopen);
+    lost = false;
+    return open_from_args(spec);
+}
+
+bool Posix_threaded_serial_data_stream::open_default(const char* device) {
+    close_line(); // under its lock: opening would close it, too, but without
+    Posix_threaded_data_stream::open(device, false, false, false);
+    return init();
+}
+
+bool Posix_threaded_serial_data_stream::close() {
+    const Guard guard(device_lock);
+    lost = false;
+    const bool closed = close_line();
+    wake(); // the thread still waits for the line, and as long as it does the system keeps the device open
+    return closed;
+}
+
+bool Posix_threaded_serial_data_stream::close_line() {
+    const Guard guard(line_lock);
+    if (!Posix_data_stream::close())
+        return false;
+    forget_settings();
+    return true;
+}
+
+int Posix_threaded_serial_data_stream::get_fd() const {
+    const int reading = read_fd;
+    return reading >= 0 ? reading : write_fd.load();
+}
+
+// ---- The thread ----
+
+void Posix_threaded_serial_data_stream::init(module_man& modules) {
+    Event_sender_data_stream::init(modules);
+    init();
+}
+
+void Posix_threaded_serial_data_stream::resume() {
+    init();
+    Posix_threaded_data_stream::resume();
+}
+
+// ---- Reopening ----
+
+bool Posix_threaded_serial_data_stream::reopen() {
+    const Guard guard(device_lock);
+    if (*spec_to_reopen == '\0')
+        return false;
+    say_that_it_reopens();
+    return try_to_reopen();
+}
+
+void Posix_threaded_serial_data_stream::handle_close() {
+    const Guard guard(device_lock);
+    if (get_fd() < 0) // the owner was faster
+        return;
+    close_line();
+    if (*spec_to_reopen == '\0')
+        return;
+    say_that_it_reopens();
+    const std::int64_t since_last = Atime::now() - last_attempt;
+    if (since_last < reopening_interval_ms) {
+        lost = true;
+        set_timer(static_cast<int>(reopening_interval_ms - since_last));
+    } else {
+        try_to_reopen();
+    }
+}
+
+void Posix_threaded_serial_data_stream::handle_timer() {
+    const Guard guard(device_lock);
+    lost = lost && get_fd() < 0; // the owner may have opened something else
+    if (!lost)
+        return;
+    reports_failed_opening = false;
+    try_to_reopen();
+    reports_failed_opening = true;
+}
+
+/// For who holds `device_lock`.
+bool Posix_threaded_serial_data_stream::try_to_reopen() {
+    last_attempt = Atime::now();
+    const bool reopened = open_from_args(spec_to_reopen);
+    lost = get_fd() < 0;
+    if (lost)
+        set_timer(reopening_interval_ms);
+    return reopened;
+}
