@@ -1,6 +1,6 @@
 #include <glue/data_stream/AIM_message.h>
 
-#include "../vesk/hex_digits.h"
+#include "../hex_digits.h"
 
 #include <cstring>
 

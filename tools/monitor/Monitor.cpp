@@ -25,12 +25,12 @@ bool ends_text(char c) {
 
 } // namespace
 
-Monitor::Monitor(const Options& options, Receiver_input& input, const Interrupt& interrupt, std::FILE* output)
+Monitor::Monitor(const Options& options, Link_input& input, const Interrupt& interrupt, std::FILE* output)
     : options_(options),
       input_(input),
       interrupt_(interrupt),
       output_(output),
-      parser_(&input, false),
+      parser_(&input.buffered_bytes(), false),
       printer_(options.labelled) {}
 
 Monitor::End Monitor::run() {
@@ -39,17 +39,17 @@ Monitor::End Monitor::run() {
         deadline = Atime::now() + options_.duration_ms;
 
     for (;;) {
-        const Receiver_input::Arrival arrival = input_.wait(deadline, interrupt_.descriptor());
+        const Link_input::Arrival arrival = input_.wait(deadline, interrupt_.descriptor());
         last_look_ = Atime::now();
-        if (arrival == Receiver_input::Arrival::bytes) {
+        if (arrival == Link_input::Arrival::bytes) {
             if (!first_arrival_)
                 first_arrival_ = last_look_;
             if (const auto end = take_packets())
                 return *end;
         }
-        if (arrival == Receiver_input::Arrival::end)
+        if (arrival == Link_input::Arrival::end)
             return take_rest();
-        if (arrival == Receiver_input::Arrival::wake_up)
+        if (arrival == Link_input::Arrival::wake_up)
             return End::interrupt;
         if (deadline && last_look_ >= *deadline)
             return End::duration;
@@ -75,8 +75,8 @@ std::optional<Monitor::End> Monitor::take_packets() {
 /// Nothing will complete what still waits. A garbled length may claim more bytes than will ever come: the frames behind
 /// it are looked for from every byte on.
 Monitor::End Monitor::take_rest() {
-    while (input_.bytes_avail() > shortest_packet) { // single bytes would look like acknowledgements
-        input_.drop(1);
+    while (input_.buffered_bytes().bytes_avail() > shortest_packet) { // single bytes would look like acknowledgements
+        input_.buffered_bytes().drop(1);
         ++given_up_;
         if (const auto end = take_packets())
             return *end;
@@ -135,7 +135,7 @@ bool Monitor::flush() {
 }
 
 void Monitor::print_summary(std::FILE* out) {
-    const unsigned waiting = input_.bytes_avail();
+    const unsigned waiting = input_.buffered_bytes().bytes_avail();
     Vesk_parser::Byte_counts bytes = parser_.get_byte_counts();
     bytes.noise += given_up_;
     std::uint64_t arrived = input_.arrived();

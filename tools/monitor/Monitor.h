@@ -1,9 +1,10 @@
 #pragma once
 
 #include "Interrupt.h"
+#include "Link_input.h"
 #include "Link_summary.h"
-#include "Receiver_input.h"
 
+#include <glue/data_stream/Data_stream.h>
 #include <glue/vesk/Vesk_parser.h>
 #include <glue/vesk/Vesk_printer.h>
 
@@ -27,7 +28,7 @@ class Monitor {
     enum class End { input, duration, count, interrupt, output_failed };
 
     /// Prints to `output`; nothing of what is given is owned, and all of it outlives the monitor.
-    Monitor(const Options& options, Receiver_input& input, const Interrupt& interrupt, std::FILE* output);
+    Monitor(const Options& options, Link_input& input, const Interrupt& interrupt, std::FILE* output);
 
     /// Reads until one of the ends. After `output_failed`, `errno` says why.
     End run();
@@ -48,7 +49,7 @@ class Monitor {
     bool flush();
 
     const Options options_;
-    Receiver_input& input_;
+    Link_input& input_;
     const Interrupt& interrupt_;
     std::FILE* const output_;
     Vesk_parser parser_;
