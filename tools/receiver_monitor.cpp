@@ -1,8 +1,8 @@
 // Shows what a receiver says: a line for each message, and at the end what came and where every byte went.
 
+#include "common/Interrupt.h"
 #include "common/command_line.h"
 #include "common/streams.h"
-#include "monitor/Interrupt.h"
 #include "monitor/Monitor.h"
 #include "monitor/Receiver_input.h"
 #include "monitor/Stream_input.h"

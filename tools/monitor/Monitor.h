@@ -1,8 +1,8 @@
 #pragma once
 
-#include "Interrupt.h"
 #include "Link_input.h"
 #include "Link_summary.h"
+#include "common/Interrupt.h"
 
 #include <glue/data_stream/Data_stream.h>
 #include <glue/vesk/Vesk_parser.h>
