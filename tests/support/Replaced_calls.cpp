@@ -37,8 +37,9 @@ extern "C" int select(int count, fd_set* readable, fd_set* writable, fd_set* exc
 
 extern "C" int poll(pollfd* descriptors, nfds_t count, int limit) {
     static const auto original = in_c_library<decltype(poll)>("poll");
-    if (replaced && replaced->poll)
-        return replaced->poll(descriptors, count);
+    const Replaced_calls* const instead = replaced;
+    if (instead && instead->poll)
+        return instead->poll(descriptors, count);
     return original(descriptors, count, limit);
 }
 
