@@ -47,27 +47,30 @@ TEST_F(Posix_threaded_data_stream_receiving, bytes_come_in_chunks_of_256_each_wi
 }
 
 TEST_F(Posix_threaded_data_stream_receiving, the_callback_runs_under_the_lock_of_the_ring) {
-    std::atomic<bool> was_free{true};
+    struct Watched_stream : Threaded_stream {
+        using Threaded_stream::Threaded_stream;
+        ~Watched_stream() override { stop(); }
+        void lock() override {
+            Threaded_stream::lock();
+            is_locked = true;
+        }
+        void unlock() override {
+            is_locked = false;
+            Threaded_stream::unlock();
+        }
+        bool is_locked = false; // of interest to the thread that holds the lock alone
+    };
+    Watched_stream watched(dup(stream.get_read_fd()));
     std::atomic<bool> called{false};
-    stream.set_rx_callback([&] {
-        std::thread([&] { // the lock cannot be asked for by its holder
-            std::atomic<bool> taken{false};
-            std::thread taker([&] {
-                stream.lock();
-                taken = true;
-                stream.unlock();
-            });
-            was_free = eventually([&] { return taken.load(); }, milliseconds(20));
-            called = true;
-            taker.detach();
-        })
-            .join();
+    std::atomic<bool> was_locked{false};
+    watched.set_rx_callback([&] {
+        was_locked = watched.is_locked;
+        called = true;
     });
     arrive("a");
-    stream.start();
+    watched.start();
     ASSERT_TRUE(eventually([&] { return called.load(); }));
-    EXPECT_FALSE(was_free);
-    stream.stop();
+    EXPECT_TRUE(was_locked);
 }
 
 TEST_F(Posix_threaded_data_stream_receiving, filling_the_ring_to_the_last_byte_is_an_ordinary_arrival) {
