@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <termios.h>
 
 namespace {
 
@@ -40,4 +41,9 @@ extern "C" int gettimeofday(timeval* now, void* zone) noexcept {
     now->tv_sec = ms / 1000;
     now->tv_usec = ms % 1000 * 1000;
     return 0;
+}
+
+extern "C" int tcsendbreak(int fd, int duration) noexcept {
+    static const auto original = in_c_library<int(int, int)>("tcsendbreak");
+    return replaced && replaced->send_break ? replaced->send_break(fd, duration) : original(fd, duration);
 }

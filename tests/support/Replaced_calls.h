@@ -20,4 +20,6 @@ class Replaced_calls {
     std::function<int(timeval* left)> select;
     /// What `gettimeofday` says, in milliseconds.
     std::function<long()> wall_clock_ms;
+    /// What `tcsendbreak` answers.
+    std::function<int(int fd, int duration)> send_break;
 };
