@@ -14,7 +14,7 @@
 #include <support/Stream_bytes.h>
 #include <support/TCP_socket.h>
 #include <support/Vtable_slot.h>
-#include <support/cpu_time.h>
+#include <support/processor_time.h>
 #include <support/descriptors.h>
 #include <support/waiting.h>
 

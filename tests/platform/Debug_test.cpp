@@ -186,6 +186,14 @@ TEST(Debug_lines, go_out_whole_at_their_line_feed) {
     EXPECT_EQ(debug.text(), "one line\nthe next\n");
 }
 
+TEST(Debug_lines, printed_together_go_out_together_without_what_follows_the_last) {
+    const Captured_debug debug;
+    Print::dprint("one\ntwo\nthr");
+    EXPECT_EQ(debug.text(), "one\ntwo\n");
+    Print::dprint("ee\n");
+    EXPECT_EQ(debug.text(), "one\ntwo\nthree\n");
+}
+
 TEST(Debug_lines, without_end_go_out_after_8192_characters) {
     const Captured_debug debug;
     const std::string text(8191, 'x');

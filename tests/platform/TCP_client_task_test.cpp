@@ -2,7 +2,7 @@
 
 #include <support/Captured_debug.h>
 #include <support/TCP_socket.h>
-#include <support/cpu_time.h>
+#include <support/processor_time.h>
 #include <support/descriptors.h>
 #include <support/waiting.h>
 

@@ -7,7 +7,7 @@
 #include <support/Random.h>
 #include <support/Replaced_calls.h>
 #include <support/TCP_socket.h>
-#include <support/cpu_time.h>
+#include <support/processor_time.h>
 #include <support/descriptors.h>
 #include <support/waiting.h>
 

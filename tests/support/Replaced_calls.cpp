@@ -3,6 +3,7 @@
 #include <atomic>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <termios.h>
 #include <unistd.h>
 
 namespace {
@@ -78,4 +79,10 @@ extern "C" int accept4(int fd, sockaddr* address, socklen_t* size, int flags) {
     static const auto original = in_c_library<decltype(accept4)>("accept4");
     const Replaced_calls* const instead = replaced;
     return instead && instead->accept4_fails && instead->accept4_fails() ? -1 : original(fd, address, size, flags);
+}
+
+extern "C" int tcsendbreak(int fd, int duration) noexcept {
+    static const auto original = in_c_library<int(int, int)>("tcsendbreak");
+    const Replaced_calls* const instead = replaced;
+    return instead && instead->send_break ? instead->send_break(fd, duration) : original(fd, duration);
 }

@@ -33,4 +33,6 @@ class Replaced_calls {
     std::function<int(const sockaddr* address)> bind;
     /// Whether `accept4` fails, with the `errno` that this sets.
     std::function<bool()> accept4_fails;
+    /// What `tcsendbreak` answers.
+    std::function<int(int fd, int duration)> send_break;
 };

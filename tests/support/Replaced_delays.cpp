@@ -25,7 +25,9 @@ Replaced_delays::Replaced_delays(std::function<void(std::size_t)> in_the_meantim
     replacement = this;
 }
 
-Replaced_delays::~Replaced_delays() { replacement = nullptr; }
+Replaced_delays::~Replaced_delays() {
+    replacement = nullptr;
+}
 
 std::vector<int> Replaced_delays::units() const {
     const std::lock_guard<std::mutex> guard(mutex_);
