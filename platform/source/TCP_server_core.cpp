@@ -302,8 +302,8 @@ void TCP_server_base::Core::dismiss(Connection& connection) const {
 
 /// Does what writers in other threads cannot do themselves.
 void TCP_server_base::Core::serve_writers() {
-    const std::vector<Connection_ptr> all = connections_; // closing takes them out of the list
-    for (const Connection_ptr& connection : all) {
+    for (std::size_t i = connections_.size(); i-- > 0;) { // backwards: closing takes them out of the list
+        const Connection_ptr connection = connections_[i];
         std::unique_lock<std::mutex> held(mutex_);
         const bool dismissed = connection->dismissed;
         const bool begins_to_wait = connection->has_queued() && !connection->waits_to_send;

@@ -2,7 +2,8 @@
 
 #include "tcp_sockets.h"
 
-#include <cerrno>
+#include <platform/Debug.h>
+
 #include <cstdlib>
 #include <mutex>
 
@@ -42,12 +43,12 @@ int open_listener_where_bound(int port) {
     const std::string address = bind_address();
     if (address.empty())
         return open_listener_everywhere(port);
-    const auto local = tcp_endpoint(address, port);
-    if (!local) {
-        errno = EINVAL;
+    if (!tcp_endpoint(address, 0)) {
+        Debug::Print::dprint_ts("TCP server: \"%s\" is no address to listen on\n", address.c_str());
         return -1;
     }
-    return open_listener(*local);
+    const auto local = tcp_endpoint(address, port);
+    return local ? open_listener(*local) : -1;
 }
 
 } // namespace platform_detail

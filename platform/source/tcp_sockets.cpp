@@ -73,10 +73,8 @@ int open_listener(const Tcp_endpoint& local) {
 int open_listener_everywhere(int port) {
     const auto both = tcp_endpoint("::", port);
     const auto old_only = tcp_endpoint("0.0.0.0", port);
-    if (!both || !old_only) {
-        errno = EINVAL;
+    if (!both || !old_only)
         return -1;
-    }
     const int fd = open_listener(*both);
     const bool without_ipv6 = fd < 0 && (errno == EAFNOSUPPORT || errno == EADDRNOTAVAIL);
     return without_ipv6 ? open_listener(*old_only) : fd;

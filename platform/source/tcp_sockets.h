@@ -13,7 +13,7 @@ using Tcp_endpoint = asio::ip::tcp::endpoint;
 /// Address and port as numbers; nothing when the text is no address or the port no port.
 std::optional<Tcp_endpoint> tcp_endpoint(const std::string& address, int port);
 
-// The following return -1, with the reason in errno, when they cannot.
+// The following return -1 when they cannot; where the system refused, errno tells why.
 
 /// A socket that listens on the address.
 int open_listener(const Tcp_endpoint& local);

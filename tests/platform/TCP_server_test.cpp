@@ -165,9 +165,11 @@ TEST_F(TCP_server_opening, address_comes_from_the_application_then_from_the_envi
     unsetenv("GLUE_TCP_BIND");
 }
 
-TEST_F(TCP_server_opening, address_that_is_none_opens_nothing) {
+TEST_F(TCP_server_opening, address_that_is_none_opens_nothing_and_is_reported) {
+    const Captured_debug debug;
     TCP_server_base::set_bind_address("somewhere");
     EXPECT_FALSE(server.open(0));
+    EXPECT_EQ(debug.text_without_times(), "<time> TCP server: \"somewhere\" is no address to listen on\n");
     TCP_server_base::set_bind_address("127.0.0.1");
 }
 

@@ -63,8 +63,8 @@ class GLUE_EXPORT TCP_client_data_stream : public Event_sender_data_stream, priv
     /// Reads once from the socket into the ring; with the ring full sleeps instead, without the lock.
     /// \return the bytes read; 0 for none; -1, with a message on standard error, when the connection is gone
     int handle_read(int fd) override;
-    /// Sends up to 256 bytes of the queue. On purpose, any failure drops the whole queue: old commands must not reach a
-    /// receiver that has been away.
+    /// Sends up to 256 bytes of the queue. On purpose, any failure drops the whole queue, even that the socket has no
+    /// room right now: the task calls this only when it has.
     void handle_write(int fd) override;
     /// Whether anything is queued.
     bool is_write_data_avail() override;

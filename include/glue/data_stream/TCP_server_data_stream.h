@@ -16,11 +16,12 @@
 ///     ...                                          // in the loop, for each event of the stream:
 ///     while (port.bytes_avail() != 0)
 ///         take_a_message_from(port);
-///     port.printf("%d clients\n", port.connection_count());
+///     port.printf("%u clients\n", port.connection_count());
 ///
 /// **Receiving.** The server's thread puts the bytes into the receive ring and announces them, always with `rx_event`.
-/// With the ring full it refuses them, at most once a millisecond, until the reader has made room: nothing is
-/// lost, the clients are held up. Bytes of different clients arrive in pieces of any size and are not told apart.
+/// While the ring is full it announces that again every millisecond and leaves further bytes with the clients until the
+/// reader has made room: nothing is lost. Bytes of different clients arrive in pieces of any size and are not told
+/// apart.
 ///
 /// **Writing.** All or nothing: see `_write`. A client gets nothing that was written before it came.
 ///

@@ -20,7 +20,8 @@ class TCP_server : public TCP_server_base {
 
     /// Binds and listens; once.
     /// \param port  0 lets the system choose one: see `local_port()`
-    /// \return false when the port is taken, out of range or must not be used; nothing is said about it
+    /// \return false when the port is taken, out of range or must not be used: nothing is said about that; or when the
+    ///         address to listen on is none: the debug printer tells
     bool open(int port);
 
     /// Serves until `quit()` is called; at once done when it was called already.
