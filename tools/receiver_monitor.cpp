@@ -9,7 +9,6 @@
 #include <cmath>
 #include <csignal>
 #include <cstring>
-#include <limits>
 #include <string>
 
 namespace {
@@ -29,7 +28,7 @@ struct Command_line {
 
 void describe(CLI::App& app, Command_line& line) {
     constexpr double longest_duration = 1e9; // seconds
-    const double any = std::numeric_limits<double>::infinity();
+    constexpr double most_frames = 1e15;
     app.add_option("--device", line.device, "Device or file to read; without it, standard input")->type_name("PATH");
     app.add_option("--format", line.format, "Form of the lines: labelled for people, comma for files")
         ->check(CLI::IsMember({"labelled", "comma"}))
@@ -40,7 +39,7 @@ void describe(CLI::App& app, Command_line& line) {
         ->type_name("SECONDS")
         ->capture_default_str();
     app.add_option("--count", line.monitor.count, "End after so many good frames; without it, never")
-        ->check(number_between(1, any))
+        ->check(number_between(1, most_frames))
         ->type_name("FRAMES");
     app.add_flag("--quiet", line.monitor.quiet, "Print the summary alone");
     app.footer(

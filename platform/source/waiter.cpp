@@ -52,12 +52,14 @@ bool waiter_descriptor::send_event(waiter_event& event, [[maybe_unused]] bool ur
 int waiter_descriptor::get_event(waiter_event& event, Atime deadline) {
     std::unique_lock<std::mutex> guard(mutex_);
     while (events_.empty()) {
-        const Atime now = Atime::now();
-        if (now >= deadline)
+        using std::chrono::milliseconds;
+        using std::chrono::steady_clock;
+        const auto now = std::chrono::floor<milliseconds>(steady_clock::now().time_since_epoch());
+        if (now.count() >= deadline.units())
             return 1;
         // In bounded steps: a deadline may lie further ahead than the system's clocks can say.
-        const Atime step = std::min(deadline, now + longest_step);
-        arrived_.wait_until(guard, std::chrono::steady_clock::time_point(std::chrono::milliseconds(step.units())));
+        const milliseconds step(std::min(deadline.units(), now.count() + longest_step));
+        arrived_.wait_until(guard, steady_clock::time_point(step));
     }
     take_oldest(event);
     return 0;

@@ -6,8 +6,8 @@
 #include <support/Pty_pair.h>
 #include <support/Random.h>
 #include <support/Replaced_calls.h>
+#include <support/Stream_bytes.h>
 #include <support/descriptors.h>
-#include <support/stream_bytes.h>
 #include <support/waiting.h>
 
 #include <algorithm>
@@ -31,14 +31,6 @@ using std::chrono::milliseconds;
 constexpr auto generous = std::chrono::seconds(20);
 
 constexpr unsigned ring_size = Data_stream::rx_capacity;
-
-/// Bytes that differ from their neighbours.
-std::string pattern(std::size_t count) {
-    std::string bytes(count, '\0');
-    for (std::size_t i = 0; i < count; ++i)
-        bytes[i] = static_cast<char>(i * 7 + i / 251);
-    return bytes;
-}
 
 /// A stream that reads from a pipe; the test writes into the pipe.
 struct Posix_data_stream_reading : testing::Test {
@@ -112,7 +104,7 @@ TEST_F(Posix_data_stream_reading, feeds_the_reading_operations_of_every_stream) 
 }
 
 TEST_F(Posix_data_stream_reading, into_a_full_ring_reads_and_loses_the_bytes) {
-    const std::string bytes = pattern(ring_size);
+    const std::string bytes = numbered(ring_size);
     arrive(bytes);
     ASSERT_TRUE(stream.get_data(ring_size));
     arrive(std::string(1000, 'x'));
@@ -122,7 +114,7 @@ TEST_F(Posix_data_stream_reading, into_a_full_ring_reads_and_loses_the_bytes) {
 }
 
 TEST_F(Posix_data_stream_reading, more_than_fits_keeps_the_first_bytes) {
-    const std::string bytes = pattern(ring_size + 800);
+    const std::string bytes = numbered(ring_size + 800);
     arrive(bytes + "rest");
     EXPECT_TRUE(stream.get_data(ring_size + 800));
     EXPECT_EQ(buffered(stream), bytes.substr(0, ring_size));
@@ -130,16 +122,16 @@ TEST_F(Posix_data_stream_reading, more_than_fits_keeps_the_first_bytes) {
 }
 
 TEST_F(Posix_data_stream_reading, runs_over_the_end_of_the_ring_storage) {
-    arrive(pattern(ring_size - 5));
+    arrive(numbered(ring_size - 5));
     ASSERT_TRUE(stream.get_data(ring_size - 5));
     stream.drop(ring_size - 10); // five bytes of the end and all of the start are free
     arrive("abcdefghijkl");
     EXPECT_TRUE(stream.get_data(12));
-    EXPECT_EQ(buffered(stream), pattern(ring_size - 5).substr(ring_size - 10) + "abcdefghijkl");
+    EXPECT_EQ(buffered(stream), numbered(ring_size - 5).substr(ring_size - 10) + "abcdefghijkl");
 }
 
 TEST_F(Posix_data_stream_reading, the_end_of_the_file_while_losing_bytes_fails) {
-    arrive(pattern(ring_size + 3));
+    arrive(numbered(ring_size + 3));
     pipe.close_writing();
     EXPECT_FALSE(stream.get_data(ring_size + 4));
     EXPECT_EQ(stream.bytes_avail(), ring_size);
@@ -342,7 +334,7 @@ struct Posix_data_stream_writing : testing::Test {
 
     Posix_data_stream_writing() { make_non_blocking(stream.get_write_fd()); }
     std::size_t unsigned_room() const { return static_cast<std::size_t>(room); }
-    void fill() { ASSERT_EQ(write_text(stream, pattern(unsigned_room())), room); }
+    void fill() { ASSERT_EQ(write_text(stream, numbered(unsigned_room())), room); }
 };
 
 TEST_F(Posix_data_stream_writing, passes_the_bytes_on) {
@@ -361,11 +353,11 @@ TEST_F(Posix_data_stream_writing, to_a_closed_stream_is_an_error_with_and_withou
 }
 
 TEST_F(Posix_data_stream_writing, without_a_timeout_is_one_write_with_the_systems_result) {
-    EXPECT_EQ(write_text(stream, pattern(unsigned_room() + 100)), room);
+    EXPECT_EQ(write_text(stream, numbered(unsigned_room() + 100)), room);
     errno = 0;
     EXPECT_EQ(write_text(stream, "x"), -1);
     EXPECT_EQ(errno, EAGAIN);
-    EXPECT_EQ(pipe.drain(), pattern(unsigned_room()));
+    EXPECT_EQ(pipe.drain(), numbered(unsigned_room()));
 }
 
 TEST_F(Posix_data_stream_writing, to_a_full_pipe_times_out_with_nothing_written) {
@@ -379,8 +371,8 @@ TEST_F(Posix_data_stream_writing, to_a_full_pipe_times_out_with_nothing_written)
 
 TEST_F(Posix_data_stream_writing, more_than_fits_times_out_with_the_count_so_far) {
     stream.set_write_timeout(50);
-    EXPECT_EQ(write_text(stream, pattern(unsigned_room() + 100)), room);
-    EXPECT_EQ(pipe.drain(), pattern(unsigned_room()));
+    EXPECT_EQ(write_text(stream, numbered(unsigned_room() + 100)), room);
+    EXPECT_EQ(pipe.drain(), numbered(unsigned_room()));
 }
 
 TEST_F(Posix_data_stream_writing, after_the_default_timeout_is_restored_is_one_write_again) {
@@ -392,7 +384,7 @@ TEST_F(Posix_data_stream_writing, after_the_default_timeout_is_restored_is_one_w
 }
 
 TEST_F(Posix_data_stream_writing, to_a_slow_reader_gets_everything_out_in_time) {
-    const std::string bytes = pattern(20 * unsigned_room() + 17);
+    const std::string bytes = numbered(20 * unsigned_room() + 17);
     stream.set_write_timeout(20000);
     std::string received;
     std::thread reader([&] { received = read_exactly(pipe.reading(), bytes.size()); });
@@ -427,7 +419,7 @@ TEST_F(Posix_data_stream_writing, to_a_reader_that_leaves_half_way_returns_the_c
             pipe.close_reading();
         return 1;
     };
-    EXPECT_EQ(write_text(stream, pattern(2 * unsigned_room())), room);
+    EXPECT_EQ(write_text(stream, numbered(2 * unsigned_room())), room);
     EXPECT_EQ(waits, 2);
 }
 
@@ -436,7 +428,7 @@ TEST_F(Posix_data_stream_writing, an_interrupted_wait_returns_the_count_so_far) 
     Replaced_calls calls;
     int waits = 0;
     calls.select = [&](timeval*) { return ++waits == 1 ? 1 : (errno = EINTR, -1); };
-    EXPECT_EQ(write_text(stream, pattern(2 * unsigned_room())), room);
+    EXPECT_EQ(write_text(stream, numbered(2 * unsigned_room())), room);
     EXPECT_EQ(waits, 2);
 }
 
@@ -479,7 +471,7 @@ struct Posix_data_stream_write_timing : Posix_data_stream_writing {
             return clocks[std::min(next++, clocks.size() - 1)];
         };
         stream.set_write_timeout(timeout_ms);
-        return write_text(stream, pattern(static_cast<std::size_t>(rounds) * unsigned_room()));
+        return write_text(stream, numbered(static_cast<std::size_t>(rounds) * unsigned_room()));
     }
 };
 

@@ -1,24 +1,10 @@
-// What the thread reads, what it announces and when, the end of the file, and descriptors that fail.
+// What the thread reads, and what it announces when.
 
-#include <support/Captured_descriptor.h>
-#include <support/Recording_waiter.h>
-#include <support/Replaced_calls.h>
+#include <support/Receiving_stream.h>
 #include <support/Replaced_delays.h>
 #include <support/Stream_bytes.h>
-#include <support/Temporary_folder.h>
-#include <support/Threaded_stream.h>
-#include <support/descriptors.h>
-#include <support/waiting.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <csignal>
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <pthread.h>
-#include <stdlib.h>
-#include <sys/resource.h>
-#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -29,38 +15,7 @@ using Codes = std::vector<int>;
 constexpr unsigned ring_size = Data_stream::rx_capacity;
 constexpr unsigned chunk_size = 256;
 
-std::string pattern(std::size_t count) {
-    std::string bytes(count, '\0');
-    for (std::size_t i = 0; i < count; ++i)
-        bytes[i] = static_cast<char>(i * 7 + i / 251);
-    return bytes;
-}
-
-std::size_t occurrences(const std::string& what, const std::string& text) {
-    std::size_t count = 0;
-    for (std::size_t at = text.find(what); at != text.npos; at = text.find(what, at + what.size()))
-        ++count;
-    return count;
-}
-
-/// A stream that reads from a socket and tells a waiter.
-struct Posix_threaded_data_stream_receiving : testing::Test {
-    Captured_descriptor errors{STDERR_FILENO};
-    Socket_pair sockets;
-    Threaded_stream stream{sockets.take_near(), -1};
-    Recording_waiter waiter;
-
-    Posix_threaded_data_stream_receiving() { stream.reg_rx_waiter(waiter, false); }
-    ~Posix_threaded_data_stream_receiving() override { stream.stop(); }
-
-    void arrive(std::string_view bytes) const { write_all(sockets.far(), bytes); }
-    bool receives(unsigned count) {
-        return eventually([&] { return stream.bytes_avail() == count; });
-    }
-    bool is_said(const std::string& text) {
-        return eventually([&] { return errors.text() == text; });
-    }
-};
+using Posix_threaded_data_stream_receiving = Receiving_stream;
 
 // ---- Bytes and their events ----
 
@@ -82,7 +37,7 @@ TEST_F(Posix_threaded_data_stream_receiving, an_arrival_is_announced_by_one_even
 }
 
 TEST_F(Posix_threaded_data_stream_receiving, bytes_come_in_chunks_of_256_each_with_its_event) {
-    const std::string bytes = pattern(2 * chunk_size + 1);
+    const std::string bytes = numbered(2 * chunk_size + 1);
     arrive(bytes);
     stream.start();
     ASSERT_TRUE(waiter.wait_for(3));
@@ -92,31 +47,34 @@ TEST_F(Posix_threaded_data_stream_receiving, bytes_come_in_chunks_of_256_each_wi
 }
 
 TEST_F(Posix_threaded_data_stream_receiving, the_callback_runs_under_the_lock_of_the_ring) {
-    std::atomic<bool> was_free{true};
+    struct Watched_stream : Threaded_stream {
+        using Threaded_stream::Threaded_stream;
+        ~Watched_stream() override { stop(); }
+        void lock() override {
+            Threaded_stream::lock();
+            is_locked = true;
+        }
+        void unlock() override {
+            is_locked = false;
+            Threaded_stream::unlock();
+        }
+        bool is_locked = false; // of interest to the thread that holds the lock alone
+    };
+    Watched_stream watched(dup(stream.get_read_fd()));
     std::atomic<bool> called{false};
-    stream.set_rx_callback([&] {
-        std::thread([&] { // the lock cannot be asked for by its holder
-            std::atomic<bool> taken{false};
-            std::thread taker([&] {
-                stream.lock();
-                taken = true;
-                stream.unlock();
-            });
-            was_free = eventually([&] { return taken.load(); }, milliseconds(20));
-            called = true;
-            taker.detach();
-        })
-            .join();
+    std::atomic<bool> was_locked{false};
+    watched.set_rx_callback([&] {
+        was_locked = watched.is_locked;
+        called = true;
     });
     arrive("a");
-    stream.start();
+    watched.start();
     ASSERT_TRUE(eventually([&] { return called.load(); }));
-    EXPECT_FALSE(was_free);
-    stream.stop();
+    EXPECT_TRUE(was_locked);
 }
 
 TEST_F(Posix_threaded_data_stream_receiving, filling_the_ring_to_the_last_byte_is_an_ordinary_arrival) {
-    const std::string bytes = pattern(ring_size);
+    const std::string bytes = numbered(ring_size);
     arrive(bytes);
     stream.start();
     ASSERT_TRUE(receives(ring_size));
@@ -132,7 +90,7 @@ const std::string too_slow = "CLIENT TOO SLOW!!!!!!!!!!!!!!!!!!!!\n\n";
 /// A ring that lacks 100 bytes of room for a chunk; nobody really sleeps.
 struct Posix_threaded_data_stream_overrun : Posix_threaded_data_stream_receiving {
     static constexpr unsigned missing = 100;
-    const std::string bytes = pattern(ring_size + missing);
+    const std::string bytes = numbered(ring_size + missing);
     Replaced_delays delays;
 
     ~Posix_threaded_data_stream_overrun() override { stream.stop(); }
@@ -198,7 +156,7 @@ TEST_F(Posix_threaded_data_stream_overrun, an_unread_stream_receives_again_once_
 }
 
 TEST_F(Posix_threaded_data_stream_receiving, waits_about_half_a_second_for_a_slow_reader) {
-    arrive(pattern(ring_size + 1));
+    arrive(numbered(ring_size + 1));
     const Stopwatch watch;
     stream.start();
     ASSERT_TRUE(is_said(too_slow));
@@ -206,7 +164,7 @@ TEST_F(Posix_threaded_data_stream_receiving, waits_about_half_a_second_for_a_slo
 }
 
 TEST_F(Posix_threaded_data_stream_receiving, stopping_does_not_wait_for_a_slow_reader_nor_blames_it) {
-    arrive(pattern(ring_size + 1));
+    arrive(numbered(ring_size + 1));
     const Stopwatch watch;
     stream.start();
     ASSERT_TRUE(receives(ring_size));
@@ -297,229 +255,11 @@ TEST_F(Posix_threaded_data_stream_receiving, without_a_timeout_again_the_pending
 TEST_F(Posix_threaded_data_stream_receiving, a_quiet_waiter_hears_of_a_full_ring_alone) {
     const Replaced_delays no_delays;
     stream.reg_rx_waiter(waiter, true);
-    arrive(pattern(ring_size + 1));
+    arrive(numbered(ring_size + 1));
     stream.start();
     ASSERT_TRUE(is_said(too_slow));
     stream.stop();
     EXPECT_EQ(waiter.codes(), (Codes{1, 1})); // the ring is full; a byte was lost
-}
-
-// ---- The end of the file ----
-
-TEST_F(Posix_threaded_data_stream_receiving, the_end_of_the_file_is_told_ten_times_a_second) {
-    sockets.close_far();
-    const Stopwatch watch;
-    stream.start();
-    ASSERT_TRUE(eventually([&] { return stream.ends_of_file >= 4; }));
-    stream.stop();
-    EXPECT_GE(watch.elapsed(), milliseconds(300));
-    EXPECT_EQ(errors.text(), "");
-}
-
-TEST_F(Posix_threaded_data_stream_receiving, the_end_of_the_file_is_told_without_a_lock) {
-    stream.on_end_of_file = [this] {
-        stream.lock();
-        stream.unlock();
-    };
-    sockets.close_far();
-    stream.start();
-    EXPECT_TRUE(eventually([&] { return stream.ends_of_file >= 1; }));
-}
-
-TEST_F(Posix_threaded_data_stream_receiving, what_comes_behind_the_end_of_a_fifo_is_received) {
-    const Temporary_folder folder;
-    const std::string path = folder.make_fifo("fifo");
-    Threaded_stream reader;
-    ASSERT_TRUE(reader.open_read(path.c_str(), false));
-    for (const std::string bytes : {"abc", "def"}) {
-        const int writer = open(path.c_str(), O_WRONLY | O_CLOEXEC);
-        write_all(writer, bytes);
-        EXPECT_TRUE(eventually([&] { return reader.bytes_avail() == 3; }));
-        EXPECT_EQ(take_buffered(reader), bytes);
-        const int ends_before = reader.ends_of_file;
-        close(writer);
-        EXPECT_TRUE(eventually([&] { return reader.ends_of_file > ends_before; }));
-    }
-}
-
-TEST_F(Posix_threaded_data_stream_receiving, a_descriptor_that_replaces_one_at_its_end_is_read_at_once) {
-    Socket_pair next;
-    stream.on_end_of_file = [&] {
-        stream.close_read();
-        stream.use(next.take_near(), -1);
-    };
-    sockets.close_far();
-    write_all(next.far(), "abc");
-    stream.start();
-    EXPECT_TRUE(receives(3));
-    stream.stop();
-    EXPECT_EQ(stream.ends_of_file, 1);
-}
-
-TEST_F(Posix_threaded_data_stream_receiving, a_stream_that_closes_at_the_end_goes_on_without_input) {
-    stream.on_end_of_file = [&] { stream.close_read(); };
-    sockets.close_far();
-    stream.start();
-    ASSERT_TRUE(eventually([&] { return stream.ends_of_file == 1; }));
-    EXPECT_TRUE(process_rests());
-    stream.stop();
-    EXPECT_EQ(stream.ends_of_file, 1);
-    EXPECT_EQ(errors.text(), "");
-}
-
-// ---- Descriptors that fail ----
-
-/// A terminal whose near end nobody has open: reading from the far end fails with EIO.
-struct Line_that_is_gone {
-    int far = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-
-    Line_that_is_gone() {
-        EXPECT_EQ(grantpt(far) + unlockpt(far), 0);
-        close(open_near());
-    }
-    int open_near() const {
-        char name[128] = "";
-        EXPECT_EQ(ptsname_r(far, name, sizeof name), 0);
-        return open(name, O_RDWR | O_NOCTTY | O_CLOEXEC);
-    }
-};
-
-TEST_F(Posix_threaded_data_stream_receiving, a_line_that_is_gone_is_reported_once_and_is_at_its_end) {
-    const std::string message = "read(), Posix_data_stream::get_data: Input/output error\n";
-    const Line_that_is_gone line;
-    Threaded_stream reader(line.far, -1);
-    reader.start();
-    ASSERT_TRUE(eventually([&] { return reader.ends_of_file >= 3; }));
-    EXPECT_EQ(errors.text(), message);
-    EXPECT_TRUE(process_rests());
-
-    const int near = line.open_near();
-    write_all(near, "abc");
-    EXPECT_TRUE(eventually([&] { return reader.bytes_avail() == 3; }));
-    close(near);
-    EXPECT_TRUE(is_said(message + message)); // gone again, which is news
-}
-
-TEST_F(Posix_threaded_data_stream_receiving, what_cannot_be_read_is_reported_once_and_is_not_at_its_end) {
-    Threaded_stream reader(open("/", O_RDONLY | O_CLOEXEC), -1);
-    reader.start();
-    ASSERT_TRUE(is_said("read(), Posix_data_stream::get_data: Is a directory\n"));
-    EXPECT_TRUE(process_rests());
-    reader.stop();
-    EXPECT_EQ(reader.ends_of_file, 0);
-    EXPECT_EQ(errors.text(), "read(), Posix_data_stream::get_data: Is a directory\n");
-}
-
-TEST_F(Posix_threaded_data_stream_receiving, a_descriptor_closed_behind_its_back_is_reported_once_and_rests) {
-    const std::string message = "select(), Posix_data_stream::get_data: Bad file descriptor\n";
-    const int fd = stream.get_read_fd();
-    const int kept = dup(fd);
-    close(fd);
-    stream.start();
-    ASSERT_TRUE(is_said(message));
-    EXPECT_TRUE(process_rests());
-    EXPECT_EQ(errors.text(), message);
-
-    dup2(kept, fd);
-    close(kept);
-    arrive("abc");
-    EXPECT_TRUE(receives(3));
-}
-
-TEST_F(Posix_threaded_data_stream_receiving, requests_are_heard_while_select_fails) {
-    const int request_pipe = next_descriptor();
-    Threaded_stream failing;
-    Replaced_calls calls;
-    calls.select = [](timeval*) {
-        errno = ENOMEM;
-        return -1;
-    };
-    failing.start();
-    failing.pause();
-    EXPECT_TRUE(eventually([&] { return bytes_ready(request_pipe) == 0; }));
-    failing.stop();
-}
-
-TEST_F(Posix_threaded_data_stream_receiving, a_wait_that_ends_without_reason_is_reported) {
-    Replaced_calls calls;
-    calls.select = [](timeval* limit) {
-        EXPECT_EQ(limit, nullptr);
-        return 0;
-    };
-    const Stopwatch watch;
-    stream.start();
-    EXPECT_TRUE(process_rests());
-    stream.stop();
-    const std::string said = errors.text();
-    const std::string message = "select(), should not have timed out";
-    EXPECT_EQ(occurrences(message, said) * message.size(), said.size());
-    EXPECT_GE(occurrences(message, said), 1U);
-    EXPECT_LE(occurrences(message, said), static_cast<std::size_t>(watch.elapsed() / milliseconds(100)) + 1);
-}
-
-TEST_F(Posix_threaded_data_stream_receiving, a_select_that_always_fails_is_reported_once_and_does_not_spin) {
-    for (const int error : {EINTR, ENOMEM}) {
-        const std::string before = errors.text();
-        Threaded_stream failing;
-        Replaced_calls calls;
-        calls.select = [error](timeval*) {
-            errno = error;
-            return -1;
-        };
-        failing.start();
-        EXPECT_TRUE(eventually([&] { return errors.text() != before; }));
-        EXPECT_TRUE(process_rests());
-        failing.stop();
-        EXPECT_EQ(occurrences("select(), Posix_data_stream::get_data: ", errors.text().substr(before.size())), 1U);
-    }
-}
-
-TEST_F(Posix_threaded_data_stream_receiving, a_signal_is_reported_and_survived) {
-    struct sigaction quiet {};
-    struct sigaction before {};
-    quiet.sa_handler = [](int) {};
-    sigaction(SIGUSR1, &quiet, &before);
-    std::atomic<pthread_t> thread{};
-    stream.set_rx_callback([&] { thread = pthread_self(); });
-    stream.start();
-    arrive("a");
-    ASSERT_TRUE(waiter.wait_for(1));
-    // The thread may not be waiting yet; a signal that finds it elsewhere goes unnoticed.
-    EXPECT_TRUE(eventually([&] {
-        pthread_kill(thread, SIGUSR1);
-        return errors.text().find("select(), Posix_data_stream::get_data: Interrupted system call\n") == 0;
-    }));
-    arrive("b");
-    EXPECT_TRUE(receives(2));
-    stream.stop();
-    sigaction(SIGUSR1, &before, nullptr);
-}
-
-TEST_F(Posix_threaded_data_stream_receiving, a_descriptor_beyond_what_select_knows_is_left_alone) {
-    rlimit before{};
-    getrlimit(RLIMIT_NOFILE, &before);
-    if (before.rlim_max <= FD_SETSIZE)
-        GTEST_SKIP() << "this process may not open more than " << before.rlim_max << " descriptors";
-    const rlimit enough{FD_SETSIZE + 10, before.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &enough);
-    const int fd = fcntl(stream.get_read_fd(), F_DUPFD_CLOEXEC, FD_SETSIZE);
-    ASSERT_GE(fd, FD_SETSIZE);
-    {
-        Threaded_stream reader(fd, fd);
-        reader.set_write_buffering(true);
-        arrive("abc");
-        reader.start();
-        EXPECT_TRUE(process_rests());
-        EXPECT_EQ(reader.bytes_avail(), 0U);
-    }
-    setrlimit(RLIMIT_NOFILE, &before);
-    EXPECT_EQ(errors.text(), "");
-}
-
-TEST_F(Posix_threaded_data_stream_receiving, an_idle_thread_rests) {
-    stream.start();
-    EXPECT_TRUE(process_rests());
-    EXPECT_EQ(errors.text(), "");
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 // Random traffic both ways, with a writer and a reader thread for each direction beside the streams' own threads.
 
+#include <support/Allocation_counter.h>
 #include <support/Pty_pair.h>
 #include <support/Random.h>
 #include <support/Stream_bytes.h>
@@ -11,6 +12,7 @@
 #include <atomic>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <optional>
 #include <random>
 #include <sys/socket.h>
 #include <thread>
@@ -114,6 +116,39 @@ TEST(Posix_threaded_data_stream_transfer, random_bytes_pass_a_terminal_unchanged
     Threaded_stream b;
     ASSERT_TRUE(b.open(terminal.path().c_str(), false, false, false));
     exchange(a, b);
+}
+
+TEST(Posix_threaded_data_stream_transfer, takes_nothing_from_the_heap_on_the_way) {
+    Socket_pair sockets;
+    const int near = sockets.take_near();
+    make_non_blocking(near);
+    Threaded_stream stream(near, near);
+    stream.set_write_buffering(true);
+    std::optional<Allocation_counter> in_thread;
+    std::atomic<int> arrivals{0};
+    std::atomic<unsigned> taken_by_thread{0};
+    stream.set_rx_callback([&] {
+        if (in_thread)
+            taken_by_thread = in_thread->count();
+        else
+            in_thread.emplace();
+        if (arrivals == 2)
+            in_thread.reset(); // in the thread that made it
+        ++arrivals;
+    });
+    stream.start();
+    const std::string bytes(3000, 'x');
+    for (int i = 1; i <= 3; ++i) {
+        const Allocation_counter here;
+        while (stream._write(bytes_of(bytes), 3000) != 0) { // until the transmit ring is in use
+        }
+        EXPECT_EQ(here.count(), 0U);
+        for (int ready = 0; (ready = bytes_ready(sockets.far())) > 0;)
+            read_exactly(sockets.far(), static_cast<std::size_t>(ready));
+        write_all(sockets.far(), "a");
+        ASSERT_TRUE(eventually([&] { return arrivals == i; }));
+    }
+    EXPECT_EQ(taken_by_thread, 0U);
 }
 
 } // namespace

@@ -23,13 +23,6 @@ using Codes = std::vector<int>;
 
 constexpr unsigned ring_size = Posix_threaded_data_stream::tx_capacity;
 
-std::string pattern(std::size_t count) {
-    std::string bytes(count, '\0');
-    for (std::size_t i = 0; i < count; ++i)
-        bytes[i] = static_cast<char>(i * 7 + i / 251);
-    return bytes;
-}
-
 int write_packet(Posix_threaded_data_stream& stream, const std::string& bytes) {
     return stream.write_packet(bytes_of(bytes), static_cast<unsigned>(bytes.size()));
 }
@@ -95,7 +88,7 @@ TEST_F(Posix_threaded_data_stream_writing, without_buffering_the_write_timeout_c
     stream.set_write_buffering(false);
     stream.set_write_timeout(20);
     const Stopwatch watch;
-    EXPECT_EQ(write_bytes(stream, pattern(pipe_size + 100)), static_cast<int>(pipe_size));
+    EXPECT_EQ(write_bytes(stream, numbered(pipe_size + 100)), static_cast<int>(pipe_size));
     EXPECT_GE(watch.elapsed(), milliseconds(20));
 }
 
@@ -107,7 +100,7 @@ TEST_F(Posix_threaded_data_stream_writing, what_the_descriptor_takes_is_written_
 }
 
 TEST_F(Posix_threaded_data_stream_writing, what_it_does_not_take_is_queued_and_not_counted) {
-    const std::string bytes = pattern(pipe_size + 1000);
+    const std::string bytes = numbered(pipe_size + 1000);
     EXPECT_EQ(write_bytes(stream, bytes), static_cast<int>(pipe_size));
     EXPECT_EQ(write_bytes(stream, "behind"), 0);
     EXPECT_EQ(pipe.drain(), bytes.substr(0, pipe_size));
@@ -124,7 +117,7 @@ TEST_F(Posix_threaded_data_stream_writing, nothing_overtakes_queued_bytes) {
 
 TEST_F(Posix_threaded_data_stream_writing, what_does_not_fit_the_transmit_ring_is_lost) {
     fill_pipe();
-    const std::string bytes = pattern(ring_size + 50);
+    const std::string bytes = numbered(ring_size + 50);
     EXPECT_EQ(write_bytes(stream, bytes), 0);
     EXPECT_EQ(write_bytes(stream, "more"), 0);
     EXPECT_TRUE(has_queued(bytes.substr(0, ring_size)));
@@ -143,14 +136,14 @@ TEST_F(Posix_threaded_data_stream_writing, a_closed_stream_queues_until_it_has_a
 
 TEST_F(Posix_threaded_data_stream_writing, a_running_thread_sends_queued_bytes_as_the_peer_takes_them) {
     stream.start();
-    const std::string bytes = pattern(pipe_size + ring_size);
+    const std::string bytes = numbered(pipe_size + ring_size);
     EXPECT_EQ(write_bytes(stream, bytes), static_cast<int>(pipe_size));
     EXPECT_EQ(read_exactly(pipe.reading(), bytes.size()), bytes);
 }
 
 TEST_F(Posix_threaded_data_stream_writing, room_in_a_ring_that_was_full_is_announced_with_the_flag) {
     fill_pipe();
-    write_bytes(stream, pattern(ring_size));
+    write_bytes(stream, numbered(ring_size));
     stream.start();
     read_exactly(pipe.reading(), pipe_size + ring_size);
     ASSERT_TRUE(waiter.wait_for(1));
@@ -160,7 +153,7 @@ TEST_F(Posix_threaded_data_stream_writing, room_in_a_ring_that_was_full_is_annou
 
 TEST_F(Posix_threaded_data_stream_writing, room_in_a_ring_that_was_not_full_is_not_announced) {
     fill_pipe();
-    write_bytes(stream, pattern(ring_size - 1));
+    write_bytes(stream, numbered(ring_size - 1));
     stream.start();
     read_exactly(pipe.reading(), pipe_size + ring_size - 1);
     stream.stop();
@@ -186,7 +179,7 @@ TEST_F(Posix_threaded_data_stream_writing, switched_off_buffering_leaves_queued_
 
 TEST_F(Posix_threaded_data_stream_writing, a_full_descriptor_does_not_keep_the_thread_busy) {
     stream.start();
-    write_bytes(stream, pattern(pipe_size + ring_size));
+    write_bytes(stream, numbered(pipe_size + ring_size));
     EXPECT_TRUE(process_rests());
     EXPECT_EQ(errors.text(), "");
 }
@@ -217,14 +210,14 @@ TEST_F(Posix_threaded_data_stream_writing, a_packet_that_goes_out_at_once_is_cou
 
 TEST_F(Posix_threaded_data_stream_writing, a_packet_larger_than_the_ring_is_dropped_whole) {
     fill_pipe();
-    EXPECT_EQ(write_packet(stream, pattern(5000)), 0);
-    EXPECT_EQ(write_packet(stream, pattern(ring_size + 1)), 0);
+    EXPECT_EQ(write_packet(stream, numbered(5000)), 0);
+    EXPECT_EQ(write_packet(stream, numbered(ring_size + 1)), 0);
     EXPECT_TRUE(has_queued(""));
 }
 
 TEST_F(Posix_threaded_data_stream_writing, a_packet_as_large_as_the_room_is_queued) {
     fill_pipe();
-    const std::string bytes = pattern(ring_size);
+    const std::string bytes = numbered(ring_size);
     EXPECT_EQ(write_packet(stream, bytes.substr(0, 200)), 0);
     EXPECT_EQ(write_packet(stream, bytes.substr(200)), 0);
     EXPECT_TRUE(has_queued(bytes));
@@ -232,21 +225,21 @@ TEST_F(Posix_threaded_data_stream_writing, a_packet_as_large_as_the_room_is_queu
 
 TEST_F(Posix_threaded_data_stream_writing, a_packet_larger_than_the_room_leaves_the_ring_as_it_is) {
     fill_pipe();
-    const std::string bytes = pattern(200);
+    const std::string bytes = numbered(200);
     write_packet(stream, bytes);
-    EXPECT_EQ(write_packet(stream, pattern(ring_size - 199)), 0);
+    EXPECT_EQ(write_packet(stream, numbered(ring_size - 199)), 0);
     EXPECT_TRUE(has_queued(bytes));
 }
 
 TEST_F(Posix_threaded_data_stream_writing, a_packet_whose_rest_does_not_fit_counts_as_dropped_though_its_start_is_out) {
-    const std::string bytes = pattern(pipe_size + ring_size + 1);
+    const std::string bytes = numbered(pipe_size + ring_size + 1);
     EXPECT_EQ(write_packet(stream, bytes), 0);
     EXPECT_EQ(pipe.drain(), bytes.substr(0, pipe_size));
     EXPECT_TRUE(has_queued(""));
 }
 
 TEST_F(Posix_threaded_data_stream_writing, a_packet_whose_rest_fits_counts_what_is_out) {
-    const std::string bytes = pattern(pipe_size + ring_size);
+    const std::string bytes = numbered(pipe_size + ring_size);
     EXPECT_EQ(write_packet(stream, bytes), static_cast<int>(pipe_size));
     EXPECT_EQ(pipe.drain(), bytes.substr(0, pipe_size));
     EXPECT_TRUE(has_queued(bytes.substr(pipe_size)));
@@ -377,7 +370,7 @@ TEST_F(Posix_threaded_data_stream_commands, queue_what_fits_after_a_thousand_pol
 }
 
 TEST_F(Posix_threaded_data_stream_commands, of_which_a_part_went_out_are_judged_by_their_rest) {
-    const std::string sentence = "$" + pattern(pipe_size + 50); // what is left does not begin with a dollar
+    const std::string sentence = "$" + numbered(pipe_size + 50); // what is left does not begin with a dollar
     EXPECT_TRUE(write_tarve(stream, sentence));
     EXPECT_EQ(pipe.drain().size(), pipe_size);
     EXPECT_TRUE(has_queued(sentence.substr(pipe_size)));

@@ -2,8 +2,6 @@
 
 #include <glue/data_stream/Virtual_pair_data_stream.h>
 
-#include <string>
-
 /// The two ends of a virtual pair over a lock that the test can look at.
 struct Open_pair {
     bool locked() const { return lock.owner_thread() != nullptr; }
@@ -12,11 +10,3 @@ struct Open_pair {
     Virtual_pair_data_stream_part a{nullptr, b, lock};
     Virtual_pair_data_stream_part b{nullptr, a, lock};
 };
-
-/// Bytes of which no short stretch repeats.
-inline std::string numbered(unsigned count) {
-    std::string bytes;
-    for (unsigned i = 0; i < count; ++i)
-        bytes += static_cast<char>(i % 251);
-    return bytes;
-}

@@ -4,6 +4,7 @@
 #include <glue/vesk/Vesk_parser.h>
 
 #include <support/Frame_builder.h>
+#include <support/Packets.h>
 #include <support/Random.h>
 #include <support/Scripted_stream.h>
 
@@ -15,23 +16,7 @@
 
 namespace {
 
-/// Frames without their terminator.
-std::string binary_frame(const std::string& identifier, const std::string& body) {
-    return build_frame(identifier, body, Checksum::binary, "");
-}
-
 constexpr unsigned longest_claim = 4101; // a frame of length FFF with its terminator
-
-struct Packet {
-    int kind;
-    std::string bytes;
-
-    bool operator==(const Packet& other) const { return kind == other.kind && bytes == other.bytes; }
-};
-
-void PrintTo(const Packet& packet, std::ostream* out) {
-    *out << packet.kind << testing::PrintToString(packet.bytes);
-}
 
 /// What comes out when bytes go in piece by piece; the last piece size repeats.
 struct Parsing {
@@ -109,7 +94,8 @@ class Traffic {
 
     std::string frame() {
         static const char* const identifiers[] = {"PG", "~~", "||", "PV", "SI", "00"};
-        return binary_frame(identifiers[random_.between(0, 5)], random_.bytes(random_.between(0, 60))) + line_end();
+        return unterminated_frame(identifiers[random_.between(0, 5)], random_.bytes(random_.between(0, 60))) +
+               line_end();
     }
 
     std::string damaged(std::string bytes) {
@@ -160,7 +146,8 @@ TEST(Vesk_parser_streams, cut_anywhere_give_the_same_packets) {
         std::string bytes;
         while (bytes.size() < 3000)
             bytes += traffic.element();
-        bytes += binary_frame("RD", "date") + "\n"; // a part of a line end that is left alone waits for five bytes
+        bytes +=
+            unterminated_frame("RD", "date") + "\n"; // a part of a line end that is left alone waits for five bytes
         remove_acknowledgements(bytes);
 
         const Parsing whole = parse_whole(bytes);
@@ -182,7 +169,7 @@ TEST(Vesk_parser_streams, cut_anywhere_give_the_same_packets) {
 }
 
 TEST(Vesk_parser_streams, an_acknowledgement_is_one_only_when_it_arrives_alone) {
-    const std::string bytes = "\x06" + binary_frame("PG", "position") + "\n";
+    const std::string bytes = "\x06" + unterminated_frame("PG", "position") + "\n";
     EXPECT_EQ(parse_in_pieces(bytes, {1, 100}).packets,
               (std::vector<Packet>{{Vesk_parser::acknowledgement, "\x06"}, {Vesk_parser::frame, bytes.substr(1)}}));
     EXPECT_EQ(parse_whole(bytes).packets, (std::vector<Packet>{{Vesk_parser::noise, bytes}}));
@@ -223,7 +210,7 @@ struct Damage_test : testing::Test {
                 std::string body = first;
                 while (body.size() < frame_size - 7)
                     body += static_cast<char>(random.byte());
-                frame = binary_frame("PG", body);
+                frame = unterminated_frame("PG", body);
             } while (frame.find_first_of("\r\n") != std::string::npos);
             frames.push_back(frame + "\n");
         }
@@ -279,7 +266,7 @@ TEST_F(Damage_test, of_any_kind_costs_no_more_frames_than_the_longest_claim_cove
 }
 
 TEST(Vesk_parser_streams, hostile_lengths_stop_nothing_for_good) {
-    const std::string good = binary_frame("RD", "date") + "\n";
+    const std::string good = unterminated_frame("RD", "date") + "\n";
     for (const std::string digits :
          {"000", "FFF", "fff", "FfF", "-01", "+01", " 01", "1 1", "0x1", "1e1", "...", "@@@", "\xFF\xFF\xFF"}) {
         std::string bytes = "PG" + digits + "abc\n";
