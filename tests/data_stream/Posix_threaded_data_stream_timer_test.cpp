@@ -67,11 +67,12 @@ TEST_F(Posix_threaded_data_stream_timer, bytes_arrive_while_it_is_set) {
     EXPECT_TRUE(eventually([&] { return stream.bytes_avail() == 3; }));
 }
 
-TEST(Posix_threaded_data_stream_timer_slot, is_behind_the_other_virtual_operations) {
+TEST(Posix_threaded_data_stream_timer_slot, is_right_behind_the_other_virtual_operations) {
     struct Slots : Posix_threaded_data_stream {
         static std::size_t timer() { return vtable_slot(&Slots::handle_timer); }
     };
-    EXPECT_EQ(Slots::timer(), vtable_slot(&Posix_threaded_data_stream::handle_close) + 1);
+    EXPECT_GT(Slots::timer(), vtable_slot(&Posix_threaded_data_stream::handle_close));
+    EXPECT_EQ(Slots::timer(), vtable_slot(&Posix_threaded_data_stream::send_rx_event) + 1);
 }
 
 } // namespace
