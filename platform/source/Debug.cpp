@@ -127,6 +127,7 @@ void add(std::string_view text, bool at_once = false) {
         deliver(text);
         return;
     }
+    shared(); // before a line begins, so that a child of fork knows to let it be
     own_line().add(text);
     if (at_once)
         own_line().send_all();

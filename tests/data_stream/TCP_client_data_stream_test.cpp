@@ -13,8 +13,8 @@
 #include <support/Stream_bytes.h>
 #include <support/TCP_socket.h>
 #include <support/Vtable_slot.h>
-#include <support/processor_time.h>
 #include <support/descriptors.h>
+#include <support/processor_time.h>
 #include <support/waiting.h>
 
 #include <algorithm>

@@ -282,8 +282,7 @@ TEST_F(Data_stream_factory, documented_examples_make_the_kinds_they_stand_under)
             continue; // a pseudo terminal has no line driver; the serial line's own tests have one
         const Stream stream = make(example);
         ASSERT_TRUE(stream) << example;
-        if (heading != "Stream specifications" && !heading.empty())
-            EXPECT_EQ(kind_of(stream), heading) << example;
+        EXPECT_TRUE(heading.empty() || kind_of(stream) == heading) << example;
     }
 }
 

@@ -2,8 +2,8 @@
 
 #include <support/Captured_debug.h>
 #include <support/TCP_socket.h>
-#include <support/processor_time.h>
 #include <support/descriptors.h>
+#include <support/processor_time.h>
 #include <support/waiting.h>
 
 #include <atomic>

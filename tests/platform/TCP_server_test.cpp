@@ -7,8 +7,8 @@
 #include <support/Random.h>
 #include <support/Replaced_calls.h>
 #include <support/TCP_socket.h>
-#include <support/processor_time.h>
 #include <support/descriptors.h>
+#include <support/processor_time.h>
 #include <support/waiting.h>
 
 #include <arpa/inet.h>

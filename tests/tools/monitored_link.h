@@ -3,6 +3,7 @@
 #include "summary_text.h"
 
 #include <monitor/Monitor.h>
+#include <monitor/Receiver_input.h>
 
 #include <support/Standard_input.h>
 #include <support/Text_file.h>

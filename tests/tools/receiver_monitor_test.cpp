@@ -305,8 +305,11 @@ TEST(receiver_monitor, reader_that_goes_away_is_one_line_and_status_1) {
 
 TEST(receiver_monitor, wrong_options_are_refused) {
     expect_refusal({"--speed", "3"}, "--speed");
-    expect_refusal({"somewhere"}, "somewhere");
-    expect_refusal({"one\ntwo"}, "one two");
+    expect_refusal({"tcp:0", "somewhere"}, "somewhere");
+    expect_refusal({"tcp:0", "one\ntwo"}, "one two");
+    expect_refusal({"tcp:0", "--device", "/dev/null"}, "--device");
+    expect_refusal({"--send", "VER"}, "--send");
+    expect_refusal({"--trace"}, "--trace");
     expect_refusal({"--device"}, "--device");
     expect_refusal({"--quiet=perhaps"}, "--quiet");
     expect_refusal({"--count", "1", "--count", "2"}, "--count");
