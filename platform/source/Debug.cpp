@@ -89,6 +89,7 @@ void deliver(std::string_view text) {
 /// The line that a thread is composing.
 class Line {
   public:
+    Line() { shared(); } // from now on a fork is taken notice of
     ~Line() {
         deliver(text_);
         line_is_gone = true;
