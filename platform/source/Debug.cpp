@@ -60,6 +60,9 @@ Shared& shared() {
     return *the_one;
 }
 
+/// Made while there is one thread: a child that is forked while another thread makes it would wait for that for ever.
+[[maybe_unused]] const Shared& made_at_start = shared();
+
 thread_local bool inside_sink = false;
 thread_local bool line_is_gone = false;
 
@@ -89,7 +92,6 @@ void deliver(std::string_view text) {
 /// The line that a thread is composing.
 class Line {
   public:
-    Line() { shared(); } // from now on a fork is taken notice of
     ~Line() {
         deliver(text_);
         line_is_gone = true;
