@@ -9,7 +9,8 @@
 #include <cmath>
 #include <csignal>
 #include <cstring>
-#include <limits>
+#include <optional>
+#include <stdio_ext.h>
 #include <string>
 
 namespace {
@@ -21,7 +22,7 @@ constexpr int good_frames_came = 0;
 constexpr int no_good_frame_came = 2;
 
 struct Command_line {
-    std::string device;
+    std::optional<std::string> device;
     std::string format = "labelled";
     double duration = 0;
     Monitor::Options monitor;
@@ -29,7 +30,7 @@ struct Command_line {
 
 void describe(CLI::App& app, Command_line& line) {
     constexpr double longest_duration = 1e9; // seconds
-    const double any = std::numeric_limits<double>::infinity();
+    constexpr double most_frames = 1e15;
     app.add_option("--device", line.device, "Device or file to read; without it, standard input")->type_name("PATH");
     app.add_option("--format", line.format, "Form of the lines: labelled for people, comma for files")
         ->check(CLI::IsMember({"labelled", "comma"}))
@@ -40,25 +41,38 @@ void describe(CLI::App& app, Command_line& line) {
         ->type_name("SECONDS")
         ->capture_default_str();
     app.add_option("--count", line.monitor.count, "End after so many good frames; without it, never")
-        ->check(number_between(1, any))
+        ->check(number_between(1, most_frames))
         ->type_name("FRAMES");
     app.add_flag("--quiet", line.monitor.quiet, "Print the summary alone");
     app.footer(
         "The summary goes to standard error. Exit status: 0 when at least one good frame came, 2 when none did,\n"
-        "1 for a wrong option, a device that cannot be opened or an output that fails.");
+        "1 for a wrong option, an input that cannot be opened or read, or an output that fails.");
+}
+
+/// What an output that failed has not taken is not offered to it again when the program exits: a reader that is stuck
+/// would hold that up.
+void give_up_failed_output() {
+    if (std::ferror(stdout))
+        __fpurge(stdout);
 }
 
 int monitor(const CLI::App& app, const Command_line& line) {
     Receiver_input input;
-    if (!line.device.empty() && !input.open_device(line.device))
+    if (line.device && !input.open_device(*line.device))
         return command_line::failed;
 
     const Interrupt interrupt;
     Monitor monitor(line.monitor, input, interrupt, stdout);
-    if (monitor.run() == Monitor::End::output_failed)
-        return complain(app, std::string("cannot write to standard output: ") + std::strerror(errno));
-    if (input.error() != 0)
-        complain(app, std::string("cannot read on: ") + std::strerror(input.error()));
+    const Monitor::End end = monitor.run();
+    const int error = errno;
+    give_up_failed_output();
+    if (end == Monitor::End::output_failed)
+        return complain(app, std::string("cannot write to standard output: ") + std::strerror(error));
+    if (input.error() != 0) {
+        complain(app, "cannot read " + line.device.value_or("standard input") + ": " + std::strerror(input.error()));
+        if (input.arrived() == 0)
+            return command_line::failed;
+    }
     monitor.print_summary(stderr);
     return monitor.good_frames() > 0 ? good_frames_came : no_good_frame_came;
 }

@@ -36,13 +36,14 @@ struct Command_line {
 
 void describe(CLI::App& app, Command_line& line) {
     constexpr double longest_interval_ms = 3600000;
+    constexpr double most_epochs = 1e15;
     const double any = std::numeric_limits<double>::infinity();
     app.add_option("--rate", line.rate, "Epochs a second; 0: as fast as the reader takes them")
         ->check(number_between(0, any))
         ->type_name("HZ")
         ->capture_default_str();
     app.add_option("--epochs", line.epochs, "End after so many epochs; without it, never")
-        ->check(number_between(0, any))
+        ->check(number_between(0, most_epochs))
         ->type_name("N");
     app.add_option("--interval", line.receiver.interval_ms, "Milliseconds of simulated time from epoch to epoch")
         ->check(number_between(1, longest_interval_ms))

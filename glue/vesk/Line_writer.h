@@ -13,7 +13,7 @@ class Line_writer {
     Line_writer(char* buf, int size) : end_(buf), room_(size > 0 ? static_cast<std::size_t>(size) : 0) {}
 
     /// Appends a piece. A NUL in it ends it: the next piece takes the place of the NUL.
-    /// \return the length of the piece, also when it was cut; 0 when the buffer has no room at all
+    /// \return the length of the piece, also when it was cut or there is no room at all
     int append(const char* format, ...) __attribute__((format(printf, 2, 3))) {
         va_list arguments;
         va_start(arguments, format);
@@ -25,7 +25,7 @@ class Line_writer {
     /// The same for a list of arguments.
     int append_list(const char* format, va_list arguments) __attribute__((format(printf, 2, 0))) {
         if (room_ == 0)
-            return 0;
+            return std::vsnprintf(nullptr, 0, format, arguments);
         *end_ = '\0';
         const int piece = std::vsnprintf(end_, room_, format, arguments);
         const std::size_t written = std::strlen(end_);

@@ -1,10 +1,12 @@
 #include <glue/vesk/Vesk_message.h>
 
 #include "hex_digits.h"
+#include "line_end.h"
 
 #include <algorithm>
 #include <cstring>
 
+using glue_detail::ends_line;
 using glue_detail::hex_digit;
 using glue_detail::hex_value;
 
@@ -13,10 +15,6 @@ namespace {
 constexpr unsigned length_offset = 2;
 constexpr unsigned length_digits = 3;
 constexpr unsigned checksum_digits = 2;
-
-bool ends_line(unsigned char byte) {
-    return byte == '\n' || byte == '\r';
-}
 
 bool is_space(char c) {
     return c == ' ' || (c >= '\t' && c <= '\r');
@@ -111,7 +109,7 @@ bool Vesk_message::check_checksum() const {
 }
 
 bool Vesk_message::validate(int identifier) const {
-    return get_size() >= 2 && get_msg_id() == (identifier & 0xFFFF) && check_checksum();
+    return get_msg_id() == (identifier & 0xFFFF) && check_checksum();
 }
 
 bool Vesk_message::set_checksum(bool binary) {
@@ -123,6 +121,20 @@ bool Vesk_message::set_checksum(bool binary) {
     const unsigned value = compute_8bit_checksum(static_cast<int>(L + 3));
     return set_uint8(L + 3, hex_digit(value >> 4)) && set_uint8(L + 4, hex_digit(value));
 }
+
+namespace {
+
+/// The characters of a message up to its first NUL.
+struct Text {
+    explicit Text(const Vesk_message& message)
+        : begin(reinterpret_cast<const char*>(message.get_ptr())),
+          end(std::find(begin, begin + message.get_size(), '\0')) {}
+
+    const char* begin;
+    const char* end;
+};
+
+} // namespace
 
 Vesk_response::~Vesk_response() = default;
 
@@ -140,14 +152,13 @@ bool Vesk_response::check_response_string(const char* s) const {
 }
 
 bool Vesk_response::get_identifier(const char*& begin, const char*& end) const {
-    const char* const text = reinterpret_cast<const char*>(get_ptr());
-    const char* const text_end = text + strnlen(text, get_size());
-    const char* const first = std::find(text, text_end, '%');
-    if (first == text_end)
+    const Text text(*this);
+    const char* const first = std::find(text.begin, text.end, '%');
+    if (first == text.end)
         return false;
     begin = first;
-    const char* const second = std::find(first + 1, text_end, '%');
-    if (second == text_end)
+    const char* const second = std::find(first + 1, text.end, '%');
+    if (second == text.end)
         return false;
     end = second + 1;
     return true;
@@ -155,17 +166,17 @@ bool Vesk_response::get_identifier(const char*& begin, const char*& end) const {
 
 const char* Vesk_response::strip_identifier(unsigned& len) {
     const char* identifier = nullptr;
-    const char* begin = nullptr;
-    if (!get_identifier(identifier, begin))
+    const char* behind = nullptr;
+    if (!get_identifier(identifier, behind))
         return nullptr;
-    const char* const text = reinterpret_cast<const char*>(get_ptr());
-    const char* end = text + strnlen(text, get_size());
-    begin = std::find_if_not(begin, end, is_space);
+    const Text text(*this);
+    const char* const begin = std::find_if_not(behind, text.end, is_space);
+    const char* end = text.end;
     while (end > begin && is_space_or_control(end[-1]))
         --end;
     if (begin == end)
         return nullptr;
     len = static_cast<unsigned>(end - begin);
-    skip_front(static_cast<unsigned>(begin - text));
+    skip_front(static_cast<unsigned>(begin - text.begin));
     return begin;
 }

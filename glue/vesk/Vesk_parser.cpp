@@ -13,10 +13,13 @@
 #include <glue/vesk/Vesk_message.h>
 
 #include "hex_digits.h"
+#include "line_end.h"
 
 #include <platform/Debug.h>
 
 #include <algorithm>
+
+using glue_detail::ends_line;
 
 namespace {
 
@@ -24,10 +27,6 @@ constexpr unsigned char accepted_byte = 0x06;
 constexpr unsigned char refused_byte = 0x15;
 constexpr unsigned longest_noise = 4190;        // without a line end
 constexpr unsigned last_index_to_extend = 4198; // so that noise with its line end fits the stream's ring
-
-bool ends_line(unsigned char byte) {
-    return byte == '\r' || byte == '\n';
-}
 
 bool separates(unsigned char byte) {
     return byte == '\0' || ends_line(byte);
@@ -90,7 +89,7 @@ bool Vesk_parser::is_newline(int i) {
     if (!stream_ || i < 0)
         return false;
     const auto index = static_cast<unsigned>(i);
-    return stream_->bytes_avail(index + 1) && ends_line((*stream_)[index]);
+    return has(index + 1) && ends_line((*stream_)[index]);
 }
 
 int Vesk_parser::get_packet(unsigned char* buf, int size, int& len) {
@@ -140,6 +139,12 @@ int Vesk_parser::get_packet(Vesk_message& message, int& len) {
 
 // Looking, without taking anything but single bytes that cannot start a frame
 
+/// Whether `count` bytes are buffered, after fetching what is missing. Counts them itself: there are streams whose
+/// fetch claims success and leaves less.
+bool Vesk_parser::has(unsigned count) {
+    return stream_->bytes_avail() >= count || (stream_->bytes_avail(count) && stream_->bytes_avail() >= count);
+}
+
 bool Vesk_parser::is_acknowledgement() {
     if (stream_->bytes_avail() != 1)
         return false;
@@ -147,16 +152,17 @@ bool Vesk_parser::is_acknowledgement() {
     return byte == accepted_byte || byte == refused_byte;
 }
 
+/// While a line end is still looked for, what may have come meanwhile can be its rest rather than a line.
 bool Vesk_parser::lacks_prompt() {
-    return parse_mode_ == parse_echoed_lines && stream_->bytes_avail() > 1 && (*stream_)[0] != '>' &&
-           (*stream_)[1] != '>';
+    return parse_mode_ == parse_echoed_lines && !frame_just_taken_ && stream_->bytes_avail() > 1 &&
+           (*stream_)[0] != '>' && (*stream_)[1] != '>';
 }
 
 Vesk_parser::Look Vesk_parser::look_at_header(Header& header) {
     if (lacks_prompt())
         return Look::bad;
     unsigned char bytes[Vesk_message::header_size];
-    const bool there = stream_->bytes_avail(sizeof bytes) && stream_->get_data(bytes, sizeof bytes, 0);
+    const bool there = has(sizeof bytes) && stream_->get_data(bytes, sizeof bytes, 0);
     if (frame_just_taken_ && stream_->bytes_avail() > 0)
         return Look::restart; // what was only fetched now may begin with the rest of a line end
     if (!there)
@@ -198,7 +204,7 @@ bool Vesk_parser::accepted_by_checker(const Header& header) {
 /// Finds out how many bytes a frame or reply takes with its terminator, once they are all there.
 Vesk_parser::Look Vesk_parser::look_for_end(const Header& header, unsigned& whole) {
     whole = header.length + (terminated_ ? 1 : 0);
-    if (!stream_->bytes_avail(whole))
+    if (!has(whole))
         return Look::incomplete;
     if (!terminated_)
         return Look::complete;
@@ -214,7 +220,7 @@ Vesk_parser::Look Vesk_parser::look_for_end(const Header& header, unsigned& whol
 /// it and some do not.
 Vesk_parser::Look Vesk_parser::look_for_end_of_reply(unsigned& whole) {
     const unsigned end = (*stream_)[whole - 1] == '\n' ? whole - 1 : whole;
-    if (!stream_->bytes_avail(end + 1))
+    if (!has(end + 1))
         return Look::incomplete;
     if ((*stream_)[end] != '\n') {
         drop_one(counts_.noise);
@@ -228,7 +234,7 @@ Vesk_parser::Look Vesk_parser::look_for_end_of_reply(unsigned& whole) {
 bool Vesk_parser::find_end_of_noise(unsigned& index) {
     unsigned char piece[256];
     for (index = 0; index < longest_noise;) {
-        if (!stream_->bytes_avail(index + 1))
+        if (!has(index + 1))
             return false;
         const unsigned buffered = std::min(stream_->bytes_avail(), longest_noise);
         const unsigned count = std::min(buffered - index, static_cast<unsigned>(sizeof piece));
@@ -284,6 +290,7 @@ unsigned Vesk_parser::take(unsigned count, unsigned char* buf, unsigned size, st
     stream_->get_data(buf, count, 0);
     stream_->drop(count);
     counted_as += count;
+    frame_just_taken_ = false;
     return count;
 }
 

@@ -7,13 +7,19 @@
 #include <cstdlib>
 #include <utility>
 
+namespace {
+
+constexpr std::int64_t longest_step = 3600 * 1000;
+
+} // namespace
+
 waiter_descriptor::waiter_descriptor(module_man& modules) {
     init(modules);
 }
 
 waiter_descriptor::~waiter_descriptor() {
-    for (waiter_event& event : events_)
-        std::free(event.payload);
+    for (unsigned i = 0; i < events_.size(); ++i)
+        std::free(events_.at(i).payload);
 }
 
 void waiter_descriptor::init(module_man& modules) {
@@ -25,14 +31,14 @@ bool waiter_descriptor::send_event(waiter_event& event, [[maybe_unused]] bool ur
     bool first_loss = false;
     {
         const std::lock_guard<std::mutex> guard(mutex_);
-        if (events_.size() >= capacity) {
+        if (events_.full()) {
             if (merge && merge_with_waiting(event))
                 return true;
-            lost_payload = events_.front().payload;
-            events_.pop_front();
+            lost_payload = events_.at(0).payload;
+            events_.consume(1);
             first_loss = dropped_++ == 0;
         }
-        events_.push_back(event);
+        events_.push(event);
         event.payload = nullptr;
     }
     arrived_.notify_one();
@@ -45,9 +51,16 @@ bool waiter_descriptor::send_event(waiter_event& event, [[maybe_unused]] bool ur
 
 int waiter_descriptor::get_event(waiter_event& event, Atime deadline) {
     std::unique_lock<std::mutex> guard(mutex_);
-    const std::chrono::steady_clock::time_point limit{std::chrono::milliseconds(deadline.units())};
-    if (!arrived_.wait_until(guard, limit, [this] { return !events_.empty(); }))
-        return 1;
+    while (events_.empty()) {
+        using std::chrono::milliseconds;
+        using std::chrono::steady_clock;
+        const auto now = std::chrono::floor<milliseconds>(steady_clock::now().time_since_epoch());
+        if (now.count() >= deadline.units())
+            return 1;
+        // In bounded steps: a deadline may lie further ahead than the system's clocks can say.
+        const milliseconds step(std::min(deadline.units(), now.count() + longest_step));
+        arrived_.wait_until(guard, steady_clock::time_point(step));
+    }
     take_oldest(event);
     return 0;
 }
@@ -61,7 +74,7 @@ int waiter_descriptor::get_event(waiter_event& event) {
 
 unsigned waiter_descriptor::waiting() const {
     const std::lock_guard<std::mutex> guard(mutex_);
-    return static_cast<unsigned>(events_.size());
+    return events_.size();
 }
 
 unsigned waiter_descriptor::dropped() const {
@@ -70,15 +83,17 @@ unsigned waiter_descriptor::dropped() const {
 }
 
 void waiter_descriptor::take_oldest(waiter_event& event) {
-    event = events_.front();
-    events_.pop_front();
+    event = events_.at(0);
+    events_.consume(1);
 }
 
 bool waiter_descriptor::merge_with_waiting(waiter_event& event) {
-    const bool found = std::any_of(events_.begin(), events_.end(), [&event](const waiter_event& waiting) {
-        return waiting.source == event.source && waiting.code == event.code && waiting.target == event.target;
-    });
-    if (found)
-        std::free(std::exchange(event.payload, nullptr));
-    return found;
+    for (unsigned i = 0; i < events_.size(); ++i) {
+        const waiter_event waiting = events_.at(i);
+        if (waiting.source == event.source && waiting.code == event.code && waiting.target == event.target) {
+            std::free(std::exchange(event.payload, nullptr));
+            return true;
+        }
+    }
+    return false;
 }

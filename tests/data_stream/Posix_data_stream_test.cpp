@@ -4,9 +4,9 @@
 
 #include <support/Captured_descriptor.h>
 #include <support/Pty_pair.h>
+#include <support/Stream_bytes.h>
 #include <support/Temporary_folder.h>
 #include <support/descriptors.h>
-#include <support/stream_bytes.h>
 
 #include <cstdarg>
 #include <fcntl.h>

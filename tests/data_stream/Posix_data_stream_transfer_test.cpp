@@ -6,8 +6,8 @@
 #include <support/Pty_pair.h>
 #include <support/Random.h>
 #include <support/Replaced_calls.h>
+#include <support/Stream_bytes.h>
 #include <support/descriptors.h>
-#include <support/stream_bytes.h>
 #include <support/waiting.h>
 
 #include <algorithm>

@@ -20,6 +20,12 @@ enum class Checksum {
 std::string build_frame(std::string_view identifier, std::string_view body, Checksum checksum = Checksum::binary,
                         std::string_view line_end = "\n");
 
+/// The same without its line end.
+inline std::string unterminated_frame(std::string_view identifier, std::string_view body,
+                                      Checksum checksum = Checksum::binary) {
+    return build_frame(identifier, body, checksum, "");
+}
+
 /// The little-endian bytes of a number.
 template <typename Number>
 std::string le(Number number) {

@@ -32,6 +32,13 @@ extern "C" int select(int count, fd_set* readable, fd_set* writable, fd_set* exc
     return original(count, readable, writable, exceptional, left);
 }
 
+extern "C" int poll(pollfd* descriptors, nfds_t count, int limit) {
+    static const auto original = in_c_library<decltype(poll)>("poll");
+    if (replaced && replaced->poll)
+        return replaced->poll(descriptors, count);
+    return original(descriptors, count, limit);
+}
+
 extern "C" int gettimeofday(timeval* now, void* zone) noexcept {
     static const auto original = in_c_library<int(timeval*, void*)>("gettimeofday");
     if (!replaced || !replaced->wall_clock_ms)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <poll.h>
 #include <sys/select.h>
 #include <sys/time.h>
 
@@ -18,6 +19,8 @@ class Replaced_calls {
 
     /// What `select` answers, without looking at the sets, which stay as they are; may change the time left.
     std::function<int(timeval* left)> select;
+    /// What `poll` answers, having set what it says of each descriptor.
+    std::function<int(pollfd* descriptors, nfds_t count)> poll;
     /// What `gettimeofday` says, in milliseconds.
     std::function<long()> wall_clock_ms;
 };

@@ -6,16 +6,28 @@
 
 #include <cstdio>
 #include <string>
+#include <string_view>
 
 /// Writes the bytes of a text; what `__write` returned.
 inline int write_bytes(Data_stream& stream, const std::string& bytes) {
     return stream.__write(bytes_of(bytes), static_cast<unsigned>(bytes.size()));
 }
 
-/// Takes everything that the receive ring holds; fetches nothing.
-inline std::string take_buffered(Data_stream& stream) {
+/// Writes a text, past the tracing and the write guard. \return what the transport's `_write` returned
+inline int write_text(Data_stream& stream, std::string_view text) {
+    return stream._write(reinterpret_cast<const unsigned char*>(text.data()), static_cast<unsigned>(text.size()));
+}
+
+/// Everything that the receive ring holds, oldest first; fetches and consumes nothing.
+inline std::string buffered(Data_stream& stream) {
     std::string bytes(stream.bytes_avail(), '\0');
     stream.get_data(reinterpret_cast<unsigned char*>(bytes.data()), static_cast<unsigned>(bytes.size()), 0);
+    return bytes;
+}
+
+/// Takes everything that the receive ring holds; fetches nothing.
+inline std::string take_buffered(Data_stream& stream) {
+    std::string bytes = buffered(stream);
     stream.drop(static_cast<unsigned>(bytes.size()));
     return bytes;
 }

@@ -4,19 +4,11 @@
 #include <support/Random.h>
 #include <support/Scripted_stream.h>
 
+#include <cstring>
 #include <gtest/gtest.h>
 #include <string>
 
 namespace {
-
-/// Frames without their terminator.
-std::string binary_frame(const std::string& identifier, const std::string& body) {
-    return build_frame(identifier, body, Checksum::binary, "");
-}
-
-std::string text_frame(const std::string& identifier, const std::string& body) {
-    return build_frame(identifier, body, Checksum::text, "");
-}
 
 /// A message over a copy of some bytes, which lie in memory of exactly their size so that sanitizers see a step
 /// outside.
@@ -160,11 +152,11 @@ TEST(Vesk_message_test, checksum_never_reads_past_the_message) {
 }
 
 TEST(Vesk_message_test, binary_frame_checks) {
-    EXPECT_TRUE(checks(binary_frame("PG", "hello") + "\n"));
+    EXPECT_TRUE(checks(unterminated_frame("PG", "hello") + "\n"));
 }
 
 TEST(Vesk_message_test, any_changed_byte_of_a_binary_frame_is_noticed) {
-    const std::string frame = binary_frame("PG", std::string("\x00\x01\xFEhello", 8)) + "\r";
+    const std::string frame = unterminated_frame("PG", std::string("\x00\x01\xFEhello", 8)) + "\r";
     for (std::size_t i = 0; i + 1 < frame.size(); ++i)
         for (int bit = 0; bit < 8; ++bit) {
             std::string damaged = frame;
@@ -174,7 +166,7 @@ TEST(Vesk_message_test, any_changed_byte_of_a_binary_frame_is_noticed) {
 }
 
 TEST(Vesk_message_test, frame_needs_its_terminator) {
-    const std::string frame = binary_frame("PG", "hello");
+    const std::string frame = unterminated_frame("PG", "hello");
     EXPECT_TRUE(checks(frame + "\n"));
     EXPECT_TRUE(checks(frame + "\r"));
     EXPECT_TRUE(checks(frame + "\r\n"));
@@ -186,7 +178,7 @@ TEST(Vesk_message_test, frame_needs_its_terminator) {
 TEST(Vesk_message_test, frame_without_terminator_checks_only_when_its_checksum_byte_looks_like_one) {
     int seen = 0;
     for (int c = 0; c < 256; ++c) {
-        const std::string frame = binary_frame("PG", std::string(1, static_cast<char>(c)));
+        const std::string frame = unterminated_frame("PG", std::string(1, static_cast<char>(c)));
         const bool by_chance = frame.back() == '\n' || frame.back() == '\r';
         EXPECT_EQ(checks(frame), by_chance) << c;
         seen += by_chance;
@@ -195,27 +187,28 @@ TEST(Vesk_message_test, frame_without_terminator_checks_only_when_its_checksum_b
 }
 
 TEST(Vesk_message_test, frame_longer_than_the_message_does_not_check) {
-    const std::string frame = binary_frame("PG", "hello") + "\n";
+    const std::string frame = unterminated_frame("PG", "hello") + "\n";
     for (std::size_t size = 0; size < frame.size(); ++size)
         EXPECT_FALSE(checks(frame.substr(0, size)) && size + 1 < frame.size()) << size;
     EXPECT_FALSE(checks("PGFFFabc\n"));
 }
 
 TEST(Vesk_message_test, text_frame_is_recognised_by_its_prompt) {
-    EXPECT_TRUE(checks(text_frame(">>", "1status") + "\n"));
-    EXPECT_FALSE(checks(text_frame("ZZ", "1status") + "\n"));
+    EXPECT_TRUE(checks(unterminated_frame(">>", "1status", Checksum::text) + "\n"));
+    for (const std::string other : {"ZZ", ">Z", "Z>"})
+        EXPECT_FALSE(checks(unterminated_frame(other, "1status", Checksum::text) + "\n")) << other;
 }
 
 TEST(Vesk_message_test, text_frame_is_recognised_by_an_at_sign_whatever_its_identifier) {
-    EXPECT_TRUE(checks(text_frame("ZZ", "status@") + "\n"));
-    EXPECT_TRUE(checks(text_frame("ZZ", "status@") + "\r"));
+    EXPECT_TRUE(checks(unterminated_frame("ZZ", "status@", Checksum::text) + "\n"));
+    EXPECT_TRUE(checks(unterminated_frame("ZZ", "status@", Checksum::text) + "\r"));
 }
 
 TEST(Vesk_message_test, text_checksum_is_read_in_either_case) {
     Random random;
     int letters = 0;
     for (int i = 0; i < 50; ++i) {
-        std::string frame = text_frame(">>", random.bytes(6)) + "\n";
+        std::string frame = unterminated_frame(">>", random.bytes(6), Checksum::text) + "\n";
         for (std::size_t digit : {frame.size() - 3, frame.size() - 2}) {
             letters += frame[digit] >= 'A';
             frame[digit] = static_cast<char>(std::tolower(frame[digit]));
@@ -226,7 +219,7 @@ TEST(Vesk_message_test, text_checksum_is_read_in_either_case) {
 }
 
 TEST(Vesk_message_test, wrong_or_unreadable_text_checksum_is_noticed) {
-    const std::string frame = text_frame(">>", "1status") + "\n";
+    const std::string frame = unterminated_frame(">>", "1status", Checksum::text) + "\n";
     for (const std::size_t place : {frame.size() - 3, frame.size() - 2})
         for (int c = 0; c < 256; ++c) {
             std::string damaged = frame;
@@ -240,11 +233,11 @@ TEST(Vesk_message_test, wrong_or_unreadable_text_checksum_is_noticed) {
 }
 
 TEST(Vesk_message_test, text_frame_that_ends_cr_lf_never_checks) {
-    EXPECT_FALSE(checks(text_frame(">>", "1status") + "\r\n"));
+    EXPECT_FALSE(checks(unterminated_frame(">>", "1status", Checksum::text) + "\r\n"));
 }
 
 TEST(Vesk_message_test, validation_compares_16_bits_of_the_identifier) {
-    const Message message(binary_frame("PG", "hello") + "\n");
+    const Message message(unterminated_frame("PG", "hello") + "\n");
     EXPECT_TRUE(message.view.validate('P' | 'G' << 8));
     EXPECT_TRUE(message.view.validate('P' | 'G' << 8 | 0x70000));
     EXPECT_FALSE(message.view.validate('G' | 'P' << 8));
@@ -256,14 +249,14 @@ TEST(Vesk_message_test, validation_compares_16_bits_of_the_identifier) {
 TEST(Vesk_message_test, setting_the_binary_checksum_makes_the_frame_check) {
     Message message("PG006hello?\n");
     EXPECT_TRUE(message.view.set_checksum(true));
-    EXPECT_EQ(message.content(), binary_frame("PG", "hello") + "\n");
+    EXPECT_EQ(message.content(), unterminated_frame("PG", "hello") + "\n");
     EXPECT_TRUE(message.view.check_checksum());
 }
 
 TEST(Vesk_message_test, setting_the_text_checksum_writes_upper_case_digits) {
     Random random;
     for (int i = 0; i < 100; ++i) {
-        const std::string expected = text_frame(">>", random.bytes(5)) + "\n";
+        const std::string expected = unterminated_frame(">>", random.bytes(5), Checksum::text) + "\n";
         Message message(expected);
         message.view.set_uint8(10, '?');
         message.view.set_uint8(11, '?');
@@ -380,6 +373,13 @@ TEST(Vesk_response_test, stripping_leaves_the_text_without_blanks_around_it) {
     EXPECT_EQ(stripped(response), "value 1");
 }
 
+TEST(Vesk_response_test, stripping_skips_white_space_in_front_and_control_characters_too_at_the_end) {
+    Response blanks("RE010%id% \t\n\v\f\rvalue\x7F\x1F\v");
+    EXPECT_EQ(stripped(blanks), "value");
+    Response control("RE010%id%\x01value\xFF\n");
+    EXPECT_EQ(stripped(control), "\x01value\xFF");
+}
+
 TEST(Vesk_response_test, stripping_moves_the_message_to_the_text) {
     Response response("RE010%id%  text\r\n");
     EXPECT_EQ(stripped(response), "text");
@@ -398,6 +398,39 @@ TEST(Vesk_response_test, stripping_nothing_changes_nothing) {
         EXPECT_EQ(stripped(response), "(null)") << content;
         EXPECT_EQ(response.view.get_ptr(), response.bytes.data());
         EXPECT_EQ(response.view.get_size(), content.size());
+    }
+}
+
+TEST(Vesk_response_test, no_bytes_lead_outside_the_message) {
+    static const std::string telling = "RE>>@%%0Ff \r\n";
+    Random random;
+    for (int round = 0; round < 20000; ++round) {
+        std::string content = random.bytes(random.between(0, 24));
+        for (char& c : content)
+            if (!random.one_in(4))
+                c = telling[random.between(0, static_cast<unsigned>(telling.size()) - 1)];
+        Response response(content); // exactly its bytes: a sanitizer sees a step outside
+        Vesk_response& view = response.view;
+        view.check_checksum();
+        view.validate(Vesk_message::msg_id('R', 'E'));
+        ASSERT_LE(std::strlen(view.get_response_string()), content.size());
+        view.check_response_string("%%");
+        view.compute_8bit_checksum(static_cast<int>(random.between(0, 5000)));
+        const char* begin = nullptr;
+        const char* end = nullptr;
+        if (view.get_identifier(begin, end)) {
+            ASSERT_LE(end, reinterpret_cast<const char*>(response.bytes.data()) + content.size());
+        }
+        unsigned len = 0;
+        if (view.strip_identifier(len)) {
+            ASSERT_LE(len, view.get_size());
+        }
+        view.set_checksum(random.one_in(2));
+        view.set_msg_len(random.between(0, 5000));
+        view.reduce_size_to(random.between(0, 30));
+        view.setup(bytes_of("ER"), static_cast<int>(random.between(0, 5000)));
+        view.check_checksum();
+        ASSERT_LE(view.get_size(), content.size());
     }
 }
 

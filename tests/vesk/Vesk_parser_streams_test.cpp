@@ -4,7 +4,9 @@
 #include <glue/vesk/Vesk_parser.h>
 
 #include <support/Frame_builder.h>
+#include <support/Packets.h>
 #include <support/Random.h>
+#include <support/Receiver_traffic.h>
 #include <support/Scripted_stream.h>
 
 #include <algorithm>
@@ -15,23 +17,7 @@
 
 namespace {
 
-/// Frames without their terminator.
-std::string binary_frame(const std::string& identifier, const std::string& body) {
-    return build_frame(identifier, body, Checksum::binary, "");
-}
-
 constexpr unsigned longest_claim = 4101; // a frame of length FFF with its terminator
-
-struct Packet {
-    int kind;
-    std::string bytes;
-
-    bool operator==(const Packet& other) const { return kind == other.kind && bytes == other.bytes; }
-};
-
-void PrintTo(const Packet& packet, std::ostream* out) {
-    *out << packet.kind << testing::PrintToString(packet.bytes);
-}
 
 /// What comes out when bytes go in piece by piece; the last piece size repeats.
 struct Parsing {
@@ -83,68 +69,6 @@ std::vector<std::string> good_frames(const Parsing& parsing) {
     return frames;
 }
 
-/// Random receiver traffic, damage included.
-class Traffic {
-  public:
-    explicit Traffic(Random& random) : random_(random) {}
-
-    std::string element() {
-        switch (random_.between(0, 9)) {
-        case 0:
-            return reply();
-        case 1:
-            return random_.bytes(random_.between(1, 40));
-        case 2:
-            return random_.bytes(random_.between(0, 40)) + line_end();
-        case 3:
-            return damaged(frame());
-        case 4:
-            return damaged(reply());
-        case 5:
-            return std::string(random_.between(1, 4), '\0');
-        default:
-            return frame();
-        }
-    }
-
-    std::string frame() {
-        static const char* const identifiers[] = {"PG", "~~", "||", "PV", "SI", "00"};
-        return binary_frame(identifiers[random_.between(0, 5)], random_.bytes(random_.between(0, 60))) + line_end();
-    }
-
-    std::string damaged(std::string bytes) {
-        const std::size_t place = random_.between(0, static_cast<unsigned>(bytes.size()) - 1);
-        switch (random_.between(0, 2)) {
-        case 0:
-            bytes[place] = static_cast<char>(random_.byte());
-            break;
-        case 1:
-            bytes.erase(place, 1);
-            break;
-        default:
-            bytes.insert(place, 1, bytes[place]);
-        }
-        return bytes;
-    }
-
-  private:
-    std::string line_end() {
-        static const char* const ends[] = {"\n", "\r", "\r\n"};
-        return ends[random_.between(0, 2)];
-    }
-
-    std::string reply() {
-        const std::string text(random_.between(0, 30), 't');
-        char header[8];
-        const bool counts_cr = random_.one_in(2);
-        std::snprintf(header, sizeof header, "%s%03X", random_.one_in(2) ? "RE" : "ER",
-                      static_cast<unsigned>(text.size()) + (counts_cr ? 1 : 0));
-        return header + text + "\r\n";
-    }
-
-    Random& random_;
-};
-
 /// The two bytes that mean something else when nothing else is buffered.
 void remove_acknowledgements(std::string& bytes) {
     std::replace(bytes.begin(), bytes.end(), '\x06', '\x05');
@@ -155,12 +79,13 @@ TEST(Vesk_parser_streams, cut_anywhere_give_the_same_packets) {
     // A single buffered 0x06 or 0x15 is an acknowledgement, and the start of something else when more is buffered: so
     // on purpose it depends on the cut, and the bytes here are free of both. See the next test.
     Random random;
-    Traffic traffic(random);
+    Receiver_traffic traffic(random);
     for (int round = 0; round < 60; ++round) {
         std::string bytes;
         while (bytes.size() < 3000)
             bytes += traffic.element();
-        bytes += binary_frame("RD", "date") + "\n"; // a part of a line end that is left alone waits for five bytes
+        bytes +=
+            unterminated_frame("RD", "date") + "\n"; // a part of a line end that is left alone waits for five bytes
         remove_acknowledgements(bytes);
 
         const Parsing whole = parse_whole(bytes);
@@ -182,7 +107,7 @@ TEST(Vesk_parser_streams, cut_anywhere_give_the_same_packets) {
 }
 
 TEST(Vesk_parser_streams, an_acknowledgement_is_one_only_when_it_arrives_alone) {
-    const std::string bytes = "\x06" + binary_frame("PG", "position") + "\n";
+    const std::string bytes = "\x06" + unterminated_frame("PG", "position") + "\n";
     EXPECT_EQ(parse_in_pieces(bytes, {1, 100}).packets,
               (std::vector<Packet>{{Vesk_parser::acknowledgement, "\x06"}, {Vesk_parser::frame, bytes.substr(1)}}));
     EXPECT_EQ(parse_whole(bytes).packets, (std::vector<Packet>{{Vesk_parser::noise, bytes}}));
@@ -190,7 +115,7 @@ TEST(Vesk_parser_streams, an_acknowledgement_is_one_only_when_it_arrives_alone) 
 
 TEST(Vesk_parser_streams, every_byte_is_accounted_for) {
     Random random;
-    Traffic traffic(random);
+    Receiver_traffic traffic(random);
     for (int round = 0; round < 2000; ++round) {
         std::string bytes;
         while (bytes.size() < 500)
@@ -223,7 +148,7 @@ struct Damage_test : testing::Test {
                 std::string body = first;
                 while (body.size() < frame_size - 7)
                     body += static_cast<char>(random.byte());
-                frame = binary_frame("PG", body);
+                frame = unterminated_frame("PG", body);
             } while (frame.find_first_of("\r\n") != std::string::npos);
             frames.push_back(frame + "\n");
         }
@@ -279,7 +204,7 @@ TEST_F(Damage_test, of_any_kind_costs_no_more_frames_than_the_longest_claim_cove
 }
 
 TEST(Vesk_parser_streams, hostile_lengths_stop_nothing_for_good) {
-    const std::string good = binary_frame("RD", "date") + "\n";
+    const std::string good = unterminated_frame("RD", "date") + "\n";
     for (const std::string digits :
          {"000", "FFF", "fff", "FfF", "-01", "+01", " 01", "1 1", "0x1", "1e1", "...", "@@@", "\xFF\xFF\xFF"}) {
         std::string bytes = "PG" + digits + "abc\n";
@@ -304,7 +229,7 @@ TEST(Vesk_parser_streams, pure_rubbish_never_stops_the_parser) {
 
 TEST(Vesk_parser_streams, buffers_of_every_size_are_kept_to) {
     Random random;
-    Traffic traffic(random);
+    Receiver_traffic traffic(random);
     for (int round = 0; round < 500; ++round) {
         Scripted_stream stream;
         Vesk_parser parser(&stream, false);

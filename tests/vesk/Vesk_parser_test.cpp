@@ -4,7 +4,7 @@
 
 #include <support/Captured_debug.h>
 #include <support/Frame_builder.h>
-#include <support/Random.h>
+#include <support/Packets.h>
 #include <support/Scripted_stream.h>
 
 #include <gmock/gmock.h>
@@ -14,58 +14,16 @@
 
 namespace {
 
-/// Frames without their terminator.
-std::string binary_frame(const std::string& identifier, const std::string& body) {
-    return build_frame(identifier, body, Checksum::binary, "");
-}
-
 using testing::ElementsAre;
 using testing::IsEmpty;
 
 const std::string nul(1, '\0');
 
-struct Packet {
-    int kind;
-    std::string bytes;
-
-    bool operator==(const Packet& other) const { return kind == other.kind && bytes == other.bytes; }
-};
-
-void PrintTo(const Packet& packet, std::ostream* out) {
-    *out << packet.kind << testing::PrintToString(packet.bytes);
-}
-
-Packet frame(const std::string& bytes) {
-    return {Vesk_parser::frame, bytes};
-}
-Packet reply(const std::string& bytes) {
-    return {Vesk_parser::reply, bytes};
-}
-Packet noise(const std::string& bytes) {
-    return {Vesk_parser::noise, bytes};
-}
-Packet acknowledgement(char byte) {
-    return {Vesk_parser::acknowledgement, std::string(1, byte)};
-}
-
-/// Takes every packet that is complete. The buffer has exactly `size` bytes, so that sanitizers see one too many.
-std::vector<Packet> packets_of(Vesk_parser& parser, int size = Vesk_parser::largest_packet) {
-    std::vector<Packet> packets;
-    std::vector<unsigned char> buffer(static_cast<std::size_t>(size));
-    int len = 0;
-    while (const int kind = parser.get_packet(buffer.data(), size, len)) {
-        packets.push_back({kind, std::string(buffer.begin(), buffer.begin() + len)});
-        if (len == 0)
-            break;
-    }
-    return packets;
-}
-
 struct Vesk_parser_test : testing::Test {
     Scripted_stream stream;
     Vesk_parser parser{&stream, false};
-    const std::string pg = binary_frame("PG", "position") + "\n";
-    const std::string rd = binary_frame("RD", "date") + "\n";
+    const std::string pg = unterminated_frame("PG", "position") + "\n";
+    const std::string rd = unterminated_frame("RD", "date") + "\n";
 
     std::vector<Packet> parse(const std::string& bytes, int size = Vesk_parser::largest_packet) {
         stream.receive(bytes);
@@ -103,6 +61,12 @@ TEST_F(Vesk_parser_test, init_drops_what_is_buffered_and_is_synchronised_again) 
     EXPECT_THAT(parse(pg), ElementsAre(frame(pg)));
 }
 
+TEST_F(Vesk_parser_test, init_forgets_the_frame_whose_line_end_may_still_come) {
+    EXPECT_THAT(parse(pg), ElementsAre(frame(pg)));
+    parser.init();
+    EXPECT_THAT(parse("\n" + rd), ElementsAre(noise("\n"), frame(rd)));
+}
+
 TEST_F(Vesk_parser_test, init_changes_the_stream) {
     Scripted_stream other;
     other.receive("old");
@@ -120,7 +84,7 @@ TEST_F(Vesk_parser_test, frame_comes_with_its_terminator) {
 }
 
 TEST_F(Vesk_parser_test, frame_may_end_with_cr) {
-    const std::string frame_bytes = binary_frame("PG", "position") + "\r";
+    const std::string frame_bytes = unterminated_frame("PG", "position") + "\r";
     EXPECT_THAT(parse(frame_bytes + rd), ElementsAre(frame(frame_bytes), frame(rd)));
 }
 
@@ -129,25 +93,6 @@ TEST_F(Vesk_parser_test, frame_waits_until_it_is_whole) {
         EXPECT_THAT(parse(pg.substr(i, 1)), IsEmpty()) << i;
     EXPECT_EQ(stream.bytes_avail(), pg.size() - 1);
     EXPECT_THAT(parse("\n"), ElementsAre(frame(pg)));
-}
-
-TEST_F(Vesk_parser_test, frame_is_fetched_from_a_stream_that_fetches) {
-    stream.will_arrive(pg + rd);
-    EXPECT_THAT(packets_of(parser), ElementsAre(frame(pg), frame(rd)));
-}
-
-TEST_F(Vesk_parser_test, frame_is_handed_out_before_anything_behind_it_is_fetched) {
-    stream.will_arrive(pg);
-    stream.on_fetch = [this](int n) {
-        EXPECT_LE(stream.bytes_avail() + static_cast<unsigned>(n), pg.size());
-        const std::string bytes = stream.arriving.substr(0, static_cast<std::size_t>(n));
-        stream.arriving.erase(0, bytes.size());
-        stream.receive(bytes);
-        return static_cast<int>(bytes.size());
-    };
-    unsigned char buffer[100];
-    int len = 0;
-    EXPECT_EQ(parser.get_packet(buffer, sizeof buffer, len), Vesk_parser::frame);
 }
 
 TEST_F(Vesk_parser_test, what_separates_frames_is_dropped_silently) {
@@ -161,17 +106,6 @@ TEST_F(Vesk_parser_test, what_separates_frames_is_dropped_also_when_it_comes_lat
         EXPECT_THAT(parse(std::string(1, c)), IsEmpty());
     EXPECT_EQ(stream.buffered(), "");
     EXPECT_THAT(parse(rd), ElementsAre(frame(rd)));
-}
-
-TEST_F(Vesk_parser_test, what_separates_frames_is_dropped_also_when_it_is_fetched) {
-    stream.will_arrive(binary_frame("PG", "position") + "\r\n" + rd);
-    EXPECT_THAT(packets_of(parser), ElementsAre(frame(binary_frame("PG", "position") + "\r"), frame(rd)));
-}
-
-TEST_F(Vesk_parser_test, what_separates_frames_is_dropped_when_it_is_all_that_can_be_fetched) {
-    stream.will_arrive(binary_frame("PG", "position") + "\r\n");
-    EXPECT_EQ(packets_of(parser).size(), 1U);
-    EXPECT_EQ(stream.buffered() + stream.arriving, "");
 }
 
 TEST_F(Vesk_parser_test, an_empty_ring_does_not_read_as_nuls_behind_a_frame) {
@@ -196,7 +130,7 @@ TEST_F(Vesk_parser_test, frame_without_body_is_a_frame) {
 }
 
 TEST_F(Vesk_parser_test, longest_frame_is_taken_whole) {
-    const std::string longest = binary_frame("PG", std::string(4094, 'x')) + "\n";
+    const std::string longest = unterminated_frame("PG", std::string(4094, 'x')) + "\n";
     ASSERT_EQ(longest.size(), 4101U);
     EXPECT_THAT(parse(longest), ElementsAre(frame(longest)));
 }
@@ -266,7 +200,7 @@ TEST_F(Vesk_parser_test, buffer_of_no_bytes_loses_nothing) {
 
 TEST_F(Vesk_parser_test, unterminated_frame_gets_an_lf_when_there_is_room) {
     parser.set_terminated(false);
-    const std::string ten = binary_frame("PG", "abcd");
+    const std::string ten = unterminated_frame("PG", "abcd");
     ASSERT_EQ(ten.size(), 10U);
     EXPECT_THAT(parse(ten, 11), ElementsAre(frame(ten + "\n")));
     EXPECT_THAT(parse(ten, 10), ElementsAre(frame(ten)));
@@ -378,11 +312,6 @@ TEST_F(Vesk_parser_test, noise_never_takes_bytes_that_are_not_there) {
     EXPECT_THAT(parse("\n" + pg), ElementsAre(noise("\n"), frame(pg)));
 }
 
-TEST_F(Vesk_parser_test, noise_is_fetched_to_its_line_end) {
-    stream.will_arrive("!abc\r\n" + pg);
-    EXPECT_THAT(packets_of(parser), ElementsAre(noise("!abc\r\n"), frame(pg)));
-}
-
 TEST_F(Vesk_parser_test, bad_length_loses_one_byte_before_the_noise) {
     for (const std::string digits : {"0G0", "G00", "00G", " 01", "+01", "-01", "0 1"}) {
         EXPECT_THAT(parse("PG" + digits + "x\n" + rd), ElementsAre(noise("G" + digits + "x\n"), frame(rd))) << digits;
@@ -471,6 +400,12 @@ TEST_F(Vesk_parser_test, echoed_lines_are_refused_from_the_second_byte_on) {
     EXPECT_THAT(parse("\n"), ElementsAre(noise("a\n")));
 }
 
+TEST_F(Vesk_parser_test, echoed_line_waits_for_its_second_byte_before_it_is_refused) {
+    parser.set_parse_mode(Vesk_parser::parse_echoed_lines);
+    EXPECT_THAT(parse("P"), IsEmpty());
+    EXPECT_THAT(parse(">003abc\n"), ElementsAre(frame("P>003abc\n")));
+}
+
 // Line ends
 
 TEST_F(Vesk_parser_test, newline_is_cr_or_lf_at_an_index_that_is_there) {
@@ -482,13 +417,6 @@ TEST_F(Vesk_parser_test, newline_is_cr_or_lf_at_an_index_that_is_there) {
     EXPECT_FALSE(parser.is_newline(-1));
     stream.will_arrive("\n");
     EXPECT_TRUE(parser.is_newline(3));
-}
-
-TEST_F(Vesk_parser_test, newline_is_not_seen_in_what_a_lying_fetch_left_in_the_storage) {
-    stream.receive("\nab");
-    stream.drop(1);
-    stream.on_fetch = [](int) { return 0; };
-    EXPECT_FALSE(parser.is_newline(5));
 }
 
 // The convenience form

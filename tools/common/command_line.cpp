@@ -12,7 +12,7 @@ namespace {
 /// A number without an exponent as long as it is sensibly short.
 std::string plain(double number) {
     char text[32];
-    std::snprintf(text, sizeof text, "%.12g", number);
+    std::snprintf(text, sizeof text, "%.16g", number);
     return text;
 }
 

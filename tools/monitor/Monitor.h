@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <optional>
+#include <string_view>
 
 /// Reads a link, prints a line for each message, and keeps account.
 class Monitor {
@@ -34,15 +35,16 @@ class Monitor {
     std::uint64_t good_frames() const { return summary_.good_frames(); }
 
     /// Prints the summary. Its account is of the bytes that were looked at: what was still waiting when something other
-    /// than the end of the input ended the run is left out; a rest at the end of the input is noise.
+    /// than the end of the input ended the run is left out; what is no packet at the end of the input is noise.
     void print_summary(std::FILE* out);
 
   private:
     bool has_enough() const { return options_.count && summary_.good_frames() >= *options_.count; }
     std::optional<End> take_packets();
+    End take_rest();
     void take_packet(int kind, unsigned len);
     void show_frame(unsigned len);
-    void print_text(unsigned len);
+    void print_line(std::string_view text);
     bool flush();
 
     const Options options_;
@@ -55,6 +57,7 @@ class Monitor {
     std::optional<Atime> first_arrival_;
     Atime last_look_;
     bool input_ended_ = false;
+    std::uint64_t given_up_ = 0; // bytes that stood in the way of others when the input ended
     unsigned char packet_[Vesk_parser::largest_packet];
     char line_[32768]; // the longest list: 4095 entries of up to six characters
 };

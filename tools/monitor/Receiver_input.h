@@ -16,7 +16,7 @@ class Receiver_input : public Posix_data_stream {
   public:
     enum class Arrival {
         bytes,   ///< something new is buffered
-        nothing, ///< not until the deadline
+        nothing, ///< not until the deadline, or not yet: look again
         wake_up, ///< the wake-up descriptor has something
         end      ///< nothing will come any more: end of file, the line is gone, or `error()` says why
     };
@@ -26,8 +26,8 @@ class Receiver_input : public Posix_data_stream {
     /// Gives a terminal line back its settings.
     ~Receiver_input() override;
 
-    /// Reads `path`. A serial line is switched to raw bytes, at the speed it has; a FIFO is waited for until somebody
-    /// opens its other end. On failure says why on standard error and returns false.
+    /// Reads `path`. A serial line is switched to raw bytes, at the speed it has; a FIFO may have no writer yet. On
+    /// failure says why on standard error and returns false.
     bool open_device(const std::string& path);
 
     /// Waits until bytes arrive, and buffers what is there as far as it fits.
@@ -36,7 +36,7 @@ class Receiver_input : public Posix_data_stream {
     Arrival wait(std::optional<Atime> deadline, int wake_up_descriptor);
 
     using Posix_data_stream::get_data;
-    /// As the base, and counts what came.
+    /// Fetches nothing: bytes come by `wait` alone, which counts them. \return whether `n` is 0
     int get_data(int n) override;
 
     /// Bytes that have arrived.

@@ -9,8 +9,11 @@ namespace simulator {
 /// The bytes of one epoch as they go over the line: frames, what disturbs them, and line ends.
 class Frame_line {
   public:
+    /// More than an epoch with every satellite up and noise behind every frame takes.
+    static constexpr unsigned room = 4096;
+
     Frame_line(const Disturbance& disturbance, bool crlf) : disturbance_(disturbance), crlf_(crlf) {
-        bytes_.reserve(roomy_epoch);
+        bytes_.reserve(room);
     }
 
     void clear() { bytes_.clear(); }
@@ -29,9 +32,6 @@ class Frame_line {
     const std::vector<unsigned char>& bytes() const { return bytes_; }
 
   private:
-    /// More than an epoch with every satellite up and noise behind every frame takes.
-    static constexpr unsigned roomy_epoch = 4096;
-
     Disturbance disturbance_;
     bool crlf_;
     std::vector<unsigned char> bytes_;

@@ -47,11 +47,15 @@ class GLUE_EXPORT Vesk_parser {
     /// Decides, from the header alone, whether a frame is wanted on this link.
     class GLUE_EXPORT Checker {
       public:
-        virtual ~Checker();
+        // Virtual operations: their order is part of the binary interface.
+
         /// \param identifier  first character in the low byte
         /// \param length      bytes of the frame without its terminator
         /// \return false to treat the header as a framing error
         virtual bool check(Data_stream& stream, unsigned short identifier, int length) = 0;
+
+        /// An addition, behind the operation that all checkers have.
+        virtual ~Checker();
     };
 
     /// Takes every frame.
@@ -105,9 +109,8 @@ class GLUE_EXPORT Vesk_parser {
     /// - `noise`: up to and including the next line end and the CRs and LFs that follow it, or 4190 bytes when
     ///   no line end comes. Looking for what follows the line end fetches, so on a stream that waits for
     ///   bytes without limit the report waits for the byte after it.
-    /// - `acknowledgement`: recognised only when the byte is the only one buffered; otherwise it counts as the start of
-    /// a
-    ///   frame.
+    /// - `acknowledgement`: recognised only when the byte is the only one buffered; with others behind it, it starts a
+    ///   frame, or rather noise.
     ///
     /// With a `size` of 0 packets are reported with a `len` of 0 and stay in the stream.
     /// \param buf   room for `size` bytes
@@ -130,6 +133,7 @@ class GLUE_EXPORT Vesk_parser {
     enum class Look { complete, incomplete, restart, bad };
     struct Header;
 
+    bool has(unsigned count);
     bool is_acknowledgement();
     bool lacks_prompt();
     Look look_at_header(Header& header);

@@ -10,7 +10,7 @@
 ///
 /// The labelled form, for people, writes each value behind its name; the other form, for files, separates the values by
 /// commas. Neither ends its line. A line that does not fit is cut, without a word: at most `size` - 1 characters and a
-/// NUL are written. With a `size` of 0 or less `buf` is left alone and 0 returned.
+/// NUL are written, and with a `size` of 0 or less nothing.
 ///
 /// The decimal point is the one of the process's LC_NUMERIC, as with any printf.
 ///
@@ -24,8 +24,8 @@ class GLUE_EXPORT Vesk_printer {
 
     /// Prints any frame by its identifier: the messages below in their forms, the receiver's texts ("RE", "ER", "DL",
     /// "NP") as they stand, everything else as a line of hexadecimal bytes.
-    /// \return for a message as below; for a text its full length, even when it was cut; 0 for an unknown identifier,
-    ///         which is also reported on standard error
+    /// \return for a message as below; for a text its full length, even when it was cut or not written at all; 0 for an
+    ///         unknown identifier, which is also reported on standard error
     int snprint(const Vesk_message& m, char* buf, int size) const;
 
     // Each prints a frame that is known to be of its kind, whatever its identifier and length say.

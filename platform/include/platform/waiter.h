@@ -1,10 +1,11 @@
 #pragma once
 
 #include <platform/Atime.h>
+#include <platform/Cbuf.h>
 
 #include <condition_variable>
 #include <cstdint>
-#include <deque>
+#include <memory>
 #include <mutex>
 
 class module_man;
@@ -22,7 +23,7 @@ struct waiter_event {
 ///
 /// Arrival order is always kept. At most `capacity` events wait: a sender is never blocked by a receiver that has
 /// stopped looking. All operations may be called from any thread. Destroy it only when no sender knows it any more;
-/// events still waiting are released with their payloads.
+/// events still waiting are released with their payloads. Nothing is allocated after construction.
 class waiter_descriptor {
   public:
     static constexpr unsigned capacity = 1024;
@@ -65,7 +66,8 @@ class waiter_descriptor {
 
     mutable std::mutex mutex_;
     std::condition_variable arrived_;
-    std::deque<waiter_event> events_;
+    std::unique_ptr<waiter_event[]> storage_{new waiter_event[capacity]};
+    Cbuf_templ<waiter_event> events_{storage_.get(), capacity};
     unsigned dropped_ = 0;
     std::int16_t module_id_ = 0;
 };
