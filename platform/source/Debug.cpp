@@ -60,6 +60,9 @@ Shared& shared() {
     return *the_one;
 }
 
+/// Made while there is one thread: a child that is forked while another thread makes it would wait for that for ever.
+[[maybe_unused]] const Shared& made_at_start = shared();
+
 thread_local bool inside_sink = false;
 thread_local bool line_is_gone = false;
 
