@@ -28,6 +28,7 @@
 namespace {
 
 using Lock_guard = std::lock_guard<Mutex>;
+using Descriptor_use = std::shared_lock<std::shared_mutex>;
 
 enum Pipe_end { reading, writing };
 
@@ -277,7 +278,11 @@ int Posix_threaded_data_stream::_write(const unsigned char* data, unsigned int l
 }
 
 int Posix_threaded_data_stream::write_unbuffered(const unsigned char* data, unsigned int len) {
-    const int written = Posix_data_stream::_write(data, len);
+    int written;
+    {
+        const Descriptor_use use(descriptor_use);
+        written = Posix_data_stream::_write(data, len);
+    }
     if (written > 0)
         log_port(log_writes, "WR", data, static_cast<unsigned int>(written));
     return written;
@@ -287,6 +292,7 @@ int Posix_threaded_data_stream::write_unbuffered(const unsigned char* data, unsi
 unsigned int Posix_threaded_data_stream::write_at_once(const unsigned char* data, unsigned int len) {
     if (!tx_ring.empty())
         return 0;
+    const Descriptor_use use(descriptor_use);
     const ssize_t written = ::write(write_fd, data, len);
     return written < 0 ? 0 : static_cast<unsigned int>(written);
 }

@@ -21,6 +21,7 @@ constexpr unsigned requests_at_once = 32;
 /// How often room in a full receive ring is looked for, 1 ms apart.
 constexpr int attempts_to_deliver = 500;
 
+using Descriptor_use = std::shared_lock<std::shared_mutex>;
 using Stream_lock = std::lock_guard<Posix_threaded_data_stream>;
 
 /// The descriptors that one `select` waits for, and for how long.
@@ -136,7 +137,9 @@ Posix_threaded_data_stream::Reader::Ready Posix_threaded_data_stream::Reader::wa
     Ready ready;
     ready.requests = true; // also when the wait has failed, or there is no pipe to wait for
     if (count < 0) {
-        handle_failed_select();
+        const bool closed_meanwhile = errno == EBADF && (stream.read_fd != input || stream.write_fd != output);
+        if (!closed_meanwhile)
+            handle_failed_select();
         return ready;
     }
     select_condition.worked();
@@ -211,11 +214,15 @@ void Posix_threaded_data_stream::Reader::run_timer() {
 
 void Posix_threaded_data_stream::Reader::send_queued() {
     unsigned char piece[send_size];
-    const int fd = stream.write_fd;
+    int fd;
     bool was_full;
     ssize_t sent;
     {
         const std::lock_guard<Mutex> guard(stream.tx_lock);
+        const Descriptor_use use(stream.descriptor_use);
+        fd = stream.write_fd;
+        if (fd < 0) // closed since the wait
+            return;
         was_full = stream.tx_ring.full();
         sent = ::write(fd, piece, stream.tx_ring.peek(piece, send_size, 0));
         if (sent > 0)
@@ -247,8 +254,15 @@ void Posix_threaded_data_stream::Reader::handle_failed_write(int fd) {
 
 void Posix_threaded_data_stream::Reader::receive() {
     unsigned char chunk[read_size];
-    const int fd = stream.read_fd;
-    const ssize_t count = ::read(fd, chunk, sizeof chunk);
+    int fd;
+    ssize_t count;
+    {
+        const Descriptor_use use(stream.descriptor_use);
+        fd = stream.read_fd;
+        if (fd < 0) // closed since the wait
+            return;
+        count = ::read(fd, chunk, sizeof chunk);
+    }
     if (count > 0) {
         input_condition.worked();
         last_input = Atime::now();

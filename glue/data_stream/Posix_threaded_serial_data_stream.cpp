@@ -56,6 +56,7 @@ bool Posix_threaded_serial_data_stream::close() {
 
 bool Posix_threaded_serial_data_stream::close_line() {
     const Guard guard(line_lock);
+    const std::lock_guard<std::shared_mutex> unused(descriptor_use);
     if (!Posix_data_stream::close())
         return false;
     forget_settings();

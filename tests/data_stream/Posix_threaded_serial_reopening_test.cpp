@@ -347,6 +347,30 @@ TEST_F(Posix_threaded_serial_reopening, settings_may_be_changed_at_the_same_time
     expect_works(*stream);
 }
 
+TEST_F(Posix_threaded_serial_reopening, writing_goes_on_at_the_same_time) {
+    const Captured_descriptor errors(STDERR_FILENO);
+    const auto stream = make(socket.path());
+    for (const bool buffering : {false, true}) {
+        stream->set_write_buffering(buffering);
+        std::atomic<bool> done{false};
+        std::thread writer([&] {
+            while (!done) {
+                write_bytes(*stream, "x");
+                std::this_thread::yield();
+            }
+        });
+        const std::size_t told = count_of(reopening, errors.text());
+        socket.plug_in();
+        EXPECT_TRUE(eventually([&] { return count_of(reopening, errors.text()) > told && !is_closed(*stream); }));
+        socket.line().receive(1);
+        stream->close();
+        EXPECT_TRUE(is_closed(*stream));
+        EXPECT_TRUE(stream->open(socket.path().c_str()));
+        done = true;
+        writer.join();
+    }
+}
+
 TEST_F(Posix_threaded_serial_reopening, destroying_at_the_moment_the_line_ends_leaves_nothing_behind) {
     const Captured_descriptor errors(STDERR_FILENO);
     const int before = open_descriptors();

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <shared_mutex>
 #include <thread>
 
 /// The asynchronous stream over file descriptors: a reader thread moves what arrives into the receive ring and
@@ -127,6 +128,11 @@ class GLUE_EXPORT Posix_threaded_data_stream : public Posix_data_stream, public 
   protected:
     /// Wakes the thread, to look at the descriptors and the transmit ring anew. \return whether it could be told
     bool wake();
+
+    /// Addition: held shared while a descriptor is read or written, so that a class which closes one while its thread
+    /// or a writer goes on closes it under the exclusive lock: nobody then reads or writes what got the number next.
+    /// Not to be asked for by who reads or writes, as `_write` does.
+    std::shared_mutex descriptor_use;
 
     // A timer, for classes whose thread has something to do later. An addition.
 

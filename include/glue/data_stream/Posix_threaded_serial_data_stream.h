@@ -26,7 +26,8 @@
 ///
 /// **Ownership, threads and failures** are those of Posix_threaded_data_stream. `open(spec)`, `reopen`, `close` and the
 /// operations on settings may be called while the reader thread is reopening; each of them and the reopening is as a
-/// whole before or after the other. Do not call `stop` and `open(spec)` in two threads at once.
+/// whole before or after the other; a write then goes to the line or fails, never elsewhere. Do not call `stop` and
+/// `open(spec)` in two threads at once.
 ///
 /// Opening is without O_NOCTTY: see Posix_serial_data_stream.
 class GLUE_EXPORT Posix_threaded_serial_data_stream : public Posix_threaded_data_stream, public Posix_serial_port {
@@ -54,9 +55,9 @@ class GLUE_EXPORT Posix_threaded_serial_data_stream : public Posix_threaded_data
     /// error. When it fails and the reader thread runs, that goes on trying.
     /// \return as `open_from_args`; false, and nothing happens, when nothing was given yet
     bool reopen();
-    /// Closes the line, forgets its settings, and ends all attempts to reopen it. Takes the path out of the description
-    /// first, whatever it returns.
-    /// \return false in the cases of Posix_data_stream::close; the settings stay then
+    /// Closes the line, forgets its settings, and ends all attempts to reopen it. Waits for a write that is going on.
+    /// Takes the path out of the description first, whatever it returns. \return false in the cases of
+    /// Posix_data_stream::close; the settings stay then
     bool close();
 
     /// The reading descriptor; the writing one when that is closed; -1 when both are.
