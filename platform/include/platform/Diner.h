@@ -72,6 +72,10 @@ class Diner {
 
     // Virtual operations
 
+    /// Handles what somebody sent. The payload is released when it returns; set it to null to keep it.
+    virtual void handle_event(waiter_event& event) = 0;
+    /// Handles a timeout that has gone off; it may be set again at once.
+    virtual void handle_timeout(Timeout& timeout) = 0;
     /// Whether no handler can run beside the caller: it is the loop's own thread, or the loop does not run.
     virtual bool is_locked() const;
 
@@ -82,10 +86,6 @@ class Diner {
     virtual void diner_start();
     virtual void diner_stop();
 
-    /// Handles what somebody sent. The payload is released when it returns; set it to null to keep it.
-    virtual void handle_event(waiter_event& event) = 0;
-    /// Handles a timeout that has gone off; it may be set again at once.
-    virtual void handle_timeout(Timeout& timeout) = 0;
     /// Handles the first of the timeouts that are due; those that follow have their turn after the next event.
     virtual void handle_timeout();
     /// When the first timeout goes off; nothing when none is set.
