@@ -102,8 +102,8 @@ void AIM_data_stream_adapter::drop_all() {
     Print::print_ts(adapter_traces, "ADSA: drop_all.\n");
     bool more = true;
     while (more) {
-        Data_stream::drop_all();
-        const Lock held(mutex);
+        const Lock held(mutex); // for both steps, or the loop's thread could refill the ring between them
+        rx_buffer.clear();
         more = _get_data();
     }
 }

@@ -3,11 +3,11 @@
 #include <platform/module_man.h>
 
 #include <support/Captured_debug.h>
+#include <support/processor_time.h>
 #include <support/waiting.h>
 
 #include <atomic>
 #include <cstdlib>
-#include <ctime>
 #include <functional>
 #include <future>
 #include <gtest/gtest.h>
@@ -80,12 +80,6 @@ class Loop : public Diner {
     mutable std::mutex mutex;
     std::vector<int> handled;
 };
-
-std::chrono::nanoseconds process_time() {
-    timespec time{};
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
-    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
-}
 
 class Diner_test : public testing::Test {
   protected:
@@ -374,9 +368,9 @@ TEST_F(Diner_test, idle_loop_takes_no_processor_time) {
     Timeout far(loop);
     far.set(3600 * 1000);
     ASSERT_TRUE(loop.start());
-    const auto before = process_time();
+    const auto before = processor_time();
     Atime::delay(300);
-    EXPECT_LT(process_time() - before, std::chrono::milliseconds(100));
+    EXPECT_LT(processor_time() - before, std::chrono::milliseconds(100));
 }
 
 // The senders know the waiter until after the loop has ended; ThreadSanitizer looks on.
