@@ -1,6 +1,7 @@
 #include <glue/data_stream/AIM_data_stream_adapter.h>
 
 #include <support/AIM_adapter.h>
+#include <support/Allocation_counter.h>
 #include <support/Captured_debug.h>
 #include <support/Enabled_category.h>
 #include <support/Random.h>
@@ -388,6 +389,21 @@ TEST_F(AIM_adapter, drop_all_traces_itself) {
     adapter.drop_all();
     EXPECT_EQ(debug.text_without_times(), "<time> ADSA: drop_all.\n"
                                           "<time> ADSA reads  (3): abc\n");
+}
+
+TEST_F(AIM_adapter, takes_nothing_from_the_heap_to_read_and_write) {
+    raw.on_write = [](const unsigned char*, unsigned) { return 0; };
+    write_bytes(adapter, "first"); // the thread's note that it writes to this stream
+    const std::string payload(longest_read, 'x');
+    raw.receive(aim_frame("abc") + "!!!\n" + aim_frame("defg"));
+    unsigned char bytes[4];
+    const Allocation_counter allocations;
+    EXPECT_EQ(adapter[0], 'a');
+    adapter.drop(3);
+    EXPECT_TRUE(adapter.get_data(bytes, 4, 0));
+    adapter.drop_all();
+    EXPECT_EQ(write_bytes(adapter, payload), 0);
+    EXPECT_EQ(allocations.count(), 0U);
 }
 
 } // namespace

@@ -155,8 +155,10 @@ TEST(AIM_adapter_threads, many_write_while_others_read_and_drop) {
             std::this_thread::yield();
         }
     });
-    for (int i = 0; i < 2000; ++i)
+    for (int i = 0; i < 2000; ++i) {
         write_bytes(link.near, "abc");
+        link.rx.clear();
+    }
     over = true;
     dropper.join();
     peeker.join();
