@@ -129,8 +129,11 @@ void Diner::handle_next_event() {
     std::free(event.payload);
 }
 
-/// Makes the loop look again at its state and its timeouts.
+/// Makes the loop look again at its state and its timeouts, which it does after every event: where one waits already,
+/// no other is needed.
 void Diner::wake() {
+    if (waiter.waiting() != 0)
+        return;
     waiter_event event;
     event.source = waiter.module_id();
     event.code = wake_code;

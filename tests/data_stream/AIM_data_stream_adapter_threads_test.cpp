@@ -1,6 +1,6 @@
 #include <glue/data_stream/AIM_data_stream_adapter.h>
 
-#include <support/Frame_builder.h>
+#include <support/AIM_adapter.h>
 #include <support/Random.h>
 #include <support/Recording_waiter.h>
 #include <support/Scripted_event_sender.h>
@@ -22,10 +22,6 @@ namespace {
 
 constexpr unsigned longest_read = AIM_data_stream_adapter::longest_read;
 
-std::string frame(const std::string& payload, char channel = '1') {
-    return build_frame(">>", channel + payload, Checksum::text);
-}
-
 /// Bytes that no parser takes for the beginning of a frame, to their line end.
 std::string rubbish(Random& random) {
     std::string bytes;
@@ -34,12 +30,12 @@ std::string rubbish(Random& random) {
     return bytes + "\n";
 }
 
-/// A raw stream with a thread of its own, which receives `bytes` as there is room, in pieces of up to `longest_piece`,
-/// until they are all there or the stream is destroyed.
+/// A raw stream with a thread of its own, which receives `bytes` again and again as there is room, in pieces of up to
+/// `longest_piece`, until the stream is destroyed.
 class Sending_stream : public Scripted_event_sender {
   public:
     Sending_stream(std::string bytes, unsigned longest_piece)
-        : rest(std::move(bytes)), longest(longest_piece), sender([this] { send(); }) {}
+        : repeated(std::move(bytes)), longest(longest_piece), sender([this] { send(); }) {}
     ~Sending_stream() override {
         stopping = true;
         sender.join();
@@ -47,13 +43,16 @@ class Sending_stream : public Scripted_event_sender {
 
   private:
     void send() {
-        for (unsigned step = 1; !stopping && !rest.empty(); ++step) {
-            rest.erase(0, push(rest.substr(0, 1 + step * 7 % longest)));
+        std::string_view rest = repeated;
+        for (unsigned step = 1; !stopping; ++step) {
+            rest.remove_prefix(push(rest.substr(0, 1 + step * 7 % longest)));
+            if (rest.empty())
+                rest = repeated;
             std::this_thread::yield();
         }
     }
 
-    std::string rest;
+    std::string repeated;
     unsigned longest;
     std::atomic<bool> stopping{false};
     std::thread sender;
@@ -107,11 +106,9 @@ TEST(AIM_adapter_threads, payload_of_every_size_arrives) {
     Random random;
     Linked_adapters link;
     for (unsigned size = 1; size <= longest_read; ++size) {
-        link.rx.clear();
         const std::string payload = random.bytes(size);
         ASSERT_EQ(write_bytes(link.near, payload), static_cast<int>(size));
-        ASSERT_TRUE(link.rx.wait_for(1)) << size;
-        ASSERT_EQ(take_buffered(link.far), payload) << size;
+        ASSERT_EQ(read_by_events(link.far, link.rx, size, random), payload) << size;
     }
 }
 
@@ -124,7 +121,7 @@ TEST(AIM_adapter_threads, bytes_arrive_whatever_the_pieces_the_rubbish_and_the_c
             wire += rubbish(random);
         const unsigned size = random.one_in(10) ? random.between(0, longest_read) : random.between(0, 100);
         const std::string payload = random.bytes(size);
-        wire += frame(payload, static_cast<char>(random.byte()));
+        wire += aim_frame(payload, static_cast<char>(random.byte()));
         expected += payload;
     }
     Recording_waiter rx;
@@ -158,8 +155,10 @@ TEST(AIM_adapter_threads, many_write_while_others_read_and_drop) {
             std::this_thread::yield();
         }
     });
-    for (int i = 0; i < 2000; ++i)
+    for (int i = 0; i < 2000; ++i) {
         write_bytes(link.near, "abc");
+        link.rx.clear();
+    }
     over = true;
     dropper.join();
     peeker.join();
@@ -171,7 +170,7 @@ TEST(AIM_adapter_threads, many_write_while_others_read_and_drop) {
 TEST(AIM_adapter_threads, can_be_destroyed_while_its_raw_stream_announces_bytes) {
     std::string wire;
     for (int i = 0; i < 200; ++i)
-        wire += frame(std::to_string(i));
+        wire += aim_frame(std::to_string(i));
     for (int i = 0; i < 300; ++i) {
         module_man modules;
         Recording_waiter rx;
@@ -189,8 +188,8 @@ TEST(AIM_adapter_threads, raw_stream_goes_after_the_loop_and_before_the_waiter) 
     Scripted_event_sender& raw = *owned;
     bool destroyed = false;
     raw.on_destroy = [&] {
-        raw.push(frame("abc")); // no handler runs: the bytes stay
-        EXPECT_EQ(raw.buffered(), frame("abc"));
+        raw.push(aim_frame("abc")); // no handler runs: the bytes stay
+        EXPECT_EQ(raw.buffered(), aim_frame("abc"));
         destroyed = true;
     };
     { const AIM_data_stream_adapter adapter(modules, std::move(owned), '1'); }
@@ -201,7 +200,7 @@ TEST(AIM_adapter_threads, takes_no_processor_time_while_nothing_happens_or_bytes
     Linked_adapters link;
     for (const bool bytes_wait : {false, true}) {
         if (bytes_wait) {
-            link.far_raw.push(frame("abc") + frame("def") + ">>0");
+            link.far_raw.push(aim_frame("abc") + aim_frame("def") + ">>0");
             ASSERT_TRUE(link.rx.wait_for(1));
         }
         const auto before = processor_time();

@@ -6,6 +6,7 @@
 #include <support/Random.h>
 #include <support/Recording_waiter.h>
 #include <support/Replaced_waits.h>
+#include <support/Scripted_event_sender.h>
 #include <support/Scripted_stream.h>
 #include <support/Stopped_clock.h>
 #include <support/Stream_bytes.h>
@@ -28,50 +29,18 @@ std::chrono::milliseconds time_of(const std::function<void()>& operation) {
     return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
 }
 
-/// A source as the transports with a thread are: somebody pushes bytes in, a fetch brings none.
-class Pushed_source : public Event_sender_data_stream {
-  public:
-    explicit Pushed_source(module_man& modules) : Event_sender_data_stream(&modules) { buffer_lock = &mutex; }
-
-    void push(const std::string& bytes) {
-        const std::lock_guard<Pushed_source> guard(*this);
-        rx_buffer.append(bytes_of(bytes), static_cast<unsigned>(bytes.size()));
-        send_rx_event(rx_buffer.full());
-    }
-
-    void lock() override { mutex.lock(); }
-    void unlock() override { mutex.unlock(); }
-    using Data_stream::get_data;
-    int get_data(int n) override {
-        if (on_fetch)
-            on_fetch();
-        return n == 0;
-    }
-    int _write(const unsigned char* data, unsigned int len) override {
-        written.append(reinterpret_cast<const char*>(data), len);
-        return write_result < 0 ? write_result : static_cast<int>(len);
-    }
-
-    std::function<void()> on_fetch; ///< called whenever a reader wants more than there is
-    std::string written;
-    int write_result = 0;
-
-  private:
-    Mutex mutex;
-};
-
 class Event_receiver : public testing::Test {
   protected:
     module_man modules;
-    Pushed_source source{modules};
+    Scripted_event_sender source{&modules};
     Event_receiver_data_stream receiver{source, modules};
 };
 
 TEST_F(Event_receiver, writes_go_to_the_source) {
     EXPECT_EQ(receiver.__write(bytes_of("abc"), 3), 3);
-    source.write_result = -1;
+    source.on_write = [](const unsigned char*, unsigned) { return -1; };
     EXPECT_EQ(receiver.__write(bytes_of("d"), 1), -1);
-    EXPECT_EQ(source.written, "abcd");
+    EXPECT_EQ(source.written, "abc");
 }
 
 TEST_F(Event_receiver, writes_are_traced_by_the_source) {

@@ -1,5 +1,6 @@
 #include <glue/data_stream/Line_data_stream_adapter.h>
 
+#include <support/Allocation_counter.h>
 #include <support/Captured_debug.h>
 #include <support/Enabled_category.h>
 #include <support/Random.h>
@@ -217,6 +218,17 @@ TEST_F(Line_adapter, does_not_make_the_inner_stream_fetch) {
     EXPECT_EQ(adapter.bytes_avail(), 0U);
     EXPECT_EQ(adapter.bytes_avail(1U), 0);
     EXPECT_TRUE(inner.fetches.empty());
+}
+
+TEST_F(Line_adapter, takes_nothing_from_the_heap_to_read) {
+    inner.receive("abc\n");
+    unsigned char bytes[4];
+    const Allocation_counter allocations;
+    EXPECT_EQ(adapter.bytes_avail(), 4U);
+    EXPECT_TRUE(adapter.get_data(bytes, 4, 0));
+    adapter.drop(4);
+    adapter.drop_all();
+    EXPECT_EQ(allocations.count(), 0U);
 }
 
 TEST_F(Line_adapter, writes_reach_the_inner_stream_unchanged) {

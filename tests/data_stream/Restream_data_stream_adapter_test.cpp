@@ -1,5 +1,6 @@
 #include <glue/data_stream/Restream_data_stream_adapter.h>
 
+#include <support/Allocation_counter.h>
 #include <support/Random.h>
 #include <support/Scripted_stream.h>
 #include <support/Stream_bytes.h>
@@ -120,6 +121,17 @@ TEST_F(Restream, nothing_is_lost_or_reordered_over_many_wraps) {
     while (adapter.bytes_avail() != 0)
         taken += take_buffered(adapter);
     EXPECT_EQ(taken, sent);
+}
+
+TEST_F(Restream, takes_nothing_from_the_heap_to_read) {
+    inner.receive("abc\n");
+    unsigned char bytes[4];
+    const Allocation_counter allocations;
+    EXPECT_EQ(adapter.bytes_avail(), 4U);
+    EXPECT_TRUE(adapter.get_data(bytes, 4, 0));
+    adapter.drop(4);
+    adapter.drop_all();
+    EXPECT_EQ(allocations.count(), 0U);
 }
 
 TEST_F(Restream, writes_reach_the_inner_stream_unchanged) {

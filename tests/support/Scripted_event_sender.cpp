@@ -42,7 +42,10 @@ void Scripted_event_sender::init(module_man& modules) {
 }
 
 int Scripted_event_sender::get_data(int n) {
-    return on_fetch ? on_fetch(n) : n == 0;
+    const int before = static_cast<int>(rx_buffer.size());
+    if (on_fetch)
+        on_fetch();
+    return static_cast<int>(rx_buffer.size()) - before >= n;
 }
 
 int Scripted_event_sender::_write(const unsigned char* data, unsigned int len) {

@@ -8,7 +8,7 @@
 #include <vector>
 
 /// A source as the transports with a thread of their own are: the test, or a thread of the test's, pushes bytes in;
-/// a fetch brings none. The test sees what is written.
+/// a fetch brings what `on_fetch` does, which is nothing unless the test says otherwise. The test sees what is written.
 class Scripted_event_sender : public Event_sender_data_stream {
   public:
     explicit Scripted_event_sender(module_man* modules = nullptr);
@@ -34,7 +34,7 @@ class Scripted_event_sender : public Event_sender_data_stream {
     std::string written;                                             ///< everything that `_write` took
     std::vector<std::string> writes;                                 ///< the same, call by call
     std::function<int(const unsigned char*, unsigned int)> on_write; ///< decides what `_write` takes and returns
-    std::function<int(int)> on_fetch; ///< called, under the lock, when a reader wants more than there is
+    std::function<void()> on_fetch;   ///< called, under the lock, when a reader wants more than there is
     std::function<void()> on_destroy; ///< called by the destructor
 
   private:
