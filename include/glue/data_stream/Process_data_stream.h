@@ -97,21 +97,20 @@ class GLUE_EXPORT Process_data_stream : public Event_sender_data_stream {
 
     /// The child's output is being read.
     bool is_running() const;
-    /// The child's output has ended; all of it has been in the ring.
+    /// The reading has ended; when that is because the output has, all of it has been put into the ring.
     bool is_finished() const;
 
     /// Stops reading, closes the child's input and output, and waits for its end. Output that is not in the ring yet is
     /// lost. The child's exit status is not told.
-    /// \param timeout_ms  how long to wait; with 0 one look; negative: without limit. A child that has not ended then
-    /// is
-    ///                    left to a detached thread ("CWT" and a number), which waits for it.
+    /// \param timeout_ms  how long to wait; with 0 one look; negative: without limit. A child that has not ended
+    ///                    then is left to a detached thread ("CWT" and a number), which waits for it.
     /// \return 0; -1 when there is no child to wait for
     int join(int timeout_ms);
 
     /// Ends the child with SIGKILL, then `join(0)`. Does nothing in state 0.
     void kill();
 
-    /// Lets the child live on when the stream is destroyed, until it ends by itself, for one for want of input.
+    /// Lets the child live on when the stream is destroyed, until it ends by itself, say for want of input.
     void detach();
 
     /// What the reader thread runs; the stream itself calls it.
