@@ -1,6 +1,7 @@
 #include <glue/data_stream/AIM_data_stream_adapter.h>
 
 #include <support/AIM_adapter.h>
+#include <support/Captured_debug.h>
 #include <support/Random.h>
 #include <support/Recording_waiter.h>
 #include <support/Scripted_event_sender.h>
@@ -171,6 +172,7 @@ TEST(AIM_adapter_threads, can_be_destroyed_while_its_raw_stream_announces_bytes)
     std::string wire;
     for (int i = 0; i < 200; ++i)
         wire += aim_frame(std::to_string(i));
+    const Captured_debug complaints; // where a frame is met in its midst
     for (int i = 0; i < 300; ++i) {
         module_man modules;
         Recording_waiter rx;
