@@ -169,13 +169,15 @@ TEST_F(Stream_relay, traces_and_counts_when_asked_to) {
     const Pty_pair first;
     const Pty_pair second;
     const auto result = relay({first.path(), second.path(), "--log", "--stats", "0.05"}, [&] {
+        first.send("?"); // comes through when both streams are there
+        EXPECT_EQ(second.receive(1), "?");
         first.send("abc");
         EXPECT_EQ(second.receive(3), "abc");
         std::this_thread::sleep_for(std::chrono::milliseconds(300));
     });
     EXPECT_THAT(result.errors, HasSubstr("[RD](3): abc\n"));
     EXPECT_THAT(result.errors, HasSubstr("[WR](3): abc\n"));
-    const std::string line = first.path() + " -> " + second.path() + ": 3 bytes\n";
+    const std::string line = first.path() + " -> " + second.path() + ": 4 bytes\n";
     EXPECT_NE(result.errors.find(line), result.errors.rfind(line)); // more than once
 }
 
