@@ -5,6 +5,7 @@
 #include <glue/data_stream/port_logging.h>
 
 #include <platform/Atime.h>
+#include <platform/stzncpy.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -62,7 +63,7 @@ TCP_client_data_stream* TCP_client_data_stream::create(module_man& mm, const cha
         return nullptr;
     char tmp[256];
     GLUE_ASSERT(sizeof(tmp) > strlen(arg + 1));
-    std::strcpy(tmp, arg + prefix.size());
+    stzncpy(tmp, arg + prefix.size(), sizeof tmp);
     const Target target = target_in(tmp);
     if (target.port == 0) {
         std::fputs("Error: No port specified\n", stderr);
