@@ -37,10 +37,10 @@
 /// stream goes, then what its events were sent to. A raw stream that waits for bytes when asked for more keeps the
 /// loop, and the destructor, waiting as long.
 ///
-/// **Threads.** Frames are taken, and the rx waiter is told, in the loop's thread ("vro.ADSA" and a number) and in those
-/// of the readers. The adapter's lock guards the ring and the parser; no event is sent under it. Writers take no lock of
-/// the adapter. The frame and its line feed are two writes on the raw stream: threads that write at the same time
-/// agree among themselves who is first, or frames get lost. The loop runs from the end of the constructor to the
+/// **Threads.** Frames are taken, and the rx waiter is told, in the loop's thread ("vro.ADSA" and a number) and in
+/// those of the readers. The adapter's lock guards the ring and the parser; no event is sent under it. Writers take no
+/// lock of the adapter. The frame and its line feed are two writes on the raw stream: threads that write at the same
+/// time agree among themselves who is first, or frames get lost. The loop runs from the end of the constructor to the
 /// beginning of the destructor: derive nothing from this class.
 ///
 /// With debug category 105 what is written, read and discarded is traced.
