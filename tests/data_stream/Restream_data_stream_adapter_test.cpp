@@ -102,7 +102,17 @@ TEST_F(Restream, drop_all_of_a_full_ring_brings_the_rest) {
     EXPECT_EQ(adapter.bytes_avail(), capacity);
     inner.receive("xyz");
     adapter.drop_all();
+    EXPECT_EQ(inner.buffered(), ""); // has moved already
     EXPECT_EQ(take_buffered(adapter), "xyz");
+}
+
+TEST_F(Restream, drop_from_a_full_ring_brings_as_much_as_there_is_room_for) {
+    inner.receive(std::string(capacity, 'a'));
+    EXPECT_EQ(adapter.bytes_avail(), capacity);
+    inner.receive("xyz");
+    adapter.drop(2);
+    EXPECT_EQ(inner.buffered(), "z"); // has moved already
+    EXPECT_EQ(adapter[capacity - 1], 'y');
 }
 
 TEST_F(Restream, nothing_is_lost_or_reordered_over_many_wraps) {
