@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr std::int64_t longest_step = 3600 * 1000;
+constexpr std::int64_t longest_step = 3600000; // units: an hour
 
 } // namespace
 
