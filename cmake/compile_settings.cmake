@@ -12,3 +12,11 @@ function(glue_compile_settings target)
         target_link_options(${target} PUBLIC -fsanitize=${GLUE_SANITIZE})
     endif()
 endfunction()
+
+# Tests are compiled once and run for seconds: little optimisation, so that building them does not take longer than that.
+function(glue_test_compile_settings target)
+    glue_compile_settings(${target})
+    if(CMAKE_BUILD_TYPE MATCHES "^(Release|RelWithDebInfo)$")
+        target_compile_options(${target} PRIVATE -O1)
+    endif()
+endfunction()

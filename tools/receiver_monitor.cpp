@@ -1,14 +1,18 @@
 // Shows what a receiver says: a line for each message, and at the end what came and where every byte went.
 
+#include "common/Interrupt.h"
 #include "common/command_line.h"
-#include "monitor/Interrupt.h"
+#include "common/streams.h"
 #include "monitor/Monitor.h"
 #include "monitor/Receiver_input.h"
+#include "monitor/Stream_input.h"
 
 #include <cerrno>
 #include <cmath>
 #include <csignal>
 #include <cstring>
+#include <memory>
+#include <optional>
 #include <string>
 
 namespace {
@@ -19,8 +23,13 @@ using command_line::number_between;
 constexpr int good_frames_came = 0;
 constexpr int no_good_frame_came = 2;
 
+constexpr const char* standard_input = "-";
+
 struct Command_line {
-    std::string device;
+    std::string specification = standard_input;
+    std::optional<std::string> device;
+    std::optional<std::string> to_send;
+    bool trace = false;
     std::string format = "labelled";
     double duration = 0;
     Monitor::Options monitor;
@@ -29,7 +38,14 @@ struct Command_line {
 void describe(CLI::App& app, Command_line& line) {
     constexpr double longest_duration = 1e9; // seconds
     constexpr double most_frames = 1e15;
-    app.add_option("--device", line.device, "Device or file to read; without it, standard input")->type_name("PATH");
+    app.add_option("SPEC", line.specification, "Stream to read, as a specification text; -: standard input")
+        ->type_name("")
+        ->capture_default_str();
+    app.add_option("--device", line.device, "Device or file to read, instead of SPEC")
+        ->type_name("PATH")
+        ->excludes("SPEC");
+    app.add_option("--send", line.to_send, "A command line to send first, to the stream of SPEC")->type_name("TEXT");
+    app.add_flag("--trace", line.trace, "Show the traffic of the stream of SPEC on standard error");
     app.add_option("--format", line.format, "Form of the lines: labelled for people, comma for files")
         ->check(CLI::IsMember({"labelled", "comma"}))
         ->type_name("labelled|comma")
@@ -44,20 +60,54 @@ void describe(CLI::App& app, Command_line& line) {
     app.add_flag("--quiet", line.monitor.quiet, "Print the summary alone");
     app.footer(
         "The summary goes to standard error. Exit status: 0 when at least one good frame came, 2 when none did,\n"
-        "1 for a wrong option, a device that cannot be opened or an output that fails.");
+        "1 for a wrong option, an input that cannot be opened or read, or an output that fails.");
+}
+
+/// Sends the command line that was asked for; whether all of it went.
+bool send(Data_stream& stream, const std::string& command) {
+    const std::string text = command + "\r\n";
+    const auto size = static_cast<unsigned>(text.size());
+    return stream.__write(reinterpret_cast<const unsigned char*>(text.data()), size) == static_cast<int>(size);
+}
+
+/// Opens what the command line names; null, after a line on standard error, when that fails.
+std::unique_ptr<Link_input> open_input(const CLI::App& app, const Command_line& line) {
+    if (line.device || line.specification == standard_input) {
+        auto input = std::make_unique<Receiver_input>();
+        if (line.to_send || line.trace) {
+            complain(app, "--send and --trace need a stream that can do that: give a SPEC");
+            return nullptr;
+        }
+        if (line.device && !input->open_device(*line.device))
+            return nullptr;
+        return input;
+    }
+    auto stream = streams::open(line.specification);
+    if (!stream)
+        return nullptr;
+    if (line.trace)
+        streams::trace(*stream);
+    if (line.to_send && !send(*stream, *line.to_send)) {
+        complain(app, "cannot send to " + line.specification);
+        return nullptr;
+    }
+    return std::make_unique<Stream_input>(std::move(stream));
 }
 
 int monitor(const CLI::App& app, const Command_line& line) {
-    Receiver_input input;
-    if (!line.device.empty() && !input.open_device(line.device))
+    const auto input = open_input(app, line);
+    if (!input)
         return command_line::failed;
 
     const Interrupt interrupt;
-    Monitor monitor(line.monitor, input, interrupt, stdout);
+    Monitor monitor(line.monitor, *input, interrupt, stdout);
     if (monitor.run() == Monitor::End::output_failed)
         return complain(app, std::string("cannot write to standard output: ") + std::strerror(errno));
-    if (input.error() != 0)
-        complain(app, std::string("cannot read on: ") + std::strerror(input.error()));
+    if (input->error() != 0) {
+        complain(app, "cannot read " + line.device.value_or("standard input") + ": " + std::strerror(input->error()));
+        if (input->arrived() == 0)
+            return command_line::failed;
+    }
     monitor.print_summary(stderr);
     return monitor.good_frames() > 0 ? good_frames_came : no_good_frame_came;
 }

@@ -246,18 +246,36 @@ bool Data_stream::printf(const char* format, ...) {
     return result;
 }
 
+/// Bytes of the ring, copied so that they can be printed without its lock.
+struct Data_stream::Traced_bytes {
+    void print(const char* tag) const {
+        Print::dprint_ts("%s[", tag);
+        Print::printascii(bytes, count);
+        Print::dprint("]\n");
+    }
+
+    unsigned int count;
+    unsigned char bytes[rx_capacity];
+};
+
 void Data_stream::dprint(const char* tag, unsigned int len, unsigned int offset) {
-    unsigned char shown[rx_capacity];
-    unsigned int count = 0;
+    Traced_bytes traced;
     {
         const Mutex_guard guard(buffer_lock);
-        const unsigned int avail = rx_buffer.size();
-        const bool all_there = len != 0 && std::uint64_t{offset} + len <= avail;
-        count = rx_buffer.peek(shown, all_there ? len : rx_capacity, offset);
+        copy_for_trace(traced, len, offset);
     }
-    Print::dprint_ts("%s[", tag);
-    Print::printascii(shown, count);
-    Print::dprint("]\n");
+    traced.print(tag);
+}
+
+void Data_stream::_dprint(const char* tag, unsigned int len, unsigned int offset) {
+    Traced_bytes traced;
+    copy_for_trace(traced, len, offset);
+    traced.print(tag);
+}
+
+void Data_stream::copy_for_trace(Traced_bytes& traced, unsigned int len, unsigned int offset) const {
+    const bool all_there = len != 0 && std::uint64_t{offset} + len <= rx_buffer.size();
+    traced.count = rx_buffer.peek(traced.bytes, all_there ? len : rx_capacity, offset);
 }
 
 bool Data_stream::set_description(const char* text) {

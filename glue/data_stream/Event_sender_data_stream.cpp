@@ -19,7 +19,9 @@ Event_sender_data_stream::~Event_sender_data_stream() = default;
 
 void Event_sender_data_stream::init(module_man& modules) {
     const Lock_guard guard(*this);
-    modules.init_module(&module_id, false);
+    std::int16_t id = 0;
+    modules.init_module(&id, false);
+    module_id = id;
 }
 
 void Event_sender_data_stream::lock() {}

@@ -31,7 +31,7 @@ int permissions_of(int flags) {
 timeval as_timeval(int ms) {
     timeval result{};
     result.tv_sec = ms / 1000;
-    result.tv_usec = (ms % 1000) * 1000;
+    result.tv_usec = suseconds_t{ms % 1000} * 1000;
     return result;
 }
 

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <execinfo.h>
 #include <mutex>
+#include <pthread.h>
 #include <string>
 #include <unistd.h>
 
@@ -21,6 +22,11 @@ using platform_detail::Time_stamp;
 
 constexpr std::size_t longest_line = 8192;
 
+// Around a fork: the child's printer must not be left locked by a thread that the child does not have.
+void wait_for_sink();
+void release_sink();
+void start_anew_in_child();
+
 /// What all threads share. Never destroyed: streams with static storage still print while the process ends.
 struct Shared {
     std::array<std::atomic<bool>, category_count> on{};
@@ -28,6 +34,7 @@ struct Shared {
     Print::Sink sink;
 
     Shared() {
+        pthread_atfork(wait_for_sink, release_sink, start_anew_in_child);
         if (const char* list = std::getenv("GLUE_DEBUG"))
             enable_list(list);
     }
@@ -52,6 +59,9 @@ Shared& shared() {
     static Shared* const the_one = new Shared;
     return *the_one;
 }
+
+/// Made while there is one thread: a child that is forked while another thread makes it would wait for that for ever.
+[[maybe_unused]] const Shared& made_at_start = shared();
 
 thread_local bool inside_sink = false;
 thread_local bool line_is_gone = false;
@@ -97,6 +107,7 @@ class Line {
     }
 
     void send_all() { send(text_.size()); }
+    void forget() { text_.clear(); }
 
   private:
     void send(std::size_t length) {
@@ -107,6 +118,11 @@ class Line {
     std::string text_;
 };
 
+Line& own_line() {
+    static thread_local Line line;
+    return line;
+}
+
 void add(std::string_view text, bool at_once = false) {
     if (inside_sink)
         return;
@@ -114,10 +130,27 @@ void add(std::string_view text, bool at_once = false) {
         deliver(text);
         return;
     }
-    static thread_local Line line;
-    line.add(text);
+    shared(); // before a line begins, so that a child of fork knows to let it be
+    own_line().add(text);
     if (at_once)
-        line.send_all();
+        own_line().send_all();
+}
+
+void wait_for_sink() {
+    if (!inside_sink)
+        shared().sink_mutex.lock();
+}
+
+void release_sink() {
+    if (!inside_sink)
+        shared().sink_mutex.unlock();
+}
+
+/// What the forking thread has composed is the parent's to finish.
+void start_anew_in_child() {
+    release_sink();
+    if (!line_is_gone)
+        own_line().forget();
 }
 
 void add_formatted(const char* format, va_list arguments, bool at_once = false) {

@@ -5,6 +5,8 @@
 #include <support/Captured_debug.h>
 #include <support/Random.h>
 #include <support/Recording_waiter.h>
+#include <support/Replaced_waits.h>
+#include <support/Scripted_event_sender.h>
 #include <support/Scripted_stream.h>
 #include <support/Stopped_clock.h>
 #include <support/Stream_bytes.h>
@@ -27,56 +29,18 @@ std::chrono::milliseconds time_of(const std::function<void()>& operation) {
     return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
 }
 
-/// A source as the transports with a thread are: somebody pushes bytes in, a fetch brings none.
-class Pushed_source : public Event_sender_data_stream {
-  public:
-    explicit Pushed_source(module_man& modules) : Event_sender_data_stream(&modules) { buffer_lock = &mutex; }
-
-    void push(const std::string& bytes) {
-        const std::lock_guard<Pushed_source> guard(*this);
-        rx_buffer.append(bytes_of(bytes), static_cast<unsigned>(bytes.size()));
-        send_rx_event(rx_buffer.full());
-    }
-
-    void lock() override { mutex.lock(); }
-    void unlock() override { mutex.unlock(); }
-    using Data_stream::get_data;
-    int get_data(int n) override {
-        if (on_fetch)
-            on_fetch();
-        return n == 0;
-    }
-    int _write(const unsigned char* data, unsigned int len) override {
-        written.append(reinterpret_cast<const char*>(data), len);
-        return write_result < 0 ? write_result : static_cast<int>(len);
-    }
-
-    std::function<void()> on_fetch; ///< called whenever a reader wants more than there is
-    std::string written;
-    int write_result = 0;
-
-  private:
-    Mutex mutex;
-};
-
 class Event_receiver : public testing::Test {
   protected:
-    std::string buffered() {
-        std::string bytes(receiver.bytes_avail(), '\0');
-        receiver.get_data(reinterpret_cast<unsigned char*>(bytes.data()), static_cast<unsigned>(bytes.size()), 0);
-        return bytes;
-    }
-
     module_man modules;
-    Pushed_source source{modules};
+    Scripted_event_sender source{&modules};
     Event_receiver_data_stream receiver{source, modules};
 };
 
 TEST_F(Event_receiver, writes_go_to_the_source) {
     EXPECT_EQ(receiver.__write(bytes_of("abc"), 3), 3);
-    source.write_result = -1;
+    source.on_write = [](const unsigned char*, unsigned) { return -1; };
     EXPECT_EQ(receiver.__write(bytes_of("d"), 1), -1);
-    EXPECT_EQ(source.written, "abcd");
+    EXPECT_EQ(source.written, "abc");
 }
 
 TEST_F(Event_receiver, writes_are_traced_by_the_source) {
@@ -90,7 +54,7 @@ TEST_F(Event_receiver, takes_what_is_there_without_waiting) {
     source.push("abcdef");
     receiver.set_read_timeout(0);
     EXPECT_TRUE(receiver.bytes_avail(4));
-    EXPECT_EQ(buffered(), "abcd");
+    EXPECT_EQ(buffered(receiver), "abcd");
     EXPECT_EQ(source.bytes_avail(), 2U);
     EXPECT_TRUE(receiver.bytes_avail(4)); // buffered here already: the source keeps its rest
     EXPECT_EQ(source.bytes_avail(), 2U);
@@ -100,7 +64,7 @@ TEST_F(Event_receiver, takes_what_there_is_and_fails_when_more_was_asked_for) {
     source.push("abc");
     receiver.set_read_timeout(1);
     EXPECT_EQ(receiver._get_data(5), 0);
-    EXPECT_EQ(buffered(), "abc");
+    EXPECT_EQ(buffered(receiver), "abc");
     EXPECT_EQ(source.bytes_avail(), 0U);
 }
 
@@ -111,12 +75,21 @@ TEST_F(Event_receiver, waits_for_bytes_that_come_later) {
     });
     EXPECT_TRUE(receiver.bytes_avail(6));
     device.join();
-    EXPECT_EQ(buffered(), "$GPGGA");
+    EXPECT_EQ(buffered(receiver), "$GPGGA");
 }
 
 TEST_F(Event_receiver, read_time_out_ends_the_wait) {
     receiver.set_read_timeout(40);
     EXPECT_GE(time_of([this] { EXPECT_EQ(receiver._get_data(1), 0); }).count(), 38);
+}
+
+TEST_F(Event_receiver, write_time_out_leaves_reading_alone) {
+    receiver.set_read_timeout(40);
+    receiver.set_write_timeout(0);
+    EXPECT_GE(time_of([this] { EXPECT_EQ(receiver._get_data(1), 0); }).count(), 38);
+    receiver.set_read_timeout(0);
+    receiver.set_default_write_timeout();
+    EXPECT_LT(time_of([this] { EXPECT_EQ(receiver._get_data(1), 0); }).count(), 9000);
 }
 
 TEST_F(Event_receiver, waits_out_the_rest_of_the_time_out_after_an_event) {
@@ -269,8 +242,7 @@ TEST_F(Event_receiver, loses_and_reorders_nothing) {
         const auto count = std::min(left, 1 + static_cast<unsigned>(got.size() % 77));
         if (!receiver.bytes_avail(count))
             break;
-        got += buffered();
-        receiver.drop_all();
+        got += take_buffered(receiver);
     }
     device.join();
     EXPECT_TRUE(got == sent);
@@ -284,6 +256,17 @@ TEST(Event_receiver_of_a_pair, reads_the_end_of_a_virtual_pair) {
     EXPECT_TRUE(receiver.bytes_avail(300));
     device.join();
     EXPECT_EQ(receiver[299], 'x');
+}
+
+TEST(Event_receiver_of_a_pair, lets_the_end_wait_for_its_own_time_out_first) {
+    Stopped_clock clock;
+    Replaced_waits waits;
+    module_man modules;
+    Virtual_pair_data_stream pair(&modules);
+    Event_receiver_data_stream receiver(pair.part_b(), modules);
+    receiver.set_read_timeout(0);
+    EXPECT_EQ(receiver._get_data(1), 0);
+    EXPECT_EQ(waits.limits, std::vector<int>{100000});
 }
 
 } // namespace

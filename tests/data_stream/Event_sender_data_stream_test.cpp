@@ -1,6 +1,7 @@
 #include <glue/data_stream/Event_sender_data_stream.h>
 
 #include <support/Captured_debug.h>
+#include <support/Recorded_platform_calls.h>
 #include <support/Recording_waiter.h>
 #include <support/Stream_bytes.h>
 #include <support/Vtable_slot.h>
@@ -150,6 +151,7 @@ TEST_F(Event_sender, quiet_tx_waiter_gets_only_flagged_events) {
 TEST_F(Event_sender, quiet_is_set_for_each_side_alone) {
     sender.reg_rx_waiter(rx, true);
     sender.reg_tx_waiter(tx, false);
+    sender.reg_rx_waiter(rx, true);
     sender.send_rx_event(false);
     sender.send_tx_event(false);
     EXPECT_EQ(rx.codes(), Codes{});
@@ -265,6 +267,22 @@ TEST_F(Event_sender, destruction_destroys_the_callback_and_tells_nobody) {
     EXPECT_EQ(*alive, 0);
     EXPECT_EQ(rx.codes(), Codes{});
     EXPECT_EQ(tx.codes(), Codes{});
+}
+
+TEST_F(Event_sender, passes_the_maker_s_own_arguments_as_they_are_told) {
+    using Send = Recorded_platform_calls::Send;
+    constexpr Send rx_send{false, true};
+    constexpr Send tx_send{true, false};
+    sender.reg_rx_waiter(rx, false);
+    sender.reg_tx_waiter(tx, false);
+    Recorded_platform_calls calls;
+    for (const bool flag : {false, true}) {
+        sender.send_rx_event(flag);
+        sender.send_tx_event(flag);
+    }
+    sender.init(modules);
+    EXPECT_EQ(calls.sends, (std::vector<Send>{rx_send, tx_send, rx_send, tx_send}));
+    EXPECT_EQ(calls.permanent_modules, std::vector<bool>{false});
 }
 
 TEST_F(Event_sender, rx_events_may_merge_in_a_full_queue) {

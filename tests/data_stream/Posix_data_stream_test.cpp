@@ -4,8 +4,10 @@
 
 #include <support/Captured_descriptor.h>
 #include <support/Pty_pair.h>
+#include <support/Replaced_calls.h>
 #include <support/Stream_bytes.h>
 #include <support/Temporary_folder.h>
+#include <support/Vtable_slot.h>
 #include <support/descriptors.h>
 
 #include <cstdarg>
@@ -15,6 +17,8 @@
 #include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -46,6 +50,18 @@ using Posix_data_stream_opening = Posix_data_stream_test;
 using Posix_data_stream_replacing = Posix_data_stream_test;
 using Posix_data_stream_closing = Posix_data_stream_test;
 using Posix_data_stream_line_commands = Posix_data_stream_test;
+
+// ---- The order of the virtual operations ----
+
+TEST(Posix_data_stream_slots, opening_comes_first_in_its_order_and_closing_has_none) {
+    EXPECT_EQ(vtable_slot(&Posix_data_stream::open), 2U);
+    EXPECT_EQ(vtable_slot(&Posix_data_stream::open_read), 3U);
+    EXPECT_EQ(vtable_slot(&Posix_data_stream::open_write), 4U);
+    EXPECT_EQ(vtable_slot(&Posix_data_stream::close), not_virtual);
+    EXPECT_EQ(vtable_slot(&Posix_data_stream::close_read), not_virtual);
+    EXPECT_EQ(vtable_slot(&Posix_data_stream::close_write), not_virtual);
+    EXPECT_EQ(vtable_slot(&Posix_data_stream::init_commander), not_virtual);
+}
 
 // ---- Naming ----
 
@@ -432,6 +448,18 @@ TEST_F(Posix_data_stream_line_commands, send_a_break_through_a_terminal_whatever
     Data_stream::Commander& any_commander = commander;
     EXPECT_TRUE(any_commander.send_break(0));
     EXPECT_TRUE(any_commander.send_break(1000000));
+}
+
+TEST_F(Posix_data_stream_line_commands, ask_for_a_break_of_the_default_duration_on_the_writing_descriptor) {
+    Pipe pipe;
+    Posix_data_stream writer(-1, pipe.take_writing());
+    Posix_data_stream::Commander commander;
+    ASSERT_TRUE(writer.init_commander(commander));
+    std::vector<std::pair<int, int>> asked;
+    Replaced_calls calls;
+    calls.send_break = [&](int fd, int duration) { return asked.emplace_back(fd, duration), 0; };
+    EXPECT_TRUE(commander.send_break(250));
+    EXPECT_EQ(asked, (std::vector<std::pair<int, int>>{{writer.get_write_fd(), 0}}));
 }
 
 TEST_F(Posix_data_stream_line_commands, cannot_send_a_break_through_a_pipe) {

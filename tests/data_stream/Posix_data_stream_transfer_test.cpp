@@ -383,6 +383,14 @@ TEST_F(Posix_data_stream_writing, after_the_default_timeout_is_restored_is_one_w
     EXPECT_EQ(write_text(stream, "x"), -1);
 }
 
+TEST_F(Posix_data_stream_writing, with_any_negative_timeout_is_one_write) {
+    fill();
+    for (const int ms : {-1, -2, std::numeric_limits<int>::min()}) {
+        stream.set_write_timeout(ms);
+        EXPECT_EQ(write_text(stream, "x"), -1) << ms;
+    }
+}
+
 TEST_F(Posix_data_stream_writing, to_a_slow_reader_gets_everything_out_in_time) {
     const std::string bytes = numbered(20 * unsigned_room() + 17);
     stream.set_write_timeout(20000);

@@ -105,7 +105,7 @@ struct Posix_threaded_data_stream_overrun : Posix_threaded_data_stream_receiving
 
 TEST_F(Posix_threaded_data_stream_overrun, what_fits_is_announced_as_full_and_the_rest_waits_for_room) {
     std::string taken;
-    delays.meanwhile = [&] {
+    delays.meanwhile = [&](std::size_t) {
         if (delays.count == 3) {
             taken.resize(missing);
             stream.get_data(reinterpret_cast<unsigned char*>(taken.data()), missing, 0);
@@ -132,7 +132,7 @@ TEST_F(Posix_threaded_data_stream_overrun, after_500_attempts_the_rest_of_the_ch
 }
 
 TEST_F(Posix_threaded_data_stream_overrun, any_room_starts_the_count_of_attempts_anew) {
-    delays.meanwhile = [&] {
+    delays.meanwhile = [&](std::size_t) {
         if (delays.count % 400 == 0)
             stream.drop(1);
     };

@@ -345,7 +345,7 @@ TEST_F(Posix_threaded_data_stream_commands, that_wait_are_queued_and_reported_ev
 TEST_F(Posix_threaded_data_stream_commands, wait_for_room_a_millisecond_at_a_time_without_a_lock) {
     fill_pipe();
     write_bytes(stream, std::string(ring_size - 5, '.'));
-    delays.meanwhile = [&] {
+    delays.meanwhile = [&](std::size_t) {
         if (delays.count == 7) {
             pipe.drain();
             stream.start();

@@ -371,6 +371,23 @@ TEST(Virtual_pair_permits, old_ones_are_used_up_and_make_no_new_ones) {
     EXPECT_EQ(waits.limits.size(), 12U); // one more from the write
 }
 
+TEST(Virtual_pair_permits, write_of_nothing_makes_one) {
+    Open_pair pair;
+    EXPECT_EQ(pair.a._write(bytes_of(""), 0), 0);
+    Replaced_waits waits;
+    EXPECT_EQ(pair.b._get_data(1), 0);
+    EXPECT_EQ(waits.limits.size(), 2U); // that permit, then none
+}
+
+TEST(Virtual_pair_permits, fetch_of_a_whole_transfer_ring_is_one_step_and_makes_one) {
+    Open_pair pair;
+    write_bytes(pair.a, numbered(128));
+    EXPECT_EQ(pair.b._get_data(128), 1);
+    Replaced_waits waits;
+    EXPECT_EQ(write_bytes(pair.a, numbered(129)), 128);
+    EXPECT_EQ(waits.limits.size(), 2U); // that permit, then none
+}
+
 // Locking
 
 TEST(Virtual_pair_lock, lock_and_unlock_take_the_one_lock_of_both_ends) {

@@ -49,6 +49,13 @@ TEST(Atime, now_counts_the_milliseconds_of_the_monotonic_clock) {
     EXPECT_LE(now.units(), steady_ms());
 }
 
+TEST(Atime, tells_the_milliseconds_since_a_start_and_none_since_one_that_lies_ahead) {
+    const unsigned long elapsed = Atime::get_elapsed_ms_since(Atime::now() + -500);
+    EXPECT_GE(elapsed, 500U);
+    EXPECT_LT(elapsed, 20000U);
+    EXPECT_EQ(Atime::get_elapsed_ms_since(Atime::now() + 3600000), 0U);
+}
+
 TEST(Atime, delay_lasts_that_many_milliseconds) {
     const Stopwatch stopwatch;
     Atime::delay(20);

@@ -2,6 +2,7 @@
 
 #include <support/Captured_debug.h>
 #include <support/Captured_descriptor.h>
+#include <support/Enabled_category.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -23,20 +24,13 @@ const unsigned char* bytes(const char* text) {
     return reinterpret_cast<const unsigned char*>(text);
 }
 
-/// Switches a category on for a scope.
-struct Category_on {
-    explicit Category_on(unsigned number) : category(number) { Print::enable(category, true); }
-    ~Category_on() { Print::enable(category, false); }
-    unsigned category;
-};
-
 // ---- Categories ----
 
 TEST(Debug_categories, are_off_until_switched_on) {
     for (unsigned category = 0; category < Debug::category_count; ++category)
         EXPECT_FALSE(Print::enabled(category)) << category;
     {
-        const Category_on on(136);
+        const Enabled_category on(136);
         EXPECT_TRUE(Print::enabled(136));
         EXPECT_FALSE(Print::enabled(135));
         EXPECT_FALSE(Print::enabled(137));
@@ -46,9 +40,9 @@ TEST(Debug_categories, are_off_until_switched_on) {
 
 TEST(Debug_categories, beyond_255_do_not_exist) {
     EXPECT_EQ(Debug::category_count, 256U);
-    const Category_on last(255);
+    const Enabled_category last(255);
     EXPECT_TRUE(Print::enabled(255));
-    const Category_on none(256);
+    const Enabled_category none(256);
     EXPECT_FALSE(Print::enabled(256));
     Print::enable(0xFFFFFFFFU, true);
     EXPECT_FALSE(Print::enabled(0xFFFFFFFFU));
@@ -60,7 +54,7 @@ TEST(Debug_categories, decide_what_print_prints) {
     Print::print(105, "off %d\n", 1);
     Print::print_ts(105, "off %d\n", 2);
     EXPECT_EQ(debug.text(), "");
-    const Category_on on(105);
+    const Enabled_category on(105);
     Print::print(105, "on %d\n", 3);
     Print::print_ts(105, "on %d\n", 4);
     Print::print(106, "off %d\n", 5);
@@ -186,6 +180,14 @@ TEST(Debug_lines, go_out_whole_at_their_line_feed) {
     EXPECT_EQ(debug.text(), "one line\nthe next\n");
 }
 
+TEST(Debug_lines, printed_together_go_out_together_without_what_follows_the_last) {
+    const Captured_debug debug;
+    Print::dprint("one\ntwo\nthr");
+    EXPECT_EQ(debug.text(), "one\ntwo\n");
+    Print::dprint("ee\n");
+    EXPECT_EQ(debug.text(), "one\ntwo\nthree\n");
+}
+
 TEST(Debug_lines, without_end_go_out_after_8192_characters) {
     const Captured_debug debug;
     const std::string text(8191, 'x');
@@ -286,7 +288,7 @@ TEST(Debug_sink, that_prints_itself_is_not_called_again) {
 
 TEST(Debug_sink, does_not_change_errno_for_who_prints) {
     Print::set_sink([](std::string_view) { errno = EIO; });
-    const Category_on on(1);
+    const Enabled_category on(1);
     const std::function<void()> operations[] = {
         [] { Print::dprint("a\n"); },
         [] { Print::dprint_ts("a\n"); },

@@ -1,5 +1,7 @@
 #include <platform/String_builder.h>
 
+#include <cstdio>
+#include <ctime>
 #include <gtest/gtest.h>
 #include <string>
 
@@ -70,6 +72,26 @@ TEST(String_builder_test, time_stamp_is_the_time_of_day) {
     }
 }
 
+TEST(String_builder_test, time_stamp_counts_the_milliseconds) {
+    constexpr long day_ms = 86400 * 1000;
+    const auto now_ms = [] {
+        timespec now{};
+        clock_gettime(CLOCK_REALTIME, &now);
+        return static_cast<long>(now.tv_sec % 86400 * 1000 + now.tv_nsec / 1000000);
+    };
+    String_builder<20> text;
+    const long before = now_ms();
+    text.append_ts();
+    const long lasted = (now_ms() - before + day_ms) % day_ms;
+    long hours = 0;
+    long minutes = 0;
+    long seconds = 0;
+    long ms = 0;
+    ASSERT_EQ(std::sscanf(text.text(), "%ld:%ld:%ld.%ld", &hours, &minutes, &seconds, &ms), 4);
+    const long stamped = ((hours * 60 + minutes) * 60 + seconds) * 1000 + ms;
+    EXPECT_LE((stamped - before + day_ms) % day_ms, lasted);
+}
+
 TEST(String_builder_test, bytes_become_readable) {
     String_builder<100> text;
     EXPECT_EQ(text.append_ascii_esc(bytes("a \\~\r\n\t\x7F\x01\xFF"), 10), 10U);
@@ -83,6 +105,8 @@ TEST(String_builder_test, byte_whose_readable_form_does_not_fit_is_not_taken) {
     text.clear();
     EXPECT_EQ(text.append_ascii_esc(bytes("\x01z"), 2), 2U);
     EXPECT_STREQ(text.text(), "\\x01z");
+    EXPECT_EQ(text.append_ascii_esc(bytes("yz"), 2), 1U); // the last place is used too
+    EXPECT_STREQ(text.text(), "\\x01zy");
 }
 
 } // namespace

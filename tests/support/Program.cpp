@@ -224,6 +224,11 @@ Program& Program::time_limit(std::chrono::milliseconds limit) {
     return *this;
 }
 
+Program& Program::once_started(std::function<void(pid_t)> tell) {
+    tell_start_ = std::move(tell);
+    return *this;
+}
+
 Program_result Program::run() const {
     const Clock::time_point deadline = Clock::now() + limit_;
     Program_result result;
@@ -248,6 +253,8 @@ Program_result Program::run() const {
         result.status = did_not_start;
         return result;
     }
+    if (tell_start_)
+        tell_start_(pid);
     input.read_end.close();
     output.write_end.close();
     errors.write_end.close();

@@ -2,7 +2,9 @@
 
 #include <chrono>
 #include <cstddef>
+#include <functional>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 /// What became of a program that a test has run.
@@ -38,6 +40,9 @@ class Program {
     /// How long the program may run; a minute, unless said.
     Program& time_limit(std::chrono::milliseconds limit);
 
+    /// Whom to tell the program's process number, as soon as it has one.
+    Program& once_started(std::function<void(pid_t)> tell);
+
     Program_result run() const;
 
   private:
@@ -48,4 +53,5 @@ class Program {
     bool has_output_ = true;
     std::size_t read_at_most_ = static_cast<std::size_t>(-1);
     std::chrono::milliseconds limit_ = std::chrono::minutes(1);
+    std::function<void(pid_t)> tell_start_;
 };

@@ -25,3 +25,12 @@ std::string Random::bytes(std::size_t count) {
         c = static_cast<char>(byte());
     return result;
 }
+
+std::string repeated(const std::string& bytes, std::size_t count) {
+    std::string result;
+    result.reserve(count + bytes.size());
+    while (result.size() < count)
+        result += bytes;
+    result.resize(count);
+    return result;
+}

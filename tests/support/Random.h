@@ -21,3 +21,6 @@ class Random {
   private:
     std::mt19937 engine_;
 };
+
+/// As many bytes as asked for out of a few random ones: much faster than that many random ones.
+std::string repeated(const std::string& bytes, std::size_t count);

@@ -1,11 +1,14 @@
 #include <support/Replaced_calls.h>
 
+#include <atomic>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <termios.h>
+#include <unistd.h>
 
 namespace {
 
-Replaced_calls* replaced = nullptr;
+std::atomic<Replaced_calls*> replaced{nullptr};
 
 template <typename Function>
 Function* in_c_library(const char* name) {
@@ -15,7 +18,7 @@ Function* in_c_library(const char* name) {
 } // namespace
 
 Replaced_calls::Replaced_calls() {
-    EXPECT_EQ(replaced, nullptr);
+    EXPECT_EQ(replaced.load(), nullptr);
     replaced = this;
 }
 
@@ -27,17 +30,59 @@ Replaced_calls::~Replaced_calls() {
 
 extern "C" int select(int count, fd_set* readable, fd_set* writable, fd_set* exceptional, timeval* left) {
     static const auto original = in_c_library<decltype(select)>("select");
-    if (replaced && replaced->select)
-        return replaced->select(left);
+    const Replaced_calls* const instead = replaced;
+    if (instead && instead->select)
+        return instead->select(left);
     return original(count, readable, writable, exceptional, left);
+}
+
+extern "C" int poll(pollfd* descriptors, nfds_t count, int limit) {
+    static const auto original = in_c_library<decltype(poll)>("poll");
+    const Replaced_calls* const instead = replaced;
+    if (instead && instead->poll)
+        return instead->poll(descriptors, count);
+    return original(descriptors, count, limit);
 }
 
 extern "C" int gettimeofday(timeval* now, void* zone) noexcept {
     static const auto original = in_c_library<int(timeval*, void*)>("gettimeofday");
-    if (!replaced || !replaced->wall_clock_ms)
+    const Replaced_calls* const instead = replaced;
+    if (!instead || !instead->wall_clock_ms)
         return original(now, zone);
-    const long ms = replaced->wall_clock_ms();
+    const long ms = instead->wall_clock_ms();
     now->tv_sec = ms / 1000;
     now->tv_usec = ms % 1000 * 1000;
     return 0;
+}
+
+extern "C" ssize_t read(int fd, void* destination, size_t size) {
+    static const auto original = in_c_library<decltype(read)>("read");
+    const Replaced_calls* const instead = replaced;
+    const auto answer = instead && instead->read ? instead->read(fd) : std::nullopt;
+    return answer ? *answer : original(fd, destination, size);
+}
+
+extern "C" ssize_t write(int fd, const void* source, size_t size) {
+    static const auto original = in_c_library<decltype(write)>("write");
+    const Replaced_calls* const instead = replaced;
+    const auto answer = instead && instead->write ? instead->write(fd) : std::nullopt;
+    return answer ? *answer : original(fd, source, size);
+}
+
+extern "C" int bind(int fd, const sockaddr* address, socklen_t size) noexcept {
+    static const auto original = in_c_library<int(int, const sockaddr*, socklen_t)>("bind");
+    const Replaced_calls* const instead = replaced;
+    return instead && instead->bind ? instead->bind(address) : original(fd, address, size);
+}
+
+extern "C" int accept4(int fd, sockaddr* address, socklen_t* size, int flags) {
+    static const auto original = in_c_library<decltype(accept4)>("accept4");
+    const Replaced_calls* const instead = replaced;
+    return instead && instead->accept4_fails && instead->accept4_fails() ? -1 : original(fd, address, size, flags);
+}
+
+extern "C" int tcsendbreak(int fd, int duration) noexcept {
+    static const auto original = in_c_library<int(int, int)>("tcsendbreak");
+    const Replaced_calls* const instead = replaced;
+    return instead && instead->send_break ? instead->send_break(fd, duration) : original(fd, duration);
 }

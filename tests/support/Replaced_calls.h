@@ -1,8 +1,12 @@
 #pragma once
 
 #include <functional>
+#include <optional>
+#include <poll.h>
 #include <sys/select.h>
+#include <sys/socket.h>
 #include <sys/time.h>
+#include <sys/types.h>
 
 /// Replaces calls that the program makes to the C library, for as long as it lives: for faults and clocks that a test
 /// cannot otherwise have. What is not set goes to the C library. One at a time; set it up before other threads start.
@@ -18,6 +22,17 @@ class Replaced_calls {
 
     /// What `select` answers, without looking at the sets, which stay as they are; may change the time left.
     std::function<int(timeval* left)> select;
+    /// What `poll` answers, having set what it says of each descriptor.
+    std::function<int(pollfd* descriptors, nfds_t count)> poll;
     /// What `gettimeofday` says, in milliseconds.
     std::function<long()> wall_clock_ms;
+    /// What `read` and `write` answer for a descriptor; nothing: what the C library answers.
+    std::function<std::optional<ssize_t>(int fd)> read;
+    std::function<std::optional<ssize_t>(int fd)> write;
+    /// What `bind` answers to an address.
+    std::function<int(const sockaddr* address)> bind;
+    /// Whether `accept4` fails, with the `errno` that this sets.
+    std::function<bool()> accept4_fails;
+    /// What `tcsendbreak` answers.
+    std::function<int(int fd, int duration)> send_break;
 };

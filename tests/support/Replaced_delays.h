@@ -2,20 +2,30 @@
 
 #include <atomic>
 #include <functional>
+#include <mutex>
+#include <vector>
 
-/// Takes over `Atime::delay()` while it lives: nobody sleeps; what happens instead is up to the test, in the thread
-/// that would sleep. One at a time; set it up before other threads start.
+/// Takes over `Atime::delay()` while it lives: nobody sleeps, how long they would have is recorded, and what happens
+/// instead is up to the test, in the thread that would sleep. One at a time; set it up before other threads start.
 ///
-///     Replaced_delays delays;
-///     delays.meanwhile = [&] { if (delays.count == 3) stream.drop(1); };   // room comes during the third delay
+///     Replaced_delays delays([&](std::size_t count) { if (count == 3) stream.drop(1); });   // room comes then
 class Replaced_delays {
   public:
-    Replaced_delays();
+    /// \param in_the_meantime  runs instead of each delay, with their number so far, that one included
+    explicit Replaced_delays(std::function<void(std::size_t)> in_the_meantime = {});
     ~Replaced_delays();
     Replaced_delays(const Replaced_delays&) = delete;
     Replaced_delays& operator=(const Replaced_delays&) = delete;
 
-    std::atomic<int> count{0};        ///< delays so far, the present one included
+    std::function<void(std::size_t)> meanwhile;
+    std::atomic<int> count{0};        ///< delays so far
     std::atomic<int> milliseconds{0}; ///< their sum
-    std::function<void()> meanwhile;
+    /// How long each would have been.
+    std::vector<int> units() const;
+
+    void note(int units);
+
+  private:
+    mutable std::mutex mutex_;
+    std::vector<int> units_;
 };

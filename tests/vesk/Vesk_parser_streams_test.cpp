@@ -6,6 +6,7 @@
 #include <support/Frame_builder.h>
 #include <support/Packets.h>
 #include <support/Random.h>
+#include <support/Receiver_traffic.h>
 #include <support/Scripted_stream.h>
 
 #include <algorithm>
@@ -68,69 +69,6 @@ std::vector<std::string> good_frames(const Parsing& parsing) {
     return frames;
 }
 
-/// Random receiver traffic, damage included.
-class Traffic {
-  public:
-    explicit Traffic(Random& random) : random_(random) {}
-
-    std::string element() {
-        switch (random_.between(0, 9)) {
-        case 0:
-            return reply();
-        case 1:
-            return random_.bytes(random_.between(1, 40));
-        case 2:
-            return random_.bytes(random_.between(0, 40)) + line_end();
-        case 3:
-            return damaged(frame());
-        case 4:
-            return damaged(reply());
-        case 5:
-            return std::string(random_.between(1, 4), '\0');
-        default:
-            return frame();
-        }
-    }
-
-    std::string frame() {
-        static const char* const identifiers[] = {"PG", "~~", "||", "PV", "SI", "00"};
-        return unterminated_frame(identifiers[random_.between(0, 5)], random_.bytes(random_.between(0, 60))) +
-               line_end();
-    }
-
-    std::string damaged(std::string bytes) {
-        const std::size_t place = random_.between(0, static_cast<unsigned>(bytes.size()) - 1);
-        switch (random_.between(0, 2)) {
-        case 0:
-            bytes[place] = static_cast<char>(random_.byte());
-            break;
-        case 1:
-            bytes.erase(place, 1);
-            break;
-        default:
-            bytes.insert(place, 1, bytes[place]);
-        }
-        return bytes;
-    }
-
-  private:
-    std::string line_end() {
-        static const char* const ends[] = {"\n", "\r", "\r\n"};
-        return ends[random_.between(0, 2)];
-    }
-
-    std::string reply() {
-        const std::string text(random_.between(0, 30), 't');
-        char header[8];
-        const bool counts_cr = random_.one_in(2);
-        std::snprintf(header, sizeof header, "%s%03X", random_.one_in(2) ? "RE" : "ER",
-                      static_cast<unsigned>(text.size()) + (counts_cr ? 1 : 0));
-        return header + text + "\r\n";
-    }
-
-    Random& random_;
-};
-
 /// The two bytes that mean something else when nothing else is buffered.
 void remove_acknowledgements(std::string& bytes) {
     std::replace(bytes.begin(), bytes.end(), '\x06', '\x05');
@@ -141,7 +79,7 @@ TEST(Vesk_parser_streams, cut_anywhere_give_the_same_packets) {
     // A single buffered 0x06 or 0x15 is an acknowledgement, and the start of something else when more is buffered: so
     // on purpose it depends on the cut, and the bytes here are free of both. See the next test.
     Random random;
-    Traffic traffic(random);
+    Receiver_traffic traffic(random);
     for (int round = 0; round < 60; ++round) {
         std::string bytes;
         while (bytes.size() < 3000)
@@ -177,7 +115,7 @@ TEST(Vesk_parser_streams, an_acknowledgement_is_one_only_when_it_arrives_alone) 
 
 TEST(Vesk_parser_streams, every_byte_is_accounted_for) {
     Random random;
-    Traffic traffic(random);
+    Receiver_traffic traffic(random);
     for (int round = 0; round < 2000; ++round) {
         std::string bytes;
         while (bytes.size() < 500)
@@ -291,7 +229,7 @@ TEST(Vesk_parser_streams, pure_rubbish_never_stops_the_parser) {
 
 TEST(Vesk_parser_streams, buffers_of_every_size_are_kept_to) {
     Random random;
-    Traffic traffic(random);
+    Receiver_traffic traffic(random);
     for (int round = 0; round < 500; ++round) {
         Scripted_stream stream;
         Vesk_parser parser(&stream, false);

@@ -2,23 +2,35 @@
 //
 //      wait --bytes--> take packets --none left--> flush --> wait
 //        |                |                          |
-//        | end of input,  | enough frames            | output fails
-//        | deadline,      v                          v
-//        +-interrupt----> end <----------------------+
+//        | deadline,      | enough frames            | output fails
+//        | interrupt      v                          v
+//        +--------------> end <----------------------+
+//        |                ^
+//        +-end of input-> take the rest
 
 #include "Monitor.h"
 
 #include <glue/vesk/Vesk_message.h>
 
-#include <cerrno>
-#include <cstring>
+#include <algorithm>
 
-Monitor::Monitor(const Options& options, Receiver_input& input, const Interrupt& interrupt, std::FILE* output)
+namespace {
+
+constexpr unsigned char accepted = 0x06;
+constexpr unsigned shortest_packet = Vesk_message::header_size + 1;
+
+bool ends_text(char c) {
+    return c == '\r' || c == '\n' || c == '\0';
+}
+
+} // namespace
+
+Monitor::Monitor(const Options& options, Link_input& input, const Interrupt& interrupt, std::FILE* output)
     : options_(options),
       input_(input),
       interrupt_(interrupt),
       output_(output),
-      parser_(&input, false),
+      parser_(&input.buffered_bytes(), false),
       printer_(options.labelled) {}
 
 Monitor::End Monitor::run() {
@@ -27,19 +39,17 @@ Monitor::End Monitor::run() {
         deadline = Atime::now() + options_.duration_ms;
 
     for (;;) {
-        const Receiver_input::Arrival arrival = input_.wait(deadline, interrupt_.descriptor());
+        const Link_input::Arrival arrival = input_.wait(deadline, interrupt_.descriptor());
         last_look_ = Atime::now();
-        if (arrival == Receiver_input::Arrival::bytes) {
+        if (arrival == Link_input::Arrival::bytes) {
             if (!first_arrival_)
                 first_arrival_ = last_look_;
             if (const auto end = take_packets())
                 return *end;
         }
-        if (arrival == Receiver_input::Arrival::end) {
-            input_ended_ = true;
-            return End::input;
-        }
-        if (arrival == Receiver_input::Arrival::wake_up)
+        if (arrival == Link_input::Arrival::end)
+            return take_rest();
+        if (arrival == Link_input::Arrival::wake_up)
             return End::interrupt;
         if (deadline && last_look_ >= *deadline)
             return End::duration;
@@ -49,7 +59,7 @@ Monitor::End Monitor::run() {
 /// Takes what is complete and shows it; an end when that is reached on the way.
 std::optional<Monitor::End> Monitor::take_packets() {
     int len = 0;
-    while (!has_enough()) {
+    while (!has_enough() && !std::ferror(output_)) {
         const int kind = parser_.get_packet(packet_, sizeof packet_, len);
         if (kind == Vesk_parser::nothing)
             break;
@@ -62,6 +72,19 @@ std::optional<Monitor::End> Monitor::take_packets() {
     return std::nullopt;
 }
 
+/// Nothing will complete what still waits. A garbled length may claim more bytes than will ever come: the frames behind
+/// it are looked for from every byte on.
+Monitor::End Monitor::take_rest() {
+    while (input_.buffered_bytes().bytes_avail() > shortest_packet) { // single bytes would look like acknowledgements
+        input_.buffered_bytes().drop(1);
+        ++given_up_;
+        if (const auto end = take_packets())
+            return *end;
+    }
+    input_ended_ = true;
+    return End::input;
+}
+
 void Monitor::take_packet(int kind, unsigned len) {
     switch (kind) {
     case Vesk_parser::frame:
@@ -69,11 +92,10 @@ void Monitor::take_packet(int kind, unsigned len) {
         break;
     case Vesk_parser::reply:
         summary_.count_reply(Vesk_message(packet_, len).get_msg_id());
-        print_text(static_cast<unsigned>(strnlen(reinterpret_cast<const char*>(packet_), len)));
+        print_line({reinterpret_cast<const char*>(packet_), len});
         break;
     case Vesk_parser::acknowledgement:
-        if (!options_.quiet)
-            std::fputs(packet_[0] == 0x06 ? "acknowledged\n" : "refused\n", output_);
+        print_line(packet_[0] == accepted ? "acknowledged" : "refused");
         break;
     default:
         break;
@@ -91,29 +113,31 @@ void Monitor::show_frame(unsigned len) {
         return;
     line_[0] = '\0';
     printer_.snprint(message, line_, sizeof line_);
-    const std::size_t length = strcspn(line_, "\r\n");
-    std::fwrite(line_, 1, length, output_);
-    std::fputc('\n', output_);
+    if (line_[0] != '\0') // else the printer has said something about the frame instead
+        print_line(line_);
 }
 
-/// Prints a reply as it stands, without its line end; a byte that a terminal might act on becomes a point.
-void Monitor::print_text(unsigned len) {
+/// Prints a text as one line, whatever is in it: its own line end goes, and any other byte that a terminal might act on
+/// becomes a point. All in one call, so that an output that fails is tried once.
+void Monitor::print_line(std::string_view text) {
     if (options_.quiet)
         return;
-    while (len > 0 && (packet_[len - 1] == '\r' || packet_[len - 1] == '\n'))
-        --len;
-    for (unsigned i = 0; i < len; ++i)
-        std::fputc(packet_[i] >= 0x20 && packet_[i] <= 0x7E ? packet_[i] : '.', output_);
-    std::fputc('\n', output_);
+    while (!text.empty() && ends_text(text.back()))
+        text.remove_suffix(1);
+    std::transform(text.begin(), text.end(), line_, [](char c) { return c >= 0x20 && c <= 0x7E ? c : '.'; });
+    line_[text.size()] = '\n';
+    std::fwrite(line_, 1, text.size() + 1, output_);
 }
 
+/// On an output that has failed nothing more is tried: it may be stuck.
 bool Monitor::flush() {
-    return std::fflush(output_) == 0 && !std::ferror(output_);
+    return !std::ferror(output_) && std::fflush(output_) == 0;
 }
 
 void Monitor::print_summary(std::FILE* out) {
-    const unsigned waiting = input_.bytes_avail();
+    const unsigned waiting = input_.buffered_bytes().bytes_avail();
     Vesk_parser::Byte_counts bytes = parser_.get_byte_counts();
+    bytes.noise += given_up_;
     std::uint64_t arrived = input_.arrived();
     if (input_ended_)
         bytes.noise += waiting;

@@ -1,9 +1,10 @@
 #pragma once
 
-#include "Interrupt.h"
+#include "Link_input.h"
 #include "Link_summary.h"
-#include "Receiver_input.h"
+#include "common/Interrupt.h"
 
+#include <glue/data_stream/Data_stream.h>
 #include <glue/vesk/Vesk_parser.h>
 #include <glue/vesk/Vesk_printer.h>
 
@@ -12,6 +13,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <optional>
+#include <string_view>
 
 /// Reads a link, prints a line for each message, and keeps account.
 class Monitor {
@@ -26,7 +28,7 @@ class Monitor {
     enum class End { input, duration, count, interrupt, output_failed };
 
     /// Prints to `output`; nothing of what is given is owned, and all of it outlives the monitor.
-    Monitor(const Options& options, Receiver_input& input, const Interrupt& interrupt, std::FILE* output);
+    Monitor(const Options& options, Link_input& input, const Interrupt& interrupt, std::FILE* output);
 
     /// Reads until one of the ends. After `output_failed`, `errno` says why.
     End run();
@@ -34,19 +36,20 @@ class Monitor {
     std::uint64_t good_frames() const { return summary_.good_frames(); }
 
     /// Prints the summary. Its account is of the bytes that were looked at: what was still waiting when something other
-    /// than the end of the input ended the run is left out; a rest at the end of the input is noise.
+    /// than the end of the input ended the run is left out; what is no packet at the end of the input is noise.
     void print_summary(std::FILE* out);
 
   private:
     bool has_enough() const { return options_.count && summary_.good_frames() >= *options_.count; }
     std::optional<End> take_packets();
+    End take_rest();
     void take_packet(int kind, unsigned len);
     void show_frame(unsigned len);
-    void print_text(unsigned len);
+    void print_line(std::string_view text);
     bool flush();
 
     const Options options_;
-    Receiver_input& input_;
+    Link_input& input_;
     const Interrupt& interrupt_;
     std::FILE* const output_;
     Vesk_parser parser_;
@@ -55,6 +58,7 @@ class Monitor {
     std::optional<Atime> first_arrival_;
     Atime last_look_;
     bool input_ended_ = false;
+    std::uint64_t given_up_ = 0; // bytes that stood in the way of others when the input ended
     unsigned char packet_[Vesk_parser::largest_packet];
     char line_[32768]; // the longest list: 4095 entries of up to six characters
 };

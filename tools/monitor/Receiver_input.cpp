@@ -2,18 +2,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <fcntl.h>
 #include <limits>
 #include <poll.h>
-#include <sys/ioctl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
-
-bool is_fifo(const std::string& path) {
-    struct stat status {};
-    return stat(path.c_str(), &status) == 0 && S_ISFIFO(status.st_mode);
-}
 
 int milliseconds_until(std::optional<Atime> deadline) {
     if (!deadline)
@@ -22,17 +16,9 @@ int milliseconds_until(std::optional<Atime> deadline) {
     return static_cast<int>(std::clamp<std::int64_t>(rest, 0, std::numeric_limits<int>::max()));
 }
 
-/// Bytes that a read would give at once; at least 1, since a read tells the end too.
-unsigned waiting_in_system(int descriptor) {
-    int count = 0;
-    return ioctl(descriptor, FIONREAD, &count) == 0 ? static_cast<unsigned>(std::max(count, 1)) : 1;
-}
-
 } // namespace
 
-Receiver_input::Receiver_input() : Posix_data_stream(STDIN_FILENO, -1) {
-    set_read_timeout(0);
-}
+Receiver_input::Receiver_input() : Posix_data_stream(STDIN_FILENO, -1) {}
 
 Receiver_input::~Receiver_input() {
     if (line_settings_)
@@ -40,7 +26,9 @@ Receiver_input::~Receiver_input() {
 }
 
 bool Receiver_input::open_device(const std::string& path) {
-    if (!open_read(path.c_str(), is_fifo(path)))
+    // A FIFO opens at once and is then waited for as everything else is. A line does not become the controlling
+    // terminal of a process that has none: that it hangs up is an end of the input, not of the process.
+    if (!open_by_name(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY, 0, Direction::read))
         return false;
     termios settings{};
     if (tcgetattr(get_read_fd(), &settings) == 0) {
@@ -65,22 +53,24 @@ Receiver_input::Arrival Receiver_input::wait(std::optional<Atime> deadline, int 
     return fetch();
 }
 
+/// One read, of what is there, into the room that the ring has in one piece.
 Receiver_input::Arrival Receiver_input::fetch() {
-    const std::uint64_t before = arrived_;
-    const unsigned wanted = std::min(waiting_in_system(get_read_fd()), rx_capacity - bytes_avail());
-    errno = 0;
-    get_data(static_cast<int>(wanted));
-    if (arrived_ > before)
+    const auto room = rx_buffer.free_region();
+    if (room.size == 0)
         return Arrival::bytes;
-    if (errno == EAGAIN || errno == EINTR)
-        return Arrival::nothing;
-    error_ = errno == EIO ? 0 : errno; // EIO is how a terminal line says that its other end is gone
+    const ssize_t came = ::read(get_read_fd(), room.begin, room.size);
+    if (came > 0) {
+        rx_buffer.commit(static_cast<unsigned>(came));
+        arrived_ += static_cast<std::uint64_t>(came);
+        return Arrival::bytes;
+    }
+    if (came < 0 && (errno == EAGAIN || errno == EINTR))
+        return Arrival::nothing;  // somebody else was faster
+    if (came < 0 && errno != EIO) // EIO is how a terminal line says that its other end is gone
+        error_ = errno;
     return Arrival::end;
 }
 
 int Receiver_input::get_data(int n) {
-    const unsigned before = bytes_avail();
-    const int result = Posix_data_stream::get_data(n);
-    arrived_ += bytes_avail() - before;
-    return result;
+    return n == 0;
 }

@@ -164,6 +164,9 @@ class GLUE_EXPORT Data_stream {
     const char* get_description() const { return description; }
 
   protected:
+    /// `dprint` for a derived stream that holds the ring's lock already. Takes no lock.
+    void _dprint(const char* tag, unsigned int len, unsigned int offset);
+
     /// `set_description` of a formatted text, cut to fit.
     void format_description(const char* format, ...) __attribute__((format(printf, 2, 3)));
 
@@ -185,7 +188,10 @@ class GLUE_EXPORT Data_stream {
     Mutex* buffer_lock;
 
   private:
+    struct Traced_bytes;
+
     bool skip(unsigned int n);
+    void copy_for_trace(Traced_bytes& traced, unsigned int len, unsigned int offset) const;
     int guarded_write(const unsigned char* data, unsigned int len, int result_when_nested);
 
     char description[description_size];

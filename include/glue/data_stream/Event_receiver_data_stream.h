@@ -21,6 +21,9 @@ class module_man;
 /// While a read waits, this stream is the source's one rx waiter. On purpose it does not put back who was registered
 /// before: reading through this stream and waiting for the source's events elsewhere exclude each other.
 ///
+/// The source's own fetch comes first. Where that waits too, as at an end of a virtual pair, a read may outlast its
+/// time-out by the source's.
+///
 /// **Ownership.** The source stays the caller's and outlives this stream. **Threads.** One thread reads, at the same
 /// time another may write as far as the source allows it.
 class GLUE_EXPORT Event_receiver_data_stream : public Data_stream {
@@ -43,9 +46,8 @@ class GLUE_EXPORT Event_receiver_data_stream : public Data_stream {
 
     /// Moves `n` bytes from the source into this stream's ring, waiting for them until the read time-out; bytes
     /// that the ring has no room for are lost. Bytes that are there already are taken even after the time-out.
-    /// \return true when all `n` came; false, with those that came in the ring, when not. Of an `n` of 0 or less
-    /// nothing
-    ///         is moved: true for 0, false for less
+    /// \return true when all `n` came; false, with those that came in the ring, when not. An `n` of 0 or less moves
+    ///         nothing: true for 0, false for less
     int get_data(int n) override;
 
     /// Writes to the source.

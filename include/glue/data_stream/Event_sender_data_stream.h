@@ -81,8 +81,8 @@ class GLUE_EXPORT Event_sender_data_stream : public virtual Data_stream {
   private:
     void send(waiter_descriptor& waiter, event_code code, bool urgent, bool merge) const;
 
-    std::int16_t module_id;
     // Atomic because some streams announce without holding lock().
+    std::atomic<std::int16_t> module_id;
     std::atomic<waiter_descriptor*> rx_waiter;
     std::atomic<waiter_descriptor*> tx_waiter;
     std::atomic<bool> rx_quiet;

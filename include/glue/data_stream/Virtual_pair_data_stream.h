@@ -55,9 +55,8 @@ class GLUE_EXPORT Virtual_pair_data_stream_part : public Event_sender_data_strea
 
     /// Moves `n` bytes from the other end into the receive ring, waiting for them until the read time-out; bytes that
     /// the receive ring has no room for are lost. Sends the other end's tx event, unless a wait failed.
-    /// \return true when all `n` came; false, with those that came in the ring, when not. Of an `n` of 0 or less
-    /// nothing
-    ///         is moved: true for 0, false for less
+    /// \return true when all `n` came; false, with those that came in the ring, when not. An `n` of 0 or less moves
+    ///         nothing: true for 0, false for less
     int get_data(int n) override;
 
     /// Hands `len` bytes to the other end, waiting for room until the write time-out. Sends the other end's rx event

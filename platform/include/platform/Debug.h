@@ -23,8 +23,10 @@ class Enable_token {
 ///
 /// Each thread composes its line on its own; the line goes out whole at its line feed (or after 8192 characters, or
 /// when the thread ends), so lines of different threads never mix. All operations may be called from any thread.
-/// `errno` is the same after a call as before it. Categories are off until switched on, here or by the environment
-/// variable GLUE_DEBUG, a list of numbers ("105,136"); text printed without a category always goes out.
+/// `errno` is the same after a call as before it. A fork waits for the sink to return, so that the child may print,
+/// too; what the forking thread has composed of a line stays the parent's. Categories are off until switched on, here
+/// or by the environment variable GLUE_DEBUG, a list of numbers ("105,136") read as the program starts; text printed
+/// without a category always goes out.
 class Print {
   public:
     /// Takes finished text: whole lines, usually one at a time. Called with the printer's lock held: it must not wait

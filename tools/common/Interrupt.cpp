@@ -17,6 +17,17 @@ extern "C" void note_signal(int) {
     errno = error;
 }
 
+/// Moves a descriptor out of the standard ones' range: where one of those is closed its number is free, and what is
+/// meant for it would go through the pipe.
+void raise_above_standard(int& fd) {
+    constexpr int first_own_descriptor = 3;
+    if (fd < 0 || fd >= first_own_descriptor)
+        return;
+    const int raised = fcntl(fd, F_DUPFD_CLOEXEC, first_own_descriptor);
+    close(fd);
+    fd = raised;
+}
+
 void handle(int signal, void (*handler)(int)) {
     struct sigaction action {};
     action.sa_handler = handler; // without SA_RESTART: a blocked write to a stuck reader ends too
@@ -29,6 +40,8 @@ Interrupt::Interrupt() {
     came = 0;
     if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0)
         ends[0] = ends[1] = -1;
+    for (int& end : ends)
+        raise_above_standard(end);
     handle(SIGINT, note_signal);
     handle(SIGTERM, note_signal);
 }

@@ -1,0 +1,202 @@
+#include <glue/data_stream/TCP_client_data_stream.h>
+
+#include "../assertion.h"
+
+#include <glue/data_stream/port_logging.h>
+
+#include <platform/Atime.h>
+#include <platform/stzncpy.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <string_view>
+#include <unistd.h>
+
+namespace {
+
+constexpr std::string_view prefix = "tcpc:";
+constexpr int longest_backoff = 64;
+constexpr unsigned most_at_once = 256;
+
+struct Target {
+    const char* address = "127.0.0.1";
+    int port = 0;
+};
+
+/// The text behind `key` in a token that begins with it; else null.
+const char* value_of(const char* token, std::string_view key) {
+    return std::strncmp(token, key.data(), key.size()) == 0 ? token + key.size() : nullptr;
+}
+
+/// The same on every system, whatever the size of its `long`.
+int decimal(const char* digits) {
+    return static_cast<int>(std::clamp<long>(std::strtol(digits, nullptr, 10), INT_MIN, INT_MAX));
+}
+
+/// Cuts `text` into its tokens. One that it does not know ends the process: a unit that is configured wrongly must
+/// not go to work.
+Target target_in(char* text) {
+    Target target;
+    char* rest = nullptr;
+    for (char* token = strtok_r(text, ",", &rest); token; token = strtok_r(nullptr, ",", &rest)) {
+        if (const char* address = value_of(token, "addr=")) {
+            target.address = address;
+        } else if (const char* port = value_of(token, "port=")) {
+            target.port = decimal(port);
+        } else {
+            std::fprintf(stderr, "Unknown token: %s\n", token);
+            std::exit(1);
+        }
+    }
+    return target;
+}
+
+} // namespace
+
+TCP_client_data_stream* TCP_client_data_stream::create(module_man& mm, const char* arg) {
+    if (std::strncmp(arg, prefix.data(), prefix.size()) != 0)
+        return nullptr;
+    char tmp[256];
+    GLUE_ASSERT(sizeof(tmp) > strlen(arg + 1));
+    stzncpy(tmp, arg + prefix.size(), sizeof tmp);
+    const Target target = target_in(tmp);
+    if (target.port == 0) {
+        std::fputs("Error: No port specified\n", stderr);
+        return nullptr;
+    }
+    return new TCP_client_data_stream(mm, target.address, target.port, -1, -1);
+}
+
+TCP_client_data_stream::TCP_client_data_stream(module_man& mm, const char* addr, int port, int reconnect_period,
+                                               int connect_timeout)
+    : Event_sender_data_stream(&mm),
+      TCP_client_task(addr, port),
+      tx_queue(tx_storage, queue_capacity),
+      read_backoff(1),
+      logging(log_none),
+      sent_count(0),
+      errors_suppressed(false),
+      received_count(0) {
+    if (reconnect_period > 0)
+        set_reconnect_period(reconnect_period);
+    if (connect_timeout > 0)
+        set_connect_timeout(connect_timeout);
+    buffer_lock = &mutex;
+    open();
+}
+
+TCP_client_data_stream::~TCP_client_data_stream() {
+    close();
+}
+
+void TCP_client_data_stream::lock() {
+    mutex.lock();
+}
+
+void TCP_client_data_stream::unlock() {
+    mutex.unlock();
+}
+
+int TCP_client_data_stream::get_data(int n) {
+    return n == 0;
+}
+
+// ---- Sending ----
+
+int TCP_client_data_stream::_write(const unsigned char* data, unsigned int len) {
+    const std::lock_guard<Mutex> guard(mutex);
+    const unsigned int sent = tx_queue.empty() ? send_at_once(data, len) : 0;
+    const unsigned int rest = len - sent;
+    if (rest > tx_queue.room())
+        return static_cast<int>(sent);
+    if (tx_queue.append(data + sent, rest) > 0)
+        notify_write_data_avail();
+    return static_cast<int>(len);
+}
+
+/// \return what the socket took; 0 also when it failed or there is none
+unsigned int TCP_client_data_stream::send_at_once(const unsigned char* data, unsigned int len) {
+    const ssize_t sent = ::write(descriptor(), data, len);
+    if (sent <= 0)
+        return 0;
+    const auto count = static_cast<unsigned int>(sent);
+    if (logging & log_writes)
+        log("WRF", data, count, sent_count);
+    return count;
+}
+
+void TCP_client_data_stream::handle_write(int fd) {
+    const std::lock_guard<Mutex> guard(mutex);
+    unsigned char piece[most_at_once];
+    const unsigned int gathered = tx_queue.peek(piece, most_at_once, 0);
+    const ssize_t sent = ::write(fd, piece, gathered);
+    if (sent < 0) {
+        tx_queue.clear();
+        return;
+    }
+    const auto count = static_cast<unsigned int>(sent);
+    if (count > 0 && (logging & log_writes))
+        log("WR", piece, count, sent_count);
+    tx_queue.consume(count);
+}
+
+bool TCP_client_data_stream::is_write_data_avail() {
+    const std::lock_guard<Mutex> guard(mutex);
+    return !tx_queue.empty();
+}
+
+// ---- Receiving ----
+
+int TCP_client_data_stream::handle_read(int fd) {
+    std::unique_lock<Mutex> held(mutex);
+    if (rx_buffer.full()) {
+        send_rx_event(true);
+        held.unlock();
+        Atime::delay(read_backoff);
+        read_backoff = std::min(2 * read_backoff, longest_backoff);
+        return 0;
+    }
+    read_backoff = 1;
+    const int result = read_into_ring(fd);
+    send_rx_event(rx_buffer.full());
+    return result;
+}
+
+int TCP_client_data_stream::read_into_ring(int fd) {
+    const auto free = rx_buffer.free_region();
+    errno = 0; // a server that just closes is no error of an earlier call
+    const ssize_t came = ::read(fd, free.begin, free.size);
+    if (came < 0 && (errno == EINTR || errno == EAGAIN))
+        return 0;
+    if (came <= 0) {
+        std::perror("TCP_client_data_stream: handle_read");
+        return -1;
+    }
+    const auto count = static_cast<unsigned int>(came);
+    if (logging & log_reads)
+        log("RD", free.begin, count, received_count);
+    rx_buffer.commit(count);
+    return static_cast<int>(count);
+}
+
+// ---- Logging ----
+
+int TCP_client_data_stream::set_port_logging(data_stream_logging_t flags) {
+    logging = flags;
+    return 0;
+}
+
+void TCP_client_data_stream::log(const char* direction, const unsigned char* data, unsigned int len,
+                                 unsigned int& counter) const {
+    do_port_logging(Debug::Print::enabled(port_logging_category), get_description(), direction, data, data + len,
+                    &counter);
+}
+
+void TCP_client_data_stream::suppress_errors(bool on) {
+    errors_suppressed = on;
+}

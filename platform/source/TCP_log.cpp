@@ -1,0 +1,74 @@
+#include "TCP_log.h"
+
+#include <platform/Debug.h>
+#include <platform/String_builder.h>
+#include <platform/snoop_logger.h>
+#include <platform/stzncpy.h>
+
+#include <algorithm>
+
+namespace platform_detail {
+
+namespace {
+
+constexpr unsigned port_traffic = 136; // the printer's category
+constexpr unsigned bytes_per_line = 900;
+constexpr unsigned characters_per_byte = 4; // of "\x00"
+constexpr unsigned head_size = 200;
+
+} // namespace
+
+void TCP_log::set(bool on, const char* name) {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    stzncpy(name_, name ? name : "", sizeof name_);
+    on_ = on;
+}
+
+/// A copy, so that no lock is held while others see the text: the application's logger may write to the port.
+void TCP_log::copy_name(char* destination) {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    stzncpy(destination, name_, name_size);
+}
+
+void TCP_log::came(int connection, const std::string& peer) {
+    event(connection, ("connected from " + peer).c_str());
+}
+
+void TCP_log::left(int connection) {
+    event(connection, "disconnected");
+}
+
+void TCP_log::event(int connection, const char* text) {
+    if (!on_)
+        return;
+    char name[name_size];
+    copy_name(name);
+    Debug::Print::print_ts(port_traffic, "%s: client %d %s\n", name, connection, text);
+}
+
+void TCP_log::traffic(const char* direction, int connection, const unsigned char* data, unsigned len) {
+    const Debug::Enable_token enabled = Debug::Print::enabled(port_traffic);
+    if (!on_ || (!enabled && !snoop_logger))
+        return;
+    char name[name_size];
+    copy_name(name);
+    while (len > 0) {
+        const unsigned piece = std::min(len, bytes_per_line);
+        String_builder<head_size + bytes_per_line * characters_per_byte> text;
+        text.append_ts();
+        text.append_format("%s[%s", name, direction);
+        if (connection >= 0)
+            text.append_format(" %d", connection);
+        text.append_format("](%u): ", piece);
+        text.append_ascii_esc(data, piece);
+        text.append("\n");
+        if (enabled)
+            Debug::Print::printd(text.text(), static_cast<int>(text.length()));
+        if (snoop_logger)
+            snoop_logger(text.text(), text.length());
+        data += piece;
+        len -= piece;
+    }
+}
+
+} // namespace platform_detail

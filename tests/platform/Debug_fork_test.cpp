@@ -1,0 +1,63 @@
+// The debug printer of a process that forks while other threads print.
+
+#include <platform/Debug.h>
+
+#include <support/Captured_descriptor.h>
+#include <support/waiting.h>
+
+#include <atomic>
+#include <csignal>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+/// Lets a child run `task` and end. False: it hangs, or failed.
+template <typename Task>
+bool child_does(Task task) {
+    const pid_t child = fork();
+    if (child == 0) {
+        task();
+        _exit(0);
+    }
+    int status = -1;
+    const bool ended = eventually([&] { return waitpid(child, &status, WNOHANG) == child; });
+    if (!ended) {
+        kill(child, SIGKILL);
+        waitpid(child, &status, 0);
+    }
+    return ended && status == 0;
+}
+
+TEST(Debug_fork, child_prints_though_another_thread_was_printing) {
+    const Captured_descriptor errors(2);
+    std::atomic<bool> stop{false};
+    std::thread busy([&] {
+        while (!stop)
+            Debug::Print::dprint(".\n");
+    });
+    for (int i = 0; i < 30; ++i)
+        EXPECT_TRUE(child_does([] { Debug::Print::dprint("child\n"); })) << "the printer hangs in child " << i;
+    stop = true;
+    busy.join();
+}
+
+TEST(Debug_fork, line_that_the_parent_is_composing_stays_its_own) {
+    const Captured_descriptor errors(2);
+    Debug::Print::dprint("begun ");
+    EXPECT_TRUE(child_does([] { Debug::Print::dprint("child\n"); }));
+    Debug::Print::dprint("and ended\n");
+    EXPECT_EQ(errors.text(), "child\nbegun and ended\n");
+}
+
+TEST(Debug_fork, sink_may_fork) {
+    bool done = false;
+    Debug::Print::set_sink([&](std::string_view) { done = child_does([] {}); });
+    Debug::Print::dprint("text\n");
+    Debug::Print::set_sink({});
+    EXPECT_TRUE(done);
+}
+
+} // namespace

@@ -1,0 +1,44 @@
+#include <support/Recorded_platform_calls.h>
+
+#include <platform/module_man.h>
+#include <platform/waiter.h>
+
+#include <dlfcn.h>
+
+namespace {
+
+Recorded_platform_calls* record = nullptr;
+
+/// The platform's operation behind the test program's own.
+template <typename Operation>
+Operation platforms_own(const char* symbol) {
+    return reinterpret_cast<Operation>(dlsym(RTLD_NEXT, symbol));
+}
+
+} // namespace
+
+// The test program's own, which the dynamic linker takes instead of the platform's.
+
+bool waiter_descriptor::send_event(waiter_event& event, bool urgent, bool merge) {
+    using Send_event = bool (*)(waiter_descriptor*, waiter_event&, bool, bool);
+    static const auto send = platforms_own<Send_event>("_ZN17waiter_descriptor10send_eventER12waiter_eventbb");
+    if (record)
+        record->sends.push_back({urgent, merge});
+    return send(this, event, urgent, merge);
+}
+
+bool module_man::init_module(std::int16_t* id, bool permanent) {
+    using Init_module = bool (*)(module_man*, std::int16_t*, bool);
+    static const auto init = platforms_own<Init_module>("_ZN10module_man11init_moduleEPsb");
+    if (record)
+        record->permanent_modules.push_back(permanent);
+    return init(this, id, permanent);
+}
+
+Recorded_platform_calls::Recorded_platform_calls() {
+    record = this;
+}
+
+Recorded_platform_calls::~Recorded_platform_calls() {
+    record = nullptr;
+}

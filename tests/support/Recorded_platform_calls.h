@@ -1,0 +1,23 @@
+#pragma once
+
+#include <vector>
+
+/// Keeps, while it lives, the arguments of calls to the platform layer whose meaning is the maker's, and which the
+/// reference platform therefore shows no effect of. The calls go through all the same. For one thread.
+class Recorded_platform_calls {
+  public:
+    /// How an event was sent.
+    struct Send {
+        bool urgent;
+        bool merge;
+        bool operator==(Send other) const { return urgent == other.urgent && merge == other.merge; }
+    };
+
+    Recorded_platform_calls();
+    ~Recorded_platform_calls();
+    Recorded_platform_calls(const Recorded_platform_calls&) = delete;
+    Recorded_platform_calls& operator=(const Recorded_platform_calls&) = delete;
+
+    std::vector<Send> sends;             ///< `waiter_descriptor::send_event`, call by call
+    std::vector<bool> permanent_modules; ///< `module_man::init_module`, call by call
+};

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <csignal>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/types.h>
+
+/// Whether a process waits for something: its first thread, if it has several.
+inline bool sleeps(pid_t process) {
+    std::ifstream file("/proc/" + std::to_string(process) + "/stat");
+    std::string number;
+    std::string name;
+    std::string state;
+    file >> number >> name >> state;
+    return state == "S";
+}
+
+/// Sends a signal to one process that the test has started. Numbers that stand for many processes, or for none that a
+/// test may have started, are refused: a -1 that means "not known yet" would reach every process there is.
+inline void send_signal(pid_t process, int number) {
+    if (process <= 1)
+        ADD_FAILURE() << process << " is no process of this test";
+    else if (kill(process, number) != 0)
+        ADD_FAILURE() << "process " << process << " is not there";
+}

@@ -1,0 +1,346 @@
+// The program as a user runs it.
+
+#include "much_to_print.h"
+#include "summary_text.h"
+
+#include <support/Frame_builder.h>
+#include <support/Program.h>
+#include <support/Pty_pair.h>
+#include <support/Temporary_folder.h>
+#include <support/descriptors.h>
+#include <support/processes.h>
+#include <support/waiting.h>
+
+#include <algorithm>
+#include <atomic>
+#include <csignal>
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <termios.h>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+using Arguments = std::vector<std::string>;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+const std::string frame = build_frame("~~", le(std::uint32_t{1234}));
+const std::string line = "RT ms=1234\n";
+const std::string summary_of_nothing =
+    "bytes: 0 = frames 0 + replies 0 + acknowledgements 0 + noise 0 + separators 0\nchecksum failures: 0\n";
+
+Program monitor_with(Arguments arguments) {
+    return Program(RECEIVER_MONITOR, std::move(arguments));
+}
+
+/// The monitor started by a shell that first does something to its descriptors.
+Program monitor_after(const std::string& redirections, Arguments arguments = {}) {
+    arguments.insert(arguments.begin(), {"-c", "exec \"$0\" \"$@\" " + redirections, RECEIVER_MONITOR});
+    return Program("sh", std::move(arguments));
+}
+
+/// One line on standard error, and status 1.
+void expect_failure(const Program_result& result, const std::string& message) {
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.errors, message + "\n");
+}
+
+void expect_refusal(const Arguments& arguments, const std::string& about) {
+    const Program_result result = monitor_with(arguments).input(frame).run();
+    EXPECT_EQ(result.status, 1) << about;
+    EXPECT_EQ(result.output, "") << about;
+    EXPECT_THAT(result.errors, StartsWith("receiver_monitor: "));
+    EXPECT_THAT(result.errors, HasSubstr(about));
+    EXPECT_EQ(std::count(result.errors.begin(), result.errors.end(), '\n'), 1) << result.errors;
+    EXPECT_EQ(result.errors.back(), '\n');
+}
+
+/// A monitor that runs beside the test, on a FIFO that the test writes.
+class Running_monitor {
+  public:
+    explicit Running_monitor(Arguments arguments = {}) {
+        arguments.insert(arguments.end(), {"--device", folder_.make_fifo("link")});
+        folder_.make_file("output", "");
+        link_ = open(folder_.path("link").c_str(), O_RDWR | O_CLOEXEC);
+        thread_ = std::thread([this, arguments] {
+            result_ = monitor_with(arguments)
+                          .output_to(folder_.path("output"))
+                          .once_started([this](pid_t pid) { pid_ = pid; })
+                          .run();
+            pid_ = 0; // somebody else may bear the number from now on
+        });
+        EXPECT_TRUE(eventually([&] { return pid_ != -1; }));
+    }
+    ~Running_monitor() {
+        if (thread_.joinable())
+            end();
+        close(link_);
+    }
+
+    void send(const std::string& bytes) { write_all(link_, bytes); }
+    void expect_output(const std::string& text) {
+        EXPECT_TRUE(eventually([&] { return folder_.content_of("output") == text; })) << folder_.content_of("output");
+    }
+    void signal(int number) { send_signal(pid_, number); }
+    const Program_result& end() {
+        thread_.join();
+        return result_;
+    }
+
+  private:
+    Temporary_folder folder_;
+    int link_ = -1;
+    std::atomic<pid_t> pid_{-1};
+    Program_result result_;
+    std::thread thread_;
+};
+
+} // namespace
+
+// ---- What it prints, and where ----
+
+TEST(receiver_monitor, prints_lines_on_standard_output_and_the_summary_on_standard_error) {
+    const Program_result result = monitor_with({}).input(frame + "RE004done\r\n").run();
+    EXPECT_EQ(result.output, line + "RE004done\n");
+    const Summary summary(result.errors);
+    EXPECT_EQ(summary.counts, (Counts{{"~~", 1}, {"RE", 1}}));
+    EXPECT_EQ(summary.account.arrived, 22U);
+    EXPECT_EQ(summary.account.frames, 11U);
+    EXPECT_EQ(summary.account.replies, 11U);
+    EXPECT_EQ(summary.checksum_failures, 0U);
+}
+
+TEST(receiver_monitor, has_two_formats_and_takes_the_labelled_one_unless_told) {
+    EXPECT_EQ(monitor_with({}).input(frame).run().output, line);
+    EXPECT_EQ(monitor_with({"--format", "labelled"}).input(frame).run().output, line);
+    EXPECT_EQ(monitor_with({"--format=comma"}).input(frame).run().output, "RT,1234\n");
+}
+
+TEST(receiver_monitor, quiet_prints_the_summary_alone) {
+    const std::string bytes = frame + "RE004done\n" + build_frame("XY", "unknown") + "\x06";
+    const Program_result result = monitor_with({"--quiet"}).input(bytes).run();
+    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(Summary(result.errors).counts, (Counts{{"~~", 1}, {"RE", 1}, {"XY", 1}}));
+    EXPECT_EQ(Summary(result.errors).account.arrived, bytes.size());
+}
+
+TEST(receiver_monitor, prints_unknown_frames_as_bytes_and_says_that_they_are) {
+    const Program_result result = monitor_with({}).input(build_frame("XY", "a")).run();
+    EXPECT_THAT(result.output, StartsWith("XY ???:  58 59 30 30 32 61 "));
+    EXPECT_THAT(result.errors, StartsWith("UNKNOWN XY\nXY          1"));
+    EXPECT_EQ(result.status, 0);
+}
+
+TEST(receiver_monitor, says_in_one_line_that_a_list_is_too_short) {
+    const Program_result result = monitor_with({}).input(build_frame("SS", "") + frame).run();
+    EXPECT_EQ(result.output, "SS message too short\n" + line);
+}
+
+TEST(receiver_monitor, reads_a_file) {
+    const Temporary_folder folder;
+    const Program_result result = monitor_with({"--device", folder.make_file("frames", frame + frame)}).run();
+    EXPECT_EQ(result.output, line + line);
+    EXPECT_EQ(result.status, 0);
+}
+
+TEST(receiver_monitor, reads_a_terminal_line_and_leaves_it_as_it_was) {
+    const Pty_pair tty(Pty_pair::as_it_comes);
+    termios before{};
+    tcgetattr(tty.slave(), &before);
+    const std::string frame_to_mangle = build_frame("~~", "\r\n\x03\x04"); // line ends, interrupt, end of file
+    const Program_result result = monitor_with({"--device", tty.path(), "--count", "1"})
+                                      .once_started([&](pid_t) {
+                                          ASSERT_TRUE(eventually([&] {
+                                              termios now{};
+                                              return tcgetattr(tty.slave(), &now) == 0 && !(now.c_lflag & ICANON);
+                                          }));
+                                          tty.send("\n" + frame_to_mangle);
+                                      })
+                                      .run();
+    EXPECT_EQ(result.output, "RT ms=67308045\n");
+    termios after{};
+    tcgetattr(tty.slave(), &after);
+    EXPECT_EQ(after.c_lflag, before.c_lflag);
+    EXPECT_EQ(after.c_iflag, before.c_iflag);
+    EXPECT_EQ(after.c_oflag, before.c_oflag);
+}
+
+// ---- Ends ----
+
+TEST(receiver_monitor, ends_after_so_many_frames) {
+    Running_monitor monitor({"--count", "2"});
+    monitor.send(frame + "noise\n" + frame + frame);
+    const Program_result& result = monitor.end();
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(Summary(result.errors).counts, (Counts{{"~~", 2}}));
+}
+
+TEST(receiver_monitor, ends_after_the_duration_whatever_is_missing) {
+    const Stopwatch stopwatch;
+    Running_monitor silent({"--duration", "0.2"}); // nobody ever sends
+    const Program_result& result = silent.end();
+    EXPECT_GE(stopwatch.elapsed(), std::chrono::milliseconds(200));
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.errors, summary_of_nothing);
+}
+
+TEST(receiver_monitor, ends_after_the_duration_on_a_FIFO_that_nobody_opens) {
+    const Temporary_folder folder;
+    const Program_result result = monitor_with({"--duration", "0.1", "--device", folder.make_fifo("fifo")})
+                                      .time_limit(std::chrono::seconds(20))
+                                      .run();
+    EXPECT_TRUE(result.in_time);
+    EXPECT_EQ(result.status, 2);
+}
+
+TEST(receiver_monitor, duration_of_0_is_none) {
+    Running_monitor monitor({"--duration", "0"});
+    monitor.send(frame);
+    monitor.expect_output(line);
+    monitor.send(frame);
+    monitor.expect_output(line + line);
+    monitor.signal(SIGINT);
+    EXPECT_EQ(monitor.end().status, 0);
+}
+
+TEST(receiver_monitor, an_interrupt_ends_it_with_its_summary) {
+    for (const int number : {SIGINT, SIGTERM}) {
+        Running_monitor monitor;
+        monitor.send(frame + frame.substr(0, 6));
+        monitor.expect_output(line);
+        monitor.signal(number);
+        const Program_result& result = monitor.end();
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(Summary(result.errors).account.arrived, 11U);
+    }
+}
+
+TEST(receiver_monitor, an_interrupt_ends_it_though_its_reader_is_stuck) {
+    for (const unsigned entries : {50U, 100U, 200U, 250U}) {
+        const Temporary_folder folder;
+        const std::string fifo = folder.make_fifo("stuck");
+        const int stuck = open(fifo.c_str(), O_RDWR | O_CLOEXEC);
+        const auto interrupt_when_stuck = [&](pid_t pid) {
+            EXPECT_TRUE(eventually([&] { return bytes_ready(stuck) > 50000 && sleeps(pid); }));
+            send_signal(pid, SIGINT);
+        };
+        const Program_result result = monitor_with({"--device", folder.make_file("frames", much_to_print(entries))})
+                                          .output_to(fifo)
+                                          .time_limit(std::chrono::seconds(20))
+                                          .once_started(interrupt_when_stuck)
+                                          .run();
+        close(stuck);
+        EXPECT_TRUE(result.in_time);
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(Summary(result.errors).account.arrived, Summary(result.errors).account.sum());
+    }
+}
+
+// ---- Exit status ----
+
+TEST(receiver_monitor, status_is_0_when_a_good_frame_came) {
+    EXPECT_EQ(monitor_with({}).input("noise\n" + frame).run().status, 0);
+}
+
+TEST(receiver_monitor, status_is_2_when_none_came) {
+    const Program_result nothing = monitor_with({}).run();
+    EXPECT_EQ(nothing.status, 2);
+    EXPECT_EQ(nothing.errors, summary_of_nothing);
+    EXPECT_EQ(monitor_with({}).input("noise\n").run().status, 2);
+    EXPECT_EQ(monitor_with({}).input("RE004done\n").run().status, 2);
+}
+
+TEST(receiver_monitor, status_is_2_when_only_a_bad_frame_came) {
+    std::string bad = frame;
+    bad[6] = '\x7f';
+    const Program_result result = monitor_with({}).input(bad).run();
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.output, "");
+    EXPECT_THAT(result.errors, HasSubstr("\nchecksum failures: 1\n"));
+}
+
+// ---- What goes wrong ----
+
+TEST(receiver_monitor, device_that_cannot_be_opened_is_one_line_and_status_1) {
+    expect_failure(monitor_with({"--device", "/does/not/exist"}).run(),
+                   "Error opening '/does/not/exist': No such file or directory");
+    expect_failure(monitor_with({"--device", ""}).input(frame).run(), "Error opening '': No such file or directory");
+}
+
+TEST(receiver_monitor, device_that_cannot_be_read_is_one_line_and_status_1) {
+    expect_failure(monitor_with({"--device", "/"}).run(), "receiver_monitor: cannot read /: Is a directory");
+}
+
+TEST(receiver_monitor, closed_standard_input_is_one_line_and_status_1) {
+    expect_failure(monitor_after("<&-").time_limit(std::chrono::seconds(20)).run(),
+                   "receiver_monitor: cannot read standard input: Bad file descriptor");
+}
+
+TEST(receiver_monitor, closed_output_is_one_line_and_status_1) {
+    const std::string message = "receiver_monitor: cannot write to standard output: Bad file descriptor";
+    expect_failure(monitor_with({}).input(frame).without_output().run(), message);
+    const Temporary_folder folder;
+    expect_failure(monitor_after("<&- >&-", {"--device", folder.make_file("frames", frame)}).run(), message);
+}
+
+TEST(receiver_monitor, closed_standard_error_harms_nothing_else) {
+    const Program_result result = monitor_after("2>&-").input(frame + build_frame("XY", "a") + frame).run();
+    EXPECT_EQ(result.status, 0);
+    EXPECT_THAT(result.output, StartsWith(line + "XY ???: "));
+    EXPECT_EQ(monitor_after(">&- 2>&-").input(frame).run().status, 1);
+}
+
+TEST(receiver_monitor, full_disk_is_one_line_and_status_1) {
+    const std::string message = "receiver_monitor: cannot write to standard output: No space left on device";
+    expect_failure(monitor_with({}).input(frame).output_to("/dev/full").run(), message);
+    expect_failure(monitor_with({}).input(much_to_print()).output_to("/dev/full").run(), message);
+}
+
+TEST(receiver_monitor, reader_that_goes_away_is_one_line_and_status_1) {
+    const Program_result result = monitor_with({}).input(much_to_print()).reader_leaves_after(1000).run();
+    expect_failure(result, "receiver_monitor: cannot write to standard output: Broken pipe");
+}
+
+TEST(receiver_monitor, wrong_options_are_refused) {
+    expect_refusal({"--speed", "3"}, "--speed");
+    expect_refusal({"tcp:0", "somewhere"}, "somewhere");
+    expect_refusal({"tcp:0", "one\ntwo"}, "one two");
+    expect_refusal({"tcp:0", "--device", "/dev/null"}, "--device");
+    expect_refusal({"--send", "VER"}, "--send");
+    expect_refusal({"--trace"}, "--trace");
+    expect_refusal({"--device"}, "--device");
+    expect_refusal({"--quiet=perhaps"}, "--quiet");
+    expect_refusal({"--count", "1", "--count", "2"}, "--count");
+}
+
+TEST(receiver_monitor, wrong_formats_are_refused) {
+    for (const char* format : {"xml", "Comma", "comma,labelled", ""})
+        expect_refusal({"--format", format}, "--format");
+}
+
+TEST(receiver_monitor, wrong_durations_are_refused) {
+    for (const char* duration : {"-1", "nan", "inf", "5s", "1e10", ""})
+        expect_refusal({"--duration", duration}, "--duration");
+}
+
+TEST(receiver_monitor, wrong_counts_are_refused) {
+    for (const char* count : {"0", "-1", "1.5", "many", "1000000000000001", "99999999999999999999999", ""})
+        expect_refusal({"--count", count}, "--count");
+}
+
+// ---- Help ----
+
+TEST(receiver_monitor, help_is_on_standard_output) {
+    const Program_result result = monitor_with({"--help"}).run();
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.errors, "");
+    for (const char* option : {"--device", "--format", "--duration", "--count", "--quiet", "--help"})
+        EXPECT_THAT(result.output, HasSubstr(option));
+}
+
+TEST(receiver_monitor, help_that_cannot_be_written_is_a_failure) {
+    expect_failure(monitor_with({"--help"}).output_to("/dev/full").run(),
+                   "receiver_monitor: cannot write to standard output");
+}

@@ -1,0 +1,34 @@
+#pragma once
+
+#include "Link_input.h"
+
+#include <glue/data_stream/Event_sender_data_stream.h>
+
+#include <platform/waiter.h>
+
+#include <memory>
+
+/// Any stream that announces its bytes as the monitor's link: what the factory makes.
+class Stream_input : public Data_stream, public Link_input {
+  public:
+    /// Takes `source` over.
+    explicit Stream_input(std::unique_ptr<Event_sender_data_stream> source);
+    ~Stream_input() override;
+
+    /// Ends when the source is a child process that has ended and said all. Other streams come back by themselves, so
+    /// they never end.
+    Arrival wait(std::optional<Atime> deadline, int wake_up_descriptor) override;
+    Data_stream& buffered_bytes() override { return *this; }
+
+    using Data_stream::get_data;
+    /// \return whether `n` is 0
+    int get_data(int n) override;
+    /// Writes to the source.
+    int _write(const unsigned char* data, unsigned int len) override;
+
+  private:
+    bool take();
+
+    waiter_descriptor waiter_;
+    std::unique_ptr<Event_sender_data_stream> source_;
+};
