@@ -129,6 +129,8 @@ TEST_F(Posix_serial_data_stream_test, closing_forgets_the_settings_and_leaves_th
     EXPECT_FALSE(has_settings());
     EXPECT_TRUE(is_raw());
     EXPECT_FALSE(stream.close());
+    ASSERT_TRUE(stream.Posix_data_stream::open(terminal.path().c_str(), false, true, false));
+    EXPECT_FALSE(stream.set_baud_rate(9600)) << "settings of an earlier line";
 }
 
 TEST_F(Posix_serial_data_stream_test, closing_a_pair_of_descriptors_closes_nothing) {

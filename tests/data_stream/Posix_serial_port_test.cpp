@@ -262,6 +262,16 @@ TEST_F(Posix_serial_port_baud_rate, each_of_the_twelve_is_set_for_both_direction
     }
 }
 
+TEST_F(Posix_serial_port_baud_rate, of_the_input_is_set_where_it_was_that_of_the_output) {
+    termios settings = line.settings();
+    cfsetispeed(&settings, B0); // which means so
+    line.set_settings(settings);
+    start();
+    EXPECT_TRUE(port.set_baud_rate(9600));
+    const termios now = line.settings();
+    EXPECT_EQ(cfgetispeed(&now), speed_t{B9600});
+}
+
 TEST_F(Posix_serial_port_baud_rate, between_two_is_the_higher_one) {
     start();
     long lower = 0;

@@ -143,7 +143,21 @@ TEST_F(Posix_threaded_serial_data_stream_test, descriptor_is_the_reading_one_els
     EXPECT_TRUE(stream.init()) << "one descriptor is enough";
 }
 
-TEST_F(Posix_threaded_serial_data_stream_test, closing_forgets_the_settings_and_lets_go_of_the_device) {
+TEST_F(Posix_threaded_serial_data_stream_test, closing_lets_go_of_the_device_although_the_thread_waits_for_it) {
+    for (int round = 0; round < 10; ++round) { // most of which find it waiting already
+        Pty_pair terminal;
+        const auto stream = make(terminal.path());
+        ASSERT_TRUE(stream);
+        terminal.send("x");
+        ASSERT_TRUE(eventually([&] { return stream->bytes_avail() == 1; }));
+        terminal.close_slave();
+        EXPECT_FALSE(terminal.near_end_is_gone());
+        ASSERT_TRUE(stream->close());
+        ASSERT_TRUE(eventually([&] { return terminal.near_end_is_gone(); }));
+    }
+}
+
+TEST_F(Posix_threaded_serial_data_stream_test, closing_forgets_the_settings) {
     const auto stream = make(line.path());
     ASSERT_TRUE(stream);
     const int fd = stream->get_fd();
@@ -154,6 +168,8 @@ TEST_F(Posix_threaded_serial_data_stream_test, closing_forgets_the_settings_and_
     EXPECT_FALSE(stream->set_baud_rate(9600));
     EXPECT_FALSE(stream->close());
     EXPECT_EQ(write_bytes(*stream, "x"), -1);
+    ASSERT_TRUE(stream->Posix_threaded_data_stream::open(line.path().c_str(), false, false, false));
+    EXPECT_FALSE(stream->set_baud_rate(9600)) << "settings of an earlier line";
     ASSERT_TRUE(stream->open(line.path().c_str()));
     line.terminal().send("x");
     EXPECT_TRUE(eventually([&] { return stream->bytes_avail() == 1; })) << "the thread still runs";

@@ -347,6 +347,17 @@ TEST_F(Posix_threaded_serial_reopening, settings_may_be_changed_at_the_same_time
     expect_works(*stream);
 }
 
+TEST_F(Posix_threaded_serial_reopening, by_the_owner_may_come_while_bytes_arrive) {
+    const auto stream = make(socket.path());
+    const Captured_descriptor errors(STDERR_FILENO);
+    for (int round = 0; round < 50; ++round) {
+        socket.line().send("xxxxx");
+        EXPECT_TRUE(stream->open(socket.path().c_str()));
+        stream->drop_all();
+    }
+    EXPECT_EQ(errors.text(), "");
+}
+
 TEST_F(Posix_threaded_serial_reopening, writing_goes_on_at_the_same_time) {
     const Captured_descriptor errors(STDERR_FILENO);
     const auto stream = make(socket.path());

@@ -4,6 +4,7 @@
 #include <csignal>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <stdlib.h>
 #include <termios.h>
 #include <unistd.h>
@@ -27,8 +28,7 @@ Pty_pair::Pty_pair(Mode mode)
 }
 
 Pty_pair::~Pty_pair() {
-    if (slave_ >= 0)
-        close(slave_);
+    close_slave();
     hang_up();
     std::signal(SIGHUP, hang_up_handler_before_);
 }
@@ -45,4 +45,15 @@ void Pty_pair::hang_up() {
     if (master_ >= 0)
         close(master_);
     master_ = -1;
+}
+
+void Pty_pair::close_slave() {
+    if (slave_ >= 0)
+        close(slave_);
+    slave_ = -1;
+}
+
+bool Pty_pair::near_end_is_gone() const {
+    pollfd waiting{master_, 0, 0};
+    return poll(&waiting, 1, 0) == 1 && (waiting.revents & POLLHUP) != 0;
 }

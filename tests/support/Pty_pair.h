@@ -31,6 +31,11 @@ class Pty_pair {
     /// Takes the far end away, as a pulled plug does.
     void hang_up();
 
+    /// Closes the descriptor of the near end.
+    void close_slave();
+    /// Whether nobody has the near end open (any more).
+    bool near_end_is_gone() const;
+
   private:
     int master_ = -1;
     int slave_ = -1;
