@@ -32,8 +32,8 @@ struct Data_stream_create_options {
 /// On purpose, and relied on: a label reaches as far as it can, so a command line that holds "/" and a later "," loses
 /// its head to the label; "exec:", "tcp:" and "tcpb:" are found anywhere in the text.
 ///
-/// \param modules  gives the stream its module id, where its kind takes one at once; for the console and serial lines
-///                 call `init` on the stream
+/// \param modules  gives the stream its module id, where its kind takes one at once; for the console, serial lines and
+///                 wrapped streams call `init` on the stream
 /// \param spec     the specification; at most `longest_stream_specification` characters
 /// \param label    where the label goes, with `label_size` bytes of room; null, or a size of 0, when nobody wants it.
 ///                 It is always terminated, and empty when there is no label or no stream
