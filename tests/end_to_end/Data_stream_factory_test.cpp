@@ -88,6 +88,7 @@ TEST_F(Data_stream_factory, makes_the_console) {
 
 TEST_F(Data_stream_factory, asks_the_kinds_in_their_order) {
     EXPECT_TRUE(is<Process_data_stream>(make("tcpc:port=1 exec:true")));
+    EXPECT_TRUE(is<TCP_client_data_stream>(make("tcpc:port=1,addr=tcp:0")));
     EXPECT_TRUE(is<TCP_server_data_stream>(make("tcp:0 tcpb:0")));
     EXPECT_TRUE(is<TCP_server_data_stream>(make("cons: tcp:0")));
     EXPECT_TRUE(is<TCP_server_buffered_data_stream>(make("cons: tcpb:0")));
@@ -141,9 +142,9 @@ TEST_F(Data_stream_factory, label_reaches_as_far_as_it_can) {
 }
 
 TEST_F(Data_stream_factory, label_is_cut_to_its_buffer_and_always_terminated) {
-    char small[4] = "???";
-    EXPECT_TRUE(Event_sender_data_stream_create_unique(modules, "ab/cd,tcp:0", small, sizeof small, {}));
-    EXPECT_STREQ(small, "ab/");
+    char small[5] = "????";
+    EXPECT_TRUE(Event_sender_data_stream_create_unique(modules, "ab/cd,tcp:0", small, 3, {}));
+    EXPECT_EQ(std::string(small, 4), std::string("ab\0?", 4));
     char none = '?';
     EXPECT_TRUE(Event_sender_data_stream_create_unique(modules, "ab/cd,tcp:0", &none, 1, {}));
     EXPECT_EQ(none, '\0');
