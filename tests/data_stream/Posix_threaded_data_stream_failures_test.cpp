@@ -148,6 +148,19 @@ TEST_F(Posix_threaded_data_stream_failures, a_descriptor_closed_behind_its_back_
     EXPECT_TRUE(receives(3));
 }
 
+TEST_F(Posix_threaded_data_stream_failures, a_descriptor_that_was_replaced_during_the_wait_is_no_failure) {
+    std::atomic<int> waits{0};
+    Replaced_calls calls;
+    calls.select = [&](timeval*) { // the old one was closed, and the new one has its number: all is well by now
+        errno = ++waits == 1 ? EBADF : ENOMEM;
+        return -1;
+    };
+    stream.start();
+    EXPECT_TRUE(eventually([&] { return waits > 1; }));
+    EXPECT_TRUE(is_said("select(), Posix_data_stream::get_data: Cannot allocate memory\n"));
+    stream.stop();
+}
+
 TEST_F(Posix_threaded_data_stream_failures, requests_are_heard_while_select_fails) {
     const int request_pipe = next_descriptor();
     Threaded_stream failing;

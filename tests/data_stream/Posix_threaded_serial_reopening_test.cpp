@@ -350,7 +350,7 @@ TEST_F(Posix_threaded_serial_reopening, settings_may_be_changed_at_the_same_time
 TEST_F(Posix_threaded_serial_reopening, by_the_owner_may_come_while_bytes_arrive) {
     const auto stream = make(socket.path());
     const Captured_descriptor errors(STDERR_FILENO);
-    for (int round = 0; round < 50; ++round) {
+    for (int round = 0; round < 1000; ++round) { // most of which find the thread waiting for the line
         socket.line().send("xxxxx");
         EXPECT_TRUE(stream->open(socket.path().c_str()));
         stream->drop_all();
