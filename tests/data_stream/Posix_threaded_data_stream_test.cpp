@@ -13,6 +13,7 @@
 #include <support/waiting.h>
 
 #include <cstdlib>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <mutex>
 #include <pthread.h>
@@ -110,6 +111,25 @@ TEST_F(Posix_threaded_data_stream_test, takes_two_descriptors_and_gives_them_bac
         EXPECT_EQ(open_descriptors(), before + 2);
     }
     EXPECT_EQ(open_descriptors(), before);
+}
+
+TEST_F(Posix_threaded_data_stream_test, its_pipe_is_not_for_programs_that_the_process_starts) {
+    EXPECT_TRUE(fcntl(request_pipe, F_GETFD) & FD_CLOEXEC);
+    EXPECT_TRUE(fcntl(request_pipe + 1, F_GETFD) & FD_CLOEXEC);
+}
+
+TEST_F(Posix_threaded_data_stream_test, its_pipe_never_becomes_a_standard_stream) {
+    const int kept = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    close(STDIN_FILENO);
+    {
+        const Posix_threaded_data_stream other("X");
+        EXPECT_FALSE(is_open(STDIN_FILENO));
+    }
+    EXPECT_FALSE(is_open(STDIN_FILENO));
+    if (kept >= 0) {
+        dup2(kept, STDIN_FILENO);
+        close(kept);
+    }
 }
 
 TEST_F(Posix_threaded_data_stream_test, a_pipe_that_cannot_be_closed_is_reported) {
@@ -347,6 +367,16 @@ TEST_F(Posix_threaded_data_stream_test, a_resume_without_a_pause_ends_the_next_p
     ASSERT_TRUE(requests_are_taken());
     arrive("def");
     EXPECT_TRUE(stays_paused());
+}
+
+TEST_F(Posix_threaded_data_stream_test, pauses_that_the_thread_finds_together_are_one) {
+    stream.pause();
+    stream.pause();
+    stream.start();
+    ASSERT_TRUE(requests_are_taken());
+    stream.resume();
+    arrive("abc");
+    EXPECT_TRUE(has_received("abc"));
 }
 
 TEST_F(Posix_threaded_data_stream_test, stopping_ends_a_pause) {
