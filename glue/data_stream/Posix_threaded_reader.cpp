@@ -105,7 +105,7 @@ void Posix_threaded_data_stream::Reader::run() {
     while (!stream.stopping) {
         const Ready ready = wait();
         if (ready.requests && take_requests())
-            continue; // everything may be different after a pause
+            continue;
         run_timer();
         if (!ready.input)
             announce_when_quiet();
@@ -193,16 +193,17 @@ bool Posix_threaded_data_stream::Reader::bytes_are_queued() const {
 
 // ---- Requests and announcements ----
 
-/// "n" and "q" have done their work by waking the thread. \return whether there was a pause
+/// "n" and "q" have done their work by waking the thread. \return whether what was ready does not count any more: the
+/// thread shall stop, or there was a pause, after which everything may be different
 bool Posix_threaded_data_stream::Reader::take_requests() {
     char requests[requests_at_once];
     const ssize_t count = ::read(stream.notify_pipe[0], requests, sizeof requests);
     stream.wake_on_way = false; // from here on, whoever changes something wakes the thread anew
     const std::string_view seen(requests, count > 0 ? static_cast<std::size_t>(count) : 0);
-    if (stream.stopping || seen.find('p') == seen.npos)
-        return false;
-    stream.pause_gate.acquire();
-    return true;
+    const bool pauses = seen.find('p') != seen.npos;
+    if (pauses && !stream.stopping)
+        stream.pause_gate.acquire();
+    return pauses || stream.stopping;
 }
 
 void Posix_threaded_data_stream::Reader::announce_when_quiet() {

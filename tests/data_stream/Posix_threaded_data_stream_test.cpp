@@ -5,6 +5,7 @@
 
 #include <support/Captured_descriptor.h>
 #include <support/Recording_waiter.h>
+#include <support/Replaced_calls.h>
 #include <support/Stream_bytes.h>
 #include <support/Temporary_folder.h>
 #include <support/Threaded_stream.h>
@@ -16,6 +17,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <mutex>
+#include <optional>
 #include <pthread.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -295,6 +297,22 @@ TEST_F(Posix_threaded_data_stream_test, a_stopped_stream_keeps_what_it_has_recei
     EXPECT_EQ(bytes_ready(stream.get_read_fd()), 3);
 }
 
+TEST_F(Posix_threaded_data_stream_test, a_thread_that_shall_stop_reads_nothing_more) {
+    std::atomic<bool> waits{false};
+    Replaced_calls calls;
+    calls.select = [&](timeval*) { // everything is ready, the request to stop included
+        waits = true;
+        EXPECT_TRUE(eventually([&] { return bytes_ready(request_pipe) > 0; }));
+        return 1;
+    };
+    arrive("abc");
+    stream.start();
+    ASSERT_TRUE(eventually([&] { return waits.load(); }));
+    stream.stop();
+    EXPECT_EQ(stream.bytes_avail(), 0U);
+    EXPECT_EQ(bytes_ready(stream.get_read_fd()), 3);
+}
+
 TEST_F(Posix_threaded_data_stream_test, a_thread_that_cannot_be_started_is_reported) {
     pthread_attr_t before;
     pthread_attr_t enormous;
@@ -377,6 +395,30 @@ TEST_F(Posix_threaded_data_stream_test, pauses_that_the_thread_finds_together_ar
     stream.resume();
     arrive("abc");
     EXPECT_TRUE(has_received("abc"));
+}
+
+TEST_F(Posix_threaded_data_stream_test, what_was_ready_before_a_pause_is_looked_at_anew) {
+    std::atomic<int> waits{0};
+    std::atomic<int> reads{0};
+    Replaced_calls calls;
+    calls.select = [&](timeval*) {
+        if (++waits == 1)
+            return 1;
+        EXPECT_TRUE(eventually([&] { return bytes_ready(request_pipe) > 0; })); // that to stop
+        return 1;
+    };
+    calls.read = [&, fd = stream.get_read_fd()](int asked) -> std::optional<ssize_t> {
+        reads += asked == fd ? 1 : 0;
+        return std::nullopt;
+    };
+    arrive("abc");
+    stream.pause();
+    stream.start();
+    ASSERT_TRUE(requests_are_taken());
+    stream.resume();
+    EXPECT_TRUE(eventually([&] { return waits > 1; }));
+    EXPECT_EQ(reads, 0);
+    stream.stop();
 }
 
 TEST_F(Posix_threaded_data_stream_test, stopping_ends_a_pause) {

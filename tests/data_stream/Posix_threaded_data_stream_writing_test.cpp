@@ -414,6 +414,13 @@ TEST_F(Posix_threaded_data_stream_commands, that_wait_are_sent_by_a_thread_that_
     EXPECT_EQ(read_exactly(pipe.reading(), pipe_size + 10).substr(pipe_size), "RE003abc\r\n");
 }
 
+TEST_F(Posix_threaded_data_stream_commands, for_which_there_is_just_enough_room_are_not_delayed) {
+    fill_pipe();
+    write_bytes(stream, std::string(ring_size - 8, '.'));
+    EXPECT_FALSE(write_tarve(stream, "RE003abc"));
+    EXPECT_EQ(debug.text(), report(0));
+}
+
 TEST_F(Posix_threaded_data_stream_commands, wait_for_room_a_millisecond_at_a_time_without_a_lock) {
     fill_pipe();
     write_bytes(stream, std::string(ring_size - 5, '.'));
