@@ -223,8 +223,8 @@ TEST_F(Posix_console_data_stream_test, destruction_ends_the_thread_before_it_put
     Pipe go_on;
     run([&] {
         Console console = make_console();
-        console->set_rx_callback([&] { // holds up the thread
-            console->printf("busy");
+        console->set_rx_callback([&, out = console.get()] { // holds up the thread
+            out->printf("busy");
             read_exactly(go_on.reading(), 1);
         });
         console->printf("ready");
