@@ -1,4 +1,5 @@
-// Writing with and without the transmit ring, packets, commands under congestion, and the logging of the port.
+// Writing with and without the transmit ring, packets, commands under congestion, and the logging of the port. Which
+// commands wait: Posix_threaded_data_stream_congestion_test.cpp.
 
 #include <glue/data_stream/port_logging.h>
 
@@ -7,12 +8,12 @@
 #include <support/Recording_waiter.h>
 #include <support/Replaced_calls.h>
 #include <support/Replaced_delays.h>
+#include <support/Signal_handling.h>
 #include <support/Stream_bytes.h>
 #include <support/Threaded_stream.h>
 #include <support/descriptors.h>
 #include <support/waiting.h>
 
-#include <csignal>
 #include <gtest/gtest.h>
 #include <optional>
 #include <regex>
@@ -199,6 +200,7 @@ TEST_F(Posix_threaded_data_stream_writing, a_full_descriptor_does_not_keep_the_t
 }
 
 TEST_F(Posix_threaded_data_stream_writing, a_peer_that_has_gone_is_reported_once_and_survived) {
+    const Signal_handling deadly(SIGPIPE, SIG_DFL);
     fill_pipe();
     write_bytes(stream, "lost");
     pipe.close_reading();
@@ -306,67 +308,6 @@ TEST_F(Posix_threaded_data_stream_writing, a_packet_whose_rest_fits_counts_what_
     EXPECT_EQ(write_packet(stream, bytes), static_cast<int>(pipe_size));
     EXPECT_EQ(pipe.drain(), bytes.substr(0, pipe_size));
     EXPECT_TRUE(has_queued(bytes.substr(pipe_size)));
-}
-
-// ---- The congestion rule ----
-
-bool waits(const std::string& rest) {
-    return Posix_threaded_data_stream::waits_when_congested(bytes_of(rest), static_cast<unsigned>(rest.size()));
-}
-
-TEST(Posix_threaded_data_stream_congestion, up_to_three_bytes_wait) {
-    for (const char* rest : {"a", "$", "$G", "$GP", "RE0"})
-        EXPECT_TRUE(waits(rest)) << rest;
-}
-
-TEST(Posix_threaded_data_stream_congestion, four_bytes_are_no_frame) {
-    EXPECT_FALSE(waits("$GPG"));
-    EXPECT_TRUE(waits("PG00"));
-}
-
-TEST(Posix_threaded_data_stream_congestion, a_whole_frame_is_dropped_unless_it_is_a_reply) {
-    EXPECT_FALSE(waits("PG003abc"));
-    EXPECT_TRUE(waits("RE003abc"));
-    EXPECT_TRUE(waits("ER003abc"));
-    EXPECT_FALSE(waits("EE003abc"));
-    EXPECT_FALSE(waits("PG000"));
-    EXPECT_TRUE(waits("RE000"));
-}
-
-TEST(Posix_threaded_data_stream_congestion, line_ends_and_nuls_may_follow_a_frame) {
-    EXPECT_FALSE(waits("PG003abc\r\n"));
-    EXPECT_FALSE(waits(std::string("PG003abc\n\0\r\0", 12)));
-    EXPECT_TRUE(waits("PG003abc\n."));
-    EXPECT_TRUE(waits("PG003abc\r\nPG000"));
-    EXPECT_TRUE(waits("PG003abcd")); // right behind the body
-}
-
-TEST(Posix_threaded_data_stream_congestion, a_frame_cut_short_is_no_frame) {
-    EXPECT_TRUE(waits("PG003ab"));
-    EXPECT_TRUE(waits("PGFFF"));
-}
-
-TEST(Posix_threaded_data_stream_congestion, the_length_is_hexadecimal_in_either_case) {
-    EXPECT_FALSE(waits("PG00A" + std::string(10, 'x')));
-    EXPECT_FALSE(waits("PG00f" + std::string(15, 'x')));
-    EXPECT_FALSE(waits("PG1aF" + std::string(0x1AF, 'x')));
-    EXPECT_FALSE(waits("PG020" + std::string(32, 'x')));
-    for (const char* length : {"00G", "0 0", "+00", "0x0", "00@", "00`", "00/", "00:", "00g"})
-        EXPECT_TRUE(waits(std::string("PG") + length)) << length;
-}
-
-TEST(Posix_threaded_data_stream_congestion, a_sentence_of_up_to_100_bytes_is_dropped) {
-    EXPECT_FALSE(waits("$" + std::string(99, 'x')));
-    EXPECT_TRUE(waits("$" + std::string(100, 'x')));
-}
-
-TEST(Posix_threaded_data_stream_congestion, a_frame_that_begins_with_a_dollar_is_a_frame) {
-    EXPECT_FALSE(waits("$P0C8" + std::string(200, 'x')));
-}
-
-TEST(Posix_threaded_data_stream_congestion, anything_else_waits) {
-    EXPECT_TRUE(waits("hello"));
-    EXPECT_TRUE(waits(std::string(5000, 'x')));
 }
 
 // ---- Commands under congestion ----
