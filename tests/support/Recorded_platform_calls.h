@@ -20,4 +20,5 @@ class Recorded_platform_calls {
 
     std::vector<Send> sends;             ///< `waiter_descriptor::send_event`, call by call
     std::vector<bool> permanent_modules; ///< `module_man::init_module`, call by call
+    int failed_init_module = 0;          ///< what `init_module` returns, without an id; 0: it goes through
 };
