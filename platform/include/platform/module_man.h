@@ -12,6 +12,13 @@ class module_man {
     /// \return 0; non-zero is for makers whose ids run out
     int init_module(std::int16_t* id, bool permanent);
 
+    /// Writes `count` ids, each one above the one before, to `ids`.
+    /// \param count  1 to 32767
+    /// \return 0
+    int init_module_array(std::uint16_t* ids, int count, bool permanent);
+
   private:
-    std::atomic<std::uint32_t> next_{0};
+    std::uint32_t take(std::uint32_t count);
+
+    std::atomic<std::uint32_t> next_{0}; ///< 0 stands for id 1
 };
