@@ -5,6 +5,8 @@
 // File_checksummed_data_stream::open_read). They are told apart beforehand, by that rule, and not opened. So a process
 // that ends all the same is a finding.
 
+#include "fuzz_target.h"
+
 #include <glue/data_stream/File_checksummed_data_stream.h>
 
 #include <platform/Debug.h>
@@ -19,14 +21,6 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#define CHECK(condition)                                                                                               \
-    do {                                                                                                               \
-        if (!(condition)) {                                                                                            \
-            std::fprintf(stderr, "%s:%d: does not hold: %s\n", __FILE__, __LINE__, #condition);                        \
-            std::abort();                                                                                              \
-        }                                                                                                              \
-    } while (false)
-
 namespace {
 
 constexpr std::size_t trailer_length = 15;
@@ -36,8 +30,8 @@ constexpr std::size_t least_content = 5;
 class Memory_file {
   public:
     explicit Memory_file(const std::string& bytes) : fd_(memfd_create("fuzz", MFD_CLOEXEC)) {
-        CHECK(fd_ >= 0);
-        CHECK(write(fd_, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()));
+        FUZZ_CHECK(fd_ >= 0);
+        FUZZ_CHECK(write(fd_, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()));
     }
     ~Memory_file() { close(fd_); }
     Memory_file(const Memory_file&) = delete;
@@ -46,7 +40,7 @@ class Memory_file {
     std::string path() const { return "/proc/self/fd/" + std::to_string(fd_); }
     std::string bytes() const {
         std::string result(static_cast<std::size_t>(lseek(fd_, 0, SEEK_END)), '\0');
-        CHECK(pread(fd_, result.data(), result.size(), 0) == static_cast<ssize_t>(result.size()));
+        FUZZ_CHECK(pread(fd_, result.data(), result.size(), 0) == static_cast<ssize_t>(result.size()));
         return result;
     }
 
@@ -89,7 +83,8 @@ std::string deliver(File_checksummed_data_stream& stream) {
     std::string content;
     for (unsigned piece = 1; stream.bytes_avail(piece) != 0 || stream.bytes_avail() != 0; piece = piece * 3 % 1009) {
         std::string came(std::min(piece, stream.bytes_avail()), '\0');
-        CHECK(stream.get_data(reinterpret_cast<unsigned char*>(came.data()), static_cast<unsigned>(came.size()), 0));
+        FUZZ_CHECK(
+            stream.get_data(reinterpret_cast<unsigned char*>(came.data()), static_cast<unsigned>(came.size()), 0));
         stream.drop(static_cast<unsigned>(came.size()));
         content += came;
     }
@@ -103,8 +98,8 @@ std::optional<std::string> content_of(const std::string& bytes) {
     if (!stream.open_read(file.path().c_str()))
         return std::nullopt;
     const std::string content = deliver(stream);
-    CHECK(stream.get_data(1) == 0);
-    CHECK(stream.close_read());
+    FUZZ_CHECK(stream.get_data(1) == 0);
+    FUZZ_CHECK(stream.close_read());
     return content;
 }
 
@@ -116,11 +111,11 @@ void check_as_it_is(const std::string& bytes) {
     const auto content = content_of(bytes);
     if (!content)
         return;
-    CHECK(bytes.size() >= trailer_length);
-    CHECK(*content == bytes.substr(0, bytes.size() - trailer_length));
+    FUZZ_CHECK(bytes.size() >= trailer_length);
+    FUZZ_CHECK(*content == bytes.substr(0, bytes.size() - trailer_length));
     const std::string tail = tail_of(bytes);
     const std::string digits = tail.substr(tail.rfind('=') + 1);
-    CHECK(static_cast<std::uint32_t>(std::strtoul(digits.c_str(), nullptr, 16)) == crc_of(*content));
+    FUZZ_CHECK(static_cast<std::uint32_t>(std::strtoul(digits.c_str(), nullptr, 16)) == crc_of(*content));
 }
 
 /// Bytes that are written as a content come back, unless they are too few.
@@ -128,18 +123,18 @@ void check_as_content(const std::string& content) {
     const std::string whole = with_trailer(content);
     const Memory_file file("what was there before");
     File_checksummed_data_stream writer;
-    CHECK(writer.open_write(file.path().c_str()));
+    FUZZ_CHECK(writer.open_write(file.path().c_str()));
     const auto* data = reinterpret_cast<const unsigned char*>(content.data());
     const auto first = static_cast<unsigned>(content.size() / 3);
-    CHECK(writer.__write(data, first) == static_cast<int>(first));
+    FUZZ_CHECK(writer.__write(data, first) == static_cast<int>(first));
     const auto rest = static_cast<unsigned>(content.size()) - first;
-    CHECK(writer.__write(data + first, rest) == static_cast<int>(rest));
-    CHECK(writer.close_write());
-    CHECK(file.bytes() == whole);
+    FUZZ_CHECK(writer.__write(data + first, rest) == static_cast<int>(rest));
+    FUZZ_CHECK(writer.close_write());
+    FUZZ_CHECK(file.bytes() == whole);
 
     const auto delivered = content_of(whole);
-    CHECK(delivered.has_value() == (content.size() >= least_content));
-    CHECK(!delivered || *delivered == content);
+    FUZZ_CHECK(delivered.has_value() == (content.size() >= least_content));
+    FUZZ_CHECK(!delivered || *delivered == content);
 }
 
 /// A written file of which the end is missing.
