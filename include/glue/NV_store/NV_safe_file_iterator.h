@@ -33,7 +33,8 @@ class NV_item;
 /// has written it (seconds)   |              | | dirty flags of nodes when the save fails | cleared for what went out
 /// | cleared for what went out  | as before    |
 ///
-/// "Part" means that loading finds damage, or nothing; containers that were complete are loaded. The column for F2FS is
+/// "Part" means that loading finds damage, or nothing, or a hole; containers that were complete before it are loaded,
+/// and what was appended and is torn may return the whole tree to its defaults (see `NV_container::deserialise`). The column for F2FS is
 /// what that file system promises for its atomic writes. It needs them to succeed: `NV_file_iterator` neither tells a
 /// failed commit nor, to who does not look, a failed write. The last column needs a file system that keeps a rename as
 /// a whole, as all with a journal or a log do (ext4, F2FS, UBIFS, XFS, Btrfs); on FAT a killed process leaves old or
