@@ -326,6 +326,14 @@ TEST_F(PCFile_iterator, gives_every_name_once) {
     EXPECT_EQ(debug.text(), "");
 }
 
+TEST_F(PCFile_iterator, ends_a_name_after_39_characters) {
+    store.make_file("a", "");
+    Stream::Iterator file;
+    Replaced_store_calls calls;
+    calls.name_filler = 'x';
+    EXPECT_EQ(file.get_name(), std::string(39, 'x'));
+}
+
 TEST_F(PCFile_iterator, counts_the_files_when_it_is_reset) {
     Stream::Iterator file;
     store.make_file("a", "");

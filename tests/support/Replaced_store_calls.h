@@ -25,6 +25,9 @@ class Replaced_store_calls {
     /// What a call returns, with its other results left as they are; nothing: what the store says.
     std::function<std::optional<int>(const std::string& call)> answer;
 
+    /// What is filled into the room for a name, all of it and without a NUL; 0: what the store says.
+    char name_filler = 0;
+
     /// Every call so far.
     std::vector<std::string> calls;
     /// Those that begin so.
