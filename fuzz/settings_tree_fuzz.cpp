@@ -75,8 +75,8 @@ struct Tree : NV_store::NV_root {
         return std::string(room, room + it.length());
     }
     bool has(const NV_item* item) {
-        for (NV_item* node = this; node; node = node->get_next_in_tree(this))
-            if (node == item)
+        for (NV_item* own = this; own; own = own->get_next_in_tree(this))
+            if (own == item)
                 return true;
         return false;
     }
