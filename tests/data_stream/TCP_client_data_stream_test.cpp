@@ -10,6 +10,7 @@
 #include <support/Recording_waiter.h>
 #include <support/Replaced_calls.h>
 #include <support/Replaced_delays.h>
+#include <support/Signal_disposition.h>
 #include <support/Stream_bytes.h>
 #include <support/TCP_socket.h>
 #include <support/Vtable_slot.h>
@@ -36,9 +37,6 @@ namespace {
 constexpr unsigned capacity = Data_stream::rx_capacity;
 constexpr unsigned queue_capacity = TCP_client_data_stream::queue_capacity;
 constexpr unsigned eight_mib = 8U << 20;
-
-/// Programs that write to connections ignore it: see the stream's header.
-const auto pipe_signal_ignored = signal(SIGPIPE, SIG_IGN);
 
 /// Two connected sockets: one for the stream, one for the test.
 class Socket_pair {
@@ -88,7 +86,8 @@ struct TCP_client_hooks : testing::Test {
         EXPECT_EQ(stream.handle_read(source.stream_end()), static_cast<int>(capacity));
     }
 
-    Captured_debug debug; // the task says that the address is none
+    const Signal_disposition no_pipe_signal{SIGPIPE, SIG_IGN}; // as programs that write to connections have it
+    Captured_debug debug;                                      // the task says that the address is none
     module_man modules;
     TCP_client_data_stream stream{modules, "nowhere", 1, -1, -1};
     Recording_waiter waiter{modules};
@@ -359,6 +358,7 @@ struct TCP_client_data_stream_test : testing::Test {
         return std::make_unique<TCP_client_data_stream>(modules, "127.0.0.1", port.number(), 1, -1);
     }
 
+    const Signal_disposition no_pipe_signal{SIGPIPE, SIG_IGN};
     module_man modules;
     TCP_port port;
     Captured_descriptor errors{2}; // the stream says there that a connection has ended
