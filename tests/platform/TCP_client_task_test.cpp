@@ -1,6 +1,7 @@
 #include <platform/TCP_client_task.h>
 
 #include <support/Captured_debug.h>
+#include <support/Replaced_calls.h>
 #include <support/TCP_socket.h>
 #include <support/descriptors.h>
 #include <support/processor_time.h>
@@ -156,6 +157,28 @@ TEST(TCP_client_task_test, server_that_closes_at_once_again_and_again_costs_noth
         port.accept().close();
     EXPECT_TRUE(eventually([&] { return client.lost == 201 && open_descriptors() <= before + 1; }));
     EXPECT_TRUE(eventually([&] { return client.asked_to_let_go == 201; }));
+}
+
+TEST(TCP_client_task_test, socket_that_the_system_cannot_watch_is_an_attempt_that_fails) {
+    TCP_port port;
+    port.listen();
+    std::atomic<bool> failing{false};
+    std::atomic<int> failures{0};
+    Replaced_calls calls;
+    calls.epoll_add_fails = [&] {
+        errno = ENOSPC;
+        failures += failing;
+        return failing.load();
+    };
+    Client client(port);
+    client.open();
+    TCP_socket server = port.accept();
+    failing = true;
+    server.close();
+    EXPECT_TRUE(eventually([&] { return failures == 3; }));
+    failing = false;
+    EXPECT_TRUE(eventually([&] { return client.is_connected(); }));
+    client.close();
 }
 
 /// When each attempt to connect to a port came.

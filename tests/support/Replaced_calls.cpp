@@ -3,6 +3,7 @@
 #include <atomic>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <sys/epoll.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -79,6 +80,14 @@ extern "C" int accept4(int fd, sockaddr* address, socklen_t* size, int flags) {
     static const auto original = in_c_library<decltype(accept4)>("accept4");
     const Replaced_calls* const instead = replaced;
     return instead && instead->accept4_fails && instead->accept4_fails() ? -1 : original(fd, address, size, flags);
+}
+
+extern "C" int epoll_ctl(int epoll, int operation, int fd, epoll_event* event) noexcept {
+    static const auto original = in_c_library<int(int, int, int, epoll_event*)>("epoll_ctl");
+    const Replaced_calls* const instead = replaced;
+    if (operation == EPOLL_CTL_ADD && instead && instead->epoll_add_fails && instead->epoll_add_fails())
+        return -1;
+    return original(epoll, operation, fd, event);
 }
 
 extern "C" int tcsendbreak(int fd, int duration) noexcept {
