@@ -9,6 +9,7 @@
 #include <support/Stream_bytes.h>
 #include <support/Temporary_folder.h>
 #include <support/descriptors.h>
+#include <support/destruction.h>
 #include <support/processes.h>
 #include <support/waiting.h>
 
@@ -20,6 +21,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <gtest/gtest.h>
+#include <memory>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -332,10 +334,10 @@ TEST_F(Process_data_stream_end, detached_threads_are_numbered_from_0) {
     EXPECT_EXIT(expect_first_detached_name(), testing::ExitedWithCode(0), "");
 }
 
-TEST_F(Process_data_stream_end, two_hundred_streams_leave_nothing_behind) {
+TEST_F(Process_data_stream_end, a_thousand_streams_leave_nothing_behind) {
     // The fixture looks for what is left.
     const Child_program program({"yes"});
-    for (int i = 0; i < 200; ++i) {
+    for (int i = 0; i < 1000; ++i) {
         Process_data_stream stream(nullptr, program, nullptr);
         EXPECT_TRUE(stream.is_running());
         if (i % 4 == 0) {
@@ -344,6 +346,27 @@ TEST_F(Process_data_stream_end, two_hundred_streams_leave_nothing_behind) {
         if (i % 3 == 0)
             stream.detach(); // ends all the same: for want of a reader
     }
+}
+
+TEST_F(Process_data_stream_end, output_that_is_announced_during_destruction_is_announced_all_the_same) {
+    auto stream = std::make_unique<Process_data_stream>(nullptr, echo(), nullptr);
+    Process_data_stream& its_stream = *stream;
+    expect_event_on_its_way_to_arrive(std::move(stream), [&] { write_bytes(its_stream, "!"); });
+}
+
+TEST_F(Process_data_stream_end, destruction_amid_output_is_prompt) {
+    const Stopwatch watch;
+    for (int i = 0; i < 20; ++i) {
+        Recording_waiter waiter;
+        auto stream = std::make_unique<Process_data_stream>(nullptr, nullptr, nullptr);
+        stream->reg_rx_waiter(waiter, false);
+        ASSERT_TRUE(stream->run(Child_program({"yes"}), nullptr));
+        ASSERT_TRUE(waiter.wait_for(static_cast<std::size_t>(i % 5 + 1)));
+        stream.reset();
+        for (const int code : waiter.codes())
+            EXPECT_TRUE(code == 0 || code == 1);
+    }
+    EXPECT_LT(watch.elapsed(), generous);
 }
 
 TEST_F(Process_data_stream_end, streams_of_several_threads_do_not_disturb_each_other) {

@@ -19,6 +19,7 @@
 #include <support/waiting.h>
 
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
@@ -28,6 +29,7 @@
 #include <pthread.h>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -536,6 +538,29 @@ TEST(Process_data_stream_input, is_non_blocking_for_the_child_so_that_cat_ends_a
     }
     const std::string complaint = "cat: -: Resource temporarily unavailable\n";
     EXPECT_EQ(errors.text(), complaint + complaint + complaint);
+}
+
+/// Up to what a pipe takes whole or not at all.
+TEST(Process_data_stream_input, of_two_threads_is_not_mixed) {
+    constexpr std::size_t size = PIPE_BUF - 1;
+    constexpr int count = 200;
+    Process_data_stream stream(nullptr, echo(), nullptr);
+    std::vector<std::thread> writers;
+    for (const char letter : {'a', 'b'})
+        writers.emplace_back([&stream, letter] {
+            for (int i = 0; i < count; ++i)
+                EXPECT_TRUE(eventually([&] {
+                    const int written = write_bytes(stream, std::string(size, letter));
+                    EXPECT_TRUE(written == -1 || written == static_cast<int>(size));
+                    return written > 0;
+                }));
+        });
+    const std::string output = output_of(stream, 2 * count * size);
+    for (std::thread& writer : writers)
+        writer.join();
+    ASSERT_EQ(output.size(), 2 * count * size);
+    for (std::size_t at = 0; at < output.size(); at += size)
+        EXPECT_TRUE(output.substr(at, size) == std::string(size, output[at])) << "at " << at;
 }
 
 TEST(Process_data_stream_input, and_output_of_two_threads_lose_and_reorder_nothing) {

@@ -12,7 +12,7 @@
 #include <support/Replaced_delays.h>
 #include <support/Signal_disposition.h>
 #include <support/Stream_bytes.h>
-#include <support/TCP_socket.h>
+#include <support/TCP_streams.h>
 #include <support/Vtable_slot.h>
 #include <support/descriptors.h>
 #include <support/processor_time.h>
@@ -63,17 +63,6 @@ class Socket_pair {
 
 std::string all_of(int fd) {
     return read_exactly(fd, static_cast<std::size_t>(bytes_ready(fd)));
-}
-
-std::string take(Data_stream& stream, std::size_t count) {
-    std::string bytes;
-    EXPECT_TRUE(eventually([&] {
-        while (stream.bytes_avail() > 0)
-            bytes += take_buffered(stream);
-        return bytes.size() >= count;
-    })) << bytes.size()
-        << " bytes came";
-    return bytes;
 }
 
 /// A stream whose address is none, so that no task runs and the test is the task.
@@ -487,15 +476,6 @@ TEST_F(TCP_client_data_stream_test, server_that_is_away_comes_back_and_gets_what
         EXPECT_EQ(write_bytes(*stream, std::string(1, static_cast<char>(i + 1))), 1);
     }
     EXPECT_THAT(errors.text(), HasSubstr("TCP_client_data_stream: handle_read: Success\n"));
-}
-
-TEST_F(TCP_client_data_stream_test, server_that_closes_at_once_again_and_again_leaks_nothing) {
-    const auto stream = make_stream();
-    port.accept().close();
-    const int before = open_descriptors();
-    for (int i = 0; i < 100; ++i)
-        port.accept().close();
-    EXPECT_TRUE(eventually([&] { return open_descriptors() <= before + 1; }));
 }
 
 TEST_F(TCP_client_data_stream_test, two_streams_of_the_library_talk) {

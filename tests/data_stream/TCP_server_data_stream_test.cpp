@@ -6,13 +6,14 @@
 
 #include <support/Captured_debug.h>
 #include <support/Captured_descriptor.h>
+#include <support/Held_announcement.h>
 #include <support/Open_pair.h>
 #include <support/Program.h>
 #include <support/Random.h>
 #include <support/Recording_waiter.h>
 #include <support/Replaced_delays.h>
 #include <support/Stream_bytes.h>
-#include <support/TCP_socket.h>
+#include <support/TCP_streams.h>
 #include <support/Vtable_slot.h>
 #include <support/descriptors.h>
 #include <support/processor_time.h>
@@ -44,33 +45,6 @@ std::multiset<std::string> thread_names() {
         names.insert(name);
     }
     return names;
-}
-
-template <typename Stream>
-void wait_until_open(Stream& stream) {
-    ASSERT_TRUE(eventually([&] { return stream.local_port() > 0; }));
-}
-
-/// A client that the server knows of.
-template <typename Stream>
-TCP_socket connect_to(Stream& stream, int receive_buffer = 0) {
-    wait_until_open(stream);
-    const unsigned before = stream.connection_count();
-    TCP_socket client = TCP_socket::connected_to(stream.local_port(), receive_buffer);
-    EXPECT_TRUE(eventually([&] { return stream.connection_count() == before + 1; }));
-    return client;
-}
-
-/// Takes `count` bytes as they come.
-std::string take(Data_stream& stream, std::size_t count) {
-    std::string bytes;
-    EXPECT_TRUE(eventually([&] {
-        while (stream.bytes_avail() > 0)
-            bytes += take_buffered(stream);
-        return bytes.size() >= count;
-    })) << bytes.size()
-        << " bytes came";
-    return bytes;
 }
 
 /// Offers bytes as the server's thread does.
@@ -277,22 +251,6 @@ TYPED_TEST(TCP_server_streams, rx_callback_runs_under_the_lock_and_may_write) {
     EXPECT_EQ(take(this->stream, 1), "!");
 }
 
-TYPED_TEST(TCP_server_streams, creation_and_destruction_leave_no_threads_and_no_descriptors) {
-    wait_until_open(this->stream);
-    const int descriptors = open_descriptors();
-    const std::size_t threads = thread_names().size();
-    const Captured_descriptor errors(2); // takes two descriptors
-    for (int i = 0; i < 200; ++i) {
-        TypeParam short_lived(this->modules, 0);
-        if (i % 4 == 0) {
-            wait_until_open(short_lived);
-            TCP_socket::connected_to(short_lived.local_port()).send("bye");
-        }
-    }
-    EXPECT_EQ(open_descriptors(), descriptors + 2);
-    EXPECT_TRUE(eventually([&] { return thread_names().size() == threads; }));
-}
-
 TYPED_TEST(TCP_server_streams, destruction_with_a_full_ring_and_clients_is_prompt) {
     auto short_lived = std::make_unique<TypeParam>(this->modules, 0);
     const TCP_socket client = connect_to(*short_lived, 4096);
@@ -428,23 +386,18 @@ TEST_F(TCP_server_data_stream_test, logs_clients_under_its_description) {
     EXPECT_THAT(debug.text_without_times(), HasSubstr("<time> port: client 0 connected from 127.0.0.1:"));
 }
 
-/// Holds the server's thread inside an event until it is let go.
+/// Holds the server's thread up until it is let go.
 class Held_up {
   public:
-    explicit Held_up(TCP_server_data_stream& stream) : client_(connect_to(stream)) {
-        stream.set_rx_callback([this] {
-            inside_ = true;
-            eventually([this] { return released_.load(); });
-        });
+    explicit Held_up(TCP_server_data_stream& stream) : announcement_(stream), client_(connect_to(stream)) {
         client_.send("!");
-        EXPECT_TRUE(eventually([this] { return inside_.load(); }));
+        announcement_.wait_until_inside();
     }
-    void release() { released_ = true; }
+    void release() { announcement_.release(); }
 
   private:
+    Held_announcement announcement_;
     TCP_socket client_;
-    std::atomic<bool> inside_{false};
-    std::atomic<bool> released_{false};
 };
 
 TEST_F(TCP_server_data_stream_test, destruction_tells_after_100_polls_that_the_server_does_not_end) {
