@@ -18,6 +18,7 @@
 #include <support/descriptors.h>
 #include <support/waiting.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <csignal>
@@ -342,12 +343,30 @@ struct Open_process_data_stream : Process_data_stream {
     Open_process_data_stream() : Process_data_stream(nullptr, nullptr, nullptr) {}
     ~Open_process_data_stream() override { kill(); } // while it is one of these
     Mutex& ring_lock() { return *buffer_lock; }
+    /// For who holds that lock.
+    unsigned unlocked_bytes_avail() const { return rx_buffer.size(); }
     void fill_ring() {
         const std::lock_guard<Mutex> guard(*buffer_lock);
         while (rx_buffer.push('x')) {
         }
     }
 };
+
+TEST(Process_data_stream_output, comes_in_pieces_of_1024_bytes_at_most) {
+    const Random_file file(ring_size);
+    Open_process_data_stream stream;
+    std::vector<unsigned> pieces;
+    stream.set_rx_callback([&, before = 0U]() mutable {
+        const unsigned now = stream.unlocked_bytes_avail();
+        if (now > before)
+            pieces.push_back(now - before);
+        before = now;
+    });
+    ASSERT_TRUE(stream.run(Child_program({"cat", file.path}), nullptr));
+    ASSERT_TRUE(eventually([&] { return stream.bytes_avail() == ring_size; }));
+    stream.kill();
+    EXPECT_EQ(*std::max_element(pieces.begin(), pieces.end()), 1024U);
+}
 
 TEST(Process_data_stream_output, is_announced_under_the_lock_of_the_ring) {
     Open_process_data_stream stream;

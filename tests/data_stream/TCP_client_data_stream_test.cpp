@@ -14,6 +14,7 @@
 #include <support/Stream_bytes.h>
 #include <support/TCP_streams.h>
 #include <support/Vtable_slot.h>
+#include <support/With_ring_lock.h>
 #include <support/descriptors.h>
 #include <support/processor_time.h>
 #include <support/waiting.h>
@@ -94,6 +95,14 @@ TEST_F(TCP_client_hooks, have_their_slots_behind_those_of_the_event_sender) {
     EXPECT_EQ(vtable_slot(&Class::handle_write), first + 3);
     EXPECT_EQ(vtable_slot(&Class::is_write_data_avail), first + 4);
     EXPECT_EQ(vtable_slot(&Class::set_port_logging), first + 5);
+}
+
+TEST_F(TCP_client_hooks, share_the_lock_of_the_receive_ring) {
+    With_ring_lock<TCP_client_data_stream> locked(modules, "nowhere", 1, -1, -1);
+    locked.lock();
+    EXPECT_TRUE(locked.ring_is_locked());
+    locked.unlock();
+    EXPECT_FALSE(locked.ring_is_locked());
 }
 
 TEST_F(TCP_client_hooks, fetch_satisfies_only_a_request_for_nothing) {
@@ -207,6 +216,20 @@ TEST_F(TCP_client_hooks, short_sending_keeps_the_rest) {
 }
 
 // ---- Reading ----
+
+TEST_F(TCP_client_hooks, announcements_are_made_under_the_lock) {
+    With_ring_lock<TCP_client_data_stream> locked(modules, "nowhere", 1, -1, -1);
+    int announcements = 0;
+    locked.set_rx_callback([&] {
+        ++announcements;
+        EXPECT_TRUE(locked.ring_is_locked());
+    });
+    write_all(sockets.test_end(), std::string(capacity, 'x'));
+    EXPECT_EQ(locked.handle_read(sockets.stream_end()), static_cast<int>(capacity));
+    const Replaced_delays delays;
+    locked.handle_read(sockets.stream_end()); // finds it full
+    EXPECT_EQ(announcements, 2);
+}
 
 TEST_F(TCP_client_hooks, read_bytes_are_announced) {
     stream.reg_rx_waiter(waiter, false);

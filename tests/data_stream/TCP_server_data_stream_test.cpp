@@ -15,6 +15,7 @@
 #include <support/Stream_bytes.h>
 #include <support/TCP_streams.h>
 #include <support/Vtable_slot.h>
+#include <support/With_ring_lock.h>
 #include <support/descriptors.h>
 #include <support/processor_time.h>
 #include <support/waiting.h>
@@ -73,6 +74,14 @@ TYPED_TEST(TCP_server_streams, own_operations_have_their_slots_behind_those_of_t
     EXPECT_EQ((vtable_slot<int (TypeParam::*)(int)>(&TypeParam::get_data)), first + 2);
     EXPECT_EQ(vtable_slot(&TypeParam::_write), first + 3);
     EXPECT_EQ(vtable_slot(&TypeParam::set_port_logging), first + 4);
+}
+
+TYPED_TEST(TCP_server_streams, lock_is_that_of_the_receive_ring) {
+    With_ring_lock<TypeParam> locked(this->modules, 0);
+    locked.lock();
+    EXPECT_TRUE(locked.ring_is_locked());
+    locked.unlock();
+    EXPECT_FALSE(locked.ring_is_locked());
 }
 
 TYPED_TEST(TCP_server_streams, fetch_satisfies_only_a_request_for_nothing) {
@@ -361,6 +370,17 @@ TEST_F(TCP_server_data_stream_test, logs_what_is_offered_even_when_it_is_refused
     offer(stream, "refused");
     offer(stream, "");
     EXPECT_EQ(debug.text_without_times(), "<time> port[RD](7/7): refused\n");
+}
+
+TEST_F(TCP_server_data_stream_test, logs_what_is_written_even_when_it_is_refused) {
+    const TCP_socket client = connect_to(stream);
+    const Captured_debug debug;
+    Debug::Print::enable(port_logging_category, true);
+    stream.set_description("port");
+    stream.set_port_logging(Data_stream::log_writes);
+    EXPECT_EQ(write_bytes(stream, std::string(256 * 1024 + 1, 'x')), 0);
+    EXPECT_THAT(debug.text_without_times(), HasSubstr("<time> port[WR](262145/262145): xxx"));
+    EXPECT_EQ(bytes_ready(client.fd()), 0);
 }
 
 TEST_F(TCP_server_data_stream_test, logs_every_received_byte_once_however_slow_the_reader_is) {

@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -17,6 +18,7 @@
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <vector>
 
 using namespace std::chrono_literals;
 using testing::HasSubstr;
@@ -123,6 +125,9 @@ TEST(TCP_client_task_test, socket_is_non_blocking_not_inherited_kept_alive_and_w
     };
     EXPECT_NE(option(IPPROTO_TCP, TCP_NODELAY), 0);
     EXPECT_NE(option(SOL_SOCKET, SO_KEEPALIVE), 0);
+    // A server that vanishes is noticed after a minute.
+    EXPECT_EQ(option(IPPROTO_TCP, TCP_KEEPIDLE) + option(IPPROTO_TCP, TCP_KEEPINTVL) * option(IPPROTO_TCP, TCP_KEEPCNT),
+              60);
 }
 
 TEST(TCP_client_task_test, keeps_trying_until_the_server_is_there_and_again_when_it_comes_back) {
@@ -165,7 +170,7 @@ TEST(TCP_client_task_test, socket_that_the_system_cannot_watch_is_an_attempt_tha
     std::atomic<bool> failing{false};
     std::atomic<int> failures{0};
     Replaced_calls calls;
-    calls.epoll_add_fails = [&] {
+    calls.epoll_add_fails = [&](int) {
         errno = ENOSPC;
         failures += failing;
         return failing.load();
@@ -179,6 +184,12 @@ TEST(TCP_client_task_test, socket_that_the_system_cannot_watch_is_an_attempt_tha
     failing = false;
     EXPECT_TRUE(eventually([&] { return client.is_connected(); }));
     client.close();
+}
+
+bool is_socket(int fd) {
+    int type = 0;
+    socklen_t size = sizeof type;
+    return getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &size) == 0;
 }
 
 /// When each attempt to connect to a port came.
@@ -211,14 +222,28 @@ TEST(TCP_client_task_test, waits_the_period_after_every_connection_however_short
 }
 
 TEST(TCP_client_task_test, waits_twice_as_long_after_each_attempt_that_fails) {
-    TCP_port port;
-    Client client(port, 20); // attempts after 20, 60, 140, 300 ms, each refused; the next not before 620
-    const Stopwatch stopwatch;
+    using Time = std::chrono::steady_clock::time_point;
+    const TCP_port nobody_there;
+    std::mutex mutex;
+    std::vector<Time> attempts;
+    const auto attempts_so_far = [&] {
+        const std::lock_guard<std::mutex> guard(mutex);
+        return attempts;
+    };
+    Replaced_calls calls;
+    calls.epoll_add_fails = [&](int fd) { // every attempt has a socket of its own that is to be watched
+        const std::lock_guard<std::mutex> guard(mutex);
+        if (is_socket(fd))
+            attempts.push_back(std::chrono::steady_clock::now());
+        return false;
+    };
+    Client client(nobody_there, 20);
     client.open();
-    ASSERT_TRUE(eventually([&] { return stopwatch.elapsed() > 330ms; }));
-    port.listen();
-    const TCP_socket server = port.accept();
-    EXPECT_GE(stopwatch.elapsed(), 600ms);
+    EXPECT_TRUE(eventually([&] { return attempts_so_far().size() == 6; }));
+    client.close();
+    const std::vector<Time> made = attempts_so_far();
+    for (std::size_t i = 0; i + 1 < made.size(); ++i)
+        EXPECT_GE(made[i + 1] - made[i], std::chrono::milliseconds(20 << i)) << "after attempt " << i;
 }
 
 TEST(TCP_client_task_test, gives_up_an_attempt_that_takes_too_long) {

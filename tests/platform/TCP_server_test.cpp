@@ -153,7 +153,7 @@ TEST_F(TCP_server_opening, port_is_free_again_right_after_a_server_that_had_clie
 TEST_F(TCP_server_opening, port_that_the_system_cannot_watch_is_let_go) {
     const int descriptors = open_descriptors();
     Replaced_calls calls;
-    calls.epoll_add_fails = [] {
+    calls.epoll_add_fails = [](int) {
         errno = ENOSPC;
         return true;
     };
@@ -223,6 +223,9 @@ TEST_F(TCP_server_clients, have_sockets_that_no_program_inherits_kept_alive_with
     };
     EXPECT_NE(option(IPPROTO_TCP, TCP_NODELAY), 0);
     EXPECT_NE(option(SOL_SOCKET, SO_KEEPALIVE), 0);
+    // A client that vanishes is noticed after a minute.
+    EXPECT_EQ(option(IPPROTO_TCP, TCP_KEEPIDLE) + option(IPPROTO_TCP, TCP_KEEPINTVL) * option(IPPROTO_TCP, TCP_KEEPCNT),
+              60);
 }
 
 TEST_F(TCP_server_clients, that_leave_are_told_and_forgotten) {
@@ -284,7 +287,7 @@ TEST_F(TCP_server_clients, that_the_system_cannot_watch_are_turned_away) {
     const Captured_debug debug;
     std::atomic<bool> failing{false};
     Replaced_calls calls;
-    calls.epoll_add_fails = [&] {
+    calls.epoll_add_fails = [&](int) {
         errno = ENOSPC;
         return failing.load();
     };

@@ -85,7 +85,7 @@ extern "C" int accept4(int fd, sockaddr* address, socklen_t* size, int flags) {
 extern "C" int epoll_ctl(int epoll, int operation, int fd, epoll_event* event) noexcept {
     static const auto original = in_c_library<int(int, int, int, epoll_event*)>("epoll_ctl");
     const Replaced_calls* const instead = replaced;
-    if (operation == EPOLL_CTL_ADD && instead && instead->epoll_add_fails && instead->epoll_add_fails())
+    if (operation == EPOLL_CTL_ADD && instead && instead->epoll_add_fails && instead->epoll_add_fails(fd))
         return -1;
     return original(epoll, operation, fd, event);
 }

@@ -34,7 +34,7 @@ class Replaced_calls {
     /// Whether `accept4` fails, with the `errno` that this sets.
     std::function<bool()> accept4_fails;
     /// Whether a descriptor cannot be watched, for the reason that this puts into `errno`.
-    std::function<bool()> epoll_add_fails;
+    std::function<bool(int fd)> epoll_add_fails;
     /// What `tcsendbreak` answers.
     std::function<int(int fd, int duration)> send_break;
 };
