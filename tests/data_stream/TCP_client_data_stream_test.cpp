@@ -20,6 +20,7 @@
 #include <support/waiting.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <gmock/gmock.h>
@@ -499,6 +500,18 @@ TEST_F(TCP_client_data_stream_test, server_that_is_away_comes_back_and_gets_what
         EXPECT_EQ(write_bytes(*stream, std::string(1, static_cast<char>(i + 1))), 1);
     }
     EXPECT_THAT(errors.text(), HasSubstr("TCP_client_data_stream: handle_read: Success\n"));
+}
+
+TEST_F(TCP_client_data_stream_test, attempt_ends_after_the_time_that_the_stream_is_given) {
+    const Full_listener hanging;
+    std::atomic<int> attempts{0};
+    Replaced_calls calls;
+    calls.epoll_add_fails = [&](int fd) {
+        attempts += is_socket(fd);
+        return false;
+    };
+    const TCP_client_data_stream stream(modules, "127.0.0.1", hanging.port(), 1, 20);
+    EXPECT_TRUE(eventually([&] { return attempts == 4; })); // the usual 10 s each would take too long
 }
 
 TEST_F(TCP_client_data_stream_test, two_streams_of_the_library_talk) {

@@ -186,12 +186,6 @@ TEST(TCP_client_task_test, socket_that_the_system_cannot_watch_is_an_attempt_tha
     client.close();
 }
 
-bool is_socket(int fd) {
-    int type = 0;
-    socklen_t size = sizeof type;
-    return getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &size) == 0;
-}
-
 /// When each attempt to connect to a port came.
 class Attempts {
   public:
@@ -247,25 +241,15 @@ TEST(TCP_client_task_test, waits_twice_as_long_after_each_attempt_that_fails) {
 }
 
 TEST(TCP_client_task_test, gives_up_an_attempt_that_takes_too_long) {
-    // A listener whose queue is full leaves connections hanging.
-    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    ASSERT_EQ(listen(listener, 0), 0); // on a port of the system's choice
-    sockaddr_in at{};
-    socklen_t size = sizeof at;
-    ASSERT_EQ(getsockname(listener, reinterpret_cast<sockaddr*>(&at), &size), 0);
-    const int number = ntohs(at.sin_port);
-    const TCP_socket first = TCP_socket::connected_to(number);
-
-    Client client("127.0.0.1", number);
+    const Full_listener listener;
+    Client client("127.0.0.1", listener.port());
     client.set_connect_timeout(20);
     client.open();
     EXPECT_LT(cpu_time_during(300ms), 100ms);
     EXPECT_FALSE(client.is_connected());
-    const int queued = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+    const TCP_socket makes_room = listener.accept();
     EXPECT_TRUE(eventually([&] { return client.is_connected(); }));
     client.close();
-    close(queued);
-    close(listener);
 }
 
 TEST(TCP_client_task_test, text_that_is_no_address_is_reported_and_nothing_runs) {

@@ -150,6 +150,26 @@ TCP_socket TCP_port::accept() const {
     return TCP_socket();
 }
 
+Full_listener::Full_listener() : listener_(bound_socket(0)), port_(port_of(listener_)) {
+    if (::listen(listener_, 0) != 0)
+        ADD_FAILURE() << "cannot listen on port " << port_;
+    filler_ = TCP_socket::connected_to(port_);
+}
+
+Full_listener::~Full_listener() {
+    close(listener_);
+}
+
+TCP_socket Full_listener::accept() const {
+    return TCP_socket(accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC));
+}
+
+bool is_socket(int fd) {
+    int type = 0;
+    socklen_t size = sizeof type;
+    return getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &size) == 0;
+}
+
 std::vector<int> sockets_at(int port) {
     std::vector<int> result;
     for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
