@@ -26,6 +26,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
+#include <optional>
 #include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
@@ -407,6 +408,31 @@ TEST_F(TCP_client_data_stream_test, bytes_that_go_at_once_and_bytes_that_were_qu
     EXPECT_EQ(debug.text_without_times(), "<time> port[WR](5/5): early\n<time> port[WRF](7/12): at once\n");
 }
 
+TEST_F(TCP_client_data_stream_test, bytes_never_overtake_those_that_are_queued) {
+    std::atomic<bool> blocked{false};
+    std::atomic<int> own_attempts{0};
+    Replaced_calls calls;
+    calls.write = [&, own = std::this_thread::get_id()](int fd) -> std::optional<ssize_t> {
+        if (!blocked || !is_socket(fd))
+            return {};
+        own_attempts += std::this_thread::get_id() == own;
+        return 0;
+    };
+    auto stream = make_stream();
+    const TCP_socket server = port.accept();
+    EXPECT_EQ(write_bytes(*stream, "connected "), 10);
+    EXPECT_EQ(server.receive(10), "connected ");
+    EXPECT_TRUE(eventually([&] { return !stream->is_write_data_avail(); }));
+    blocked = true;
+    EXPECT_EQ(write_bytes(*stream, "first "), 6);
+    EXPECT_EQ(own_attempts, 1);
+    EXPECT_EQ(write_bytes(*stream, "second"), 6);
+    EXPECT_EQ(own_attempts, 1) << "there is nothing to try while bytes wait";
+    blocked = false;
+    EXPECT_EQ(server.receive(12), "first second");
+    stream.reset(); // its thread uses the replaced call
+}
+
 TEST_F(TCP_client_data_stream_test, write_beyond_the_socket_and_the_queue_is_cut_short_and_nothing_is_lost) {
     const auto stream = make_stream();
     const TCP_socket server = port.accept();
@@ -512,6 +538,23 @@ TEST_F(TCP_client_data_stream_test, attempt_ends_after_the_time_that_the_stream_
     };
     const TCP_client_data_stream stream(modules, "127.0.0.1", hanging.port(), 1, 20);
     EXPECT_TRUE(eventually([&] { return attempts == 4; })); // the usual 10 s each would take too long
+}
+
+TEST_F(TCP_client_data_stream_test, attempt_takes_as_long_as_it_needs_when_no_time_is_given) {
+    const Full_listener hanging;
+    std::atomic<int> attempts{0};
+    Replaced_calls calls;
+    calls.epoll_add_fails = [&](int fd) {
+        attempts += is_socket(fd);
+        return false;
+    };
+    for (const int no_time : {-1, 0}) {
+        attempts = 0;
+        const TCP_client_data_stream stream(modules, "127.0.0.1", hanging.port(), 1, no_time);
+        EXPECT_TRUE(eventually([&] { return attempts == 1; }));
+        EXPECT_TRUE(process_rests()); // for 300 ms, of the usual 10 s
+        EXPECT_EQ(attempts, 1);
+    }
 }
 
 TEST_F(TCP_client_data_stream_test, two_streams_of_the_library_talk) {
