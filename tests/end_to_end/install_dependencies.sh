@@ -11,7 +11,8 @@ fail() {
     echo "$1" >&2
     exit 1
 }
-tool() { printf '#!/bin/sh\n%s\n' "$2" >"$folder/$1" && chmod +x "$folder/$1"; }
+# In place of a link, never through it: root would write to the machine's own tool.
+tool() { rm -f "$folder/$1" && printf '#!/bin/sh\n%s\n' "$2" >"$folder/$1" && chmod +x "$folder/$1"; }
 
 # A machine without apt-get and sudo, on which dpkg-query answers as told.
 for name in bash env id; do ln -s "$(command -v $name)" "$folder/$name"; done

@@ -27,8 +27,8 @@ bool waiter_descriptor::send_event(waiter_event& event, bool urgent, bool merge)
     return send(this, event, urgent, merge);
 }
 
-bool module_man::init_module(std::int16_t* id, bool permanent) {
-    using Init_module = bool (*)(module_man*, std::int16_t*, bool);
+int module_man::init_module(std::int16_t* id, bool permanent) {
+    using Init_module = int (*)(module_man*, std::int16_t*, bool);
     static const auto init = platforms_own<Init_module>("_ZN10module_man11init_moduleEPsb");
     if (record)
         record->permanent_modules.push_back(permanent);
