@@ -28,6 +28,7 @@
 #include <set>
 #include <stdexcept>
 #include <thread>
+#include <vector>
 
 using namespace std::chrono_literals;
 using testing::HasSubstr;
@@ -395,6 +396,21 @@ TEST_F(TCP_server_data_stream_test, logs_every_received_byte_once_however_slow_t
     EXPECT_EQ(take(stream, bytes.size()), bytes);
     Debug::Print::enable(port_logging_category, false);
     EXPECT_THAT(debug.text(), HasSubstr("/" + std::to_string(bytes.size()) + "): "));
+}
+
+TEST_F(TCP_server_data_stream_test, clients_take_turns_while_room_is_scarce) {
+    std::vector<TCP_socket> clients;
+    for (const char letter : {'a', 'b', 'c'}) {
+        clients.push_back(connect_to(stream));
+        clients.back().send(std::string(2 * capacity, letter));
+    }
+    std::set<char> seen;
+    for (int i = 0; i < 30; ++i) {
+        EXPECT_TRUE(eventually([this] { return stream.bytes_avail() == capacity; }));
+        seen.insert(buffered(stream).back());
+        stream.drop(1);
+    }
+    EXPECT_EQ(seen, (std::set<char>{'a', 'b', 'c'}));
 }
 
 TEST_F(TCP_server_data_stream_test, logs_clients_under_its_description) {

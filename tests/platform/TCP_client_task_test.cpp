@@ -7,6 +7,7 @@
 #include <support/processor_time.h>
 #include <support/waiting.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -25,7 +26,7 @@ using testing::HasSubstr;
 
 namespace {
 
-/// Keeps what it receives and sends what it is given, a byte at a time.
+/// Keeps what it receives and sends what it is given, a byte at a time unless told otherwise.
 class Client : public TCP_client_task {
   public:
     Client(const char* address, int port, int period_ms = 1) : TCP_client_task(address, port) {
@@ -48,6 +49,8 @@ class Client : public TCP_client_task {
     }
 
     std::atomic<unsigned> lost{0};
+    std::atomic<unsigned> most_at_once{1};
+    std::atomic<unsigned> refused{0};         ///< writes that the socket had no room for
     std::atomic<unsigned> asked_to_let_go{0}; ///< of a descriptor that was still open
 
   private:
@@ -67,8 +70,12 @@ class Client : public TCP_client_task {
     }
     void handle_write(int fd) override {
         const std::lock_guard<std::mutex> guard(mutex_);
-        if (::send(fd, to_send_.data(), 1, MSG_NOSIGNAL) == 1)
-            to_send_.erase(0, 1);
+        const ssize_t gone =
+            ::send(fd, to_send_.data(), std::min<std::size_t>(to_send_.size(), most_at_once), MSG_NOSIGNAL);
+        if (gone > 0)
+            to_send_.erase(0, static_cast<std::size_t>(gone));
+        else
+            ++refused;
     }
     bool is_write_data_avail() override {
         const std::lock_guard<std::mutex> guard(mutex_);
@@ -106,6 +113,39 @@ TEST(TCP_client_task_test, sends_what_was_given_before_the_connection) {
     client.open();
     client.send("bird");
     EXPECT_EQ(port.accept().receive(10), "early bird");
+}
+
+/// Whoever derives may take a socket without room for one that has failed.
+TEST(TCP_client_task_test, sends_only_while_the_socket_has_room) {
+    TCP_port port;
+    port.listen();
+    Client client(port);
+    client.most_at_once = 256 * 1024;
+    client.open();
+    const TCP_socket server = port.accept();
+    const std::string bytes(16U << 20, 'x');
+    client.send(bytes);
+    EXPECT_TRUE(server.receive(bytes.size()) == bytes);
+    EXPECT_EQ(client.refused, 0U);
+}
+
+/// Where nobody listens on a local port, the system may choose that very port for this end.
+TEST(TCP_client_task_test, connection_to_itself_is_none) {
+    TCP_port port;
+    std::atomic<int> attempts{0};
+    Replaced_calls calls;
+    calls.before_connect = [&](int fd) {
+        if (++attempts <= 3)
+            bind_to(fd, port.number());
+    };
+    Client client(port);
+    client.send("who is there?");
+    client.open();
+    EXPECT_TRUE(eventually([&] { return attempts > 3; }));
+    EXPECT_EQ(client.received(), "");
+    port.listen();
+    EXPECT_EQ(port.accept().receive(13), "who is there?");
+    client.close();
 }
 
 TEST(TCP_client_task_test, socket_is_non_blocking_not_inherited_kept_alive_and_without_delay) {

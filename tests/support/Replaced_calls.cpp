@@ -76,6 +76,14 @@ extern "C" int bind(int fd, const sockaddr* address, socklen_t size) noexcept {
     return instead && instead->bind ? instead->bind(address) : original(fd, address, size);
 }
 
+extern "C" int connect(int fd, const sockaddr* address, socklen_t size) {
+    static const auto original = in_c_library<decltype(connect)>("connect");
+    const Replaced_calls* const instead = replaced;
+    if (instead && instead->before_connect)
+        instead->before_connect(fd);
+    return original(fd, address, size);
+}
+
 extern "C" int accept4(int fd, sockaddr* address, socklen_t* size, int flags) {
     static const auto original = in_c_library<decltype(accept4)>("accept4");
     const Replaced_calls* const instead = replaced;

@@ -31,6 +31,8 @@ class Replaced_calls {
     std::function<std::optional<ssize_t>(int fd)> write;
     /// What `bind` answers to an address.
     std::function<int(const sockaddr* address)> bind;
+    /// What happens to a socket before it is connected.
+    std::function<void(int fd)> before_connect;
     /// Whether `accept4` fails, with the `errno` that this sets.
     std::function<bool()> accept4_fails;
     /// Whether a descriptor cannot be watched, for the reason that this puts into `errno`.

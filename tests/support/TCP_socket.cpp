@@ -35,14 +35,9 @@ bool connect(int fd, const char* address, int port) {
     return ::connect(fd, reinterpret_cast<const sockaddr*>(&to), sizeof to) == 0;
 }
 
-/// A socket that shares the port with others which do not listen.
 int bound_socket(int port) {
     const int fd = make_socket();
-    const int yes = 1;
-    setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
-    const sockaddr_in at = address_of("127.0.0.1", port);
-    if (bind(fd, reinterpret_cast<const sockaddr*>(&at), sizeof at) != 0)
-        ADD_FAILURE() << "cannot bind to port " << port;
+    bind_to(fd, port);
     return fd;
 }
 
@@ -121,6 +116,14 @@ void TCP_socket::reset() {
     const linger at_once{1, 0};
     setsockopt(fd_, SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
     close();
+}
+
+void bind_to(int fd, int port) {
+    const int yes = 1;
+    setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    const sockaddr_in at = address_of("127.0.0.1", port);
+    if (bind(fd, reinterpret_cast<const sockaddr*>(&at), sizeof at) != 0)
+        ADD_FAILURE() << "cannot bind to port " << port;
 }
 
 TCP_port::TCP_port() : number_(0), reservation_(bound_socket(0)) {

@@ -37,6 +37,9 @@ class TCP_socket {
     int fd_;
 };
 
+/// Gives a socket a port of 127.0.0.1, which others may have too as long as nobody listens.
+void bind_to(int fd, int port);
+
 /// A port of 127.0.0.1 that nobody else gets while this lives, whether it listens or not.
 class TCP_port {
   public:
