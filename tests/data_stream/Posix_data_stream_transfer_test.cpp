@@ -6,7 +6,7 @@
 #include <support/Pty_pair.h>
 #include <support/Random.h>
 #include <support/Replaced_calls.h>
-#include <support/Signal_handling.h>
+#include <support/Signal_disposition.h>
 #include <support/Stream_bytes.h>
 #include <support/descriptors.h>
 #include <support/waiting.h>
@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <deque>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -402,7 +403,7 @@ TEST_F(Posix_data_stream_writing, to_a_slow_reader_gets_everything_out_in_time) 
 }
 
 TEST_F(Posix_data_stream_writing, to_a_reader_that_is_gone_fails_or_returns_the_count_so_far) {
-    const Signal_handling harmless(SIGPIPE, SIG_IGN);
+    const Signal_disposition no_pipe_signal(SIGPIPE, SIG_IGN);
     pipe.close_reading();
     errno = 0;
     EXPECT_EQ(write_text(stream, "x"), -1);
@@ -412,7 +413,7 @@ TEST_F(Posix_data_stream_writing, to_a_reader_that_is_gone_fails_or_returns_the_
 }
 
 TEST_F(Posix_data_stream_writing, to_a_reader_that_leaves_half_way_returns_the_count_so_far) {
-    const Signal_handling harmless(SIGPIPE, SIG_IGN);
+    const Signal_disposition no_pipe_signal(SIGPIPE, SIG_IGN);
     stream.set_write_timeout(20000);
     Replaced_calls calls;
     int waits = 0;

@@ -8,7 +8,7 @@
 #include <support/Recording_waiter.h>
 #include <support/Replaced_calls.h>
 #include <support/Replaced_delays.h>
-#include <support/Signal_handling.h>
+#include <support/Signal_disposition.h>
 #include <support/Stream_bytes.h>
 #include <support/Threaded_stream.h>
 #include <support/descriptors.h>
@@ -200,7 +200,7 @@ TEST_F(Posix_threaded_data_stream_writing, a_full_descriptor_does_not_keep_the_t
 }
 
 TEST_F(Posix_threaded_data_stream_writing, a_peer_that_has_gone_is_reported_once_and_survived) {
-    const Signal_handling deadly(SIGPIPE, SIG_DFL);
+    const Signal_disposition deadly(SIGPIPE, SIG_DFL);
     fill_pipe();
     write_bytes(stream, "lost");
     pipe.close_reading();

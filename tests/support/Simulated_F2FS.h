@@ -19,9 +19,11 @@ class Simulated_F2FS {
   public:
     /// \param calls  gets "open NAME" with "create", "append" and "truncate" behind it, "ioctl 0x...", "truncate
     ///               LENGTH", "write" and "close"
-    Simulated_F2FS(std::string folder, std::vector<std::string>& calls)
+    /// \param fault  answers before the file system does
+    Simulated_F2FS(std::string folder, std::vector<std::string>& calls, Watched_file_calls::Decision fault = {})
         : folder_(std::move(folder)),
           calls_(calls),
+          fault_(std::move(fault)),
           watched_(folder_, [this](const File_call& call) { return decide(call); }) {}
 
     bool start_fails = false;
@@ -39,14 +41,16 @@ class Simulated_F2FS {
 
     Watched_file_calls::Answer decide(const File_call& call) {
         note(call);
+        if (call.what == "close" && call.fd == atomic_fd_)
+            restore();
+        if (const auto answer = fault_ ? fault_(call) : std::nullopt)
+            return answer;
         if (call.what == "ioctl")
             return answer_ioctl(call);
         if (call.what == "truncate" && truncate_fails) {
             errno = EIO;
             return -1;
         }
-        if (call.what == "close" && call.fd == atomic_fd_)
-            restore();
         return std::nullopt;
     }
 
@@ -96,6 +100,7 @@ class Simulated_F2FS {
 
     std::string folder_;
     std::vector<std::string>& calls_;
+    Watched_file_calls::Decision fault_;
     int atomic_fd_ = -1;
     std::string name_;
     std::string old_;

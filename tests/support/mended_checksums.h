@@ -1,6 +1,6 @@
 #pragma once
 
-#include <support/crc32_by_definition.h>
+#include "crc32_by_definition.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -24,21 +24,24 @@ class NV_item;
 ///
 /// What is under the name afterwards:
 ///
-/// | what happens in the middle of a save     | `NV_file_iterator`, F2FS   | `NV_file_iterator`, others | this one |
-/// |------------------------------------------|----------------------------|----------------------------|--------------|
-/// | a write, flush, rename... fails          | the part that was written  | the part that was written  | old, whole |
-/// | the process is killed                    | old or new                 | the part that was written  | old or new |
-/// | the power is cut                         | old or new                 | any part, none at all      | old or new |
-/// | the power is cut after closing           | new                        | any part, until the system | new | | | |
-/// has written it (seconds)   |              | | dirty flags of nodes when the save fails | cleared for what went out
-/// | cleared for what went out  | as before    |
+/// | what happens in the middle of a save     | `NV_file_iterator`, F2FS  | `NV_file_iterator`, others | this one   |
+/// |------------------------------------------|---------------------------|----------------------------|------------|
+/// | a write, flush, rename... fails          | a part                    | a part                     | old        |
+/// | the process is killed                    | old, or new if committed  | a part                     | old or new |
+/// | the power is cut                         | old, or new if committed  | any part, none, old or new | old or new |
+/// | the power is cut after it                | new                       | the same, until the system | new        |
+/// |                                          |                           | has written it (seconds)   |            |
+/// | dirty flags of nodes when the save fails | cleared for what went out | cleared for what went out  | as before  |
 ///
-/// "Part" means that loading finds damage, or nothing; containers that were complete are loaded. The column for F2FS is
-/// what that file system promises for its atomic writes. It needs them to succeed: `NV_file_iterator` neither tells a
-/// failed commit nor, to who does not look, a failed write. The last column needs a file system that keeps a rename as
-/// a whole, as all with a journal or a log do (ext4, F2FS, UBIFS, XFS, Btrfs); on FAT a killed process leaves old or
-/// new, but a power cut in the moment of the rename may leave the new content under the other name only. A medium that
-/// loses what it has reported as written keeps no promise.
+/// "Old" and "new" are whole. "A part" means the new settings with an end or a piece of them missing: loading finds
+/// the damage. Containers that were complete before it are loaded; a record whose checksum is wrong returns its
+/// container, and one that was appended and is torn may return the whole tree, to the defaults.
+///
+/// The column for F2FS is what that file system promises for its atomic writes (simulated in the tests). A commit that
+/// fails there, and a push that does, go unnoticed by who does not look. The last column needs a file system that keeps
+/// a rename as a whole, as those with a journal or a log do (ext4, F2FS, UBIFS, XFS, Btrfs); on FAT a killed process
+/// leaves old or new, but a power cut in the moment of the rename may leave the new content under the other name only.
+/// A medium that loses what it has reported as written keeps no promise.
 ///
 /// **When is it saved?** When every step up to and including the flush of the folder has succeeded. If only that last
 /// flush fails, the new content is under the name already, whole; but a power cut may bring the old back, so the save
