@@ -63,15 +63,15 @@ bool NV_root::notify_pointers(NV_item* item, bool changed, bool written, bool fo
     return result;
 }
 
-NV_load_result load_all(NV_item& tree, NV_iterator& it) {
+NV_load_result load_all(NV_item& tree, NV_iterator& it, unsigned limit) {
     NV_load_result result;
-    Record_header next;
+    unsigned char next = 0;
     do { // the first attempt also says when there is nothing at all
         result.intact = tree.deserialise(&it);
         if (!result.intact)
             break;
         ++result.loaded;
-    } while (next.peek(&it));
+    } while (result.loaded < limit && it.peek_bytes(&next, 1)); // a single byte is a record that was cut off
     return result;
 }
 

@@ -57,9 +57,11 @@ struct NV_load_result {
 };
 
 /// Loads everything that an iterator, open for reading, has for a tree: a full save and what was appended to it, the
-/// last value of a setting being the one that stays. Stops at the first record that is damaged: save the whole tree
-/// then, for what is appended behind it would not be reached. The caller holds the lock, if there are other threads,
-/// and calls `signal_all` afterwards.
-GLUE_EXPORT NV_load_result load_all(NV_item& tree, NV_iterator& it);
+/// last value of a setting being the one that stays. Stops at the first record that is damaged or cut off: save the
+/// whole tree then, for what is appended behind it would not be reached. Such a record may have put settings back to
+/// their defaults; to have what stood in front of it, read from the beginning once more, with its result's `loaded` as
+/// the limit. The caller holds the lock, if there are other threads, and calls `signal_all` afterwards.
+/// \param limit  how many records to load at most; 0 counts as 1
+GLUE_EXPORT NV_load_result load_all(NV_item& tree, NV_iterator& it, unsigned limit = 0xFFFFFFFF);
 
 } // namespace NV_store
