@@ -38,9 +38,8 @@ inline std::string from_hex(const std::string& text) {
 class Record_builder {
   public:
     Record_builder& header(int type_byte, int kind, int id) {
-        bytes_ += low_bytes(static_cast<unsigned>(type_byte) << 24 | static_cast<unsigned>(kind) << 16 |
-                                static_cast<unsigned>(id),
-                            4);
+        bytes_ += low_bytes(
+            static_cast<unsigned>(type_byte) << 24 | static_cast<unsigned>(kind) << 16 | static_cast<unsigned>(id), 4);
         return *this;
     }
     /// A container's opening header.

@@ -5,6 +5,7 @@
 
 #include <QObject>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -26,8 +27,8 @@ struct Settings_list : NV_store::NV_container {
 
 /// A number that counts what is done with it.
 struct Counted_setting : Int_setting {
-    using Int_setting::Int_setting;
     using Int_setting::deserialise;
+    using Int_setting::Int_setting;
     using Int_setting::serialise;
 
     bool serialise(NV_store::NV_iterator* it) override {
@@ -50,14 +51,32 @@ struct Counted_setting : Int_setting {
     bool refuses_default = false;
 };
 
+/// A container of `count` children, named "a", "b" and so on, with ids and values from 0.
+template <typename Container = NV_store::NV_struct>
+struct Settings_family {
+    explicit Settings_family(int count) {
+        for (int i = 0; i < count; ++i) {
+            names.push_back(std::make_unique<std::string>(1, static_cast<char>('a' + i)));
+            children.push_back(
+                std::make_unique<Int_setting>(&container, static_cast<unsigned short>(i), i, names.back()->c_str()));
+        }
+    }
+    Int_setting& operator[](int i) { return *children[static_cast<std::size_t>(i)]; }
+
+    Container container{9, "family"};
+    std::vector<std::unique_ptr<std::string>> names;
+    std::vector<std::unique_ptr<Int_setting>> children;
+};
+
 /// Keeps the signals of nodes in their order: a node's name for the signal without an argument, "name*" for the other.
 class Recorded_signals {
   public:
     void watch(NV_store::NV_item& item) {
         QObject::connect(&item, qOverload<>(&NV_store::NV_item::value_changed), &context_,
                          [this, &item] { names_.emplace_back(item.get_name()); });
-        QObject::connect(&item, qOverload<NV_store::NV_item*>(&NV_store::NV_item::value_changed), &context_,
-                         [this](NV_store::NV_item* sender) { names_.push_back(std::string(sender->get_name()) + "*"); });
+        QObject::connect(
+            &item, qOverload<NV_store::NV_item*>(&NV_store::NV_item::value_changed), &context_,
+            [this](NV_store::NV_item* sender) { names_.push_back(std::string(sender->get_name()) + "*"); });
     }
 
     const std::vector<std::string>& names() const { return names_; }
