@@ -60,7 +60,7 @@ TEST(NV_container, child_of_another_container_is_refused) {
     EXPECT_EQ(other.container.get_first_child(), nullptr);
 }
 
-TEST(NV_container, is_unlinked_but_not_destroyed_with_its_container) {
+TEST(NV_container, child_that_was_taken_out_outlives_its_container) {
     Int_setting item(nullptr, 1, 0, "item");
     {
         NV_struct container(9, "container");
