@@ -175,6 +175,16 @@ TEST_F(Pointers, telling_passes_on_how_and_what) {
     EXPECT_TRUE(tree.notify_pointers(&tree.lamp, true, true, true, notify_all, &tree)) << "there is none";
 }
 
+TEST_F(Pointers, listeners_may_point_theirs_elsewhere) {
+    for (NV_pointer* pointer : {&tree.first, &tree.second, &tree.third}) {
+        pointer->set(&tree.speed, notify_all);
+        on_change(*pointer, [pointer, this] { pointer->_set(&tree.lamp, notify_waiters); });
+    }
+    told_of(&tree.speed);
+    for (const NV_pointer* pointer : {&tree.first, &tree.second, &tree.third})
+        EXPECT_EQ(pointer->__get(), &tree.lamp) << pointer->get_name();
+}
+
 TEST_F(Pointers, leave_and_join_the_registry) {
     tree.first.set(&tree.speed, notify_all);
     EXPECT_FALSE(tree.add_pointer(&tree.first)) << "it is there";

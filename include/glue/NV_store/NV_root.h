@@ -37,7 +37,8 @@ class GLUE_EXPORT NV_root : public NV_struct {
     bool remove_pointer(NV_pointer* pointer);
     /// Orders pointers by the ids of their targets, those without one first.
     static int pointer_compare(const __bsnode* a, const __bsnode* b);
-    /// Tells every pointer whose target bears the id of `item`. Its listeners must not change the registry.
+    /// Tells every pointer whose target bears the id of `item`. Listeners may point pointers at something else,
+    /// but not destroy any.
     /// \return what the last of them returned; true when there is none
     bool notify_pointers(NV_item* item, bool changed, bool written, bool force, notify_t how, NV_root* root);
 
