@@ -7,6 +7,8 @@
 #include <support/Settings_nodes.h>
 #include <support/Settings_tree.h>
 
+#include <memory>
+
 namespace {
 
 using namespace NV_store;
@@ -104,6 +106,21 @@ TEST_F(Loading, children_with_the_same_id_are_loaded_in_turn) {
     EXPECT_EQ(a.get(), 5);
     EXPECT_EQ(b.get(), 2);
     EXPECT_EQ(debug.text(), "Number fail b 9 != 1 || 13 != 9 424\nNV child was bad for 13:list->b\n");
+}
+
+TEST_F(Loading, many_children_with_the_same_id_keep_their_order) {
+    Settings_list list(9, "list");
+    std::vector<std::unique_ptr<Int_setting>> children;
+    Record_builder stored;
+    stored.open(13, 9);
+    for (int i = 0; i < 200; ++i)
+        children.push_back(std::make_unique<Int_setting>(&list, static_cast<unsigned short>(2 - i % 2), 0, "child"));
+    for (int i = 0; i < 200; i += 2)
+        stored.integer(2, i);
+    Settings_bytes it(stored.close());
+    EXPECT_TRUE(list.deserialise(&it));
+    for (int i = 0; i < 200; ++i)
+        EXPECT_EQ(children[static_cast<std::size_t>(i)]->get(), i % 2 == 0 ? i : 0);
 }
 
 // Not a record of this container
@@ -352,6 +369,8 @@ TEST_F(Loading, skips_by_hand_what_stands_next) {
     EXPECT_FALSE(NV_item::deserialise_unknown_handoff(&it));
     EXPECT_FALSE(NV_container::deserialise_unknown(&it));
     EXPECT_EQ(it.left(), 1);
+    Settings_bytes number(Record_builder().integer(1, 5));
+    EXPECT_FALSE(NV_container::deserialise_unknown(&number)) << "no container";
 }
 
 TEST_F(Loading, any_number_of_unknown_levels_is_no_danger) {
