@@ -1,13 +1,18 @@
-// A receiver on standard output: for trying out, showing and testing whatever reads one.
+// A receiver on standard output, or on any other stream: for trying out, showing and testing whatever reads one.
 
+#include "common/Interrupt.h"
 #include "common/command_line.h"
+#include "common/streams.h"
+#include "simulator/Command_interpreter.h"
 #include "simulator/Output.h"
 #include "simulator/Pace.h"
+#include "simulator/Receiver_port.h"
 #include "simulator/Simulated_receiver.h"
 
 #include <glue/data_stream/Posix_data_stream.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -19,12 +24,16 @@
 namespace {
 
 using command_line::number_between;
+using simulator::Receiver_port;
 using simulator::Sent;
 using simulator::Simulated_receiver;
 
+constexpr int linger_ms = 500;
+
 constexpr const char* program = "receiver_simulator";
 constexpr const char* description =
-    "A satellite-navigation receiver on standard output. A machine drives row after row over a field; its receiver\n"
+    "A satellite-navigation receiver on standard output, or on any stream. A machine drives row after row over a "
+    "field; its receiver\n"
     "sends time, position, velocity, satellites and almanacs as binary frames. Options decide every byte, so that\n"
     "two runs with the same ones are the same; --rate decides only how fast they come.";
 
@@ -32,6 +41,10 @@ struct Command_line {
     Simulated_receiver::Options receiver;
     double rate = 10;
     std::optional<std::uint64_t> epochs;
+    std::optional<std::string> stream;
+
+    /// Whether so many epochs are all that are wanted.
+    bool is_end(std::uint64_t epoch) const { return epochs && epoch >= *epochs; }
 };
 
 void describe(CLI::App& app, Command_line& line) {
@@ -62,13 +75,17 @@ void describe(CLI::App& app, Command_line& line) {
         ->type_name("F")
         ->capture_default_str();
     app.add_flag("--crlf", line.receiver.crlf, "Frames end CR LF instead of LF");
+    app.add_option("--stream", line.stream,
+                   "Serve the stream of this specification text instead of standard output, and answer the command\n"
+                   "lines that come: version; rate; rate,HZ; messages,on; messages,off")
+        ->type_name("SPEC");
 }
 
-int simulate(const CLI::App& app, const Command_line& line) {
+int simulate_on_standard_output(const CLI::App& app, const Command_line& line) {
     Posix_data_stream output(-1, STDOUT_FILENO);
     Simulated_receiver receiver(line.receiver);
     simulator::Pace pace(line.rate);
-    for (std::uint64_t epoch = 0; !line.epochs || epoch < *line.epochs; ++epoch) {
+    for (std::uint64_t epoch = 0; !line.is_end(epoch); ++epoch) {
         pace.wait();
         switch (simulator::send_all(output, receiver.next_epoch(), STDOUT_FILENO)) {
         case Sent::all:
@@ -82,6 +99,55 @@ int simulate(const CLI::App& app, const Command_line& line) {
     return 0;
 }
 
+/// The moment on the platform's clock, rounded up to its unit.
+Atime on_platform_clock(simulator::Pace::Clock::time_point moment) {
+    const auto ahead = moment - simulator::Pace::Clock::now();
+    return Atime::now() + std::chrono::ceil<std::chrono::milliseconds>(ahead).count();
+}
+
+/// Sends epoch after epoch and answers commands in between, until either ends.
+void send_epochs(const Command_line& line, Simulated_receiver& receiver, const simulator::Command_interpreter& commands,
+                 Receiver_port& port) {
+    double rate = line.rate;
+    simulator::Pace pace(rate);
+    Atime due = on_platform_clock(pace.next());
+    for (std::uint64_t epoch = 0; !line.is_end(epoch);) {
+        const Receiver_port::Served served = port.serve_until(due);
+        if (served == Receiver_port::Served::ended)
+            return;
+        const auto& settings = commands.settings();
+        if (settings.rate != rate) {
+            rate = settings.rate;
+            pace = simulator::Pace(rate);
+            due = on_platform_clock(pace.next());
+        }
+        if (served == Receiver_port::Served::answered)
+            continue;
+        const std::vector<unsigned char>& bytes = receiver.next_epoch();
+        if (settings.messages && !port.send(bytes))
+            return;
+        due = on_platform_clock(pace.next());
+        ++epoch;
+    }
+}
+
+int simulate_on_stream(const Command_line& line) {
+    const Interrupt interrupt;
+    auto stream = streams::open(*line.stream);
+    if (!stream)
+        return command_line::failed;
+
+    simulator::Command_interpreter commands({line.rate, true});
+    Receiver_port port(std::move(stream), commands, interrupt);
+    Simulated_receiver receiver(line.receiver);
+    send_epochs(line, receiver, commands, port);
+    // What the stream itself still holds leaves meanwhile.
+    const Atime end = Atime::now() + linger_ms;
+    while (port.serve_until(end) == Receiver_port::Served::answered) {
+    }
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -91,5 +157,5 @@ int main(int argc, char** argv) {
     describe(app, line);
     if (const auto status = command_line::parse(app, argc, argv))
         return *status;
-    return simulate(app, line);
+    return line.stream ? simulate_on_stream(line) : simulate_on_standard_output(app, line);
 }

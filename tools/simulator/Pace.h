@@ -14,15 +14,15 @@ class Pace {
     /// \param rate  beats a second; 0: no waiting at all
     explicit Pace(double rate) : rate_(rate), start_(Clock::now()) {}
 
-    /// Waits for the next beat. The first one is due at once.
-    void wait() {
-        if (rate_ > 0)
-            std::this_thread::sleep_until(start_ + due_after(beats_++));
-    }
-
-  private:
     using Clock = std::chrono::steady_clock;
 
+    /// When the next beat is due; it counts as taken. The first one is due at once.
+    Clock::time_point next() { return rate_ > 0 ? start_ + due_after(beats_++) : start_; }
+
+    /// Waits for the next beat.
+    void wait() { std::this_thread::sleep_until(next()); }
+
+  private:
     Clock::duration due_after(std::uint64_t beats) const {
         constexpr double longest_wait = 1e9; // seconds; the clock's own range ends not far beyond
         const std::chrono::duration<double> seconds(std::min(static_cast<double>(beats) / rate_, longest_wait));

@@ -1,0 +1,179 @@
+// The simulator at the other end of streams of every kind: what it sends reaches its readers, and it answers commands.
+
+#include <support/Program.h>
+#include <support/Pty_pair.h>
+#include <support/TCP_socket.h>
+#include <support/processes.h>
+#include <support/waiting.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <thread>
+
+namespace {
+
+using testing::HasSubstr;
+
+const std::string simulator = RECEIVER_SIMULATOR;
+const std::string monitor = RECEIVER_MONITOR;
+
+/// What the simulator sends in so many epochs.
+std::string bytes_of_epochs(int epochs) {
+    return Program(simulator, {"--rate", "0", "--epochs", std::to_string(epochs)}).run().output;
+}
+
+void expect_reply(const Pty_pair& line, const std::string& reply) {
+    EXPECT_EQ(line.receive(reply.size()), reply);
+}
+
+struct Served_receiver : testing::Test {
+    void SetUp() override { setenv("GLUE_TCP_BIND", "127.0.0.1", 1); }
+
+    /// Runs the simulator on a stream until `meanwhile` is done, then interrupts it.
+    template <typename Meanwhile>
+    static Program_result serve(const std::string& stream, std::vector<std::string> arguments, Meanwhile meanwhile) {
+        arguments.insert(arguments.begin(), {"--stream", stream});
+        return Program(simulator, arguments)
+            .once_started([&](pid_t pid) {
+                meanwhile();
+                send_signal(pid, SIGINT);
+            })
+            .run();
+    }
+};
+
+TEST_F(Served_receiver, sends_its_epochs_over_a_line) {
+    const Pty_pair line;
+    const std::string expected = bytes_of_epochs(300);
+    std::string heard;
+    std::thread reader([&] { heard = line.receive(expected.size()); });
+    const auto result = Program(simulator, {"--stream", line.path(), "--rate", "0", "--epochs", "300"}).run();
+    reader.join();
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(result.output, "");
+    EXPECT_TRUE(heard == expected);
+}
+
+TEST_F(Served_receiver, answers_commands_between_its_epochs) {
+    const Pty_pair line;
+    const std::string epochs = bytes_of_epochs(2);
+    const std::string first = bytes_of_epochs(1);
+    const auto result = serve(line.path(), {"--rate", "0.001"}, [&] {
+        EXPECT_TRUE(line.receive(first.size()) == first);
+        line.send("%1%version\r\n");
+        expect_reply(line, "RE018%1%{receiver_simulator}\r\n");
+        line.send("%2%dance\n\r\n%3%rate\n");
+        expect_reply(line, "ER015%2%{1,wrong command}\r\nRE00B%3%{0.001}\r\n");
+        line.send("rate,100\n");
+        expect_reply(line, "RE001\r\n");
+        EXPECT_TRUE(line.receive(epochs.size() - first.size()) == epochs.substr(first.size()))
+            << "a faster rate holds at once";
+    });
+    EXPECT_EQ(result.status, 0) << result.errors;
+}
+
+TEST_F(Served_receiver, command_in_pieces_is_one_command) {
+    const Pty_pair line;
+    serve(line.path(), {"--rate", "0.001"}, [&] {
+        const std::string first = bytes_of_epochs(1);
+        EXPECT_TRUE(line.receive(first.size()) == first);
+        for (const char* piece : {"ra", "te", "\r", "\n"}) {
+            line.send(piece);
+            std::this_thread::sleep_for(std::chrono::milliseconds(20)); // so that the pieces arrive as such
+        }
+        expect_reply(line, "RE008{0.001}\r\n");
+    });
+}
+
+TEST_F(Served_receiver, is_silent_when_told_to_be) {
+    const Pty_pair line;
+    serve(line.path(), {"--rate", "200"}, [&] {
+        line.send("messages,off\n");
+        std::string heard;
+        while (heard.find("RE001\r\n") == std::string::npos && heard.size() < 1000000)
+            heard += line.receive(1);
+        line.send("version\n");
+        expect_reply(line, "RE015{receiver_simulator}\r\n"); // nothing stands before it
+    });
+}
+
+TEST_F(Served_receiver, reply_reaches_whoever_reads_with_the_monitor) {
+    const TCP_port port;
+    const std::string number = std::to_string(port.number());
+    serve("tcp:" + number, {"--rate", "50"}, [&] {
+        const auto read =
+            Program(monitor, {"tcpc:port=" + number, "--send", "%x%version", "--count", "200", "--duration", "30"})
+                .run();
+        EXPECT_EQ(read.status, 0) << read.errors;
+        EXPECT_THAT(read.errors, HasSubstr("RE          1 "));
+    });
+}
+
+/// Readers that come while the receiver is talking: each sees a stretch of the same traffic.
+struct Shared_receiver : Served_receiver, testing::WithParamInterface<const char*> {};
+
+TEST_P(Shared_receiver, every_reader_sees_the_same_traffic) {
+    const TCP_port port;
+    const std::string number = std::to_string(port.number());
+    const std::string prefix = GetParam();
+    const std::string all = Program("sh", {"-c", simulator + " --rate 0 --epochs 3000 | " + monitor}).run().output;
+    const std::string socat = "socat -u TCP:127.0.0.1:" + number + " -"; // standard input has ended here
+    const std::string piped = prefix.empty() ? socat + " | " + monitor + " - --count 500"
+                                             : monitor + " '" + prefix + "exec:" + socat + "' --count 500";
+    const auto served = serve(prefix + "tcp:" + number, {"--rate", "100"}, [&] {
+        ASSERT_TRUE(eventually([&] { return TCP_socket::can_connect("127.0.0.1", port.number()); }));
+        Program_result through_socat;
+        std::thread second([&] { through_socat = Program("sh", {"-c", piped}).run(); });
+        const auto direct =
+            Program(monitor, {prefix + "tcpc:port=" + number, "--count", "500", "--duration", "40"}).run();
+        second.join();
+        for (const Program_result& result : {direct, through_socat}) {
+            EXPECT_GT(result.output.size(), 10000U) << result.errors;
+            EXPECT_NE(all.find(result.output), std::string::npos) << "other lines than the receiver's";
+            EXPECT_THAT(result.errors, HasSubstr("checksum failures: 0\n"));
+        }
+    });
+    EXPECT_EQ(served.status, 0) << served.errors;
+}
+
+INSTANTIATE_TEST_SUITE_P(plain, Shared_receiver, testing::Values(""));
+INSTANTIATE_TEST_SUITE_P(framed, Shared_receiver, testing::Values("aim,"));
+
+TEST_F(Served_receiver, ends_with_the_child_that_it_serves) {
+    const auto result = Program(simulator, {"--stream", "exec:head -c 1000", "--rate", "100"}).run();
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_TRUE(result.in_time);
+}
+
+TEST_F(Served_receiver, last_epoch_still_leaves) {
+    TCP_port port;
+    port.listen();
+    const std::string expected = bytes_of_epochs(5);
+    std::string heard;
+    std::thread reader([&] { heard = port.accept().receive_all(); });
+    const auto result =
+        Program(simulator, {"--stream", "tcpc:port=" + std::to_string(port.number()), "--rate", "0", "--epochs", "5"})
+            .run();
+    reader.join();
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_TRUE(heard == expected);
+}
+
+TEST_F(Served_receiver, interrupt_ends_it_also_while_nobody_takes_anything) {
+    const Pty_pair line; // whose far end never reads
+    const auto result =
+        serve(line.path(), {"--rate", "0"}, [] { std::this_thread::sleep_for(std::chrono::seconds(1)); });
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_TRUE(result.in_time);
+}
+
+TEST_F(Served_receiver, stream_that_cannot_be_made_is_status_1) {
+    const auto result = Program(simulator, {"--stream", "/nonexistent"}).run();
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.errors, HasSubstr("Error: can't parse /nonexistent into a port specification\n"));
+}
+
+} // namespace

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace simulator {
+
+/// What the receiver understands of the command lines that it is sent, and what it answers.
+///
+///     version             its name: "{receiver_simulator}"
+///     rate                epochs a second: "{10}"
+///     rate,HZ             changes that; 0: as fast as they are taken
+///     messages,on         sends epochs
+///     messages,off        sends none; their time goes by unheard
+///
+/// A command may begin with an identifier of its sender's, as in "%7%version": the reply then begins with the same one.
+/// Upper and lower case are different; blanks at either end do not matter.
+class Command_interpreter {
+  public:
+    /// What commands can change.
+    struct Settings {
+        double rate = 10;
+        bool messages = true;
+    };
+
+    /// Lines are read up to this length; a longer one is no command.
+    static constexpr unsigned longest_line = 255;
+
+    explicit Command_interpreter(Settings settings) : settings_(settings) {}
+
+    const Settings& settings() const { return settings_; }
+
+    /// Does what a line, given without its end, asks for.
+    /// \return the reply, a whole message: "RE" when that was done, "ER" with the reason when it was not; "" to a line
+    ///         of blanks, which asks for nothing
+    std::string reply_to(std::string_view line);
+
+  private:
+    /// What a command leads to: the reply's identifier and its text.
+    struct Answer {
+        const char* identifier;
+        std::string text;
+    };
+
+    static Answer done(std::string text = {});
+    static Answer refused(int code, const char* phrase);
+    static std::string message(const Answer& answer, std::string_view request);
+
+    Answer obey(std::string_view command);
+    Answer set_rate(std::string_view value);
+    Answer switch_messages(std::string_view value);
+
+    Settings settings_;
+};
+
+} // namespace simulator
