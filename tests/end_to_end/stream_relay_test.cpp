@@ -218,6 +218,26 @@ TEST_F(Stream_relay, carries_megabytes_both_ways_at_once_to_a_terminal_of_socats
     EXPECT_EQ(relay.end(SIGINT).status, 0);
 }
 
+TEST_F(Stream_relay, two_that_exchange_frames_over_a_line_lose_none_when_the_line_has_no_room_for_a_whole_one) {
+    const Pty_pair one;
+    const Pty_pair other;
+    const Temporary_folder folder;
+    const std::string near = folder.path("near");
+    const std::string far = folder.path("far");
+    Running_program line("socat", {"PTY,raw,echo=0,link=" + near, "PTY,raw,echo=0,link=" + far});
+    EXPECT_TRUE(eventually([&] { return std::filesystem::exists(near) && std::filesystem::exists(far); }));
+    const Terminal_end near_line(near);
+    Running_program second(STREAM_RELAY, {"front/line,aim," + far, other.path()});
+    other.send("!");
+    EXPECT_EQ(read_exactly(near_line.fd(), 10).substr(0, 7), ">>004x!"); // the second is there
+    Running_program first(STREAM_RELAY, {one.path(), "aim," + near});
+    one.send("!");
+    EXPECT_EQ(other.receive(1), "!"); // the first, too
+    expect_carries(one.master(), other.master(), 2 << 20);
+    EXPECT_EQ(first.end(SIGINT).status, 0);
+    EXPECT_EQ(second.end(SIGINT).status, 0);
+}
+
 // A line that goes away and returns
 
 /// A name for a terminal, as a serial adapter has one: another terminal may get it later.
