@@ -12,12 +12,15 @@
 
 #include <QCryptographicHash>
 
+#include <algorithm>
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <unistd.h>
 
@@ -25,18 +28,27 @@ namespace {
 
 using testing::HasSubstr;
 
-/// Sends and receives at once, and says what came.
-std::string talk(int fd, const std::string& to_send, std::size_t expected) {
-    std::thread sender([&] { write_all(fd, to_send); });
+/// Sends and receives at once, and says what came; gives up when nothing moves any more. Makes the descriptor
+/// non-blocking.
+std::string talk(int fd, std::string_view to_send, std::size_t expected) {
+    constexpr int longest_wait_ms = 20000;
+    make_non_blocking(fd);
     std::string received;
-    char piece[65536];
-    while (received.size() < expected) {
-        const ssize_t count = read(fd, piece, std::min(sizeof piece, expected - received.size()));
-        if (count <= 0)
-            break;
-        received.append(piece, static_cast<std::size_t>(count));
+    Stopwatch since_last;
+    while ((received.size() < expected || !to_send.empty()) &&
+           since_last.elapsed() < std::chrono::milliseconds(longest_wait_ms)) {
+        const int events = (received.size() < expected ? POLLIN : 0) | (to_send.empty() ? 0 : POLLOUT);
+        pollfd watched{fd, static_cast<short>(events), 0};
+        poll(&watched, 1, longest_wait_ms);
+        char piece[65536];
+        const ssize_t came = read(fd, piece, std::min(sizeof piece, expected - received.size()));
+        const ssize_t gone = write(fd, to_send.data(), to_send.size());
+        received.append(piece, static_cast<std::size_t>(std::max<ssize_t>(came, 0)));
+        to_send.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(gone, 0)));
+        if (came > 0 || gone > 0)
+            since_last = Stopwatch();
     }
-    sender.join();
+    EXPECT_EQ(to_send.size(), 0U) << "bytes not sent";
     return received;
 }
 
@@ -176,10 +188,10 @@ TEST_F(Stream_relay, two_joined_by_TCP_carry_megabytes_both_ways_at_once_between
     const TCP_port port;
     const std::string number = std::to_string(port.number());
     Running_program server(STREAM_RELAY, {one.path(), "tcp:" + number});
-    EXPECT_TRUE(eventually([&] { return TCP_socket::can_connect("127.0.0.1", port.number()); }));
+    ASSERT_TRUE(eventually([&] { return TCP_socket::can_connect("127.0.0.1", port.number()); }));
     Running_program client(STREAM_RELAY, {"tcpc:port=" + number, other.path()});
     other.send("!"); // arrives when the client has come; a server's bytes to nobody are lost
-    EXPECT_EQ(one.receive(1), "!");
+    ASSERT_EQ(one.receive(1), "!");
     expect_carries(one.master(), other.master(), much);
 
     const Program_result& result = client.end(SIGINT);
@@ -225,14 +237,14 @@ TEST_F(Stream_relay, two_that_exchange_frames_over_a_line_lose_none_when_the_lin
     const std::string near = folder.path("near");
     const std::string far = folder.path("far");
     Running_program line("socat", {"PTY,raw,echo=0,link=" + near, "PTY,raw,echo=0,link=" + far});
-    EXPECT_TRUE(eventually([&] { return std::filesystem::exists(near) && std::filesystem::exists(far); }));
+    ASSERT_TRUE(eventually([&] { return std::filesystem::exists(near) && std::filesystem::exists(far); }));
     const Terminal_end near_line(near);
     Running_program second(STREAM_RELAY, {"front/line,aim," + far, other.path()});
     other.send("!");
-    EXPECT_EQ(read_exactly(near_line.fd(), 10).substr(0, 7), ">>004x!"); // the second is there
+    ASSERT_EQ(read_exactly(near_line.fd(), 10).substr(0, 7), ">>004x!"); // the second is there
     Running_program first(STREAM_RELAY, {one.path(), "aim," + near});
     one.send("!");
-    EXPECT_EQ(other.receive(1), "!"); // the first, too
+    ASSERT_EQ(other.receive(1), "!"); // the first, too
     expect_carries(one.master(), other.master(), 2 << 20);
     EXPECT_EQ(first.end(SIGINT).status, 0);
     EXPECT_EQ(second.end(SIGINT).status, 0);
@@ -258,10 +270,10 @@ TEST_F(Stream_relay, goes_on_when_a_line_returns_and_loses_nothing_that_was_sent
     name.give_to(first);
     const TCP_port port;
     Running_program relay(STREAM_RELAY, {name.path(), "tcp:" + std::to_string(port.number()), "--reconnect"});
-    EXPECT_TRUE(eventually([&] { return TCP_socket::can_connect("127.0.0.1", port.number()); }));
+    ASSERT_TRUE(eventually([&] { return TCP_socket::can_connect("127.0.0.1", port.number()); }));
     const TCP_socket client = TCP_socket::connected_to(port.number());
     client.send("to the first line");
-    EXPECT_EQ(first.receive(17), "to the first line");
+    ASSERT_EQ(first.receive(17), "to the first line");
     first.send("from the first line");
     EXPECT_EQ(client.receive(19), "from the first line");
 

@@ -19,7 +19,8 @@ int descriptor_of_process(pid_t process) {
 Running_program::Running_program(std::string path, std::vector<std::string> arguments) {
     std::promise<int> process;
     auto started = process.get_future();
-    Program program(std::move(path), std::move(arguments));
+    arguments.insert(arguments.begin(), {"--pdeathsig", "KILL", "--", std::move(path)});
+    Program program("setpriv", std::move(arguments));
     program.time_limit(time_limit);
     runner_ = std::thread([this, program, process = std::move(process)]() mutable {
         bool told = false;

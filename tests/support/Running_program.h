@@ -6,7 +6,8 @@
 #include <sys/types.h>
 #include <thread>
 
-/// A program that runs beside the test, socat for one, and is ended with it.
+/// A program that runs beside the test, socat for one, and is ended with it, also when the test is killed: a program
+/// that is left behind would take the bytes of a later test whose terminal gets the same number.
 ///
 ///     Running_program peer("socat", {"TCP-LISTEN:" + port + ",bind=127.0.0.1", "PIPE"});
 class Running_program {
