@@ -2,8 +2,30 @@
 
 #include <limits>
 
-bool module_man::init_module(std::int16_t* id, [[maybe_unused]] bool permanent) {
-    constexpr std::uint32_t count = std::numeric_limits<std::int16_t>::max();
-    *id = static_cast<std::int16_t>(next_.fetch_add(1, std::memory_order_relaxed) % count + 1);
-    return true;
+namespace {
+
+constexpr std::uint32_t id_count = std::numeric_limits<std::int16_t>::max();
+
+} // namespace
+
+/// The first of `count` ids in a row.
+std::uint32_t module_man::take(std::uint32_t count) {
+    std::uint32_t first = next_.load(std::memory_order_relaxed);
+    std::uint32_t begin = 0;
+    do {
+        begin = first + count <= id_count ? first : 0;
+    } while (!next_.compare_exchange_weak(first, begin + count, std::memory_order_relaxed));
+    return begin + 1;
+}
+
+int module_man::init_module(std::int16_t* id, [[maybe_unused]] bool permanent) {
+    *id = static_cast<std::int16_t>(take(1));
+    return 0;
+}
+
+int module_man::init_module_array(std::uint16_t* ids, int count, [[maybe_unused]] bool permanent) {
+    const std::uint32_t first = take(static_cast<std::uint32_t>(count));
+    for (int i = 0; i < count; ++i)
+        ids[i] = static_cast<std::uint16_t>(first + static_cast<std::uint32_t>(i));
+    return 0;
 }

@@ -10,9 +10,9 @@ namespace {
 TEST(module_man, counts_from_one) {
     module_man modules;
     std::int16_t id = 0;
-    EXPECT_TRUE(modules.init_module(&id, false));
+    EXPECT_EQ(modules.init_module(&id, false), 0);
     EXPECT_EQ(id, 1);
-    EXPECT_TRUE(modules.init_module(&id, true));
+    EXPECT_EQ(modules.init_module(&id, true), 0);
     EXPECT_EQ(id, 2);
 }
 
@@ -20,10 +20,10 @@ TEST(module_man, starts_again_at_one_after_the_largest_id) {
     module_man modules;
     std::int16_t id = 0;
     for (int expected = 1; expected <= 32767; ++expected) {
-        ASSERT_TRUE(modules.init_module(&id, false));
+        ASSERT_EQ(modules.init_module(&id, false), 0);
         ASSERT_EQ(id, expected);
     }
-    EXPECT_TRUE(modules.init_module(&id, false));
+    EXPECT_EQ(modules.init_module(&id, false), 0);
     EXPECT_EQ(id, 1);
 }
 

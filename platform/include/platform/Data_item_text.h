@@ -1,0 +1,22 @@
+#pragma once
+
+/// Numbers as text. The locale never matters.
+///
+/// `T` is bool (0 or 1), char (a number from 0 to 255), an integer, float or double. The text is the shortest one that
+/// reads back to the same bits, "inf", "-inf", "nan" and "-0" included; a NaN that is not the ordinary one
+/// shows its bits: "nan(0x7fc00001)".
+template <typename T>
+struct Data_item_stringify {
+    /// Writes the whole text and its NUL, or, when `len` bytes have no room for both, nothing: half a number is another
+    /// number.
+    /// \return characters written, without the NUL
+    static int to_string(T value, char* buf, int len);
+};
+
+/// Text as numbers: decimal, with a sign where the type has one; a number with a point or an exponent for a
+/// floating-point type only. A bool may be "true" or "false", too. Spaces and tabs in front are skipped.
+template <typename T>
+struct Data_item_destringify {
+    /// \return the position behind the number; null, with `value` untouched, when there is none or it does not fit
+    static const char* from_string(const char* text, T& value);
+};

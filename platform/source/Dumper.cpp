@@ -1,0 +1,25 @@
+#include <platform/Debug.h>
+#include <platform/Dumper.h>
+
+namespace Debug {
+
+namespace {
+
+constexpr int blanks_a_group = 2;
+
+} // namespace
+
+void Print_dumper::print_field(const char* name, const char* text) {
+    Print::dprint("%*s%s: %s\n", depth_ * blanks_a_group, "", name, text);
+}
+
+void Print_dumper::begin_group(const char* name) {
+    Print::dprint("%*s%s:\n", depth_ * blanks_a_group, "", name);
+    ++depth_;
+}
+
+void Print_dumper::end_group() {
+    --depth_;
+}
+
+} // namespace Debug
