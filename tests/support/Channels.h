@@ -13,7 +13,6 @@ struct Channel {
     std::unique_ptr<Stream_end> near_end;
     std::unique_ptr<Stream_end> far_end;
 
-    bool echoes() const { return !far_end; }
     /// Where what the near end writes arrives.
     Stream_end& other_end() const { return far_end ? *far_end : *near_end; }
 };

@@ -29,14 +29,21 @@ TEST_F(Queue_end_test, takes_what_fits) {
     EXPECT_EQ(take_buffered(strict), numbered(capacity));
 }
 
-TEST_F(Queue_end_test, takes_a_whole_frame_and_its_line_feed_or_nothing_of_either) {
-    EXPECT_EQ(write_bytes(strict, numbered(capacity)), 0); // no room for the line feed
+TEST_F(Queue_end_test, takes_a_frame_and_its_line_feed) {
     EXPECT_EQ(write_bytes(strict, numbered(capacity - 1)), static_cast<int>(capacity - 1));
-    EXPECT_EQ(write_bytes(strict, "xy"), 0);
     EXPECT_EQ(write_bytes(strict, "\n"), 1);
-    EXPECT_EQ(write_bytes(strict, "\n"), 0);
+    EXPECT_EQ(write_bytes(strict, "\n"), 0); // full
     EXPECT_EQ(take_buffered(loose), numbered(capacity - 1) + "\n");
-    EXPECT_EQ(write_bytes(strict, "xy"), 2);
+}
+
+TEST_F(Queue_end_test, takes_neither_frame_nor_line_feed_without_room_for_both) {
+    EXPECT_EQ(write_bytes(strict, numbered(capacity)), 0);
+    EXPECT_EQ(write_bytes(strict, "\n"), 0);
+    EXPECT_EQ(loose.bytes_avail(), 0U);
+    EXPECT_EQ(write_bytes(strict, numbered(100)), 100);
+    EXPECT_EQ(write_bytes(strict, "\n"), 1);
+    EXPECT_EQ(write_bytes(strict, numbered(capacity - 101)), 0);
+    EXPECT_EQ(write_bytes(strict, numbered(capacity - 102)), static_cast<int>(capacity - 102));
 }
 
 TEST_F(Queue_end_test, nothing_can_be_fetched) {

@@ -26,16 +26,25 @@ int Queue_end::get_data(int n) {
 }
 
 int Queue_end::_write(const unsigned char* data, unsigned int len) {
-    return static_cast<int>(other_->receive(data, len, writes_));
+    return static_cast<int>(writes_ == whole ? other_->receive_whole(data, len) : other_->receive(data, len));
 }
 
-unsigned int Queue_end::receive(const unsigned char* data, unsigned int len, Writes how) {
+unsigned int Queue_end::receive(const unsigned char* data, unsigned int len) {
     const std::lock_guard<Mutex> guard(mutex_);
-    const unsigned int needed = len == 1 ? 1 : len + 1;
-    if (how == whole && needed > rx_buffer.room())
-        return 0;
     const unsigned int taken = rx_buffer.append(data, len);
     if (taken > 0)
         send_rx_event(rx_buffer.full());
     return taken;
+}
+
+unsigned int Queue_end::receive_whole(const unsigned char* data, unsigned int len) {
+    const bool is_line_feed = len == 1;
+    const bool refused = is_line_feed ? refused_frame_ : len >= room();
+    refused_frame_ = refused && !is_line_feed;
+    return refused ? 0 : receive(data, len);
+}
+
+unsigned int Queue_end::room() {
+    const std::lock_guard<Mutex> guard(mutex_);
+    return rx_buffer.room();
 }

@@ -7,14 +7,13 @@
 
 /// One of two streams back to back inside the process: what is written to one is received by the other.
 ///
-/// Neither waits: a write takes what fits into the other end's receive ring, or, at an end that keeps writes whole,
-/// nothing unless all of it fits.
+/// Neither waits: a write takes what fits into the other end's receive ring. At an end for frames, which a framing
+/// adapter writes with a line feed of its own behind each, it takes a frame and its line feed whole, or neither.
+///
+/// **Threads.** Each end has one thread that writes to it, and any that read from it.
 class Queue_end : public Event_sender_data_stream {
   public:
-    enum Writes {
-        take_what_fits,
-        whole, ///< and one more byte still fits: the line feed that a framing adapter writes behind each frame
-    };
+    enum Writes { take_what_fits, whole };
 
     using Pair = std::pair<std::unique_ptr<Queue_end>, std::unique_ptr<Queue_end>>;
     /// Two ends. Nobody writes to one when the other is gone.
@@ -31,9 +30,12 @@ class Queue_end : public Event_sender_data_stream {
 
   private:
     explicit Queue_end(Writes writes);
-    unsigned int receive(const unsigned char* data, unsigned int len, Writes how);
+    unsigned int receive(const unsigned char* data, unsigned int len);
+    unsigned int receive_whole(const unsigned char* data, unsigned int len);
+    unsigned int room();
 
     const Writes writes_;
     Queue_end* other_ = nullptr;
+    bool refused_frame_ = false; ///< and its line feed, which comes next, goes with it
     Mutex mutex_;
 };
