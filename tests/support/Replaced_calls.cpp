@@ -69,7 +69,9 @@ extern "C" int gettimeofday(timeval* now, void* zone) noexcept {
 extern "C" ssize_t read(int fd, void* destination, size_t size) {
     static const auto original = in_c_library<decltype(read)>("read");
     const Replaced_calls* const instead = replaced;
-    const auto answer = instead && instead->read ? instead->read(fd) : std::nullopt;
+    auto answer = instead && instead->read ? instead->read(fd) : std::nullopt;
+    if (!answer && instead && instead->read_into)
+        answer = instead->read_into(fd, destination, size);
     return answer ? *answer : original(fd, destination, size_to_read(size));
 }
 
@@ -81,7 +83,9 @@ extern "C" ssize_t recv(int fd, void* destination, size_t size, int flags) {
 extern "C" ssize_t write(int fd, const void* source, size_t size) {
     static const auto original = in_c_library<decltype(write)>("write");
     const Replaced_calls* const instead = replaced;
-    const auto answer = instead && instead->write ? instead->write(fd) : std::nullopt;
+    auto answer = instead && instead->write ? instead->write(fd) : std::nullopt;
+    if (!answer && instead && instead->write_from)
+        answer = instead->write_from(fd, source, size);
     return answer ? *answer : original(fd, source, size_to_write(size));
 }
 

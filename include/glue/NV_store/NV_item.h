@@ -165,6 +165,13 @@ class GLUE_EXPORT NV_item : public QObject, public Data_item {
     /// \return false when the record is damaged or of a type that cannot be passed over
     static bool deserialise_unknown_handoff(NV_iterator* it);
 
+    /// Sets dirty flags again that a save has cleared, for whoever finds out later that its bytes were lost. Tells
+    /// nobody. An addition of ours.
+    /// \param flags  of these `dirty_write` and `dirty_change`; others are left as they are
+    void give_back_dirty(unsigned char flags) {
+        flags_ = static_cast<unsigned char>(flags_ | (flags & (dirty_write | dirty_change)));
+    }
+
   Q_SIGNALS:
     void value_changed();
     void value_changed(NV_store::NV_item* item);
