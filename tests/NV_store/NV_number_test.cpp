@@ -1,7 +1,6 @@
 #include <glue/NV_store/NV_number.h>
 #include <glue/NV_store/NV_root.h>
 
-#include <support/Captured_debug.h>
 #include <support/Number_forms.h>
 #include <support/Recorded_fields.h>
 #include <support/Recording_waiter.h>
@@ -334,6 +333,18 @@ TYPED_TEST(NV_number_of, is_printed_by_name) {
     EXPECT_EQ(fields.text(), "swath=1;number=1;");
 }
 
+TYPED_TEST(NV_number_of, is_printed_whole_however_long_it_is) {
+    using Value = typename TestFixture::Held;
+    for (const Value value : telling_values<Value>()) {
+        Recorded_fields fields;
+        char text[64];
+        this->number._set(value);
+        ASSERT_GT(this->number._to_string(text, sizeof text), 0);
+        this->number.print(fields);
+        EXPECT_EQ(fields.text(), "number=" + std::string(text) + ";");
+    }
+}
+
 // Numbers that are none
 
 template <typename Number>
@@ -365,90 +376,6 @@ TYPED_TEST(NV_floating_number, has_a_range_without_zero_and_below) {
     typename TestFixture::Held high{};
     this->number.get_range(low, high);
     EXPECT_GT(low, 0);
-}
-
-// The lock
-
-struct NV_number_lock : testing::Test {
-    NV_number_lock() { root._set_root(&root); }
-
-    NV_root root{nullptr, 0, "root"};
-    NV_number<int, 9> number{&root, 1, 5, "number"};
-    NV_number<int, 9> other{&root, 2, 6, "other"};
-};
-using NV_number_lock_DeathTest = NV_number_lock;
-
-TEST_F(NV_number_lock_DeathTest, is_taken_by_what_has_no_underscore) {
-    int low = 0;
-    int high = 0;
-    const std::function<void()> operations[] = {
-        [&] { number.get(); },
-        [&] { number.get_range(low, high); },
-        [&] { number.set(6); },
-        [&] { number = 6; },
-        [&] { number = other; },
-        [&] { number.set(other); },
-        [&] { number += 1; },
-        [&] { number -= 1; },
-        [&] { number++; },
-        [&] { (void)(number - other); },
-        [&] { (void)(number == 5); },
-        [&] { (void)(number == other); },
-    };
-    for (const std::function<void()>& operation : operations)
-        EXPECT_DEATH(
-            {
-                root.lock();
-                operation();
-            },
-            "")
-            << "operation " << &operation - operations;
-}
-
-TEST_F(NV_number_lock, is_left_to_the_caller_by_all_else) {
-    const NV_lock held(root);
-    char text[8];
-    EXPECT_EQ(number._get(), 5);
-    EXPECT_TRUE(number._set(6));
-    EXPECT_TRUE(number._set(7, notify_all));
-    EXPECT_TRUE(number._set(other, notify_all));
-    EXPECT_TRUE(number.set_default(true));
-    EXPECT_TRUE(number == "5");
-    EXPECT_EQ(number._to_string(text, sizeof text), 1);
-    EXPECT_NE(number._from_string("8"), nullptr);
-    EXPECT_EQ(number.get_default(), 5);
-}
-
-TEST_F(NV_number_lock, is_held_while_others_are_told) {
-    int told = 0;
-    QObject::connect(&number, qOverload<>(&NV_item::value_changed), [&] {
-        EXPECT_EQ(root.mutex().owner_thread(), QThread::currentThreadId());
-        EXPECT_EQ(number._get(), ++told);
-    });
-    number.set(1);
-    number = 2;
-    number += 1;
-    number++;
-    EXPECT_EQ(told, 4);
-}
-
-TEST_F(NV_number_lock, makes_counting_by_several_threads_exact) {
-    constexpr int threads = 3;
-    constexpr int each = 2000;
-    std::vector<std::thread> running;
-    number.set(0);
-    for (int i = 0; i < threads; ++i)
-        running.emplace_back([this] {
-            for (int n = 0; n < each; ++n) {
-                number++;
-                number += 2;
-                number -= 1;
-                other.set(number);
-            }
-        });
-    for (std::thread& thread : running)
-        thread.join();
-    EXPECT_EQ(number.get(), threads * each * 2);
 }
 
 // What is part of the binary interface
