@@ -11,6 +11,7 @@
 #include <support/Recording_waiter.h>
 #include <support/Replaced_calls.h>
 #include <support/Replaced_process_calls.h>
+#include <support/Signal_handling.h>
 #include <support/Stream_bytes.h>
 #include <support/Temporary_folder.h>
 #include <support/Vtable_slot.h>
@@ -488,7 +489,7 @@ TEST(Process_data_stream_input, of_a_child_that_does_not_read_never_blocks) {
 }
 
 TEST(Process_data_stream_input, that_the_child_has_closed_fails_without_a_signal) {
-    signal(SIGPIPE, SIG_DFL);
+    const Signal_handling deadly(SIGPIPE, SIG_DFL);
     Process_data_stream stream(nullptr, shell("exec <&-; echo closed; exec sleep 1000"), nullptr);
     ASSERT_EQ(line_of(stream), "closed");
     for (int i = 0; i < 2; ++i) {
