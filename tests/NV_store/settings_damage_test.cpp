@@ -247,6 +247,16 @@ TEST_F(Hostile_content, unknown_numbers_arrays_and_containers_are_passed_over) {
     expect_passed_over(content);
 }
 
+TEST_F(Hostile_content, records_in_another_order_load_completely) {
+    const std::string inner = container(1, 3, header(15, 9, 2) + std::string(8, '\1') + header(2, 9, 1) + "\1");
+    EXPECT_TRUE(tree.load(root(last_is_8 + container(1, 2, inner) + first_is_7)).intact);
+    EXPECT_EQ(tree.last.get(), 8);
+    EXPECT_EQ(tree.first.get(), 7);
+    EXPECT_TRUE(tree.outer.inner.flag.get());
+    EXPECT_EQ(tree.outer.inner.wide.get(), 0x0101010101010101ULL);
+    EXPECT_EQ(tree.outer.gain.get(), 1.5F); // not stored: as it was
+}
+
 TEST_F(Hostile_content, largest_array_is_passed_over_when_it_is_there_and_refused_when_it_is_not) {
     const std::string counts = "\xFF\xFF";
     const std::string values(255 * 255 * 8, '\0');
