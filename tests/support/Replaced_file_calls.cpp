@@ -1,4 +1,5 @@
 #include <support/Replaced_file_calls.h>
+#include <support/Replaced_ioctl.h>
 
 #include <cstdarg>
 #include <cstdio>
@@ -82,15 +83,16 @@ extern "C" int close(int fd) {
     return instead ? *instead : original(fd);
 }
 
-extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
-    static const auto original = in_c_library<int(int, unsigned long, void*)>("ioctl");
-    va_list arguments;
-    va_start(arguments, request);
-    void* const argument = va_arg(arguments, void*);
-    va_end(arguments);
+namespace {
+
+const Replaced_ioctl answered_by_a_test([](int fd, unsigned long request, void*, int& result) {
     const auto instead = answer(&Replaced_file_calls::ioctl, fd, request);
-    return instead ? *instead : original(fd, request, argument);
-}
+    if (instead)
+        result = *instead;
+    return instead.has_value();
+});
+
+} // namespace
 
 extern "C" int ftruncate(int fd, off_t length) noexcept {
     static const auto original = in_c_library<int(int, off_t)>("ftruncate");
