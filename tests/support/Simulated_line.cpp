@@ -1,10 +1,11 @@
+#include <support/Replaced_ioctl.h>
 #include <support/Simulated_line.h>
 
 #include <atomic>
 #include <cerrno>
-#include <cstdarg>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <optional>
 #include <sys/stat.h>
 #include <utility>
 
@@ -18,6 +19,12 @@ std::atomic<Simulated_line*> simulated{nullptr};
 Simulated_line* line_behind(int fd) {
     Simulated_line* const line = simulated;
     return line && line->is_behind(fd) ? line : nullptr;
+}
+
+std::optional<int> ioctl_of_line(int fd, unsigned long request, void* argument) {
+    int result = 0;
+    Simulated_line* const line = line_behind(fd);
+    return line && line->control(request, argument, result) ? std::optional(result) : std::nullopt;
 }
 
 template <typename Function>
@@ -47,9 +54,11 @@ Simulated_line::Simulated_line() : settings_(cooked()) {
         ADD_FAILURE() << "cannot tell the device of " << path();
     device_ = status.st_rdev;
     EXPECT_EQ(simulated.exchange(this), nullptr);
+    replace_ioctl(ioctl_of_line);
 }
 
 Simulated_line::~Simulated_line() {
+    replace_ioctl(nullptr);
     simulated = nullptr;
 }
 
@@ -153,15 +162,4 @@ extern "C" int tcsetattr(int fd, int action, const termios* settings) noexcept {
     static const auto original = in_c_library<int(int, int, const termios*)>("tcsetattr");
     Simulated_line* const line = line_behind(fd);
     return line ? line->set(action, settings) : original(fd, action, settings);
-}
-
-extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
-    static const auto original = in_c_library<int(int, unsigned long, ...)>("ioctl");
-    va_list arguments;
-    va_start(arguments, request);
-    void* const argument = va_arg(arguments, void*);
-    va_end(arguments);
-    int result = 0;
-    Simulated_line* const line = line_behind(fd);
-    return line && line->control(request, argument, result) ? result : original(fd, request, argument);
 }

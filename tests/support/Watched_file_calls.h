@@ -2,6 +2,7 @@
 
 #include <support/Replaced_calls.h>
 #include <support/Replaced_file_calls.h>
+#include <support/Replaced_save_calls.h>
 
 #include <functional>
 #include <optional>
@@ -45,5 +46,6 @@ class Watched_file_calls {
     Decision decision_;
     bool deciding_ = false;
     Replaced_file_calls calls_;
+    Replaced_save_calls save_calls_;
     Replaced_calls transfers_;
 };
