@@ -3,9 +3,9 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstdarg>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
-#include <optional>
 #include <sys/stat.h>
 #include <utility>
 
@@ -19,12 +19,6 @@ std::atomic<Simulated_line*> simulated{nullptr};
 Simulated_line* line_behind(int fd) {
     Simulated_line* const line = simulated;
     return line && line->is_behind(fd) ? line : nullptr;
-}
-
-std::optional<int> ioctl_of_line(int fd, unsigned long request, void* argument) {
-    int result = 0;
-    Simulated_line* const line = line_behind(fd);
-    return line && line->control(request, argument, result) ? std::optional(result) : std::nullopt;
 }
 
 template <typename Function>
@@ -54,11 +48,9 @@ Simulated_line::Simulated_line() : settings_(cooked()) {
         ADD_FAILURE() << "cannot tell the device of " << path();
     device_ = status.st_rdev;
     EXPECT_EQ(simulated.exchange(this), nullptr);
-    replace_ioctl(ioctl_of_line);
 }
 
 Simulated_line::~Simulated_line() {
-    replace_ioctl(nullptr);
     simulated = nullptr;
 }
 
@@ -163,3 +155,12 @@ extern "C" int tcsetattr(int fd, int action, const termios* settings) noexcept {
     Simulated_line* const line = line_behind(fd);
     return line ? line->set(action, settings) : original(fd, action, settings);
 }
+
+namespace {
+
+const Replaced_ioctl answered_by_a_line([](int fd, unsigned long request, void* argument, int& result) {
+    Simulated_line* const line = line_behind(fd);
+    return line && line->control(request, argument, result);
+});
+
+} // namespace

@@ -24,18 +24,18 @@ Watched_file_calls::Watched_file_calls(const std::string& folder, Decision decis
     : folder_(fs::canonical(folder).string()), decision_(std::move(decision)) {
     calls_.openat = [this](const char* name, int flags) { return as_int(by_name("open", name, flags)); };
     calls_.unlinkat = [this](const char* name) { return as_int(by_name("unlink", name)); };
-    save_calls_.fstatat = [this](const char* name) { return as_int(by_name("stat", name)); };
-    save_calls_.faccessat = [this](const char* name) { return as_int(by_name("access", name)); };
-    save_calls_.renameat = [this](const char* from, const char* to) { return as_int(by_name("rename", from, 0, to)); };
+    calls_.fstatat = [this](const char* name) { return as_int(by_name("stat", name)); };
+    calls_.faccessat = [this](const char* name) { return as_int(by_name("access", name)); };
+    calls_.renameat = [this](const char* from, const char* to) { return as_int(by_name("rename", from, 0, to)); };
     calls_.fsync = [this](int fd) { return as_int(by_descriptor("sync", fd)); };
     calls_.fstat = [this](int fd) { return as_int(by_descriptor("stat", fd)); };
-    save_calls_.close = [this](int fd) { return as_int(by_descriptor("close", fd)); };
-    save_calls_.lseek = [this](int fd) { return as_int(by_descriptor("seek", fd)); };
-    save_calls_.flock = [this](int fd) { return as_int(by_descriptor("lock", fd)); };
-    save_calls_.fchmod = [this](int fd) { return as_int(by_descriptor("mode", fd)); };
-    save_calls_.fchown = [this](int fd) { return as_int(by_descriptor("owner", fd)); };
-    save_calls_.ftruncate = [this](int fd, off_t length) { return as_int(by_descriptor("truncate", fd, length)); };
-    save_calls_.ioctl = [this](int fd, unsigned long request) {
+    calls_.close = [this](int fd) { return as_int(by_descriptor("close", fd)); };
+    calls_.lseek = [this](int fd) { return as_int(by_descriptor("seek", fd)); };
+    calls_.flock = [this](int fd) { return as_int(by_descriptor("lock", fd)); };
+    calls_.fchmod = [this](int fd) { return as_int(by_descriptor("mode", fd)); };
+    calls_.fchown = [this](int fd) { return as_int(by_descriptor("owner", fd)); };
+    calls_.ftruncate = [this](int fd, off_t length) { return as_int(by_descriptor("truncate", fd, length)); };
+    calls_.ioctl = [this](int fd, unsigned long request) {
         return as_int(by_descriptor("ioctl", fd, static_cast<long>(request)));
     };
     transfers_.read_into = [this](int fd, void*, size_t size) {

@@ -2,7 +2,6 @@
 
 #include <support/Replaced_calls.h>
 #include <support/Replaced_file_calls.h>
-#include <support/Replaced_save_calls.h>
 
 #include <functional>
 #include <optional>
@@ -46,6 +45,5 @@ class Watched_file_calls {
     Decision decision_;
     bool deciding_ = false;
     Replaced_file_calls calls_;
-    Replaced_save_calls save_calls_;
     Replaced_calls transfers_;
 };
