@@ -1,10 +1,10 @@
 #include "Recorded_walk.h"
 
-#include <support/Nested_settings.h>
 #include <support/Frame_builder.h>
+#include <support/Nested_settings.h>
 #include <support/Random.h>
-#include <support/settings_records.h>
 #include <support/mended_checksums.h>
+#include <support/settings_records.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -7,7 +7,6 @@
 #include <algorithm>
 
 using DTS::Defs;
-using NV_store::NV_iterator;
 using NV_store::Record_header;
 using NV_store::record_options;
 
