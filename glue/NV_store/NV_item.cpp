@@ -21,11 +21,14 @@ NV_item::NV_item(NV_container* parent, unsigned short id, const char* name, NV_c
         parent_->add_child(this);
 }
 
+// NOLINTNEXTLINE(readability-redundant-member-init): a Qt object is not copied, which is to be seen here
 NV_item::NV_item(const NV_item& other) : QObject(), Data_item(other) {
     copy(other);
 }
 
 NV_item& NV_item::operator=(const NV_item& other) {
+    if (this == &other)
+        return *this;
     copy(other);
     Data_item::operator=(other);
     return *this;

@@ -20,6 +20,7 @@ using CDS::Remote::Send_buffer;
 template <typename T>
 struct Codec;
 
+// NOLINTBEGIN(bugprone-macro-parentheses): the arguments are types and parts of names
 #define CODEC(T, name, NAME)                                                                                           \
     template <>                                                                                                        \
     struct Codec<T> {                                                                                                  \
@@ -41,6 +42,7 @@ CODEC(float, float, FLOAT)
 CODEC(double, double, DOUBLE)
 
 #undef CODEC
+// NOLINTEND(bugprone-macro-parentheses)
 
 /// The 64-bit types have other names on other machines.
 template <>
@@ -186,12 +188,14 @@ bool NV_number<T, Type>::set(const NV_item& other) {
     return _set(*number, notify_all);
 }
 
+// NOLINTBEGIN(misc-unconventional-assign-operator): gives the value, as a number would
 template <typename T, int Type>
 T NV_number<T, Type>::operator=(T value) {
     const NV_lock held(*this);
     _set(value, notify_all);
     return value_;
 }
+// NOLINTEND(misc-unconventional-assign-operator)
 
 template <typename T, int Type>
 NV_number<T, Type>& NV_number<T, Type>::operator=(const NV_number& other) {

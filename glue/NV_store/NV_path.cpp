@@ -17,6 +17,8 @@ NV_path::NV_path(const NV_path& other) : ids_(room_), capacity_(other.capacity_)
 }
 
 NV_path& NV_path::operator=(const NV_path& other) {
+    if (this == &other)
+        return *this;
     capacity_ = other.capacity_;
     head_ = other.head_;
     tail_ = other.tail_;

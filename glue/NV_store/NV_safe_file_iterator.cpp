@@ -88,7 +88,7 @@ bool follow_links(std::string& path) {
         if (length < 0)
             return true; // no link, or nothing at all: opening will tell
         const std::string next(target, static_cast<std::size_t>(length));
-        path = next[0] == '/' ? next : folder_part(path) + next;
+        path = next[0] == '/' ? next : folder_part(path).append(next);
     }
     errno = ELOOP;
     return false;
