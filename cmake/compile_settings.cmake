@@ -11,6 +11,9 @@ function(glue_compile_settings target)
                                                  -fno-sanitize-recover=all -g)
         target_link_options(${target} PUBLIC -fsanitize=${GLUE_SANITIZE})
     endif()
+    if(GLUE_FUZZ) # lets the fuzzer see which way an input takes
+        target_compile_options(${target} PRIVATE -fsanitize=fuzzer-no-link)
+    endif()
 endfunction()
 
 # Tests are compiled once and run for seconds: little optimisation, so that building them does not take longer than that.

@@ -1,5 +1,7 @@
 #include <glue/data_stream/Data_stream_factory.h>
 
+#include "stream_specification.h"
+
 #include <glue/data_stream/AIM_data_stream_adapter.h>
 #include <glue/data_stream/Posix_console_data_stream.h>
 #include <glue/data_stream/Posix_threaded_serial_data_stream.h>
@@ -10,7 +12,6 @@
 
 #include <cstdio>
 #include <cstring>
-#include <regex>
 #include <string>
 
 namespace {
@@ -18,26 +19,6 @@ namespace {
 using Stream = std::unique_ptr<Event_sender_data_stream>;
 
 constexpr char aim_channel = 'x';
-
-/// Takes the label off the front of a specification and returns it; "" when there is none.
-std::string take_label(const char*& spec) {
-    static const std::regex expression("^(.*)/(.*?),");
-    std::cmatch match;
-    if (!std::regex_search(spec, match, expression, std::regex_constants::match_continuous))
-        return {};
-    spec = match[0].second;
-    return match[1].str() + "/" + match[2].str();
-}
-
-/// Takes the prefix that asks for the AIM adapter off the front of a specification; whether it was there.
-bool take_aim_prefix(const char*& spec) {
-    static const std::regex expression("^aim,");
-    std::cmatch match;
-    if (!std::regex_search(spec, match, expression, std::regex_constants::match_continuous))
-        return false;
-    spec = match[0].second;
-    return true;
-}
 
 /// Asks one kind after the other; null when none takes the text.
 Stream make_transport(module_man& modules, const char* spec) {
@@ -61,28 +42,19 @@ void apply(const Data_stream_create_options& options, Data_stream& stream) {
         stream.set_write_timeout(options.write_timeout_ms);
 }
 
-/// An empty text is no kind's, nor one too long to be matched safely.
-bool may_be_a_specification(const char* spec) {
-    const std::size_t length = strnlen(spec, longest_stream_specification + 1);
-    return length > 0 && length <= longest_stream_specification;
-}
-
 Stream create(module_man& modules, const char* spec, std::string& label, Data_stream_create_options options) {
     Stream stream;
-    bool wants_aim = false;
-    if (may_be_a_specification(spec)) {
-        const char* rest = spec;
-        label = take_label(rest);
-        wants_aim = take_aim_prefix(rest);
-        if (*rest != '\0')
-            stream = make_transport(modules, rest);
+    const auto split = glue_detail::split_specification(spec);
+    if (split) {
+        label = split->label;
+        stream = make_transport(modules, split->own_text);
     }
     if (!stream) {
         std::fprintf(stderr, "Error: can't parse %s into a port specification\n", spec);
         return nullptr;
     }
     apply(options, *stream);
-    if (wants_aim)
+    if (split->wants_aim)
         stream = std::make_unique<AIM_data_stream_adapter>(modules, std::move(stream), aim_channel);
     stream->set_description(spec);
     return stream;

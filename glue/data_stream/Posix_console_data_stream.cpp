@@ -1,14 +1,13 @@
 #include <glue/data_stream/Posix_console_data_stream.h>
 
+#include "stream_specification.h"
+
 #include <cstdlib>
-#include <cstring>
 #include <fcntl.h>
 #include <mutex>
 #include <unistd.h>
 
 namespace {
-
-constexpr char specification[] = "cons:";
 
 void set_input_blocking(bool on) {
     const int flags = fcntl(STDIN_FILENO, F_GETFL);
@@ -67,7 +66,7 @@ termios key_by_key(termios attributes) {
 } // namespace
 
 Posix_console_data_stream* Posix_console_data_stream::create(const char* spec) {
-    if (std::strncmp(spec, specification, std::strlen(specification)) != 0)
+    if (!glue_detail::is_console(spec))
         return nullptr;
     return new Posix_console_data_stream;
 }

@@ -1,13 +1,10 @@
 #include <glue/data_stream/Posix_serial_port.h>
 
-#include <platform/stzncpy.h>
+#include "stream_specification.h"
 
-#include <cstdlib>
-#include <cstring>
 #include <iterator>
 #include <linux/serial.h>
 #include <mutex>
-#include <string_view>
 #include <sys/ioctl.h>
 #include <tuple>
 
@@ -31,7 +28,6 @@ constexpr Rate rates[] = {
     {300, B300},     {600, B600},     {1200, B1200},   {2400, B2400},     {4800, B4800},     {9600, B9600},
     {19200, B19200}, {38400, B38400}, {57600, B57600}, {115200, B115200}, {230400, B230400}, {460800, B460800},
 };
-constexpr long default_baud = 9600;
 
 const Rate& rate_for(long baud) {
     for (const Rate& rate : rates)
@@ -104,29 +100,6 @@ Posix_serial_port::handshake_t handshake_of(const termios& settings) {
     return (settings.c_iflag & (IXON | IXOFF)) != 0 ? Posix_serial_port::handshake_xon_xoff
                                                     : Posix_serial_port::handshake_none;
 }
-
-// ---- The text that names a line ----
-
-constexpr std::size_t longest_text = 256; // with its NUL
-
-/// What the text holds, cut where it has colons.
-struct Line_text {
-    explicit Line_text(const char* spec) {
-        stzncpy(text, spec, sizeof text);
-        char* rest = text;
-        strsep(&rest, ":");
-        if (const char* const field = strsep(&rest, ":"))
-            baud = std::strtol(field, nullptr, 10);
-        if (const char* const field = strsep(&rest, ":"))
-            mode = std::string_view(field).substr(0, 5);
-    }
-
-    const char* device() const { return text; }
-
-    char text[longest_text];
-    long baud = default_baud;
-    std::string_view mode; ///< of the line driver; only its first five characters
-};
 
 } // namespace
 
@@ -343,7 +316,7 @@ bool Posix_serial_port::baud_rate_supported(long rate) {
 // ---- Opening by one text ----
 
 bool Posix_serial_port::open_from_args(const char* spec) {
-    const Line_text line(spec);
+    const glue_detail::Serial_line_text line(spec);
     if (!open_default(line.device()))
         return false;
     set_baud_rate(line.baud);

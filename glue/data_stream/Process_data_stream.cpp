@@ -10,6 +10,7 @@
 #include "Pipe_signal_guard.h"
 #include "child_process.h"
 #include "descriptors.h"
+#include "stream_specification.h"
 
 #include <platform/Atime.h>
 #include <platform/Debug.h>
@@ -22,7 +23,6 @@
 #include <exception>
 #include <mutex>
 #include <pthread.h>
-#include <regex>
 #include <string>
 #include <sys/select.h>
 #include <sys/wait.h>
@@ -77,17 +77,6 @@ void leave_to_detached_thread(int pid) {
     }
 }
 
-/// The command line of a specification; empty when it has none. The expression finds where it begins; the rest is not
-/// left to it, because the standard library's matching takes stack for every character that it repeats.
-std::string command_of(const char* spec) {
-    static const std::regex beginning("exec:['\"]?([^'\"])");
-    std::cmatch match;
-    if (!std::regex_search(spec, match, beginning))
-        return {};
-    const char* const command = match[1].first;
-    return {command, std::strcspn(command, "'\"")};
-}
-
 /// The words that a shell would make of a text.
 class Split_words {
   public:
@@ -111,7 +100,7 @@ class Split_words {
 } // namespace
 
 Process_data_stream* Process_data_stream::create(module_man& modules, const char* spec, const char* const* envp) {
-    const std::string command = command_of(spec);
+    const std::string command = glue_detail::command_in(spec);
     if (command.empty())
         return nullptr;
     const Split_words words(command.c_str());

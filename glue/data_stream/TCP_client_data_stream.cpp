@@ -1,6 +1,7 @@
 #include <glue/data_stream/TCP_client_data_stream.h>
 
 #include "../assertion.h"
+#include "stream_specification.h"
 
 #include <glue/data_stream/port_logging.h>
 
@@ -9,62 +10,31 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
-#include <string_view>
 #include <unistd.h>
 
 namespace {
 
-constexpr std::string_view prefix = "tcpc:";
 constexpr int longest_backoff = 64;
 constexpr unsigned most_at_once = 256;
-
-struct Target {
-    const char* address = "127.0.0.1";
-    int port = 0;
-};
-
-/// The text behind `key` in a token that begins with it; else null.
-const char* value_of(const char* token, std::string_view key) {
-    return std::strncmp(token, key.data(), key.size()) == 0 ? token + key.size() : nullptr;
-}
-
-/// The same on every system, whatever the size of its `long`.
-int decimal(const char* digits) {
-    return static_cast<int>(std::clamp<long>(std::strtol(digits, nullptr, 10), INT_MIN, INT_MAX));
-}
-
-/// Cuts `text` into its tokens. One that it does not know ends the process: a unit that is configured wrongly must
-/// not go to work.
-Target target_in(char* text) {
-    Target target;
-    char* rest = nullptr;
-    for (char* token = strtok_r(text, ",", &rest); token; token = strtok_r(nullptr, ",", &rest)) {
-        if (const char* address = value_of(token, "addr=")) {
-            target.address = address;
-        } else if (const char* port = value_of(token, "port=")) {
-            target.port = decimal(port);
-        } else {
-            std::fprintf(stderr, "Unknown token: %s\n", token);
-            std::exit(1);
-        }
-    }
-    return target;
-}
 
 } // namespace
 
 TCP_client_data_stream* TCP_client_data_stream::create(module_man& mm, const char* arg) {
+    constexpr std::string_view prefix = glue_detail::tcp_client_prefix;
     if (std::strncmp(arg, prefix.data(), prefix.size()) != 0)
         return nullptr;
     char tmp[256];
     GLUE_ASSERT(sizeof(tmp) > strlen(arg + 1));
     stzncpy(tmp, arg + prefix.size(), sizeof tmp);
-    const Target target = target_in(tmp);
+    const glue_detail::TCP_client_target target = glue_detail::target_in(tmp);
+    if (target.unknown_token) { // a unit that is configured wrongly must not go to work
+        std::fprintf(stderr, "Unknown token: %s\n", target.unknown_token);
+        std::exit(1);
+    }
     if (target.port == 0) {
         std::fputs("Error: No port specified\n", stderr);
         return nullptr;

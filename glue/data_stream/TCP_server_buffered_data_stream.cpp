@@ -1,6 +1,7 @@
 #include <glue/data_stream/TCP_server_buffered_data_stream.h>
 
 #include "TCP_server_streams.h"
+#include "stream_specification.h"
 
 namespace {
 
@@ -12,8 +13,7 @@ std::string next_task_name() {
 } // namespace
 
 TCP_server_buffered_data_stream* TCP_server_buffered_data_stream::create(module_man& mm, const char* spec) {
-    static const std::regex pattern("tcpb:([0-9]*)");
-    const std::optional<int> port = glue_detail::port_in(spec, pattern);
+    const std::optional<int> port = glue_detail::tcp_server_buffered_port_in(spec);
     return port ? new TCP_server_buffered_data_stream(mm, *port) : nullptr;
 }
 

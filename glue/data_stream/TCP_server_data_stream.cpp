@@ -1,6 +1,7 @@
 #include <glue/data_stream/TCP_server_data_stream.h>
 
 #include "TCP_server_streams.h"
+#include "stream_specification.h"
 
 #include <glue/data_stream/port_logging.h>
 
@@ -18,8 +19,7 @@ constexpr int most_polls_for_end = 100;
 } // namespace
 
 TCP_server_data_stream* TCP_server_data_stream::create(module_man& mm, const char* spec) {
-    static const std::regex pattern("tcp:([0-9]*)");
-    const std::optional<int> port = glue_detail::port_in(spec, pattern);
+    const std::optional<int> port = glue_detail::tcp_server_port_in(spec);
     return port ? new TCP_server_data_stream(mm, *port) : nullptr;
 }
 

@@ -4,17 +4,7 @@
 
 #include <platform/Atime.h>
 
-#include <string>
-
 namespace glue_detail {
-
-std::optional<int> port_in(const char* spec, const std::regex& pattern) {
-    std::cmatch found;
-    if (!std::regex_search(spec, found, pattern))
-        return {};
-    const std::string digits = found[1];
-    return digits.empty() ? 0 : std::stoi(digits);
-}
 
 unsigned int take_received(Event_sender_data_stream& stream, Cbuf_templ<unsigned char>& ring, const unsigned char* data,
                            unsigned int len, std::unique_lock<Mutex> held) {

@@ -4,8 +4,6 @@
 #include <platform/Mutex.h>
 
 #include <mutex>
-#include <optional>
-#include <regex>
 
 class Event_sender_data_stream;
 
@@ -14,11 +12,6 @@ namespace glue_detail {
 
 /// The arguments of their tasks.
 constexpr int server_stack_size = 5120;
-
-/// The port number that a specification names, 0 for one without digits; nothing when it is of another kind.
-/// \param pattern  finds the kind's word anywhere in the text and captures the digits
-/// \throws std::out_of_range when the number does not fit an int
-std::optional<int> port_in(const char* spec, const std::regex& pattern);
 
 /// Moves received bytes into the stream's ring and announces them. When the ring cannot take them all, sleeps for one
 /// unit afterwards, without the lock: whoever offers them is slowed down to the pace of the reader.

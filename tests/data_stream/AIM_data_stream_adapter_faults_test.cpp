@@ -90,6 +90,18 @@ TEST_F(AIM_adapter, frame_longer_than_the_longest_is_refused_and_the_next_one_is
     }
 }
 
+TEST_F(AIM_adapter, raw_stream_that_has_nothing_more_is_not_asked_again_after_a_refusal) {
+    const Captured_debug debug;
+    int fetches = 0;
+    raw.on_fetch = [&fetches] { ++fetches; };
+    raw.receive(build_frame("PG", "abc"));
+    EXPECT_EQ(adapter.bytes_avail(1U), 0);
+    EXPECT_EQ(fetches, 0);
+    raw.receive("!rubbish\n");
+    EXPECT_EQ(adapter.bytes_avail(1U), 0);
+    EXPECT_EQ(fetches, 1); // the parser's, for the rest of the line end
+}
+
 TEST_F(AIM_adapter, reply_ends_the_taking_until_the_next_event) {
     const std::string reply = build_frame("RE", "OK", Checksum::text, "\r\n");
     raw.receive(reply + aim_frame("abc"));

@@ -5,6 +5,7 @@
 #include <support/Captured_debug.h>
 #include <support/Enabled_category.h>
 #include <support/Random.h>
+#include <support/Recorded_platform_calls.h>
 #include <support/Vtable_slot.h>
 
 #include <gtest/gtest.h>
@@ -85,6 +86,22 @@ TEST_F(AIM_adapter, loops_are_numbered_in_the_order_of_construction) {
     const int first = number_of_loop();
     EXPECT_GE(first, 1); // the fixture's own comes before
     EXPECT_EQ(number_of_loop(), first + 1);
+}
+
+TEST_F(AIM_adapter, loop_is_made_and_ended_with_the_numbers_that_platforms_expect) {
+    Recorded_platform_calls calls;
+    { const AIM_data_stream_adapter another(modules, std::make_unique<Scripted_event_sender>(), '1'); }
+    ASSERT_EQ(calls.loops.size(), 1U);
+    const auto& made = calls.loops[0];
+    EXPECT_EQ(made.name, "ADSA");
+    EXPECT_FALSE(made.has_selector);
+    EXPECT_EQ(made.priority, 44);
+    EXPECT_EQ(made.stack_size, 25600);
+    EXPECT_TRUE(made.option_a);
+    EXPECT_FALSE(made.option_b);
+    ASSERT_FALSE(calls.loop_ends.empty());
+    EXPECT_TRUE(calls.loop_ends[0].wait);
+    EXPECT_EQ(calls.loop_ends[0].units, 1000);
 }
 
 // Writing

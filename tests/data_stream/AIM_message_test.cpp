@@ -84,6 +84,15 @@ TEST(AIM_message_test, what_is_set_can_be_read_whatever_the_size) {
     }
 }
 
+TEST(AIM_message_test, payload_may_lie_in_the_buffer_of_the_frame) {
+    Random random;
+    const std::string payload = random.bytes(1000);
+    Buffer buffer(1100);
+    std::copy(payload.begin(), payload.end(), buffer.bytes.begin() + 50);
+    buffer.message.set('1', buffer.bytes.data() + 50, 1000);
+    EXPECT_EQ(in_use(buffer.message), expected_frame('1', payload));
+}
+
 TEST(AIM_message_test, length_digits_are_written_for_payloads_up_to_4089_bytes) {
     for (const unsigned size : {4088U, 4089U, 4090U, 5000U}) {
         const std::string payload(size, 'x');

@@ -241,6 +241,13 @@ TEST_F(Line_adapter, writes_reach_the_inner_stream_unchanged) {
     }
 }
 
+TEST_F(Line_adapter, writes_are_traced_by_the_inner_stream_when_that_traces) {
+    Captured_debug debug;
+    inner.debug_writes = true;
+    EXPECT_EQ(adapter._write(bytes_of("ab"), 2), 2);
+    EXPECT_EQ(debug.text_without_times(), "<time> WR(2)[ab] (2)\n");
+}
+
 TEST_F(Line_adapter, leaves_the_inner_stream_alone_at_the_end) {
     {
         Line_data_stream_adapter another(timeout_ms, &inner);

@@ -1,6 +1,7 @@
 #include <glue/data_stream/Restream_data_stream_adapter.h>
 
 #include <support/Allocation_counter.h>
+#include <support/Captured_debug.h>
 #include <support/Random.h>
 #include <support/Scripted_stream.h>
 #include <support/Stream_bytes.h>
@@ -156,6 +157,13 @@ TEST_F(Restream, writes_return_what_the_inner_stream_says) {
         EXPECT_EQ(adapter._write(bytes_of("abc"), 3), result);
     }
     EXPECT_EQ(inner.written, "ab");
+}
+
+TEST_F(Restream, writes_are_traced_by_the_inner_stream_when_that_traces) {
+    Captured_debug debug;
+    inner.debug_writes = true;
+    EXPECT_EQ(adapter._write(bytes_of("ab"), 2), 2);
+    EXPECT_EQ(debug.text_without_times(), "<time> WR(2)[ab] (2)\n");
 }
 
 TEST_F(Restream, leaves_the_inner_stream_alone_at_the_end) {

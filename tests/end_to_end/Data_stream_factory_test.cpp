@@ -50,6 +50,15 @@ struct Data_stream_factory : testing::Test {
     }
 };
 
+/// The time-outs of a stream over descriptors, in milliseconds; -1: none.
+class Time_outs : public Posix_data_stream {
+  public:
+    static std::pair<int, int> of(const Stream& stream) {
+        const auto& posix = dynamic_cast<const Posix_data_stream&>(*stream);
+        return {posix.*(&Time_outs::read_timeout_ms), posix.*(&Time_outs::write_timeout_ms)};
+    }
+};
+
 template <typename Kind>
 bool is(const Stream& stream) {
     return dynamic_cast<Kind*>(stream.get()) != nullptr;
@@ -79,6 +88,7 @@ TEST_F(Data_stream_factory, makes_the_console) {
 
 TEST_F(Data_stream_factory, asks_the_kinds_in_their_order) {
     EXPECT_TRUE(is<Process_data_stream>(make("tcpc:port=1 exec:true")));
+    EXPECT_TRUE(is<TCP_client_data_stream>(make("tcpc:port=1,addr=tcp:0")));
     EXPECT_TRUE(is<TCP_server_data_stream>(make("tcp:0 tcpb:0")));
     EXPECT_TRUE(is<TCP_server_data_stream>(make("cons: tcp:0")));
     EXPECT_TRUE(is<TCP_server_buffered_data_stream>(make("cons: tcpb:0")));
@@ -132,9 +142,9 @@ TEST_F(Data_stream_factory, label_reaches_as_far_as_it_can) {
 }
 
 TEST_F(Data_stream_factory, label_is_cut_to_its_buffer_and_always_terminated) {
-    char small[4] = "???";
-    EXPECT_TRUE(Event_sender_data_stream_create_unique(modules, "ab/cd,tcp:0", small, sizeof small, {}));
-    EXPECT_STREQ(small, "ab/");
+    char small[5] = "????";
+    EXPECT_TRUE(Event_sender_data_stream_create_unique(modules, "ab/cd,tcp:0", small, 3, {}));
+    EXPECT_EQ(std::string(small, 4), std::string("ab\0?", 4));
     char none = '?';
     EXPECT_TRUE(Event_sender_data_stream_create_unique(modules, "ab/cd,tcp:0", &none, 1, {}));
     EXPECT_EQ(none, '\0');
@@ -164,7 +174,19 @@ TEST_F(Data_stream_factory, wraps_a_stream_when_asked_to) {
 TEST_F(Data_stream_factory, prefix_counts_only_in_front) {
     EXPECT_TRUE(is<TCP_server_data_stream>(make("AIM,tcp:0")));
     EXPECT_TRUE(is<TCP_server_data_stream>(make(" aim,tcp:0")));
-    EXPECT_TRUE(is<TCP_server_data_stream>(make("aim,aim,tcp:0")) == false); // the second one is ignored text
+    EXPECT_TRUE(is<AIM_data_stream_adapter>(make("aim,aim,tcp:0"))); // the second one is text that the server ignores
+}
+
+TEST_F(Data_stream_factory, wraps_a_labelled_console) {
+    // In a process of its own, whose standard input it may change.
+    EXPECT_EXIT(
+        {
+            const Stream stream = make("a/b,aim,cons:");
+            const bool made = is<AIM_data_stream_adapter>(stream) && std::string(label) == "a/b" &&
+                              stream->get_description() == std::string("a/b,aim,cons:");
+            _exit(made ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "");
 }
 
 // Description and options
@@ -174,6 +196,16 @@ TEST_F(Data_stream_factory, whole_text_is_the_description) {
     EXPECT_STREQ(make("a/b,aim,tcp:0")->get_description(), "a/b,aim,tcp:0");
     EXPECT_STREQ(make("a%s/0123456789012345678901234567890123456789,tcp:0")->get_description(),
                  "a%s/012345678901234567890123456");
+}
+
+TEST_F(Data_stream_factory, time_outs_are_applied_unless_they_are_negative) {
+    const Pty_pair line;
+    using Pair = std::pair<int, int>;
+    EXPECT_EQ(Time_outs::of(make(line.path())), Pair(-1, -1));
+    EXPECT_EQ(Time_outs::of(make(line.path(), {-2, -2147483647 - 1})), Pair(-1, -1)); // the stream's own
+    EXPECT_EQ(Time_outs::of(make(line.path(), {0, -1})), Pair(0, -1));
+    EXPECT_EQ(Time_outs::of(make(line.path(), {-1, 0})), Pair(-1, 0));
+    EXPECT_EQ(Time_outs::of(make(line.path(), {200, 2147483647})), Pair(200, 2147483647));
 }
 
 TEST_F(Data_stream_factory, write_time_out_is_applied_when_it_is_not_negative) {

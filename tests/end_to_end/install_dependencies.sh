@@ -32,6 +32,22 @@ output=$(PATH=$folder "$script" 2>&1) || fail "failed to install: $output"
 asked=$(cat "$folder/asked")
 [[ $asked == *"install "*" ninja-build" ]] || fail "asked apt-get for: $asked"
 
+# What only some need is asked for only when they say so.
+tool dpkg-query 'case "$*" in *clang*) exit 1;; *) echo installed;; esac'
+output=$(PATH=$folder "$script" 2>&1) || fail "failed with all that everybody needs there: $output"
+[[ -z $output ]] || fail "asks everybody for clang: $output"
+for asking in "--fuzz: clang-14 libclang-rt-14-dev" "--lint: clang-format-14 clang-tidy-14" \
+    "--lint --fuzz: clang-format-14 clang-tidy-14 clang-14 libclang-rt-14-dev"; do
+    rm -f "$folder/asked"
+    # shellcheck disable=SC2086 # the options are words of their own
+    output=$(PATH=$folder "$script" ${asking%%:*} 2>&1) || fail "failed to install for $asking: $output"
+    asked=$(cat "$folder/asked")
+    [[ $asked == *"install "*"recommends${asking#*:}" ]] || fail "asked apt-get for: $asked"
+done
+if output=$(PATH=$folder "$script" --other 2>&1); then fail "takes any option"; fi
+[[ $output == usage:* ]] || fail "unclear: $output"
+tool dpkg-query 'case "$*" in *ninja-build*) exit 1;; *) echo installed;; esac'
+
 # Not root and no sudo: a clear message.
 tool id 'echo 1000'
 if output=$(PATH=$folder "$script" 2>&1); then fail "no complaint without root and sudo"; fi

@@ -1,5 +1,6 @@
 #include <support/Recorded_platform_calls.h>
 
+#include <platform/Diner.h>
 #include <platform/module_man.h>
 #include <platform/waiter.h>
 
@@ -33,6 +34,23 @@ int module_man::init_module(std::int16_t* id, bool permanent) {
     if (record)
         record->permanent_modules.push_back(permanent);
     return init(this, id, permanent);
+}
+
+void Diner::init(module_man& modules, Diner_selector* selector, const Descriptor& descriptor, int priority,
+                 int stack_size, bool option_a, bool option_b) {
+    using Init = void (*)(Diner*, module_man&, Diner_selector*, const Descriptor&, int, int, bool, bool);
+    static const auto init = platforms_own<Init>("_ZN5Diner4initER10module_manP14Diner_selectorRKNS_10DescriptorEiibb");
+    if (record)
+        record->loops.push_back({descriptor.name, selector != nullptr, priority, stack_size, option_a, option_b});
+    init(this, modules, selector, descriptor, priority, stack_size, option_a, option_b);
+}
+
+void Diner::terminate(bool wait, int units) {
+    using Terminate = void (*)(Diner*, bool, int);
+    static const auto terminate = platforms_own<Terminate>("_ZN5Diner9terminateEbi");
+    if (record)
+        record->loop_ends.push_back({wait, units});
+    terminate(this, wait, units);
 }
 
 Recorded_platform_calls::Recorded_platform_calls() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <string>
 #include <vector>
 
 /// Keeps, while it lives, the arguments of calls to the platform layer whose meaning is the maker's, and which the
@@ -13,6 +14,21 @@ class Recorded_platform_calls {
         bool operator==(Send other) const { return urgent == other.urgent && merge == other.merge; }
     };
 
+    /// How an event loop was made.
+    struct Loop {
+        std::string name;
+        bool has_selector;
+        int priority;
+        int stack_size;
+        bool option_a;
+        bool option_b;
+    };
+    /// How it was ended.
+    struct Loop_end {
+        bool wait;
+        int units;
+    };
+
     Recorded_platform_calls();
     ~Recorded_platform_calls();
     Recorded_platform_calls(const Recorded_platform_calls&) = delete;
@@ -20,4 +36,6 @@ class Recorded_platform_calls {
 
     std::vector<Send> sends;             ///< `waiter_descriptor::send_event`, call by call
     std::vector<bool> permanent_modules; ///< `module_man::init_module`, call by call
+    std::vector<Loop> loops;             ///< `Diner::init`, call by call
+    std::vector<Loop_end> loop_ends;     ///< `Diner::terminate`, call by call
 };

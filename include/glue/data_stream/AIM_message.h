@@ -49,7 +49,7 @@ class GLUE_EXPORT AIM_message : public Vesk_message {
     // Building
 
     /// Builds the frame of a payload of `n` bytes, after which `n` + 8 bytes are in use. Nothing is written when the
-    /// buffer is smaller than that.
+    /// buffer is smaller than that. The payload may lie in the buffer itself, from the seventh byte on.
     ///
     /// On purpose: with a payload above 4089 bytes the three digits of the length stay what they were in the buffer.
     void set(unsigned char chan, const unsigned char* data, unsigned int n);

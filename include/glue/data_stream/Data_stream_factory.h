@@ -32,18 +32,15 @@ struct Data_stream_create_options {
 /// On purpose, and relied on: a label reaches as far as it can, so a command line that holds "/" and a later "," loses
 /// its head to the label; "exec:", "tcp:" and "tcpb:" are found anywhere in the text.
 ///
-/// \param modules     gives the stream its module id, where its kind takes one at once; for the console and serial
-/// lines
-///                    call `init` on the stream
-/// \param spec        the specification; at most `longest_stream_specification` characters
-/// \param label       where the label goes, with `label_size` bytes of room; null, or a size of 0, when nobody wants
-/// it. It is
-///                    always terminated, and empty when there is no label or no stream
-/// \param options     applied to the stream before it is wrapped
+/// \param modules  gives the stream its module id, where its kind takes one at once; for the console, serial lines and
+///                 wrapped streams call `init` on the stream
+/// \param spec     the specification; at most `longest_stream_specification` characters
+/// \param label    where the label goes, with `label_size` bytes of room; null, or a size of 0, when nobody wants it.
+///                 It is always terminated, and empty when there is no label or no stream
+/// \param options  applied to the stream before it is wrapped
 /// \return the stream, described by the whole text; null, after a message on standard error, when no kind takes the
-/// text
-///         or the kind cannot make it. What a kind does with a text of its own that is wrong (an exception, an exit) is
-///         told on that page
+///         text or the kind cannot make it. What a kind does with a text of its own that is wrong (an exception, an
+///         exit) is told on that page
 /// @{
 GLUE_EXPORT Event_sender_data_stream* Event_sender_data_stream_create_raw(module_man& modules, const char* spec,
                                                                           char* label, unsigned int label_size,

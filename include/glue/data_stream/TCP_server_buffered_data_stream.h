@@ -64,7 +64,7 @@ class GLUE_EXPORT TCP_server_buffered_data_stream : public Event_sender_data_str
 
     std::string task_name;
     Task task;
-    int port;
+    [[maybe_unused]] int port;
     Mutex mutex;
     std::atomic<data_stream_logging_t> logging;
 };
