@@ -36,7 +36,6 @@ void Log_source::set_period(unsigned ms) {
 
 void Log_source::configure(bool direct, unsigned span, unsigned history_size, Log_file_naming naming, bool open_now) {
     Lock lock(mutex_);
-    start_writer();
     quiet_.wait(lock, [this] { return !busy_ && !rotation_wanted_; });
     if (history_.keeps_moments() != (span != 0) || history_size != history_size_)
         history_.resize(!direct && span != 0, direct ? 0 : history_size);
@@ -126,6 +125,7 @@ logging_source_status Log_source::status() {
 
 // With the lock held
 
+/// The writer is there from the first file on.
 void Log_source::start_writer() {
     if (started_)
         return;
@@ -167,6 +167,7 @@ bool Log_source::open_file() {
         return false;
     }
     open_failure_told_ = false;
+    start_writer();
     kept_path_ = path;
     opened_at_ = now_ms();
     file_bytes_ = 0;
