@@ -139,8 +139,8 @@ bool File_checksummed_data_stream::open_read(const char* path) {
     if (std::sscanf(trailer, "\nCRC32=%x", &stored_crc) != 1)
         return reject_trailer(path);
 
-    GLUE_ASSERT(infile_stat.st_size - read_crc32_seek_off > 0);
     data_end = static_cast<std::int32_t>(infile_stat.st_size - read_crc32_seek_off);
+    GLUE_ASSERT(infile_stat.st_size - data_end > 0);
     std::uint32_t crc = crc32_seed;
     if (!add_content_to(crc, path))
         return reject();

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <fcntl.h>
 #include <mutex>
 #include <poll.h>
 #include <string_view>
@@ -70,6 +71,11 @@ std::int64_t time_left_until(std::int64_t point) {
     return std::max<std::int64_t>(point - Atime::now().units(), 0);
 }
 
+/// Whether it is open, or there is none.
+bool is_good(int fd) {
+    return fd < 0 || fcntl(fd, F_GETFD) >= 0;
+}
+
 bool line_is_gone(int error) {
     return error == EIO || error == ENODEV || error == ENXIO;
 }
@@ -99,7 +105,7 @@ void Posix_threaded_data_stream::Reader::run() {
     while (!stream.stopping) {
         const Ready ready = wait();
         if (ready.requests && take_requests())
-            continue; // everything may be different after a pause
+            continue;
         run_timer();
         if (!ready.input)
             announce_when_quiet();
@@ -137,9 +143,10 @@ Posix_threaded_data_stream::Reader::Ready Posix_threaded_data_stream::Reader::wa
     Ready ready;
     ready.requests = true; // also when the wait has failed, or there is no pipe to wait for
     if (count < 0) {
-        const bool closed_meanwhile = errno == EBADF && (stream.read_fd != input || stream.write_fd != output);
+        const int error = errno;
+        const bool closed_meanwhile = error == EBADF && descriptors_are_good();
         if (!closed_meanwhile)
-            handle_failed_select();
+            handle_failed_select(error);
         return ready;
     }
     select_condition.worked();
@@ -154,11 +161,19 @@ Posix_threaded_data_stream::Reader::Ready Posix_threaded_data_stream::Reader::wa
     return ready;
 }
 
-void Posix_threaded_data_stream::Reader::handle_failed_select() {
-    const int error = errno;
+/// Tells a descriptor that was closed behind the stream's back from one that was closed, or replaced, by the stream
+/// itself during the wait; the new one may have the number of the old.
+bool Posix_threaded_data_stream::Reader::descriptors_are_good() const {
+    const Descriptor_use use(stream.descriptor_use); // nobody is about to close one
+    return is_good(stream.notify_pipe[0]) && is_good(stream.read_fd) && is_good(stream.write_fd);
+}
+
+void Posix_threaded_data_stream::Reader::handle_failed_select(int error) {
     const bool is_new = select_condition.failed(error);
-    if (is_new)
+    if (is_new) {
+        errno = error;
         report_failed_select();
+    }
     if (error != EINTR || !is_new)
         hold_off();
 }
@@ -178,16 +193,17 @@ bool Posix_threaded_data_stream::Reader::bytes_are_queued() const {
 
 // ---- Requests and announcements ----
 
-/// "n" and "q" have done their work by waking the thread. \return whether there was a pause
+/// "n" and "q" have done their work by waking the thread. \return whether what was ready does not count any more: the
+/// thread shall stop, or there was a pause, after which everything may be different
 bool Posix_threaded_data_stream::Reader::take_requests() {
     char requests[requests_at_once];
     const ssize_t count = ::read(stream.notify_pipe[0], requests, sizeof requests);
     stream.wake_on_way = false; // from here on, whoever changes something wakes the thread anew
     const std::string_view seen(requests, count > 0 ? static_cast<std::size_t>(count) : 0);
-    if (stream.stopping || seen.find('p') == seen.npos)
-        return false;
-    stream.pause_gate.acquire();
-    return true;
+    const bool pauses = seen.find('p') != seen.npos;
+    if (pauses && !stream.stopping)
+        stream.pause_gate.acquire();
+    return pauses || stream.stopping;
 }
 
 void Posix_threaded_data_stream::Reader::announce_when_quiet() {

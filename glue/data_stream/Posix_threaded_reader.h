@@ -40,7 +40,8 @@ class Posix_threaded_data_stream::Reader {
     };
 
     Ready wait();
-    void handle_failed_select();
+    bool descriptors_are_good() const;
+    void handle_failed_select(int error);
     void hold_off() const;
     bool bytes_are_queued() const;
 

@@ -5,6 +5,8 @@
 
 #include <platform/stzncpy.h>
 
+#include <QThread>
+
 #include <cstdio>
 #include <memory>
 #include <mutex>
@@ -40,7 +42,11 @@ bool Posix_threaded_serial_data_stream::open(const char* spec) {
     return open_from_args(spec);
 }
 
+/// Opening by a text and reopening come here with `device_lock` held; an owner who calls it must not meet the thread
+/// while that reopens.
 bool Posix_threaded_serial_data_stream::open_default(const char* device) {
+    const bool held = device_lock.owner_thread() == QThread::currentThreadId();
+    const Mutex_guard guard(held ? nullptr : &device_lock);
     close_line(); // under its lock: opening would close it, too, but without
     Posix_threaded_data_stream::open(device, false, false, false);
     return init();

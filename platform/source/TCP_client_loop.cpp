@@ -10,6 +10,8 @@
 #include "TCP_client_loop.h"
 
 #include <algorithm>
+#include <system_error>
+#include <unistd.h>
 
 using Wait = asio::posix::stream_descriptor::wait_type;
 
@@ -52,8 +54,13 @@ void TCP_client_task::Loop::connect() {
     const int fd = platform_detail::start_connecting(remote_);
     if (fd < 0)
         return wait_before_next_attempt();
+    std::error_code cannot_be_watched;
+    socket_.assign(fd, cannot_be_watched);
+    if (cannot_be_watched) {
+        ::close(fd);
+        return wait_before_next_attempt();
+    }
     state_ = State::connecting;
-    socket_.assign(fd);
     socket_.async_wait(Wait::wait_write, [this](const std::error_code& error) {
         if (!error && state_ == State::connecting)
             finish_connecting();

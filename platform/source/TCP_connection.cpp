@@ -8,9 +8,9 @@ namespace platform_detail {
 TCP_connection::TCP_connection(asio::io_context& io, int fd, int number)
     : id_(number),
       fd_(fd),
-      socket_(io, fd),
       storage_(new unsigned char[TCP_server_base::queue_capacity]), // not cleared: most of it is never touched
-      queue_(storage_.get(), TCP_server_base::queue_capacity) {}
+      queue_(storage_.get(), TCP_server_base::queue_capacity),
+      socket_(io, fd) {}
 
 void TCP_connection::send(const unsigned char* data, unsigned len) {
     const unsigned sent = queue_.empty() ? send_now(data, len) : 0;

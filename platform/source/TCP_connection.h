@@ -16,7 +16,8 @@ namespace platform_detail {
 /// alone.
 class TCP_connection {
   public:
-    /// Takes the socket over.
+    /// Takes the socket over; when it throws, which it does when the system has no memory or no watch left, the socket
+    /// is still the caller's.
     TCP_connection(asio::io_context& io, int fd, int number);
 
     int id() const { return id_; }
@@ -57,7 +58,6 @@ class TCP_connection {
 
     const int id_;
     const int fd_;
-    asio::posix::stream_descriptor socket_;
 
     bool takes_writes_ = true;
     std::unique_ptr<unsigned char[]> storage_;
@@ -66,6 +66,8 @@ class TCP_connection {
     unsigned taken_ = 0;
     unsigned count_ = 0;
     unsigned char received_[4096];
+
+    asio::posix::stream_descriptor socket_; // last: nothing that can fail comes after taking the socket over
 };
 
 } // namespace platform_detail

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <exception>
 #include <sys/socket.h>
 #include <system_error>
 #include <unistd.h>
@@ -51,7 +52,12 @@ bool TCP_server_base::Core::open(int port) {
     const int fd = platform_detail::open_listener_where_bound(port);
     if (fd < 0)
         return false;
-    loop_->listener.assign(fd);
+    std::error_code error;
+    loop_->listener.assign(fd, error);
+    if (error) {
+        ::close(fd);
+        return false;
+    }
     local_port_ = platform_detail::local_port_of(fd);
     return true;
 }
@@ -122,19 +128,34 @@ void TCP_server_base::Core::accept_client() {
 }
 
 void TCP_server_base::Core::welcome(int fd) {
-    if (connections_.size() == most_clients) {
-        Debug::Print::dprint_ts("TCP server, port %d: has %u clients, another is turned away\n", local_port(),
-                                most_clients);
+    const Connection_ptr connection = make_connection(fd);
+    if (!connection) {
         ::close(fd);
         return;
     }
-    const auto connection = std::make_shared<Connection>(loop_->io, fd, next_id_++);
     log.came(connection->id(), platform_detail::peer_of(fd));
     {
         const std::lock_guard<std::mutex> guard(mutex_);
         connections_.push_back(connection);
     }
     wait_for_bytes(connection);
+}
+
+/// Null, with a message, when there are clients enough or the system has no memory or no watch left for another.
+TCP_server_base::Core::Connection_ptr TCP_server_base::Core::make_connection(int fd) {
+    if (connections_.size() == most_clients) {
+        Debug::Print::dprint_ts("TCP server, port %d: has %u clients, another is turned away\n", local_port(),
+                                most_clients);
+        return nullptr;
+    }
+    try {
+        auto connection = std::make_shared<Connection>(loop_->io, fd, next_id_);
+        ++next_id_;
+        return connection;
+    } catch (const std::exception& error) {
+        Debug::Print::dprint_ts("TCP server, port %d: a client is turned away: %s\n", local_port(), error.what());
+        return nullptr;
+    }
 }
 
 void TCP_server_base::Core::close(const Connection_ptr& connection) {

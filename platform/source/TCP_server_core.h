@@ -57,6 +57,7 @@ class TCP_server_base::Core {
     void wait_for_clients();
     void accept_client();
     void welcome(int fd);
+    Connection_ptr make_connection(int fd);
 
     void wait_for_bytes(const Connection_ptr& connection);
     void read(const Connection_ptr& connection);

@@ -139,6 +139,12 @@ TEST_F(Posix_console_data_stream_test, keys_come_at_once_and_are_not_echoed) {
     EXPECT_EQ(bytes_ready(terminal.master()), 0);
 }
 
+TEST_F(Posix_console_data_stream_test, keys_pressed_before_are_not_lost) {
+    terminal.send("k");
+    run([] { return key(*make_console()) == 'k' ? 0 : 1; });
+    EXPECT_EQ(child->status(), 0);
+}
+
 TEST_F(Posix_console_data_stream_test, nothing_can_be_fetched) {
     run([] {
         const Console console = make_console();
@@ -212,6 +218,45 @@ TEST_F(Posix_console_data_stream_test, destruction_puts_the_terminal_back) {
     EXPECT_EQ(child->status(), 0);
 }
 
+TEST_F(Posix_console_data_stream_test, destruction_ends_the_thread_before_it_puts_the_terminal_back) {
+    Pipe destroy;
+    Pipe go_on;
+    run([&] {
+        Console console = make_console();
+        console->set_rx_callback([&, out = console.get()] { // holds up the thread
+            out->printf("busy");
+            read_exactly(go_on.reading(), 1);
+        });
+        console->printf("ready");
+        read_exactly(destroy.reading(), 1);
+        console.reset();
+        return 0;
+    });
+    EXPECT_EQ(terminal.receive(5), "ready");
+    terminal.send("k");
+    EXPECT_EQ(terminal.receive(4), "busy");
+    write_all(destroy.writing(), "1");
+    EXPECT_FALSE(eventually([&] { return has_attributes(before); }, milliseconds(50)));
+    write_all(go_on.writing(), "1");
+    EXPECT_EQ(child->status(), 0);
+    expect_terminal_as_before();
+}
+
+TEST_F(Posix_console_data_stream_test, destruction_leaves_keys_that_the_thread_did_not_take) {
+    run([] {
+        Console console = make_console();
+        console->pause();
+        console->printf("ready");
+        if (!eventually([] { return bytes_ready(STDIN_FILENO) == 2; }))
+            return 1;
+        console.reset();
+        return getchar() == 'k' ? 0 : 2;
+    });
+    EXPECT_EQ(terminal.receive(5), "ready");
+    terminal.send("k\n");
+    EXPECT_EQ(child->status(), 0);
+}
+
 TEST_F(Posix_console_data_stream_test, destruction_with_keys_under_way_does_not_hang) {
     run([] {
         for (int i = 0; i < 100; ++i)
@@ -252,6 +297,17 @@ TEST_F(Posix_console_data_stream_test, exit_puts_back_what_the_first_of_several_
     expect_terminal_as_before();
 }
 
+TEST_F(Posix_console_data_stream_test, exit_leaves_a_terminal_alone_that_is_put_back_already) {
+    run([this] {
+        make_console();
+        termios changed = attributes();
+        changed.c_lflag &= ~static_cast<tcflag_t>(ECHO); // by somebody else, who wants it so
+        return tcsetattr(terminal.slave(), TCSANOW, &changed);
+    });
+    EXPECT_EQ(child->status(), 0);
+    EXPECT_FALSE(attributes().c_lflag & ECHO);
+}
+
 TEST_F(Posix_console_data_stream_test, several_put_back_what_each_found) {
     run([] {
         Console outer = make_console();
@@ -272,9 +328,26 @@ TEST_F(Posix_console_data_stream_test, several_put_back_what_each_found) {
 
 // ---- Without a terminal ----
 
+TEST_F(Posix_console_data_stream_test, a_console_whose_terminal_is_gone_rests) {
+    run([this] {
+        close(terminal.master()); // the child's copy
+        const Console console = make_console();
+        console->set_write_buffering(true);
+        console->printf("ready");
+        if (!eventually([] { return write(STDOUT_FILENO, ".", 1) < 0; }))
+            return 1;
+        console->printf("lost");
+        return process_rests() ? 0 : 2;
+    });
+    EXPECT_EQ(terminal.receive(5), "ready");
+    terminal.hang_up();
+    EXPECT_EQ(child->status(), 0);
+}
+
 TEST_F(Posix_console_data_stream_test, standard_input_may_be_a_pipe) {
     Pipe input;
     Pipe output;
+    ASSERT_EQ(fcntl(input.reading(), F_SETFL, O_APPEND), 0); // a flag that is none of the console's business
     Child reader(input.reading(), output.writing(), [] {
         const Console console = make_console();
         if (!eventually([&] { return console->bytes_avail() == 3; }))
@@ -284,10 +357,10 @@ TEST_F(Posix_console_data_stream_test, standard_input_may_be_a_pipe) {
     });
     write_all(input.writing(), "abc");
     EXPECT_EQ(read_exactly(output.reading(), 3), "abc");
-    EXPECT_NE(fcntl(input.reading(), F_GETFL) & O_NONBLOCK, 0);
+    EXPECT_EQ(fcntl(input.reading(), F_GETFL) & (O_APPEND | O_NONBLOCK), O_APPEND | O_NONBLOCK);
     input.close_writing();
     EXPECT_EQ(reader.status(), 0);
-    EXPECT_EQ(fcntl(input.reading(), F_GETFL) & O_NONBLOCK, 0);
+    EXPECT_EQ(fcntl(input.reading(), F_GETFL) & (O_APPEND | O_NONBLOCK), O_APPEND);
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 #include <support/Pty_pair.h>
 #include <support/Random.h>
 #include <support/Replaced_calls.h>
+#include <support/Signal_disposition.h>
 #include <support/Stream_bytes.h>
 #include <support/descriptors.h>
 #include <support/waiting.h>
@@ -401,14 +402,8 @@ TEST_F(Posix_data_stream_writing, to_a_slow_reader_gets_everything_out_in_time) 
     EXPECT_EQ(received, bytes);
 }
 
-/// Lets writes to closed pipes fail instead of ending the process.
-struct Without_sigpipe {
-    void (*before)(int) = std::signal(SIGPIPE, SIG_IGN);
-    ~Without_sigpipe() { std::signal(SIGPIPE, before); }
-};
-
 TEST_F(Posix_data_stream_writing, to_a_reader_that_is_gone_fails_or_returns_the_count_so_far) {
-    const Without_sigpipe guard;
+    const Signal_disposition no_pipe_signal(SIGPIPE, SIG_IGN);
     pipe.close_reading();
     errno = 0;
     EXPECT_EQ(write_text(stream, "x"), -1);
@@ -418,7 +413,7 @@ TEST_F(Posix_data_stream_writing, to_a_reader_that_is_gone_fails_or_returns_the_
 }
 
 TEST_F(Posix_data_stream_writing, to_a_reader_that_leaves_half_way_returns_the_count_so_far) {
-    const Without_sigpipe guard;
+    const Signal_disposition no_pipe_signal(SIGPIPE, SIG_IGN);
     stream.set_write_timeout(20000);
     Replaced_calls calls;
     int waits = 0;

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
+#include <optional>
 #include <pthread.h>
 #include <stdlib.h>
 #include <sys/resource.h>
@@ -36,6 +37,16 @@ TEST_F(Posix_threaded_data_stream_failures, the_end_of_the_file_is_told_ten_time
     stream.stop();
     EXPECT_GE(watch.elapsed(), milliseconds(300));
     EXPECT_EQ(errors.text(), "");
+}
+
+TEST_F(Posix_threaded_data_stream_failures, a_thread_at_the_end_of_the_file_rests) {
+    stream.set_rx_event_timeout(1);
+    arrive("abc");
+    sockets.close_far();
+    stream.start();
+    ASSERT_TRUE(eventually([&] { return stream.ends_of_file >= 1; }));
+    EXPECT_TRUE(process_rests());
+    EXPECT_EQ(waiter.codes(), std::vector<int>{0});
 }
 
 TEST_F(Posix_threaded_data_stream_failures, the_end_of_the_file_is_told_without_a_lock) {
@@ -122,6 +133,64 @@ TEST_F(Posix_threaded_data_stream_failures, a_line_that_is_gone_is_reported_once
     EXPECT_TRUE(is_said(message + message)); // gone again, which is news
 }
 
+TEST_F(Posix_threaded_data_stream_failures, every_error_of_a_line_that_is_gone_is_the_end_of_it) {
+    for (const int error : {EIO, ENODEV, ENXIO}) {
+        Socket_pair pair;
+        Threaded_stream reader(pair.take_near());
+        const int fd = reader.get_read_fd();
+        write_all(pair.far(), "abc");
+        Replaced_calls calls;
+        calls.read = [fd, error](int asked) -> std::optional<ssize_t> {
+            if (asked != fd)
+                return std::nullopt;
+            errno = error;
+            return -1;
+        };
+        reader.start();
+        EXPECT_TRUE(eventually([&] { return reader.ends_of_file > 0; })) << error;
+        EXPECT_TRUE(process_rests()) << error;
+        reader.stop();
+    }
+}
+
+TEST_F(Posix_threaded_data_stream_failures, an_arrival_that_somebody_else_took_is_no_failure) {
+    const int fd = stream.get_read_fd();
+    std::atomic<int> reads{0};
+    Replaced_calls calls;
+    calls.read = [&, fd](int asked) -> std::optional<ssize_t> {
+        if (asked != fd || ++reads > 1)
+            return std::nullopt;
+        errno = EAGAIN;
+        return -1;
+    };
+    arrive("abc");
+    stream.start();
+    EXPECT_TRUE(receives(3));
+    stream.stop();
+    EXPECT_EQ(errors.text(), "");
+}
+
+TEST_F(Posix_threaded_data_stream_failures, reads_that_signals_interrupt_are_reported_once_and_do_not_spin) {
+    const int fd = stream.get_read_fd();
+    std::atomic<bool> interrupted{true};
+    Replaced_calls calls;
+    calls.read = [&, fd](int asked) -> std::optional<ssize_t> {
+        if (asked != fd || !interrupted)
+            return std::nullopt;
+        errno = EINTR;
+        return -1;
+    };
+    arrive("abc");
+    stream.start();
+    ASSERT_TRUE(is_said("read(), Posix_data_stream::get_data: Interrupted system call\n"));
+    EXPECT_TRUE(process_rests());
+    interrupted = false;
+    EXPECT_TRUE(receives(3));
+    stream.stop();
+    EXPECT_EQ(stream.ends_of_file, 0);
+    EXPECT_EQ(errors.text(), "read(), Posix_data_stream::get_data: Interrupted system call\n");
+}
+
 TEST_F(Posix_threaded_data_stream_failures, what_cannot_be_read_is_reported_once_and_is_not_at_its_end) {
     Threaded_stream reader(open("/", O_RDONLY | O_CLOEXEC), -1);
     reader.start();
@@ -146,6 +215,19 @@ TEST_F(Posix_threaded_data_stream_failures, a_descriptor_closed_behind_its_back_
     close(kept);
     arrive("abc");
     EXPECT_TRUE(receives(3));
+}
+
+TEST_F(Posix_threaded_data_stream_failures, a_descriptor_that_was_replaced_during_the_wait_is_no_failure) {
+    std::atomic<int> waits{0};
+    Replaced_calls calls;
+    calls.select = [&](timeval*) { // the old one was closed, and the new one has its number: all is well by now
+        errno = ++waits == 1 ? EBADF : ENOMEM;
+        return -1;
+    };
+    stream.start();
+    EXPECT_TRUE(eventually([&] { return waits > 1; }));
+    EXPECT_TRUE(is_said("select(), Posix_data_stream::get_data: Cannot allocate memory\n"));
+    stream.stop();
 }
 
 TEST_F(Posix_threaded_data_stream_failures, requests_are_heard_while_select_fails) {

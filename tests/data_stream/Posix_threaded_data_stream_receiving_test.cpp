@@ -213,6 +213,25 @@ TEST_F(Posix_threaded_data_stream_receiving, a_held_back_announcement_comes_no_e
     EXPECT_GE(announced_after_us, 50000);
 }
 
+TEST_F(Posix_threaded_data_stream_receiving, a_held_back_announcement_is_made_under_the_lock_of_the_ring) {
+    stream.set_rx_event_timeout(1);
+    stream.send_rx_event(false);
+    stream.lock(); // and whoever deregisters with it is not told any more
+    stream.start();
+    EXPECT_FALSE(eventually([&] { return !waiter.codes().empty(); }, milliseconds(50)));
+    stream.unlock();
+    EXPECT_TRUE(waiter.wait_for(1));
+}
+
+TEST_F(Posix_threaded_data_stream_receiving, a_thread_that_holds_an_announcement_back_rests) {
+    stream.set_rx_event_timeout(1000000);
+    stream.start();
+    arrive("a");
+    ASSERT_TRUE(receives(1));
+    EXPECT_TRUE(process_rests());
+    EXPECT_TRUE(waiter.codes().empty());
+}
+
 TEST_F(Posix_threaded_data_stream_receiving, wakes_do_not_put_a_held_back_announcement_off) {
     stream.set_rx_event_timeout(50);
     stream.start();

@@ -5,6 +5,7 @@
 
 #include <support/Captured_descriptor.h>
 #include <support/Recording_waiter.h>
+#include <support/Replaced_calls.h>
 #include <support/Stream_bytes.h>
 #include <support/Temporary_folder.h>
 #include <support/Threaded_stream.h>
@@ -13,8 +14,10 @@
 #include <support/waiting.h>
 
 #include <cstdlib>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <mutex>
+#include <optional>
 #include <pthread.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -110,6 +113,25 @@ TEST_F(Posix_threaded_data_stream_test, takes_two_descriptors_and_gives_them_bac
         EXPECT_EQ(open_descriptors(), before + 2);
     }
     EXPECT_EQ(open_descriptors(), before);
+}
+
+TEST_F(Posix_threaded_data_stream_test, its_pipe_is_not_for_programs_that_the_process_starts) {
+    EXPECT_TRUE(fcntl(request_pipe, F_GETFD) & FD_CLOEXEC);
+    EXPECT_TRUE(fcntl(request_pipe + 1, F_GETFD) & FD_CLOEXEC);
+}
+
+TEST_F(Posix_threaded_data_stream_test, its_pipe_never_becomes_a_standard_stream) {
+    const int kept = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    close(STDIN_FILENO);
+    {
+        const Posix_threaded_data_stream other("X");
+        EXPECT_FALSE(is_open(STDIN_FILENO));
+    }
+    EXPECT_FALSE(is_open(STDIN_FILENO));
+    if (kept >= 0) {
+        dup2(kept, STDIN_FILENO);
+        close(kept);
+    }
 }
 
 TEST_F(Posix_threaded_data_stream_test, a_pipe_that_cannot_be_closed_is_reported) {
@@ -275,6 +297,22 @@ TEST_F(Posix_threaded_data_stream_test, a_stopped_stream_keeps_what_it_has_recei
     EXPECT_EQ(bytes_ready(stream.get_read_fd()), 3);
 }
 
+TEST_F(Posix_threaded_data_stream_test, a_thread_that_shall_stop_reads_nothing_more) {
+    std::atomic<bool> waits{false};
+    Replaced_calls calls;
+    calls.select = [&](timeval*) { // everything is ready, the request to stop included
+        waits = true;
+        EXPECT_TRUE(eventually([&] { return bytes_ready(request_pipe) > 0; }));
+        return 1;
+    };
+    arrive("abc");
+    stream.start();
+    ASSERT_TRUE(eventually([&] { return waits.load(); }));
+    stream.stop();
+    EXPECT_EQ(stream.bytes_avail(), 0U);
+    EXPECT_EQ(bytes_ready(stream.get_read_fd()), 3);
+}
+
 TEST_F(Posix_threaded_data_stream_test, a_thread_that_cannot_be_started_is_reported) {
     pthread_attr_t before;
     pthread_attr_t enormous;
@@ -347,6 +385,40 @@ TEST_F(Posix_threaded_data_stream_test, a_resume_without_a_pause_ends_the_next_p
     ASSERT_TRUE(requests_are_taken());
     arrive("def");
     EXPECT_TRUE(stays_paused());
+}
+
+TEST_F(Posix_threaded_data_stream_test, pauses_that_the_thread_finds_together_are_one) {
+    stream.pause();
+    stream.pause();
+    stream.start();
+    ASSERT_TRUE(requests_are_taken());
+    stream.resume();
+    arrive("abc");
+    EXPECT_TRUE(has_received("abc"));
+}
+
+TEST_F(Posix_threaded_data_stream_test, what_was_ready_before_a_pause_is_looked_at_anew) {
+    std::atomic<int> waits{0};
+    std::atomic<int> reads{0};
+    Replaced_calls calls;
+    calls.select = [&](timeval*) {
+        if (++waits == 1)
+            return 1;
+        EXPECT_TRUE(eventually([&] { return bytes_ready(request_pipe) > 0; })); // that to stop
+        return 1;
+    };
+    calls.read = [&, fd = stream.get_read_fd()](int asked) -> std::optional<ssize_t> {
+        reads += asked == fd ? 1 : 0;
+        return std::nullopt;
+    };
+    arrive("abc");
+    stream.pause();
+    stream.start();
+    ASSERT_TRUE(requests_are_taken());
+    stream.resume();
+    EXPECT_TRUE(eventually([&] { return waits > 1; }));
+    EXPECT_EQ(reads, 0);
+    stream.stop();
 }
 
 TEST_F(Posix_threaded_data_stream_test, stopping_ends_a_pause) {

@@ -25,6 +25,14 @@ TEST_F(Posix_threaded_data_stream_timer, wakes_the_thread_once_when_the_time_has
     EXPECT_FALSE(eventually([&] { return stream.timers > 1; }, 100ms));
 }
 
+TEST_F(Posix_threaded_data_stream_timer, reaches_a_thread_that_waits_already) {
+    stream.start();
+    ASSERT_TRUE(eventually([&] { return stream.flushes == 1; }));
+    ASSERT_TRUE(process_rests());
+    stream.set_timer(0);
+    EXPECT_TRUE(eventually([&] { return stream.timers == 1; }));
+}
+
 TEST_F(Posix_threaded_data_stream_timer, replaces_what_was_set_before) {
     stream.start();
     stream.set_timer(600000);

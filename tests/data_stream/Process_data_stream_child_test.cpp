@@ -5,6 +5,7 @@
 #include <support/Captured_descriptor.h>
 #include <support/Child_program.h>
 #include <support/Limited_descriptors.h>
+#include <support/Signal_disposition.h>
 #include <support/Stream_bytes.h>
 #include <support/Temporary_folder.h>
 #include <support/descriptors.h>
@@ -140,9 +141,11 @@ TEST(Process_data_stream_child, has_the_standard_error_of_its_parent) {
 
 TEST(Process_data_stream_child, ignores_the_signals_that_its_parent_ignores) {
     const Child_program program({"sh", "-c", "kill -PIPE $$; echo alive"});
-    signal(SIGPIPE, SIG_IGN);
-    EXPECT_EQ(output_of_program(program), "alive\n");
-    signal(SIGPIPE, SIG_DFL);
+    {
+        const Signal_disposition ignored(SIGPIPE, SIG_IGN);
+        EXPECT_EQ(output_of_program(program), "alive\n");
+    }
+    const Signal_disposition as_usual(SIGPIPE, SIG_DFL);
     EXPECT_EQ(output_of_program(program), "");
 }
 

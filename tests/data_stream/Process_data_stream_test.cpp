@@ -11,13 +11,16 @@
 #include <support/Recording_waiter.h>
 #include <support/Replaced_calls.h>
 #include <support/Replaced_process_calls.h>
+#include <support/Signal_disposition.h>
 #include <support/Stream_bytes.h>
 #include <support/Temporary_folder.h>
 #include <support/Vtable_slot.h>
 #include <support/descriptors.h>
 #include <support/waiting.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
@@ -27,6 +30,7 @@
 #include <pthread.h>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -339,12 +343,30 @@ struct Open_process_data_stream : Process_data_stream {
     Open_process_data_stream() : Process_data_stream(nullptr, nullptr, nullptr) {}
     ~Open_process_data_stream() override { kill(); } // while it is one of these
     Mutex& ring_lock() { return *buffer_lock; }
+    /// For who holds that lock.
+    unsigned unlocked_bytes_avail() const { return rx_buffer.size(); }
     void fill_ring() {
         const std::lock_guard<Mutex> guard(*buffer_lock);
         while (rx_buffer.push('x')) {
         }
     }
 };
+
+TEST(Process_data_stream_output, comes_in_pieces_of_1024_bytes_at_most) {
+    const Random_file file(ring_size);
+    Open_process_data_stream stream;
+    std::vector<unsigned> pieces;
+    stream.set_rx_callback([&, before = 0U]() mutable {
+        const unsigned now = stream.unlocked_bytes_avail();
+        if (now > before)
+            pieces.push_back(now - before);
+        before = now;
+    });
+    ASSERT_TRUE(stream.run(Child_program({"cat", file.path}), nullptr));
+    ASSERT_TRUE(eventually([&] { return stream.bytes_avail() == ring_size; }));
+    stream.kill();
+    EXPECT_EQ(*std::max_element(pieces.begin(), pieces.end()), 1024U);
+}
 
 TEST(Process_data_stream_output, is_announced_under_the_lock_of_the_ring) {
     Open_process_data_stream stream;
@@ -488,7 +510,7 @@ TEST(Process_data_stream_input, of_a_child_that_does_not_read_never_blocks) {
 }
 
 TEST(Process_data_stream_input, that_the_child_has_closed_fails_without_a_signal) {
-    signal(SIGPIPE, SIG_DFL);
+    const Signal_disposition ends_the_process(SIGPIPE, SIG_DFL);
     Process_data_stream stream(nullptr, shell("exec <&-; echo closed; exec sleep 1000"), nullptr);
     ASSERT_EQ(line_of(stream), "closed");
     for (int i = 0; i < 2; ++i) {
@@ -535,6 +557,29 @@ TEST(Process_data_stream_input, is_non_blocking_for_the_child_so_that_cat_ends_a
     }
     const std::string complaint = "cat: -: Resource temporarily unavailable\n";
     EXPECT_EQ(errors.text(), complaint + complaint + complaint);
+}
+
+/// Up to what a pipe takes whole or not at all.
+TEST(Process_data_stream_input, of_two_threads_is_not_mixed) {
+    constexpr std::size_t size = PIPE_BUF - 1;
+    constexpr int count = 200;
+    Process_data_stream stream(nullptr, echo(), nullptr);
+    std::vector<std::thread> writers;
+    for (const char letter : {'a', 'b'})
+        writers.emplace_back([&stream, letter] {
+            for (int i = 0; i < count; ++i)
+                EXPECT_TRUE(eventually([&] {
+                    const int written = write_bytes(stream, std::string(size, letter));
+                    EXPECT_TRUE(written == -1 || written == static_cast<int>(size));
+                    return written > 0;
+                }));
+        });
+    const std::string output = output_of(stream, 2 * count * size);
+    for (std::thread& writer : writers)
+        writer.join();
+    ASSERT_EQ(output.size(), 2 * count * size);
+    for (std::size_t at = 0; at < output.size(); at += size)
+        EXPECT_TRUE(output.substr(at, size) == std::string(size, output[at])) << "at " << at;
 }
 
 TEST(Process_data_stream_input, and_output_of_two_threads_lose_and_reorder_nothing) {

@@ -10,19 +10,23 @@
 #include <support/Recording_waiter.h>
 #include <support/Replaced_calls.h>
 #include <support/Replaced_delays.h>
+#include <support/Signal_disposition.h>
 #include <support/Stream_bytes.h>
-#include <support/TCP_socket.h>
+#include <support/TCP_streams.h>
 #include <support/Vtable_slot.h>
+#include <support/With_ring_lock.h>
 #include <support/descriptors.h>
 #include <support/processor_time.h>
 #include <support/waiting.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
+#include <optional>
 #include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
@@ -36,9 +40,6 @@ namespace {
 constexpr unsigned capacity = Data_stream::rx_capacity;
 constexpr unsigned queue_capacity = TCP_client_data_stream::queue_capacity;
 constexpr unsigned eight_mib = 8U << 20;
-
-/// Programs that write to connections ignore it: see the stream's header.
-const auto pipe_signal_ignored = signal(SIGPIPE, SIG_IGN);
 
 /// Two connected sockets: one for the stream, one for the test.
 class Socket_pair {
@@ -67,17 +68,6 @@ std::string all_of(int fd) {
     return read_exactly(fd, static_cast<std::size_t>(bytes_ready(fd)));
 }
 
-std::string take(Data_stream& stream, std::size_t count) {
-    std::string bytes;
-    EXPECT_TRUE(eventually([&] {
-        while (stream.bytes_avail() > 0)
-            bytes += take_buffered(stream);
-        return bytes.size() >= count;
-    })) << bytes.size()
-        << " bytes came";
-    return bytes;
-}
-
 /// A stream whose address is none, so that no task runs and the test is the task.
 struct TCP_client_hooks : testing::Test {
     ~TCP_client_hooks() override { Debug::Print::enable(port_logging_category, false); }
@@ -88,7 +78,8 @@ struct TCP_client_hooks : testing::Test {
         EXPECT_EQ(stream.handle_read(source.stream_end()), static_cast<int>(capacity));
     }
 
-    Captured_debug debug; // the task says that the address is none
+    const Signal_disposition no_pipe_signal{SIGPIPE, SIG_IGN}; // as programs that write to connections have it
+    Captured_debug debug;                                      // the task says that the address is none
     module_man modules;
     TCP_client_data_stream stream{modules, "nowhere", 1, -1, -1};
     Recording_waiter waiter{modules};
@@ -106,6 +97,14 @@ TEST_F(TCP_client_hooks, have_their_slots_behind_those_of_the_event_sender) {
     EXPECT_EQ(vtable_slot(&Class::handle_write), first + 3);
     EXPECT_EQ(vtable_slot(&Class::is_write_data_avail), first + 4);
     EXPECT_EQ(vtable_slot(&Class::set_port_logging), first + 5);
+}
+
+TEST_F(TCP_client_hooks, share_the_lock_of_the_receive_ring) {
+    With_ring_lock<TCP_client_data_stream> locked(modules, "nowhere", 1, -1, -1);
+    locked.lock();
+    EXPECT_TRUE(locked.ring_is_locked());
+    locked.unlock();
+    EXPECT_FALSE(locked.ring_is_locked());
 }
 
 TEST_F(TCP_client_hooks, fetch_satisfies_only_a_request_for_nothing) {
@@ -219,6 +218,20 @@ TEST_F(TCP_client_hooks, short_sending_keeps_the_rest) {
 }
 
 // ---- Reading ----
+
+TEST_F(TCP_client_hooks, announcements_are_made_under_the_lock) {
+    With_ring_lock<TCP_client_data_stream> locked(modules, "nowhere", 1, -1, -1);
+    int announcements = 0;
+    locked.set_rx_callback([&] {
+        ++announcements;
+        EXPECT_TRUE(locked.ring_is_locked());
+    });
+    write_all(sockets.test_end(), std::string(capacity, 'x'));
+    EXPECT_EQ(locked.handle_read(sockets.stream_end()), static_cast<int>(capacity));
+    const Replaced_delays delays;
+    locked.handle_read(sockets.stream_end()); // finds it full
+    EXPECT_EQ(announcements, 2);
+}
 
 TEST_F(TCP_client_hooks, read_bytes_are_announced) {
     stream.reg_rx_waiter(waiter, false);
@@ -359,6 +372,7 @@ struct TCP_client_data_stream_test : testing::Test {
         return std::make_unique<TCP_client_data_stream>(modules, "127.0.0.1", port.number(), 1, -1);
     }
 
+    const Signal_disposition no_pipe_signal{SIGPIPE, SIG_IGN};
     module_man modules;
     TCP_port port;
     Captured_descriptor errors{2}; // the stream says there that a connection has ended
@@ -392,6 +406,31 @@ TEST_F(TCP_client_data_stream_test, bytes_that_go_at_once_and_bytes_that_were_qu
     EXPECT_EQ(write_bytes(*stream, "at once"), 7);
     EXPECT_EQ(server.receive(7), "at once");
     EXPECT_EQ(debug.text_without_times(), "<time> port[WR](5/5): early\n<time> port[WRF](7/12): at once\n");
+}
+
+TEST_F(TCP_client_data_stream_test, bytes_never_overtake_those_that_are_queued) {
+    std::atomic<bool> blocked{false};
+    std::atomic<int> own_attempts{0};
+    Replaced_calls calls;
+    calls.write = [&, own = std::this_thread::get_id()](int fd) -> std::optional<ssize_t> {
+        if (!blocked || !is_socket(fd))
+            return {};
+        own_attempts += std::this_thread::get_id() == own;
+        return 0;
+    };
+    auto stream = make_stream();
+    const TCP_socket server = port.accept();
+    EXPECT_EQ(write_bytes(*stream, "connected "), 10);
+    EXPECT_EQ(server.receive(10), "connected ");
+    EXPECT_TRUE(eventually([&] { return !stream->is_write_data_avail(); }));
+    blocked = true;
+    EXPECT_EQ(write_bytes(*stream, "first "), 6);
+    EXPECT_EQ(own_attempts, 1);
+    EXPECT_EQ(write_bytes(*stream, "second"), 6);
+    EXPECT_EQ(own_attempts, 1) << "there is nothing to try while bytes wait";
+    blocked = false;
+    EXPECT_EQ(server.receive(12), "first second");
+    stream.reset(); // its thread uses the replaced call
 }
 
 TEST_F(TCP_client_data_stream_test, write_beyond_the_socket_and_the_queue_is_cut_short_and_nothing_is_lost) {
@@ -489,13 +528,33 @@ TEST_F(TCP_client_data_stream_test, server_that_is_away_comes_back_and_gets_what
     EXPECT_THAT(errors.text(), HasSubstr("TCP_client_data_stream: handle_read: Success\n"));
 }
 
-TEST_F(TCP_client_data_stream_test, server_that_closes_at_once_again_and_again_leaks_nothing) {
-    const auto stream = make_stream();
-    port.accept().close();
-    const int before = open_descriptors();
-    for (int i = 0; i < 100; ++i)
-        port.accept().close();
-    EXPECT_TRUE(eventually([&] { return open_descriptors() <= before + 1; }));
+TEST_F(TCP_client_data_stream_test, attempt_ends_after_the_time_that_the_stream_is_given) {
+    const Full_listener hanging;
+    std::atomic<int> attempts{0};
+    Replaced_calls calls;
+    calls.epoll_add_fails = [&](int fd) {
+        attempts += is_socket(fd);
+        return false;
+    };
+    const TCP_client_data_stream stream(modules, "127.0.0.1", hanging.port(), 1, 20);
+    EXPECT_TRUE(eventually([&] { return attempts == 4; })); // the usual 10 s each would take too long
+}
+
+TEST_F(TCP_client_data_stream_test, attempt_takes_as_long_as_it_needs_when_no_time_is_given) {
+    const Full_listener hanging;
+    std::atomic<int> attempts{0};
+    Replaced_calls calls;
+    calls.epoll_add_fails = [&](int fd) {
+        attempts += is_socket(fd);
+        return false;
+    };
+    for (const int no_time : {-1, 0}) {
+        attempts = 0;
+        const TCP_client_data_stream stream(modules, "127.0.0.1", hanging.port(), 1, no_time);
+        EXPECT_TRUE(eventually([&] { return attempts == 1; }));
+        EXPECT_TRUE(process_rests()); // for 300 ms, of the usual 10 s
+        EXPECT_EQ(attempts, 1);
+    }
 }
 
 TEST_F(TCP_client_data_stream_test, two_streams_of_the_library_talk) {

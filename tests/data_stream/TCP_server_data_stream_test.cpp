@@ -6,14 +6,16 @@
 
 #include <support/Captured_debug.h>
 #include <support/Captured_descriptor.h>
+#include <support/Held_announcement.h>
 #include <support/Open_pair.h>
 #include <support/Program.h>
 #include <support/Random.h>
 #include <support/Recording_waiter.h>
 #include <support/Replaced_delays.h>
 #include <support/Stream_bytes.h>
-#include <support/TCP_socket.h>
+#include <support/TCP_streams.h>
 #include <support/Vtable_slot.h>
+#include <support/With_ring_lock.h>
 #include <support/descriptors.h>
 #include <support/processor_time.h>
 #include <support/waiting.h>
@@ -26,6 +28,7 @@
 #include <set>
 #include <stdexcept>
 #include <thread>
+#include <vector>
 
 using namespace std::chrono_literals;
 using testing::HasSubstr;
@@ -44,33 +47,6 @@ std::multiset<std::string> thread_names() {
         names.insert(name);
     }
     return names;
-}
-
-template <typename Stream>
-void wait_until_open(Stream& stream) {
-    ASSERT_TRUE(eventually([&] { return stream.local_port() > 0; }));
-}
-
-/// A client that the server knows of.
-template <typename Stream>
-TCP_socket connect_to(Stream& stream, int receive_buffer = 0) {
-    wait_until_open(stream);
-    const unsigned before = stream.connection_count();
-    TCP_socket client = TCP_socket::connected_to(stream.local_port(), receive_buffer);
-    EXPECT_TRUE(eventually([&] { return stream.connection_count() == before + 1; }));
-    return client;
-}
-
-/// Takes `count` bytes as they come.
-std::string take(Data_stream& stream, std::size_t count) {
-    std::string bytes;
-    EXPECT_TRUE(eventually([&] {
-        while (stream.bytes_avail() > 0)
-            bytes += take_buffered(stream);
-        return bytes.size() >= count;
-    })) << bytes.size()
-        << " bytes came";
-    return bytes;
 }
 
 /// Offers bytes as the server's thread does.
@@ -99,6 +75,14 @@ TYPED_TEST(TCP_server_streams, own_operations_have_their_slots_behind_those_of_t
     EXPECT_EQ((vtable_slot<int (TypeParam::*)(int)>(&TypeParam::get_data)), first + 2);
     EXPECT_EQ(vtable_slot(&TypeParam::_write), first + 3);
     EXPECT_EQ(vtable_slot(&TypeParam::set_port_logging), first + 4);
+}
+
+TYPED_TEST(TCP_server_streams, lock_is_that_of_the_receive_ring) {
+    With_ring_lock<TypeParam> locked(this->modules, 0);
+    locked.lock();
+    EXPECT_TRUE(locked.ring_is_locked());
+    locked.unlock();
+    EXPECT_FALSE(locked.ring_is_locked());
 }
 
 TYPED_TEST(TCP_server_streams, fetch_satisfies_only_a_request_for_nothing) {
@@ -277,22 +261,6 @@ TYPED_TEST(TCP_server_streams, rx_callback_runs_under_the_lock_and_may_write) {
     EXPECT_EQ(take(this->stream, 1), "!");
 }
 
-TYPED_TEST(TCP_server_streams, creation_and_destruction_leave_no_threads_and_no_descriptors) {
-    wait_until_open(this->stream);
-    const int descriptors = open_descriptors();
-    const std::size_t threads = thread_names().size();
-    const Captured_descriptor errors(2); // takes two descriptors
-    for (int i = 0; i < 200; ++i) {
-        TypeParam short_lived(this->modules, 0);
-        if (i % 4 == 0) {
-            wait_until_open(short_lived);
-            TCP_socket::connected_to(short_lived.local_port()).send("bye");
-        }
-    }
-    EXPECT_EQ(open_descriptors(), descriptors + 2);
-    EXPECT_TRUE(eventually([&] { return thread_names().size() == threads; }));
-}
-
 TYPED_TEST(TCP_server_streams, destruction_with_a_full_ring_and_clients_is_prompt) {
     auto short_lived = std::make_unique<TypeParam>(this->modules, 0);
     const TCP_socket client = connect_to(*short_lived, 4096);
@@ -405,6 +373,17 @@ TEST_F(TCP_server_data_stream_test, logs_what_is_offered_even_when_it_is_refused
     EXPECT_EQ(debug.text_without_times(), "<time> port[RD](7/7): refused\n");
 }
 
+TEST_F(TCP_server_data_stream_test, logs_what_is_written_even_when_it_is_refused) {
+    const TCP_socket client = connect_to(stream);
+    const Captured_debug debug;
+    Debug::Print::enable(port_logging_category, true);
+    stream.set_description("port");
+    stream.set_port_logging(Data_stream::log_writes);
+    EXPECT_EQ(write_bytes(stream, std::string(256 * 1024 + 1, 'x')), 0);
+    EXPECT_THAT(debug.text_without_times(), HasSubstr("<time> port[WR](262145/262145): xxx"));
+    EXPECT_EQ(bytes_ready(client.fd()), 0);
+}
+
 TEST_F(TCP_server_data_stream_test, logs_every_received_byte_once_however_slow_the_reader_is) {
     const Captured_debug debug;
     const TCP_socket client = connect_to(stream);
@@ -419,6 +398,21 @@ TEST_F(TCP_server_data_stream_test, logs_every_received_byte_once_however_slow_t
     EXPECT_THAT(debug.text(), HasSubstr("/" + std::to_string(bytes.size()) + "): "));
 }
 
+TEST_F(TCP_server_data_stream_test, clients_take_turns_while_room_is_scarce) {
+    std::vector<TCP_socket> clients;
+    for (const char letter : {'a', 'b', 'c'}) {
+        clients.push_back(connect_to(stream));
+        clients.back().send(std::string(2 * capacity, letter));
+    }
+    std::set<char> seen;
+    for (int i = 0; i < 30; ++i) {
+        EXPECT_TRUE(eventually([this] { return stream.bytes_avail() == capacity; }));
+        seen.insert(buffered(stream).back());
+        stream.drop(1);
+    }
+    EXPECT_EQ(seen, (std::set<char>{'a', 'b', 'c'}));
+}
+
 TEST_F(TCP_server_data_stream_test, logs_clients_under_its_description) {
     const Captured_debug debug;
     Debug::Print::enable(port_logging_category, true);
@@ -428,23 +422,18 @@ TEST_F(TCP_server_data_stream_test, logs_clients_under_its_description) {
     EXPECT_THAT(debug.text_without_times(), HasSubstr("<time> port: client 0 connected from 127.0.0.1:"));
 }
 
-/// Holds the server's thread inside an event until it is let go.
+/// Holds the server's thread up until it is let go.
 class Held_up {
   public:
-    explicit Held_up(TCP_server_data_stream& stream) : client_(connect_to(stream)) {
-        stream.set_rx_callback([this] {
-            inside_ = true;
-            eventually([this] { return released_.load(); });
-        });
+    explicit Held_up(TCP_server_data_stream& stream) : announcement_(stream), client_(connect_to(stream)) {
         client_.send("!");
-        EXPECT_TRUE(eventually([this] { return inside_.load(); }));
+        announcement_.wait_until_inside();
     }
-    void release() { released_ = true; }
+    void release() { announcement_.release(); }
 
   private:
+    Held_announcement announcement_;
     TCP_socket client_;
-    std::atomic<bool> inside_{false};
-    std::atomic<bool> released_{false};
 };
 
 TEST_F(TCP_server_data_stream_test, destruction_tells_after_100_polls_that_the_server_does_not_end) {

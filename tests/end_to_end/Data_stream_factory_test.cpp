@@ -14,6 +14,7 @@
 #include <support/Captured_descriptor.h>
 #include <support/Pty_pair.h>
 #include <support/Random.h>
+#include <support/Signal_disposition.h>
 #include <support/Stream_bytes.h>
 #include <support/waiting.h>
 
@@ -32,13 +33,11 @@ using testing::HasSubstr;
 using Stream = std::unique_ptr<Event_sender_data_stream>;
 
 struct Data_stream_factory : testing::Test {
+    const Signal_disposition no_pipe_signal{SIGPIPE, SIG_IGN};
     module_man modules;
     char label[64] = "untouched";
 
-    void SetUp() override {
-        setenv("GLUE_TCP_BIND", "127.0.0.1", 1);
-        std::signal(SIGPIPE, SIG_IGN);
-    }
+    void SetUp() override { setenv("GLUE_TCP_BIND", "127.0.0.1", 1); }
     Stream make(const std::string& spec, Data_stream_create_options options = {}) {
         return Event_sender_data_stream_create_unique(modules, spec.c_str(), label, sizeof label, options);
     }

@@ -1,13 +1,16 @@
 #include <platform/TCP_client_task.h>
 
 #include <support/Captured_debug.h>
+#include <support/Replaced_calls.h>
 #include <support/TCP_socket.h>
 #include <support/descriptors.h>
 #include <support/processor_time.h>
 #include <support/waiting.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -16,13 +19,14 @@
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <vector>
 
 using namespace std::chrono_literals;
 using testing::HasSubstr;
 
 namespace {
 
-/// Keeps what it receives and sends what it is given, a byte at a time.
+/// Keeps what it receives and sends what it is given, a byte at a time unless told otherwise.
 class Client : public TCP_client_task {
   public:
     Client(const char* address, int port, int period_ms = 1) : TCP_client_task(address, port) {
@@ -45,6 +49,8 @@ class Client : public TCP_client_task {
     }
 
     std::atomic<unsigned> lost{0};
+    std::atomic<unsigned> most_at_once{1};
+    std::atomic<unsigned> refused{0};         ///< writes that the socket had no room for
     std::atomic<unsigned> asked_to_let_go{0}; ///< of a descriptor that was still open
 
   private:
@@ -64,8 +70,12 @@ class Client : public TCP_client_task {
     }
     void handle_write(int fd) override {
         const std::lock_guard<std::mutex> guard(mutex_);
-        if (::send(fd, to_send_.data(), 1, MSG_NOSIGNAL) == 1)
-            to_send_.erase(0, 1);
+        const ssize_t gone =
+            ::send(fd, to_send_.data(), std::min<std::size_t>(to_send_.size(), most_at_once), MSG_NOSIGNAL);
+        if (gone > 0)
+            to_send_.erase(0, static_cast<std::size_t>(gone));
+        else
+            ++refused;
     }
     bool is_write_data_avail() override {
         const std::lock_guard<std::mutex> guard(mutex_);
@@ -105,6 +115,39 @@ TEST(TCP_client_task_test, sends_what_was_given_before_the_connection) {
     EXPECT_EQ(port.accept().receive(10), "early bird");
 }
 
+/// Whoever derives may take a socket without room for one that has failed.
+TEST(TCP_client_task_test, sends_only_while_the_socket_has_room) {
+    TCP_port port;
+    port.listen();
+    Client client(port);
+    client.most_at_once = 256 * 1024;
+    client.open();
+    const TCP_socket server = port.accept();
+    const std::string bytes(16U << 20, 'x');
+    client.send(bytes);
+    EXPECT_TRUE(server.receive(bytes.size()) == bytes);
+    EXPECT_EQ(client.refused, 0U);
+}
+
+/// Where nobody listens on a local port, the system may choose that very port for this end.
+TEST(TCP_client_task_test, connection_to_itself_is_none) {
+    TCP_port port;
+    std::atomic<int> attempts{0};
+    Replaced_calls calls;
+    calls.before_connect = [&](int fd) {
+        if (++attempts <= 3)
+            bind_to(fd, port.number());
+    };
+    Client client(port);
+    client.send("who is there?");
+    client.open();
+    EXPECT_TRUE(eventually([&] { return attempts > 3; }));
+    EXPECT_EQ(client.received(), "");
+    port.listen();
+    EXPECT_EQ(port.accept().receive(13), "who is there?");
+    client.close();
+}
+
 TEST(TCP_client_task_test, socket_is_non_blocking_not_inherited_kept_alive_and_without_delay) {
     TCP_port port;
     port.listen();
@@ -122,6 +165,9 @@ TEST(TCP_client_task_test, socket_is_non_blocking_not_inherited_kept_alive_and_w
     };
     EXPECT_NE(option(IPPROTO_TCP, TCP_NODELAY), 0);
     EXPECT_NE(option(SOL_SOCKET, SO_KEEPALIVE), 0);
+    // A server that vanishes is noticed after a minute.
+    EXPECT_EQ(option(IPPROTO_TCP, TCP_KEEPIDLE) + option(IPPROTO_TCP, TCP_KEEPINTVL) * option(IPPROTO_TCP, TCP_KEEPCNT),
+              60);
 }
 
 TEST(TCP_client_task_test, keeps_trying_until_the_server_is_there_and_again_when_it_comes_back) {
@@ -158,6 +204,28 @@ TEST(TCP_client_task_test, server_that_closes_at_once_again_and_again_costs_noth
     EXPECT_TRUE(eventually([&] { return client.asked_to_let_go == 201; }));
 }
 
+TEST(TCP_client_task_test, socket_that_the_system_cannot_watch_is_an_attempt_that_fails) {
+    TCP_port port;
+    port.listen();
+    std::atomic<bool> failing{false};
+    std::atomic<int> failures{0};
+    Replaced_calls calls;
+    calls.epoll_add_fails = [&](int) {
+        errno = ENOSPC;
+        failures += failing;
+        return failing.load();
+    };
+    Client client(port);
+    client.open();
+    TCP_socket server = port.accept();
+    failing = true;
+    server.close();
+    EXPECT_TRUE(eventually([&] { return failures == 3; }));
+    failing = false;
+    EXPECT_TRUE(eventually([&] { return client.is_connected(); }));
+    client.close();
+}
+
 /// When each attempt to connect to a port came.
 class Attempts {
   public:
@@ -188,36 +256,40 @@ TEST(TCP_client_task_test, waits_the_period_after_every_connection_however_short
 }
 
 TEST(TCP_client_task_test, waits_twice_as_long_after_each_attempt_that_fails) {
-    TCP_port port;
-    Client client(port, 20); // attempts after 20, 60, 140, 300 ms, each refused; the next not before 620
-    const Stopwatch stopwatch;
+    using Time = std::chrono::steady_clock::time_point;
+    const TCP_port nobody_there;
+    std::mutex mutex;
+    std::vector<Time> attempts;
+    const auto attempts_so_far = [&] {
+        const std::lock_guard<std::mutex> guard(mutex);
+        return attempts;
+    };
+    Replaced_calls calls;
+    calls.epoll_add_fails = [&](int fd) { // every attempt has a socket of its own that is to be watched
+        const std::lock_guard<std::mutex> guard(mutex);
+        if (is_socket(fd))
+            attempts.push_back(std::chrono::steady_clock::now());
+        return false;
+    };
+    Client client(nobody_there, 20);
     client.open();
-    ASSERT_TRUE(eventually([&] { return stopwatch.elapsed() > 330ms; }));
-    port.listen();
-    const TCP_socket server = port.accept();
-    EXPECT_GE(stopwatch.elapsed(), 600ms);
+    EXPECT_TRUE(eventually([&] { return attempts_so_far().size() == 6; }));
+    client.close();
+    const std::vector<Time> made = attempts_so_far();
+    for (std::size_t i = 0; i + 1 < made.size(); ++i)
+        EXPECT_GE(made[i + 1] - made[i], std::chrono::milliseconds(20 << i)) << "after attempt " << i;
 }
 
 TEST(TCP_client_task_test, gives_up_an_attempt_that_takes_too_long) {
-    // A listener whose queue is full leaves connections hanging.
-    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    ASSERT_EQ(listen(listener, 0), 0); // on a port of the system's choice
-    sockaddr_in at{};
-    socklen_t size = sizeof at;
-    ASSERT_EQ(getsockname(listener, reinterpret_cast<sockaddr*>(&at), &size), 0);
-    const int number = ntohs(at.sin_port);
-    const TCP_socket first = TCP_socket::connected_to(number);
-
-    Client client("127.0.0.1", number);
+    const Full_listener listener;
+    Client client("127.0.0.1", listener.port());
     client.set_connect_timeout(20);
     client.open();
     EXPECT_LT(cpu_time_during(300ms), 100ms);
     EXPECT_FALSE(client.is_connected());
-    const int queued = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+    const TCP_socket makes_room = listener.accept();
     EXPECT_TRUE(eventually([&] { return client.is_connected(); }));
     client.close();
-    close(queued);
-    close(listener);
 }
 
 TEST(TCP_client_task_test, text_that_is_no_address_is_reported_and_nothing_runs) {

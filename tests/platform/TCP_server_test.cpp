@@ -150,6 +150,18 @@ TEST_F(TCP_server_opening, port_is_free_again_right_after_a_server_that_had_clie
     }
 }
 
+TEST_F(TCP_server_opening, port_that_the_system_cannot_watch_is_let_go) {
+    const int descriptors = open_descriptors();
+    Replaced_calls calls;
+    calls.epoll_add_fails = [](int) {
+        errno = ENOSPC;
+        return true;
+    };
+    EXPECT_FALSE(server.open(0));
+    EXPECT_EQ(server.local_port(), -1);
+    EXPECT_EQ(open_descriptors(), descriptors);
+}
+
 TEST_F(TCP_server_opening, address_comes_from_the_application_then_from_the_environment) {
     TCP_server_base::set_bind_address("");
     setenv("GLUE_TCP_BIND", "127.0.0.2", 1);
@@ -211,6 +223,9 @@ TEST_F(TCP_server_clients, have_sockets_that_no_program_inherits_kept_alive_with
     };
     EXPECT_NE(option(IPPROTO_TCP, TCP_NODELAY), 0);
     EXPECT_NE(option(SOL_SOCKET, SO_KEEPALIVE), 0);
+    // A client that vanishes is noticed after a minute.
+    EXPECT_EQ(option(IPPROTO_TCP, TCP_KEEPIDLE) + option(IPPROTO_TCP, TCP_KEEPINTVL) * option(IPPROTO_TCP, TCP_KEEPCNT),
+              60);
 }
 
 TEST_F(TCP_server_clients, that_leave_are_told_and_forgotten) {
@@ -265,6 +280,32 @@ TEST_F(TCP_server_clients, wait_while_the_process_has_no_descriptors_left) {
     EXPECT_LT(refusals, 50);
     refusing = false;
     EXPECT_TRUE(eventually([this] { return server.connection_count() == 1; }));
+    server.stop();
+}
+
+TEST_F(TCP_server_clients, that_the_system_cannot_watch_are_turned_away) {
+    const Captured_debug debug;
+    std::atomic<bool> failing{false};
+    Replaced_calls calls;
+    calls.epoll_add_fails = [&](int) {
+        errno = ENOSPC;
+        return failing.load();
+    };
+    server.start();
+    const TCP_socket before = server.connect();
+    const int descriptors = open_descriptors();
+    failing = true;
+    {
+        const TCP_socket refused = TCP_socket::connected_to(server.local_port());
+        EXPECT_EQ(refused.receive_all(), "");
+    }
+    failing = false;
+    EXPECT_EQ(open_descriptors(), descriptors);
+    EXPECT_THAT(debug.text(), HasSubstr("a client is turned away: "));
+    const TCP_socket after = server.connect();
+    EXPECT_TRUE(server.write("on"));
+    EXPECT_EQ(before.receive(2), "on");
+    EXPECT_EQ(after.receive(2), "on");
     server.stop();
 }
 

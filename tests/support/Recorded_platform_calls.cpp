@@ -33,6 +33,8 @@ int module_man::init_module(std::int16_t* id, bool permanent) {
     static const auto init = platforms_own<Init_module>("_ZN10module_man11init_moduleEPsb");
     if (record)
         record->permanent_modules.push_back(permanent);
+    if (record && record->failed_init_module != 0)
+        return record->failed_init_module;
     return init(this, id, permanent);
 }
 

@@ -36,6 +36,7 @@ class Recorded_platform_calls {
 
     std::vector<Send> sends;             ///< `waiter_descriptor::send_event`, call by call
     std::vector<bool> permanent_modules; ///< `module_man::init_module`, call by call
+    int failed_init_module = 0;          ///< what `init_module` returns, without an id; 0: it goes through
     std::vector<Loop> loops;             ///< `Diner::init`, call by call
     std::vector<Loop_end> loop_ends;     ///< `Diner::terminate`, call by call
 };

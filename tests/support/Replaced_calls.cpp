@@ -3,6 +3,7 @@
 #include <atomic>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <sys/epoll.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -75,10 +76,26 @@ extern "C" int bind(int fd, const sockaddr* address, socklen_t size) noexcept {
     return instead && instead->bind ? instead->bind(address) : original(fd, address, size);
 }
 
+extern "C" int connect(int fd, const sockaddr* address, socklen_t size) {
+    static const auto original = in_c_library<decltype(connect)>("connect");
+    const Replaced_calls* const instead = replaced;
+    if (instead && instead->before_connect)
+        instead->before_connect(fd);
+    return original(fd, address, size);
+}
+
 extern "C" int accept4(int fd, sockaddr* address, socklen_t* size, int flags) {
     static const auto original = in_c_library<decltype(accept4)>("accept4");
     const Replaced_calls* const instead = replaced;
     return instead && instead->accept4_fails && instead->accept4_fails() ? -1 : original(fd, address, size, flags);
+}
+
+extern "C" int epoll_ctl(int epoll, int operation, int fd, epoll_event* event) noexcept {
+    static const auto original = in_c_library<int(int, int, int, epoll_event*)>("epoll_ctl");
+    const Replaced_calls* const instead = replaced;
+    if (operation == EPOLL_CTL_ADD && instead && instead->epoll_add_fails && instead->epoll_add_fails(fd))
+        return -1;
+    return original(epoll, operation, fd, event);
 }
 
 extern "C" int tcsendbreak(int fd, int duration) noexcept {

@@ -31,8 +31,12 @@ class Replaced_calls {
     std::function<std::optional<ssize_t>(int fd)> write;
     /// What `bind` answers to an address.
     std::function<int(const sockaddr* address)> bind;
+    /// What happens to a socket before it is connected.
+    std::function<void(int fd)> before_connect;
     /// Whether `accept4` fails, with the `errno` that this sets.
     std::function<bool()> accept4_fails;
+    /// Whether a descriptor cannot be watched, for the reason that this puts into `errno`.
+    std::function<bool(int fd)> epoll_add_fails;
     /// What `tcsendbreak` answers.
     std::function<int(int fd, int duration)> send_break;
 };

@@ -35,14 +35,9 @@ bool connect(int fd, const char* address, int port) {
     return ::connect(fd, reinterpret_cast<const sockaddr*>(&to), sizeof to) == 0;
 }
 
-/// A socket that shares the port with others which do not listen.
 int bound_socket(int port) {
     const int fd = make_socket();
-    const int yes = 1;
-    setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
-    const sockaddr_in at = address_of("127.0.0.1", port);
-    if (bind(fd, reinterpret_cast<const sockaddr*>(&at), sizeof at) != 0)
-        ADD_FAILURE() << "cannot bind to port " << port;
+    bind_to(fd, port);
     return fd;
 }
 
@@ -123,6 +118,14 @@ void TCP_socket::reset() {
     close();
 }
 
+void bind_to(int fd, int port) {
+    const int yes = 1;
+    setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    const sockaddr_in at = address_of("127.0.0.1", port);
+    if (bind(fd, reinterpret_cast<const sockaddr*>(&at), sizeof at) != 0)
+        ADD_FAILURE() << "cannot bind to port " << port;
+}
+
 TCP_port::TCP_port() : number_(0), reservation_(bound_socket(0)) {
     number_ = port_of(reservation_);
 }
@@ -148,6 +151,26 @@ TCP_socket TCP_port::accept() const {
         return TCP_socket(accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC));
     ADD_FAILURE() << "no client comes";
     return TCP_socket();
+}
+
+Full_listener::Full_listener() : listener_(bound_socket(0)), port_(port_of(listener_)) {
+    if (::listen(listener_, 0) != 0)
+        ADD_FAILURE() << "cannot listen on port " << port_;
+    filler_ = TCP_socket::connected_to(port_);
+}
+
+Full_listener::~Full_listener() {
+    close(listener_);
+}
+
+TCP_socket Full_listener::accept() const {
+    return TCP_socket(accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC));
+}
+
+bool is_socket(int fd) {
+    int type = 0;
+    socklen_t size = sizeof type;
+    return getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &size) == 0;
 }
 
 std::vector<int> sockets_at(int port) {

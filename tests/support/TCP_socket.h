@@ -37,6 +37,9 @@ class TCP_socket {
     int fd_;
 };
 
+/// Gives a socket a port of 127.0.0.1, which others may have too as long as nobody listens.
+void bind_to(int fd, int port);
+
 /// A port of 127.0.0.1 that nobody else gets while this lives, whether it listens or not.
 class TCP_port {
   public:
@@ -57,5 +60,25 @@ class TCP_port {
     int listener_ = -1;
 };
 
+/// A listener of 127.0.0.1 whose queue is full: who connects hangs until `accept` has made room.
+class Full_listener {
+  public:
+    Full_listener();
+    ~Full_listener();
+    Full_listener(const Full_listener&) = delete;
+    Full_listener& operator=(const Full_listener&) = delete;
+
+    int port() const { return port_; }
+    /// Takes the connection that fills the queue.
+    TCP_socket accept() const;
+
+  private:
+    int listener_;
+    int port_;
+    TCP_socket filler_;
+};
+
+/// Whether a descriptor is a socket.
+bool is_socket(int fd);
 /// The sockets of this process whose local port it is.
 std::vector<int> sockets_at(int port);

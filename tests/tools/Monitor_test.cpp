@@ -5,6 +5,7 @@
 
 #include <support/Captured_descriptor.h>
 #include <support/Frame_builder.h>
+#include <support/Signal_disposition.h>
 #include <support/descriptors.h>
 #include <support/processes.h>
 #include <support/waiting.h>
@@ -58,19 +59,6 @@ std::string hex_of(char byte) {
     std::snprintf(digits, sizeof digits, "%02x", static_cast<unsigned char>(byte));
     return digits;
 }
-
-/// Ignores a signal while it lives.
-class Ignored_signal {
-  public:
-    explicit Ignored_signal(int signal) : signal_(signal), before_(std::signal(signal, SIG_IGN)) {}
-    ~Ignored_signal() { std::signal(signal_, before_); }
-    Ignored_signal(const Ignored_signal&) = delete;
-    Ignored_signal& operator=(const Ignored_signal&) = delete;
-
-  private:
-    int signal_;
-    void (*before_)(int);
-};
 
 /// A pipe of frames that never ends, from a thread of its own.
 class Endless_sender {
@@ -298,7 +286,7 @@ TEST(Monitor_ends, at_an_interrupt_though_the_reader_of_its_output_is_stuck) {
         const Standard_input standard(much_to_print(entries));
         Receiver_input input;
         const Interrupt interrupt;
-        const Ignored_signal no_pipe_signal(SIGPIPE);
+        const Signal_disposition no_pipe_signal(SIGPIPE, SIG_IGN);
         Pipe stuck;
         std::FILE* const output = fdopen(stuck.take_writing(), "w");
         std::atomic<bool> ended{false};

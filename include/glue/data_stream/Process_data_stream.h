@@ -76,8 +76,9 @@ class GLUE_EXPORT Process_data_stream : public Event_sender_data_stream {
     /// \return 1 for an `n` of 0, else 0
     int get_data(int n) override;
 
-    /// One system write to the child's standard input. Never blocks, queues nothing, takes no lock.
-    /// \return the bytes that the pipe took, possibly fewer than `len`; -1 when the stream is not in state 1, and for a
+    /// One system write to the child's standard input. Never blocks, queues nothing, takes no lock. Up to PIPE_BUF
+    /// bytes (4096) go whole or not at all, also where several threads write. \return the bytes that the pipe took,
+    /// possibly fewer than `len`; -1 when the stream is not in state 1, and for a
     ///         failed write: `errno` is EAGAIN when the pipe is full, EPIPE (without a SIGPIPE) when the child has
     ///         closed its input
     int _write(const unsigned char* data, unsigned int len) override;

@@ -1,0 +1,111 @@
+#include <support/Replaced_file_calls.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+Replaced_file_calls* replaced = nullptr;
+
+template <typename Function>
+Function* in_c_library(const char* name) {
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+/// What the test answers; nothing when it has no answer.
+template <typename Member, typename... Arguments>
+Replaced_file_calls::Answer answer(Member member, Arguments... arguments) {
+    if (!replaced || !(replaced->*member))
+        return std::nullopt;
+    return (replaced->*member)(arguments...);
+}
+
+} // namespace
+
+Replaced_file_calls::Replaced_file_calls() {
+    EXPECT_EQ(replaced, nullptr);
+    replaced = this;
+}
+
+Replaced_file_calls::~Replaced_file_calls() {
+    replaced = nullptr;
+}
+
+std::string name_behind(int fd) {
+    return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fd)).filename().string();
+}
+
+// The program's own definitions win over those of the shared libraries.
+
+extern "C" int openat(int folder, const char* name, int flags, ...) {
+    static const auto original = in_c_library<int(int, const char*, int, ...)>("openat");
+    mode_t mode = 0;
+    if ((flags & O_CREAT) != 0) {
+        va_list arguments;
+        va_start(arguments, flags);
+        mode = va_arg(arguments, mode_t);
+        va_end(arguments);
+    }
+    const auto instead = answer(&Replaced_file_calls::openat, name, flags);
+    return instead ? *instead : original(folder, name, flags, mode);
+}
+
+extern "C" int unlinkat(int folder, const char* name, int flags) noexcept {
+    static const auto original = in_c_library<int(int, const char*, int)>("unlinkat");
+    const auto instead = answer(&Replaced_file_calls::unlinkat, name);
+    return instead ? *instead : original(folder, name, flags);
+}
+
+extern "C" int fsync(int fd) {
+    static const auto original = in_c_library<int(int)>("fsync");
+    const auto instead = answer(&Replaced_file_calls::fsync, fd);
+    return instead ? *instead : original(fd);
+}
+
+extern "C" int fstat(int fd, struct stat* status) noexcept {
+    static const auto original = in_c_library<int(int, struct stat*)>("fstat");
+    const auto instead = answer(&Replaced_file_calls::fstat, fd);
+    return instead ? *instead : original(fd, status);
+}
+
+extern "C" int fseek(std::FILE* file, long offset, int whence) {
+    static const auto original = in_c_library<int(std::FILE*, long, int)>("fseek");
+    const auto instead = answer(&Replaced_file_calls::fseek, whence);
+    return instead ? *instead : original(file, offset, whence);
+}
+
+extern "C" long ftell(std::FILE* file) {
+    static const auto original = in_c_library<long(std::FILE*)>("ftell");
+    const auto instead = answer(&Replaced_file_calls::ftell);
+    return instead ? *instead : original(file);
+}
+
+extern "C" int fsetpos(std::FILE* file, const std::fpos_t* position) {
+    static const auto original = in_c_library<int(std::FILE*, const std::fpos_t*)>("fsetpos");
+    const auto instead = answer(&Replaced_file_calls::fsetpos);
+    return instead ? *instead : original(file, position);
+}
+
+extern "C" std::size_t fread(void* destination, std::size_t size, std::size_t count, std::FILE* file) {
+    static const auto original = in_c_library<std::size_t(void*, std::size_t, std::size_t, std::FILE*)>("fread");
+    const auto instead = answer(&Replaced_file_calls::fread, size, count);
+    return instead ? static_cast<std::size_t>(*instead) : original(destination, size, count, file);
+}
+
+extern "C" std::size_t fwrite(const void* source, std::size_t size, std::size_t count, std::FILE* file) {
+    static const auto original = in_c_library<std::size_t(const void*, std::size_t, std::size_t, std::FILE*)>("fwrite");
+    const auto instead = answer(&Replaced_file_calls::fwrite, size, count);
+    return instead ? static_cast<std::size_t>(*instead) : original(source, size, count, file);
+}
+
+extern "C" int ferror(std::FILE* file) noexcept {
+    static const auto original = in_c_library<int(std::FILE*)>("ferror");
+    const auto instead = answer(&Replaced_file_calls::ferror);
+    return instead ? *instead : original(file);
+}

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <sys/types.h>
+
+/// Sees, and where a test sets an answer replaces, calls that the program makes to the C library about files, for as
+/// long as it lives. Nothing as an answer: what the C library answers. One at a time; set it up before other threads
+/// start.
+///
+///     Replaced_file_calls calls;
+///     calls.fsync = [](int) { errno = EIO; return -1; };
+class Replaced_file_calls {
+  public:
+    Replaced_file_calls();
+    ~Replaced_file_calls();
+    Replaced_file_calls(const Replaced_file_calls&) = delete;
+    Replaced_file_calls& operator=(const Replaced_file_calls&) = delete;
+
+    using Answer = std::optional<int>;
+
+    std::function<Answer(const char* name, int flags)> openat;
+    std::function<Answer(const char* name)> unlinkat;
+    std::function<Answer(int fd)> fsync;
+    std::function<Answer(int fd)> fstat;
+    std::function<Answer(int whence)> fseek;
+    std::function<Answer()> ftell;
+    std::function<Answer()> fsetpos;
+    /// With how many members of what size.
+    std::function<Answer(std::size_t size, std::size_t count)> fread;
+    std::function<Answer(std::size_t size, std::size_t count)> fwrite;
+    std::function<Answer()> ferror;
+};
+
+/// The name of the file or folder that a descriptor is open on, without its path.
+std::string name_behind(int fd);

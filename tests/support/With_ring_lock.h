@@ -1,0 +1,14 @@
+#pragma once
+
+#include <platform/Mutex.h>
+
+/// A stream whose lock of the receive ring a test can look at.
+///
+///     With_ring_lock<TCP_server_data_stream> stream(modules, 0);
+template <typename Stream>
+struct With_ring_lock : Stream {
+    using Stream::Stream;
+
+    /// Whether the ring has a lock, and somebody holds it.
+    bool ring_is_locked() const { return this->buffer_lock && this->buffer_lock->owner_thread(); }
+};
