@@ -52,7 +52,11 @@ std::string Log_file_naming::free_path() const {
 
 std::shared_ptr<Log_file> Log_file::open(const std::string& path) {
     std::FILE* const file = std::fopen(path.c_str(), "w+e");
-    return file ? std::shared_ptr<Log_file>(new Log_file(path, file)) : nullptr;
+    if (!file)
+        return nullptr;
+    // What is written comes in large pieces, and what a full disk refuses is to be known at once.
+    std::setvbuf(file, nullptr, _IONBF, 0);
+    return std::shared_ptr<Log_file>(new Log_file(path, file));
 }
 
 std::size_t Log_file::write(const unsigned char* bytes, std::size_t count) {

@@ -103,9 +103,10 @@ void Log_source::delete_files(bool also_current) {
     });
 }
 
-void Log_source::use_time_of_writing(bool on) {
+void Log_source::use_time_of_writing(bool on, unsigned group_ms) {
     const Lock lock(mutex_);
     by_time_of_writing_ = on;
+    group_ms_ = std::max(group_ms, 1U);
 }
 
 logging_source_status Log_source::status() {
@@ -199,9 +200,14 @@ bool Log_source::keep(const unsigned char* bytes, unsigned count) {
     if (count >= history_size_)
         return false;
     const std::int64_t now = now_ms();
+    return history_.add(key_for(now), now - span_, bytes, count);
+}
+
+std::int64_t Log_source::key_for(std::int64_t now) const {
+    if (by_time_of_writing_)
+        return now - now % group_ms_ + group_ms_ - 1; // a group is as old as the last byte that it can have
     const std::int64_t period = period_ms;
-    const std::int64_t key = by_time_of_writing_ ? now : period * (now % period); // the product is on purpose
-    return history_.add(key, now - span_, bytes, count);
+    return period * (now % period); // the product is on purpose
 }
 
 void Log_source::wake_writer() {

@@ -38,7 +38,7 @@ class Log_source {
     bool write(const unsigned char* bytes, unsigned count);
     void flush(bool rotate);
     void delete_files(bool also_current);
-    void use_time_of_writing(bool on);
+    void use_time_of_writing(bool on, unsigned group_ms);
     logging_source_status status();
 
     static void set_period(unsigned ms);
@@ -68,6 +68,7 @@ class Log_source {
     void queue_history();
     bool queue(const unsigned char* bytes, unsigned count);
     bool keep(const unsigned char* bytes, unsigned count);
+    std::int64_t key_for(std::int64_t now) const;
     void wake_writer();
 
     // The writer
@@ -89,6 +90,7 @@ class Log_source {
     unsigned history_size_ = 0;
     Log_history history_; ///< the writer's alone while busy
     bool by_time_of_writing_ = false;
+    std::int64_t group_ms_ = 1;
     std::shared_ptr<Log_file> file_;
     std::string kept_path_; ///< of the file opened last
     std::int64_t opened_at_ = 0;

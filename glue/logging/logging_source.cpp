@@ -90,8 +90,8 @@ void logging_source_testing_override_timed_bucket_ms(unsigned ms) {
     Log_source::set_period(ms);
 }
 
-void logging_source_use_time_of_writing(logging_source_t source, bool on) {
-    at(source).use_time_of_writing(on);
+void logging_source_use_time_of_writing(logging_source_t source, bool on, unsigned group_ms) {
+    at(source).use_time_of_writing(on, group_ms);
 }
 
 logging_source_status logging_source_get_status(logging_source_t source) {

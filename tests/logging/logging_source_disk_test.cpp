@@ -3,6 +3,7 @@
 #include <glue/logging/logging_source.h>
 
 #include <support/Captured_descriptor.h>
+#include <support/Limited_file_size.h>
 #include <support/Traffic_log.h>
 #include <support/waiting.h>
 
@@ -242,4 +243,22 @@ TEST(logging_source_disk, many_callers_beside_the_writer_lose_nothing_uncounted)
         }
     }
     EXPECT_EQ(found + log.dropped(), written);
+}
+
+TEST(logging_source_disk, disk_that_is_full_in_the_middle_of_small_pieces_is_accounted_for_to_the_byte) {
+    Traffic_log log;
+    log.configure();
+    log.enable();
+    const Captured_descriptor errors(2);
+    {
+        const Limited_file_size disk(1000);
+        for (int i = 0; i < 30; ++i) {
+            log.write(std::string(70, 'x'));
+            log.settle();
+        }
+    }
+    EXPECT_EQ(log.content(), std::string(1000, 'x'));
+    EXPECT_EQ(log.dropped(), 1100U);
+    EXPECT_EQ(log.status().file_bytes, 1000U);
+    EXPECT_THAT(errors.text(), HasSubstr("background log write fail: File too large\n"));
 }

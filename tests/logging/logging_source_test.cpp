@@ -219,6 +219,30 @@ TEST_F(Logging_source, history_has_a_hundred_moments_at_most) {
     EXPECT_EQ(log.status().history_bytes, 199U) << "the oldest moment went with its bytes";
 }
 
+TEST_F(Logging_source, history_of_many_moments_reaches_back_as_far_when_they_are_grouped) {
+    Stopped_clock clock;
+    logging_source_use_time_of_writing(logging_source_receiver, true, 11);
+    log.keep_history(1000, 10000);
+    for (int i = 0; i < 5000; ++i) { // one every millisecond
+        log.write("x");
+        clock.advance(1);
+        if (i < 1000)
+            continue;
+        ASSERT_GE(log.status().history_bytes, 1000U) << i;
+        ASSERT_LE(log.status().history_bytes, 1000U + 11U) << i;
+    }
+}
+
+TEST_F(Logging_source, group_of_no_time_is_a_millisecond) {
+    Stopped_clock clock;
+    logging_source_use_time_of_writing(logging_source_receiver, true, 0);
+    log.keep_history(10);
+    log.write("a");
+    clock.advance(11);
+    log.write("b");
+    EXPECT_EQ(log.status().history_bytes, 1U);
+}
+
 TEST_F(Logging_source, moments_of_a_written_history_are_forgotten) {
     Stopped_clock clock;
     log.keep_history(1000);

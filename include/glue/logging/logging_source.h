@@ -89,9 +89,12 @@ GLUE_EXPORT void logging_source_testing_override_timed_bucket_ms(unsigned ms);
 
 // Additions of ours
 
-/// Lets a source's history age by the time of writing, in whole milliseconds, instead of by the key above: it then
-/// reaches back as far as `span` says. Off unless set.
-GLUE_EXPORT void logging_source_use_time_of_writing(logging_source_t source, bool on);
+/// Lets a source's history age by the time of writing instead of by the key above: it then reaches back as far as
+/// `span` says, and up to `group_ms` further. Off unless set.
+///
+/// The history holds a hundred groups at most, each of all that was written within `group_ms` milliseconds. So for
+/// traffic that comes in many pieces a hundred times `group_ms` has to be more than `span`; 0 counts as 1.
+GLUE_EXPORT void logging_source_use_time_of_writing(logging_source_t source, bool on, unsigned group_ms = 1);
 
 /// How a source stands.
 struct logging_source_status {
