@@ -48,6 +48,12 @@ struct Minutes {
     int fraction;
 };
 
+/// A whole number that a field holds; whatever it holds, one that fits.
+int whole(double field) {
+    constexpr double limit = 1e9;
+    return static_cast<int>(std::clamp(std::isnan(field) ? 0.0 : field, -limit, limit));
+}
+
 /// A number with so many decimals, on every locale with a point.
 void print_decimal(char (&text)[32], double value, int decimals) {
     const double step = std::pow(10, decimals);
@@ -121,11 +127,11 @@ bool Msg_NMEA_GGA::is_GGA() const {
 }
 
 int Msg_NMEA_GGA::get_fix() const {
-    return static_cast<int>(get_double(6));
+    return whole(get_double(6));
 }
 
 int Msg_NMEA_GGA::get_satellites() const {
-    return static_cast<int>(get_double(7));
+    return whole(get_double(7));
 }
 
 double Msg_NMEA_GGA::get_hdop() const {
