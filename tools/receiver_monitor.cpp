@@ -2,10 +2,13 @@
 
 #include "common/Interrupt.h"
 #include "common/command_line.h"
+#include "common/standard_descriptors.h"
 #include "common/streams.h"
 #include "monitor/Monitor.h"
 #include "monitor/Receiver_input.h"
+#include "monitor/Recorded_input.h"
 #include "monitor/Stream_input.h"
+#include "monitor/Traffic_recorder.h"
 
 #include <cerrno>
 #include <cmath>
@@ -33,7 +36,23 @@ struct Command_line {
     std::string format = "labelled";
     double duration = 0;
     Monitor::Options monitor;
+    std::optional<std::string> log;
+    std::optional<double> history;
+    bool log_later = false;
 };
+
+void describe_log(CLI::App& app, Command_line& line) {
+    constexpr double longest_history = 86400; // seconds
+    app.add_option("--log", line.log,
+                   "Record the raw traffic in files of this directory; SIGUSR1 switches the record off and on")
+        ->check(CLI::ExistingDirectory)
+        ->type_name("DIR");
+    app.add_option("--history", line.history,
+                   "With --log: a record that is switched on later begins so many seconds before that")
+        ->check(number_between(0, longest_history))
+        ->type_name("SECONDS");
+    app.add_flag("--log-later", line.log_later, "With --log: the record is off until it is switched on");
+}
 
 void describe(CLI::App& app, Command_line& line) {
     constexpr double longest_duration = 1e9; // seconds
@@ -58,6 +77,7 @@ void describe(CLI::App& app, Command_line& line) {
         ->check(number_between(1, most_frames))
         ->type_name("FRAMES");
     app.add_flag("--quiet", line.monitor.quiet, "Print the summary alone");
+    describe_log(app, line);
     app.footer(
         "The summary goes to standard error. Exit status: 0 when at least one good frame came, 2 when none did,\n"
         "1 for a wrong option, an input that cannot be opened or read, or an output that fails.");
@@ -94,12 +114,26 @@ std::unique_ptr<Link_input> open_input(const CLI::App& app, const Command_line& 
     return std::make_unique<Stream_input>(std::move(stream));
 }
 
+/// What is wrong with options that are right one by one.
+std::optional<std::string> contradiction(const Command_line& line) {
+    if (!line.log && (line.history || line.log_later))
+        return "--history and --log-later need --log";
+    return std::nullopt;
+}
+
 int monitor(const CLI::App& app, const Command_line& line) {
-    const auto input = open_input(app, line);
+    Interrupt interrupt(line.log.has_value());
+    auto input = open_input(app, line);
     if (!input)
         return command_line::failed;
 
-    const Interrupt interrupt;
+    std::optional<Traffic_recorder> recorder;
+    if (line.log) {
+        recorder.emplace(Traffic_recorder::Options{*line.log, line.history.value_or(0), line.log_later});
+        if (!recorder->start())
+            return command_line::failed;
+        input = std::make_unique<Recorded_input>(std::move(input), *recorder, interrupt);
+    }
     Monitor monitor(line.monitor, *input, interrupt, stdout);
     if (monitor.run() == Monitor::End::output_failed)
         return complain(app, std::string("cannot write to standard output: ") + std::strerror(errno));
@@ -109,18 +143,23 @@ int monitor(const CLI::App& app, const Command_line& line) {
             return command_line::failed;
     }
     monitor.print_summary(stderr);
+    if (recorder)
+        recorder->print_summary(stderr);
     return monitor.good_frames() > 0 ? good_frames_came : no_good_frame_came;
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
+    occupy_standard_descriptors();
     std::signal(SIGPIPE, SIG_IGN); // a reader that goes away is told as any other failing output
     Command_line line;
     CLI::App app("Shows what a receiver says, as it comes: a line for each message.", "receiver_monitor");
     describe(app, line);
     if (const auto status = command_line::parse(app, argc, argv))
         return *status;
+    if (const auto wrong = contradiction(line))
+        return complain(app, *wrong);
     line.monitor.labelled = line.format == "labelled";
     line.monitor.duration_ms = static_cast<std::int64_t>(std::ceil(line.duration * 1000));
     return monitor(app, line);

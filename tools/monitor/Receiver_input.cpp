@@ -53,6 +53,10 @@ Receiver_input::Arrival Receiver_input::wait(std::optional<Atime> deadline, int 
     return fetch();
 }
 
+bool Receiver_input::can_wait() const {
+    return isatty(get_read_fd()) == 0;
+}
+
 /// One read, of what is there, into the room that the ring has in one piece.
 Receiver_input::Arrival Receiver_input::fetch() {
     const auto room = rx_buffer.free_region();
