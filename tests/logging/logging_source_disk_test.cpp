@@ -4,16 +4,16 @@
 
 #include <support/Captured_descriptor.h>
 #include <support/Limited_file_size.h>
+#include <support/Replaced_file_calls.h>
 #include <support/Traffic_log.h>
 #include <support/waiting.h>
 
 #include <atomic>
-#include <cerrno>
 #include <csignal>
-#include <dlfcn.h>
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <optional>
 #include <string>
 #include <sys/wait.h>
 #include <thread>
@@ -29,8 +29,15 @@ struct Disk {
     Disk() { present = this; }
     ~Disk() { present = nullptr; }
 
-    /// How many of so many bytes a log file takes.
-    std::function<std::size_t(std::size_t)> on_write;
+    /// What happens in front of every write.
+    void before_write(const std::function<void()>& happens) {
+        calls.fwrite = [happens](std::size_t, std::size_t) {
+            happens();
+            return std::nullopt;
+        };
+    }
+
+    Replaced_file_calls calls;
     std::atomic<int> syncs{0};
 
     static inline std::atomic<Disk*> present{nullptr};
@@ -40,17 +47,6 @@ struct Disk {
 constexpr logging_source_t used_in_children = logging_source_corrections;
 
 } // namespace
-
-extern "C" size_t fwrite(const void* bytes, size_t size, size_t count, FILE* file) {
-    static const auto original = reinterpret_cast<decltype(&fwrite)>(dlsym(RTLD_NEXT, "fwrite"));
-    const Disk* const disk = Disk::present;
-    if (disk && disk->on_write && file != stdout && file != stderr) {
-        const std::size_t taken = disk->on_write(count);
-        original(bytes, size, taken, file);
-        return taken;
-    }
-    return original(bytes, size, count, file);
-}
 
 extern "C" void sync() noexcept {
     if (Disk* const disk = Disk::present)
@@ -66,21 +62,18 @@ TEST(logging_source_disk, full_disk_loses_what_it_refuses_and_counts_it) {
     log.configure();
     log.enable(); // another file
     const Captured_descriptor errors(2);
+    const std::string most(96, 'x');
     {
-        Disk disk;
-        disk.on_write = [](std::size_t count) {
-            errno = ENOSPC;
-            return std::min<std::size_t>(count, 3);
-        };
-        EXPECT_TRUE(log.write("refused"));
+        const Limited_file_size disk(99);
+        EXPECT_TRUE(log.write(most + "refused"));
         log.settle();
         EXPECT_EQ(log.dropped(), 4U);
-        EXPECT_EQ(log.status().file_bytes, 3U);
+        EXPECT_EQ(log.status().file_bytes, 99U);
     }
     log.write(" and on");
     log.settle();
-    EXPECT_THAT(errors.text(), HasSubstr("background log write fail: No space left on device\n"));
-    EXPECT_THAT(log.contents(), testing::UnorderedElementsAre("whole ", "ref and on"));
+    EXPECT_THAT(errors.text(), HasSubstr("background log write fail: File too large\n"));
+    EXPECT_THAT(log.contents(), testing::UnorderedElementsAre("whole ", most + "ref and on"));
 }
 
 TEST(logging_source_disk, disk_that_does_not_answer_blocks_nobody_who_logs) {
@@ -90,10 +83,7 @@ TEST(logging_source_disk, disk_that_does_not_answer_blocks_nobody_who_logs) {
     std::atomic<bool> answers{false};
     {
         Disk disk;
-        disk.on_write = [&](std::size_t count) {
-            eventually([&] { return answers.load(); });
-            return count;
-        };
+        disk.before_write([&] { eventually([&] { return answers.load(); }); });
         const std::string piece(1000, 'x');
         const Stopwatch watch;
         for (int i = 0; i < 400; ++i) // more than the queue holds
@@ -114,10 +104,7 @@ TEST(logging_source_disk, bytes_that_come_while_a_rotation_is_written_are_droppe
     log.write("history");
     std::atomic<bool> goes_on{false};
     Disk disk;
-    disk.on_write = [&](std::size_t count) {
-        eventually([&] { return goes_on.load(); });
-        return count;
-    };
+    disk.before_write([&] { eventually([&] { return goes_on.load(); }); });
     logging_source_flush(logging_source_receiver, true); // returns while the disk is still at it
     EXPECT_TRUE(logging_source_is_busy(logging_source_receiver));
     EXPECT_TRUE(log.write("dropped"));
@@ -157,10 +144,7 @@ TEST(logging_source_disk, process_that_exits_does_not_wait_long_for_a_dead_disk)
         log.configure();
         log.enable();
         Disk disk;
-        disk.on_write = [](std::size_t count) {
-            pause();
-            return count;
-        };
+        disk.before_write([] { pause(); });
         log.write("never written");
         eventually([] { return false; }, std::chrono::milliseconds(50));
         std::exit(0);

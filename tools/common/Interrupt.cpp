@@ -8,9 +8,11 @@
 
 namespace {
 
-volatile std::sig_atomic_t came = 0;
+// The handlers run in any thread.
+std::atomic<bool> came{false};
 std::atomic<unsigned> switches{0};
-static_assert(std::atomic<unsigned>::is_always_lock_free, "a signal handler counts");
+static_assert(std::atomic<bool>::is_always_lock_free && std::atomic<unsigned>::is_always_lock_free,
+              "a signal handler cannot wait for a lock");
 int ends[2] = {-1, -1}; // to read, to write
 
 void make_readable() {
@@ -20,7 +22,7 @@ void make_readable() {
 }
 
 extern "C" void note_signal(int) {
-    came = 1;
+    came = true;
     make_readable();
 }
 
@@ -50,7 +52,7 @@ void handle(int signal, void (*handler)(int), int flags = 0) {
 } // namespace
 
 Interrupt::Interrupt(bool with_switch) {
-    came = 0;
+    came = false;
     switches = 0;
     if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0)
         ends[0] = ends[1] = -1;
@@ -75,7 +77,7 @@ int Interrupt::descriptor() const {
 }
 
 bool Interrupt::has_come() const {
-    return came != 0;
+    return came;
 }
 
 unsigned Interrupt::take_switches() {
