@@ -2,18 +2,26 @@
 
 #include "common/Interrupt.h"
 #include "common/command_line.h"
+#include "common/config_file.h"
+#include "common/standard_descriptors.h"
 #include "common/streams.h"
 #include "monitor/Monitor.h"
 #include "monitor/Preferences.h"
 #include "monitor/Receiver_input.h"
+#include "monitor/Recorded_input.h"
+#include "monitor/Replay_input.h"
 #include "monitor/Stream_input.h"
+#include "monitor/Traffic_recorder.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <csignal>
 #include <cstring>
+#include <iterator>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <unistd.h>
 
@@ -39,7 +47,42 @@ struct Command_line {
     bool no_preferences = false;
     double duration = 0;
     Monitor::Options monitor;
+    std::optional<std::string> log;
+    std::optional<double> history;
+    bool log_later = false;
+    std::optional<std::string> config;
+    std::optional<std::string> replay;
+    std::optional<double> speed;
 };
+
+/// What tells where the bytes come from: at most one of these.
+constexpr const char* sources[] = {"SPEC", "device", "replay"};
+
+bool is_given(const CLI::App& app, const std::string& source) {
+    return app.count(source == "SPEC" ? source : "--" + source) > 0;
+}
+
+void describe_log(CLI::App& app, Command_line& line) {
+    constexpr double longest_history = 86400; // seconds
+    app.add_option("--log", line.log,
+                   "Record the raw traffic in files of this directory; SIGUSR1 switches the record off and on")
+        ->check(CLI::ExistingDirectory)
+        ->type_name("DIR");
+    app.add_option("--history", line.history,
+                   "With --log: a record that is switched on later begins so many seconds before that")
+        ->check(number_between(0, longest_history))
+        ->type_name("SECONDS");
+    app.add_flag("--log-later", line.log_later, "With --log: the record is off until it is switched on");
+}
+
+void describe_replay(CLI::App& app, Command_line& line) {
+    constexpr double fastest = 1e6;
+    app.add_option("--replay", line.replay, "Play a record of raw traffic back, instead of SPEC")->type_name("FILE");
+    app.add_option("--speed", line.speed,
+                   "With --replay: how many times as fast as it was recorded; 0, as without it: as fast as it goes")
+        ->check(number_between(0, fastest))
+        ->type_name("X");
+}
 
 void describe(CLI::App& app, Command_line& line) {
     constexpr double longest_duration = 1e9; // seconds
@@ -69,6 +112,12 @@ void describe(CLI::App& app, Command_line& line) {
         ->check(number_between(1, most_frames))
         ->type_name("FRAMES");
     app.add_flag("--quiet", line.monitor.quiet, "Print the summary alone");
+    describe_log(app, line);
+    describe_replay(app, line);
+    app.add_option("--config", line.config,
+                   "Read options from this ini file: keys are their names without dashes, or SPEC; the command line\n"
+                   "wins")
+        ->type_name("FILE");
     app.footer(
         "Preferences are for people: without --preferences they are used when a SPEC is given or standard input is a\n"
         "terminal, and not in a pipe. They are in $GLUE_MONITOR_PREFERENCES (empty: nowhere) or, when that is not set, "
@@ -89,12 +138,14 @@ bool send(Data_stream& stream, const std::string& command) {
 
 /// Opens what the command line names; null, after a line on standard error, when that fails.
 std::unique_ptr<Link_input> open_input(const CLI::App& app, const Command_line& line) {
+    if (line.replay) {
+        auto input = std::make_unique<Replay_input>(line.speed.value_or(0));
+        if (!input->open(*line.replay))
+            return nullptr;
+        return input;
+    }
     if (line.device || line.specification == standard_input) {
         auto input = std::make_unique<Receiver_input>();
-        if (line.to_send || line.trace) {
-            complain(app, "--send and --trace need a stream that can do that: give a SPEC");
-            return nullptr;
-        }
         if (line.device && !input->open_device(*line.device))
             return nullptr;
         return input;
@@ -143,7 +194,8 @@ void load(Preferences& preferences, const CLI::App& app) {
 void fill_in(Command_line& line, const CLI::App& app, const Preferences& preferences) {
     if (app.count("--format") == 0)
         line.format = preferences.format() == Preferences::Format::comma ? comma : labelled;
-    if (app.count("SPEC") == 0 && !line.device && isatty(STDIN_FILENO) && !preferences.stream().empty()) {
+    if (app.count("SPEC") == 0 && !line.device && !line.replay && isatty(STDIN_FILENO) &&
+        !preferences.stream().empty()) {
         line.specification = preferences.stream();
         complain(app, "reading " + line.specification + ", the last stream");
     }
@@ -160,38 +212,78 @@ void remember(Preferences& preferences, const CLI::App& app, const Command_line&
         complain(app, "preferences not kept: " + reason);
 }
 
+/// Reads the options that are in a file, if there is one. \return what is wrong with it
+std::optional<std::string> read_config(CLI::App& app, const Command_line& line) {
+    if (!line.config)
+        return std::nullopt;
+    const bool has_source =
+        std::any_of(std::begin(sources), std::end(sources), [&](const char* s) { return is_given(app, s); });
+    return config_file::read(app, *line.config,
+                             has_source ? std::set<std::string>(std::begin(sources), std::end(sources))
+                                        : std::set<std::string>());
+}
+
+/// What is wrong with options that are right one by one.
+std::optional<std::string> contradiction(const CLI::App& app, const Command_line& line) {
+    if (std::count_if(std::begin(sources), std::end(sources), [&](const char* s) { return is_given(app, s); }) > 1)
+        return "SPEC, --device and --replay exclude each other";
+    const bool is_stream = !line.replay && !line.device && line.specification != standard_input;
+    if ((line.to_send || line.trace) && !is_stream)
+        return "--send and --trace need a stream that can do that: give a SPEC";
+    if (line.speed && !line.replay)
+        return "--speed needs --replay";
+    if (!line.log && (line.history || line.log_later))
+        return "--history and --log-later need --log";
+    return std::nullopt;
+}
+
 int monitor(const CLI::App& app, Command_line& line) {
     Preferences preferences(preferences_path(app, line));
     load(preferences, app);
     fill_in(line, app, preferences);
-    const auto input = open_input(app, line);
+    Interrupt interrupt(line.log.has_value());
+    auto input = open_input(app, line);
     if (!input)
         return command_line::failed;
     remember(preferences, app, line);
 
     line.monitor.labelled = line.format == labelled;
-    const Interrupt interrupt;
+    std::optional<Traffic_recorder> recorder;
+    if (line.log) {
+        recorder.emplace(Traffic_recorder::Options{*line.log, line.history.value_or(0), line.log_later});
+        if (!recorder->start())
+            return command_line::failed;
+        input = std::make_unique<Recorded_input>(std::move(input), *recorder, interrupt);
+    }
     Monitor monitor(line.monitor, *input, interrupt, stdout);
     if (monitor.run() == Monitor::End::output_failed)
         return complain(app, std::string("cannot write to standard output: ") + std::strerror(errno));
     if (input->error() != 0) {
-        complain(app, "cannot read " + line.device.value_or("standard input") + ": " + std::strerror(input->error()));
+        complain(app, "cannot read " + line.replay.value_or(line.device.value_or("standard input")) + ": " +
+                          std::strerror(input->error()));
         if (input->arrived() == 0)
             return command_line::failed;
     }
     monitor.print_summary(stderr);
+    if (recorder)
+        recorder->print_summary(stderr);
     return monitor.good_frames() > 0 ? good_frames_came : no_good_frame_came;
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
+    occupy_standard_descriptors();
     std::signal(SIGPIPE, SIG_IGN); // a reader that goes away is told as any other failing output
     Command_line line;
     CLI::App app("Shows what a receiver says, as it comes: a line for each message.", "receiver_monitor");
     describe(app, line);
     if (const auto status = command_line::parse(app, argc, argv))
         return *status;
+    if (const auto wrong = read_config(app, line))
+        return complain(app, *wrong);
+    if (const auto wrong = contradiction(app, line))
+        return complain(app, *wrong);
     line.monitor.duration_ms = static_cast<std::int64_t>(std::ceil(line.duration * 1000));
     return monitor(app, line);
 }

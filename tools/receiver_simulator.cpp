@@ -75,9 +75,13 @@ void describe(CLI::App& app, Command_line& line) {
         ->type_name("F")
         ->capture_default_str();
     app.add_flag("--crlf", line.receiver.crlf, "Frames end CR LF instead of LF");
+    app.add_flag("--automation", line.receiver.automation, "Each epoch has a status of the automation (GS)");
+    app.add_flag("--display", line.receiver.display, "Each epoch has numbers for the display (ES)");
+    app.add_flag("--nmea", line.receiver.nmea, "Each epoch is followed by its position as an NMEA sentence (GGA)");
     app.add_option("--stream", line.stream,
                    "Serve the stream of this specification text instead of standard output, and answer the command\n"
-                   "lines that come: version; rate; rate,HZ; messages,on; messages,off")
+                   "lines that come: version; rate; rate,HZ; messages,on; messages,off. Command frames (GC) move the\n"
+                   "automation")
         ->type_name("SPEC");
 }
 
@@ -138,8 +142,8 @@ int simulate_on_stream(const Command_line& line) {
         return command_line::failed;
 
     simulator::Command_interpreter commands({line.rate, true});
-    Receiver_port port(std::move(stream), commands, interrupt);
     Simulated_receiver receiver(line.receiver);
+    Receiver_port port(std::move(stream), commands, receiver.automation(), interrupt);
     send_epochs(line, receiver, commands, port);
     // What the stream itself still holds leaves meanwhile.
     const Atime end = Atime::now() + linger_ms;

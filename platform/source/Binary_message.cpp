@@ -42,6 +42,10 @@ bool write_le(const Binary_message_storage& message, unsigned offset, Number val
     return true;
 }
 
+constexpr unsigned bit_mask(unsigned count) {
+    return (1U << count) - 1;
+}
+
 } // namespace
 
 template <typename Storage>
@@ -139,6 +143,27 @@ const char* Binary_wrapper<Storage>::get_string(unsigned offset, unsigned length
     std::memcpy(copy, text, length);
     copy[length] = '\0';
     return copy;
+}
+
+template <typename Storage>
+unsigned Binary_wrapper<Storage>::get_bits_lsb(unsigned offset, unsigned first, unsigned count) const {
+    return get_uint8(offset) >> first & bit_mask(count);
+}
+
+template <typename Storage>
+bool Binary_wrapper<Storage>::set_bits_lsb(unsigned offset, unsigned first, unsigned count, unsigned value) {
+    const unsigned mask = bit_mask(count) << first;
+    return set_uint8(offset, static_cast<std::uint8_t>((get_uint8(offset) & ~mask) | (value << first & mask)));
+}
+
+template <typename Storage>
+bool Binary_wrapper<Storage>::get_bit_msb(unsigned offset, unsigned bit) const {
+    return get_bits_lsb(offset, bit, 1) != 0;
+}
+
+template <typename Storage>
+bool Binary_wrapper<Storage>::set_bit_msb(unsigned offset, unsigned bit, bool on) {
+    return set_bits_lsb(offset, bit, 1, on ? 1 : 0);
 }
 
 template class Binary_wrapper<Binary_message_storage>;

@@ -1,5 +1,6 @@
 // The simulator at the other end of streams of every kind: what it sends reaches its readers, and it answers commands.
 
+#include <support/Frame_builder.h>
 #include <support/Program.h>
 #include <support/Pty_pair.h>
 #include <support/TCP_socket.h>
@@ -97,6 +98,92 @@ TEST_F(Served_receiver, is_silent_when_told_to_be) {
             heard += line.receive(1);
         line.send("version\n");
         expect_reply(line, "RE015{receiver_simulator}\r\n"); // nothing stands before it
+    });
+}
+
+TEST_F(Served_receiver, lines_shorter_than_a_header_are_answered_at_once) {
+    const Pty_pair line;
+    serve(line.path(), {"--rate", "0.001"}, [&] {
+        const std::string first = bytes_of_epochs(1);
+        EXPECT_TRUE(line.receive(first.size()) == first);
+        for (const char* text : {"x\n", "ab\r\n", "\nabc\n", "GC0\n"}) {
+            line.send(text);
+            expect_reply(line, "ER012{1,wrong command}\r\n");
+        }
+    });
+}
+
+TEST_F(Served_receiver, text_that_looks_like_a_frame_is_a_command_line) {
+    const Pty_pair line;
+    serve(line.path(), {"--rate", "0.001"}, [&] {
+        const std::string first = bytes_of_epochs(1);
+        EXPECT_TRUE(line.receive(first.size()) == first);
+        for (const std::string& text : {std::string("beadface\n"), std::string("RE0012345\n"), std::string("PG009\n"),
+                                        std::string(300, '0') + "\n"}) {
+            line.send(text);
+            expect_reply(line, "ER012{1,wrong command}\r\n");
+        }
+    });
+}
+
+/// Receives frames until a status of the automation comes.
+std::string next_status(const Pty_pair& line) {
+    for (;;) {
+        std::string frame = line.receive(5);
+        if (frame.size() < 5)
+            return "nothing came";
+        frame += line.receive(std::stoul(frame.substr(2, 3), nullptr, 16) + 1);
+        if (frame.rfind("GS", 0) == 0)
+            return frame;
+    }
+}
+
+/// The state in the first status whose state is not `before`.
+int state_behind(int before, const Pty_pair& line) {
+    for (int i = 0; i < 1000; ++i) {
+        const std::string status = next_status(line);
+        const int state = status.size() == 15 ? static_cast<unsigned char>(status[7]) >> 4 : -1;
+        if (state != before)
+            return state;
+    }
+    return before;
+}
+
+TEST_F(Served_receiver, command_frames_move_the_automation) {
+    const Pty_pair line;
+    const auto command = [](char flags) {
+        return build_frame("GC", std::string("\1\r\0", 3) + flags + "\n\r\n\r"); // line ends in the middle of it
+    };
+    const auto result = serve(line.path(), {"--rate", "100", "--automation"}, [&] {
+        EXPECT_EQ(state_behind(-1, line), 1);
+        line.send(command('\x40'));
+        EXPECT_EQ(state_behind(1, line), 2);
+        line.send(command('\x41'));
+        EXPECT_EQ(state_behind(2, line), 3);
+        std::string bad = command('\0');
+        bad[7] = '\1'; // not what the checksum is about
+        line.send(bad);
+        line.send(command('\x43'));
+        EXPECT_EQ(state_behind(3, line), 5) << "the bad one did nothing";
+        const std::string one = next_status(line);
+        const std::string other = next_status(line);
+        EXPECT_EQ(static_cast<unsigned char>(other[6]), (static_cast<unsigned char>(one[6]) + 1) % 256);
+        line.send(command('\0'));
+        EXPECT_EQ(state_behind(5, line), 1);
+    });
+    EXPECT_EQ(result.status, 0) << result.errors;
+}
+
+TEST_F(Served_receiver, command_lines_and_frames_may_be_mixed_and_cut_anywhere) {
+    const Pty_pair line;
+    serve(line.path(), {"--rate", "0.001"}, [&] {
+        const std::string first = bytes_of_epochs(1);
+        EXPECT_TRUE(line.receive(first.size()) == first);
+        const std::string frame = build_frame("GC", std::string("\1\r\0\x40\n\r\n\r", 8));
+        line.send("rate\r\n" + frame + "rate\n" + frame.substr(0, 6));
+        expect_reply(line, "RE008{0.001}\r\nRE008{0.001}\r\n");
+        line.send(frame.substr(6) + "version\n");
+        expect_reply(line, "RE015{receiver_simulator}\r\n");
     });
 }
 

@@ -1,6 +1,7 @@
 #include <support/Replaced_file_calls.h>
 #include <support/Replaced_ioctl.h>
 
+#include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <dlfcn.h>
@@ -14,7 +15,7 @@
 
 namespace {
 
-Replaced_file_calls* replaced = nullptr;
+std::atomic<Replaced_file_calls*> replaced{nullptr}; // other threads may ask
 
 template <typename Function>
 Function* in_c_library(const char* name) {
@@ -24,15 +25,16 @@ Function* in_c_library(const char* name) {
 /// What the test answers; nothing when it has no answer.
 template <typename Member, typename... Arguments>
 Replaced_file_calls::Answer answer(Member member, Arguments... arguments) {
-    if (!replaced || !(replaced->*member))
+    Replaced_file_calls* const present = replaced;
+    if (!present || !(present->*member))
         return std::nullopt;
-    return (replaced->*member)(arguments...);
+    return (present->*member)(arguments...);
 }
 
 } // namespace
 
 Replaced_file_calls::Replaced_file_calls() {
-    EXPECT_EQ(replaced, nullptr);
+    EXPECT_EQ(replaced.load(), nullptr);
     replaced = this;
 }
 

@@ -1,6 +1,7 @@
 // The program as a user runs it.
 
 #include "much_to_print.h"
+#include "running_monitor.h"
 #include "summary_text.h"
 
 #include <support/Frame_builder.h>
@@ -12,17 +13,14 @@
 #include <support/waiting.h>
 
 #include <algorithm>
-#include <atomic>
 #include <csignal>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <termios.h>
-#include <thread>
 #include <unistd.h>
 
 namespace {
 
-using Arguments = std::vector<std::string>;
 using testing::HasSubstr;
 using testing::StartsWith;
 
@@ -30,10 +28,6 @@ const std::string frame = build_frame("~~", le(std::uint32_t{1234}));
 const std::string line = "RT ms=1234\n";
 const std::string summary_of_nothing =
     "bytes: 0 = frames 0 + replies 0 + acknowledgements 0 + noise 0 + separators 0\nchecksum failures: 0\n";
-
-Program monitor_with(Arguments arguments) {
-    return Program(RECEIVER_MONITOR, std::move(arguments));
-}
 
 /// The monitor started by a shell that first does something to its descriptors.
 Program monitor_after(const std::string& redirections, Arguments arguments = {}) {
@@ -56,46 +50,6 @@ void expect_refusal(const Arguments& arguments, const std::string& about) {
     EXPECT_EQ(std::count(result.errors.begin(), result.errors.end(), '\n'), 1) << result.errors;
     EXPECT_EQ(result.errors.back(), '\n');
 }
-
-/// A monitor that runs beside the test, on a FIFO that the test writes.
-class Running_monitor {
-  public:
-    explicit Running_monitor(Arguments arguments = {}) {
-        arguments.insert(arguments.end(), {"--device", folder_.make_fifo("link")});
-        folder_.make_file("output", "");
-        link_ = open(folder_.path("link").c_str(), O_RDWR | O_CLOEXEC);
-        thread_ = std::thread([this, arguments] {
-            result_ = monitor_with(arguments)
-                          .output_to(folder_.path("output"))
-                          .once_started([this](pid_t pid) { pid_ = pid; })
-                          .run();
-            pid_ = 0; // somebody else may bear the number from now on
-        });
-        EXPECT_TRUE(eventually([&] { return pid_ != -1; }));
-    }
-    ~Running_monitor() {
-        if (thread_.joinable())
-            end();
-        close(link_);
-    }
-
-    void send(const std::string& bytes) { write_all(link_, bytes); }
-    void expect_output(const std::string& text) {
-        EXPECT_TRUE(eventually([&] { return folder_.content_of("output") == text; })) << folder_.content_of("output");
-    }
-    void signal(int number) { send_signal(pid_, number); }
-    const Program_result& end() {
-        thread_.join();
-        return result_;
-    }
-
-  private:
-    Temporary_folder folder_;
-    int link_ = -1;
-    std::atomic<pid_t> pid_{-1};
-    Program_result result_;
-    std::thread thread_;
-};
 
 } // namespace
 

@@ -60,10 +60,11 @@ TEST(receiver_simulator, options_reach_the_simulation) {
     options.interval_ms = 1000;
     options.noise = 0.25;
     options.corrupt = 0.5;
-    options.crlf = true;
-    const Program_result result = simulator_with({"--rate=0", "--epochs=40", "--seed=4000000000", "--interval=1000",
-                                                  "--noise=0.25", "--corrupt=0.5", "--crlf"})
-                                      .run();
+    options.crlf = options.automation = options.display = options.nmea = true;
+    const Program_result result =
+        simulator_with({"--rate=0", "--epochs=40", "--seed=4000000000", "--interval=1000", "--noise=0.25",
+                        "--corrupt=0.5", "--crlf", "--automation", "--display", "--nmea"})
+            .run();
     EXPECT_EQ(result.status, 0) << result.errors;
     expect_same_bytes(result.output, bytes_of_epochs(40, options));
 }
@@ -143,8 +144,8 @@ TEST(receiver_simulator, help_is_on_standard_output) {
     const Program_result result = simulator_with({"--help"}).run();
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.errors, "");
-    for (const char* option :
-         {"--rate", "--epochs", "--interval", "--seed", "--noise", "--corrupt", "--crlf", "--help"})
+    for (const char* option : {"--rate", "--epochs", "--interval", "--seed", "--noise", "--corrupt", "--crlf",
+                               "--automation", "--display", "--nmea", "--help"})
         EXPECT_NE(result.output.find(option), std::string::npos) << option;
 }
 

@@ -8,15 +8,27 @@
 
 namespace {
 
-std::atomic<bool> came{false}; // the handler runs in any thread
-static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler cannot wait for a lock");
+// The handlers run in any thread.
+std::atomic<bool> came{false};
+std::atomic<unsigned> switches{0};
+static_assert(std::atomic<bool>::is_always_lock_free && std::atomic<unsigned>::is_always_lock_free,
+              "a signal handler cannot wait for a lock");
 int ends[2] = {-1, -1}; // to read, to write
 
-extern "C" void note_signal(int) {
+void make_readable() {
     const int error = errno;
-    came = true;
     [[maybe_unused]] const ssize_t written = write(ends[1], "!", 1); // a full pipe is readable all the more
     errno = error;
+}
+
+extern "C" void note_signal(int) {
+    came = true;
+    make_readable();
+}
+
+extern "C" void note_switch(int) {
+    ++switches;
+    make_readable();
 }
 
 /// Moves a descriptor out of the standard ones' range: where one of those is closed its number is free, and what is
@@ -30,27 +42,32 @@ void raise_above_standard(int& fd) {
     fd = raised;
 }
 
-void handle(int signal, void (*handler)(int)) {
+void handle(int signal, void (*handler)(int), int flags = 0) {
     struct sigaction action {};
-    action.sa_handler = handler; // without SA_RESTART: a blocked write to a stuck reader ends too
+    action.sa_handler = handler;
+    action.sa_flags = flags; // without SA_RESTART a blocked write to a stuck reader ends too
     sigaction(signal, &action, nullptr);
 }
 
 } // namespace
 
-Interrupt::Interrupt() {
+Interrupt::Interrupt(bool with_switch) {
     came = false;
+    switches = 0;
     if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0)
         ends[0] = ends[1] = -1;
     for (int& end : ends)
         raise_above_standard(end);
     handle(SIGINT, note_signal);
     handle(SIGTERM, note_signal);
+    if (with_switch)
+        handle(SIGUSR1, note_switch, SA_RESTART);
 }
 
 Interrupt::~Interrupt() {
     handle(SIGINT, SIG_DFL);
     handle(SIGTERM, SIG_DFL);
+    handle(SIGUSR1, SIG_DFL);
     close(ends[0]);
     close(ends[1]);
 }
@@ -61,4 +78,13 @@ int Interrupt::descriptor() const {
 
 bool Interrupt::has_come() const {
     return came;
+}
+
+unsigned Interrupt::take_switches() {
+    char bytes[64];
+    while (read(ends[0], bytes, sizeof bytes) > 0) {
+    }
+    if (came)
+        make_readable(); // what has just been taken may have been the interrupt's
+    return switches.exchange(0);
 }

@@ -29,6 +29,9 @@ class Link_input {
     /// What has arrived and was not taken yet. Reading from it fetches nothing: bytes come by `wait` alone.
     virtual Data_stream& buffered_bytes() = 0;
 
+    /// Whether what comes waits, without loss, when nobody asks for it: a file, a pipe, but no serial line.
+    virtual bool can_wait() const { return false; }
+
     /// Bytes that have arrived.
     std::uint64_t arrived() const { return arrived_; }
     /// Why reading ended, as an errno value; 0 for a plain end.

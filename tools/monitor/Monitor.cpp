@@ -31,7 +31,10 @@ Monitor::Monitor(const Options& options, Link_input& input, const Interrupt& int
       interrupt_(interrupt),
       output_(output),
       parser_(&input.buffered_bytes(), false),
-      printer_(options.labelled) {}
+      lines_(options.labelled),
+      sentence_finder_([this](std::string& sentence) { show_sentence(sentence); }) {
+    parser_.set_keep_on_error(true); // a sentence that the longest noise is cut in keeps every byte
+}
 
 Monitor::End Monitor::run() {
     std::optional<Atime> deadline;
@@ -86,18 +89,20 @@ Monitor::End Monitor::take_rest() {
 }
 
 void Monitor::take_packet(int kind, unsigned len) {
+    if (kind != Vesk_parser::noise)
+        sentence_finder_.interrupt();
     switch (kind) {
     case Vesk_parser::frame:
         show_frame(len);
         break;
     case Vesk_parser::reply:
-        summary_.count_reply(Vesk_message(packet_, len).get_msg_id());
-        print_line({reinterpret_cast<const char*>(packet_), len});
+        show_reply(len);
         break;
     case Vesk_parser::acknowledgement:
         print_line(packet_[0] == accepted ? "acknowledged" : "refused");
         break;
     default:
+        sentence_finder_.take({reinterpret_cast<const char*>(packet_), len});
         break;
     }
 }
@@ -111,10 +116,28 @@ void Monitor::show_frame(unsigned len) {
     summary_.count_frame(message.get_msg_id());
     if (options_.quiet)
         return;
-    line_[0] = '\0';
-    printer_.snprint(message, line_, sizeof line_);
+    lines_.print_frame(message, line_, sizeof line_);
     if (line_[0] != '\0') // else the printer has said something about the frame instead
         print_line(line_);
+}
+
+void Monitor::show_reply(unsigned len) {
+    summary_.count_reply(Vesk_message(packet_, len).get_msg_id());
+    print_line({line_, lines_.print_reply(packet_, len, line_, sizeof line_)});
+}
+
+/// A sentence is part of the noise; only positions are shown.
+void Monitor::show_sentence(std::string& sentence) {
+    if (!has_good_checksum(sentence)) {
+        sentences_.count_bad(sentence.size());
+        return;
+    }
+    sentences_.count_good(kind_of_sentence(sentence), sentence.size());
+    const NMEA_messages::Msg_NMEA_GGA position(sentence.data(), static_cast<unsigned>(sentence.size()));
+    if (options_.quiet || !position.is_GGA())
+        return;
+    lines_.print_position(position, line_, sizeof line_);
+    print_line(line_);
 }
 
 /// Prints a text as one line, whatever is in it: its own line end goes, and any other byte that a terminal might act on
@@ -145,4 +168,5 @@ void Monitor::print_summary(std::FILE* out) {
         arrived -= waiting;
     const double seconds = first_arrival_ ? static_cast<double>(last_look_ - *first_arrival_) / 1000 : 0;
     summary_.print(out, arrived, bytes, seconds);
+    sentences_.print(out);
 }

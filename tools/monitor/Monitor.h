@@ -2,17 +2,20 @@
 
 #include "Link_input.h"
 #include "Link_summary.h"
+#include "Message_lines.h"
+#include "Sentence_counts.h"
+#include "Sentence_finder.h"
 #include "common/Interrupt.h"
 
 #include <glue/data_stream/Data_stream.h>
 #include <glue/vesk/Vesk_parser.h>
-#include <glue/vesk/Vesk_printer.h>
 
 #include <platform/Atime.h>
 
 #include <cstdint>
 #include <cstdio>
 #include <optional>
+#include <string>
 #include <string_view>
 
 /// Reads a link, prints a line for each message, and keeps account.
@@ -45,6 +48,8 @@ class Monitor {
     End take_rest();
     void take_packet(int kind, unsigned len);
     void show_frame(unsigned len);
+    void show_reply(unsigned len);
+    void show_sentence(std::string& sentence);
     void print_line(std::string_view text);
     bool flush();
 
@@ -53,8 +58,10 @@ class Monitor {
     const Interrupt& interrupt_;
     std::FILE* const output_;
     Vesk_parser parser_;
-    const Vesk_printer printer_;
+    const Message_lines lines_;
     Link_summary summary_;
+    Sentence_finder sentence_finder_;
+    Sentence_counts sentences_;
     std::optional<Atime> first_arrival_;
     Atime last_look_;
     bool input_ended_ = false;

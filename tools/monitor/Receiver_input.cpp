@@ -1,22 +1,11 @@
 #include "Receiver_input.h"
 
-#include <algorithm>
+#include "waiting_time.h"
+
 #include <cerrno>
 #include <fcntl.h>
-#include <limits>
 #include <poll.h>
 #include <unistd.h>
-
-namespace {
-
-int milliseconds_until(std::optional<Atime> deadline) {
-    if (!deadline)
-        return -1;
-    const std::int64_t rest = *deadline - Atime::now();
-    return static_cast<int>(std::clamp<std::int64_t>(rest, 0, std::numeric_limits<int>::max()));
-}
-
-} // namespace
 
 Receiver_input::Receiver_input() : Posix_data_stream(STDIN_FILENO, -1) {}
 
@@ -51,6 +40,10 @@ Receiver_input::Arrival Receiver_input::wait(std::optional<Atime> deadline, int 
     if (descriptors[1].revents != 0)
         return Arrival::wake_up;
     return fetch();
+}
+
+bool Receiver_input::can_wait() const {
+    return isatty(get_read_fd()) == 0;
 }
 
 /// One read, of what is there, into the room that the ring has in one piece.

@@ -22,6 +22,7 @@ class Receiver_input : public Posix_data_stream, public Link_input {
 
     Arrival wait(std::optional<Atime> deadline, int wake_up_descriptor) override;
     Data_stream& buffered_bytes() override { return *this; }
+    bool can_wait() const override;
 
     using Posix_data_stream::get_data;
     /// Fetches nothing: bytes come by `wait` alone, which counts them. \return whether `n` is 0

@@ -32,7 +32,7 @@ std::string Command_interpreter::reply_to(std::string_view line) {
     if (line.empty())
         return {};
     if (line.size() > longest_line)
-        return message(refused(1, "wrong command"), {});
+        return message(refused(Vesk::err_wrong_command), {});
     const std::string_view request = request_of(line);
     return message(obey(trimmed(line.substr(request.size()))), request);
 }
@@ -52,7 +52,7 @@ Command_interpreter::Answer Command_interpreter::obey(std::string_view command) 
         }();
     if (name == "messages")
         return switch_messages(value);
-    return refused(1, "wrong command");
+    return refused(Vesk::err_wrong_command);
 }
 
 Command_interpreter::Answer Command_interpreter::set_rate(std::string_view value) {
@@ -60,18 +60,18 @@ Command_interpreter::Answer Command_interpreter::set_rate(std::string_view value
     char* end = nullptr;
     const double rate = std::strtod(text.c_str(), &end);
     if (text.empty())
-        return refused(4, "value missed");
+        return refused(Vesk::err_value_missed);
     if (*end != '\0' || !std::isfinite(rate) || rate < 0)
-        return refused(5, "value out of range");
+        return refused(Vesk::err_value_out_of_range);
     settings_.rate = rate;
     return done();
 }
 
 Command_interpreter::Answer Command_interpreter::switch_messages(std::string_view value) {
     if (value.empty())
-        return refused(2, "1st parameter missed");
+        return refused(Vesk::err_1st_parameter_missed);
     if (value != "on" && value != "off")
-        return refused(3, "wrong 1st parameter");
+        return refused(Vesk::err_wrong_1st_parameter);
     settings_.messages = value == "on";
     return done();
 }
@@ -80,8 +80,9 @@ Command_interpreter::Answer Command_interpreter::done(std::string text) {
     return {"RE", std::move(text)};
 }
 
-Command_interpreter::Answer Command_interpreter::refused(int code, const char* phrase) {
-    return {"ER", "{" + std::to_string(code) + "," + phrase + "}"};
+/// The phrase brings its comma along.
+Command_interpreter::Answer Command_interpreter::refused(Vesk::vesk_ret_t code) {
+    return {"ER", "{" + std::to_string(code) + Vesk::errcode2str(code) + "}"};
 }
 
 /// The length counts the carriage return, as it does in every reply; the line feed follows the message.

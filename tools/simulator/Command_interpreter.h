@@ -1,5 +1,7 @@
 #pragma once
 
+#include <glue/vesk/Vesk_error_decoder.h>
+
 #include <string>
 #include <string_view>
 
@@ -43,7 +45,7 @@ class Command_interpreter {
     };
 
     static Answer done(std::string text = {});
-    static Answer refused(int code, const char* phrase);
+    static Answer refused(Vesk::vesk_ret_t code);
     static std::string message(const Answer& answer, std::string_view request);
 
     Answer obey(std::string_view command);

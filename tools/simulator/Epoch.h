@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Automation.h"
 #include "Dilution.h"
 #include "Machine.h"
 #include "Receiver_time.h"
@@ -19,6 +20,11 @@ struct Epoch {
     // At most one of the two; null: no almanac is due.
     const Keplerian_almanac* first_almanac = nullptr;
     const Nodal_almanac* second_almanac = nullptr;
+
+    // What else is to be said
+    Automation* automation = nullptr; ///< null: nothing of it
+    bool display = false;             ///< the display's numbers
+    bool sentence = false;            ///< the position as an NMEA sentence
 };
 
 } // namespace simulator

@@ -1,6 +1,8 @@
 #include "Epoch_writer.h"
 
 #include <glue/vesk/GNSS_messages.h>
+#include <glue/vesk/MC_UI_messages.h>
+#include <glue/vesk/NMEA_messages.h>
 
 #include <algorithm>
 #include <cmath>
@@ -18,6 +20,9 @@ constexpr std::uint8_t fix_complete = 100;
 // What one range and one range rate are good for.
 constexpr double range_sigma = 0.008; // metres
 constexpr double rate_sigma = 0.015;  // metres a second
+
+/// How far mean sea level is above the ellipsoid where the field is, metres.
+constexpr double geoid_height = 45.5;
 
 constexpr double longest_tracking = 65535; // seconds, as much as an entry holds
 
@@ -77,7 +82,13 @@ void Epoch_writer::write(const Epoch& epoch) {
     write_solution(epoch);
     write_satellites(epoch);
     write_almanac(epoch);
+    if (epoch.automation)
+        write_automation(epoch);
+    if (epoch.display)
+        write_display(epoch);
     write_message<Msg_EE>([](Msg_EE&) {});
+    if (epoch.sentence)
+        write_sentence(epoch);
 }
 
 void Epoch_writer::write_time(const Epoch& epoch) {
@@ -208,6 +219,43 @@ void Epoch_writer::write_almanac(const Epoch& epoch) {
             m.set_deli(almanac->deli);
         });
     }
+}
+
+void Epoch_writer::write_automation(const Epoch& epoch) {
+    write_message<TIM_messages::Msg_GS>(
+        [&](TIM_messages::Msg_GS& m) { epoch.automation->report(m, epoch.motion.curvature); });
+}
+
+void Epoch_writer::write_display(const Epoch& epoch) {
+    using namespace MC_UI_messages;
+    constexpr unsigned items = 4;
+    const bool steers = epoch.automation && epoch.automation->is_active();
+    unsigned char frame[frame_room] = {};
+    Msg_ES message(frame, sizeof frame);
+    message.set_num_items(items, Msg_ES::item_size);
+    message.set_item(0, static_cast<int>(steers ? control_closed_loop : control_none));
+    message.set_item(1, static_cast<int>(implement_rear));
+    message.set_item(2, static_cast<float>(epoch.motion.curvature));
+    message.set_item(3, static_cast<float>(length(epoch.motion.velocity)));
+    message.set_checksum(true);
+    line_.append(message.get_ptr(), message.get_size());
+}
+
+void Epoch_writer::write_sentence(const Epoch& epoch) {
+    const Geodetic place = to_geodetic(epoch.motion.position);
+    NMEA_messages::GGA fix = {};
+    fix.ms_of_day = epoch.time.utc_ms_of_day();
+    fix.latitude = degrees(place.latitude);
+    fix.longitude = degrees(place.longitude);
+    fix.fix = fixed_solution;
+    fix.satellites = static_cast<int>(std::count_if(epoch.sightings.begin(), epoch.sightings.end(),
+                                                    [](const Sighting& s) { return s.use == Sighting::Use::used; }));
+    fix.hdop = epoch.dilution.horizontal;
+    fix.altitude = place.height - geoid_height;
+    fix.geoid_height = geoid_height;
+    char text[frame_room];
+    const unsigned size = NMEA_messages::compose(fix, text, sizeof text);
+    line_.append_sentence(reinterpret_cast<unsigned char*>(text), size);
 }
 
 } // namespace simulator

@@ -28,7 +28,11 @@ namespace simulator {
 ///     E1  first frequency    0 good, 1 weak signal
 ///     E2  second frequency   the same
 ///     GA or NA               an almanac, when one is due
+///     GS  automation         when wanted: state, curvature of the path, a heartbeat
+///     ES  display            when wanted: control mode, implement (whole numbers), curvature in 1 / metres, speed in
+///                            metres a second (floats)
 ///     ||  end of the epoch
+///     $GPGGA                 when wanted: the same position as a sentence, in UTC
 ///
 /// Solution types are 4 throughout: differential, ambiguities fixed.
 class Epoch_writer {
@@ -42,6 +46,9 @@ class Epoch_writer {
     void write_solution(const Epoch& epoch);
     void write_satellites(const Epoch& epoch);
     void write_almanac(const Epoch& epoch);
+    void write_automation(const Epoch& epoch);
+    void write_display(const Epoch& epoch);
+    void write_sentence(const Epoch& epoch);
 
     template <typename Message, typename Fill>
     void write_message(Fill fill);

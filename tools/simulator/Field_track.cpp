@@ -14,7 +14,7 @@ constexpr double field_width = (Field_track::rows - 1) * Field_track::row_spacin
 
 } // namespace
 
-Field_track::Field_track() : end_{-row_length / 2, -field_width / 2, 0} {
+Field_track::Field_track() : end_{-row_length / 2, -field_width / 2, 0, 0} {
     static_assert(rows % 2 == 0);
     for (int row = 0; row < rows; ++row) {
         drive(row_length, 0);
@@ -48,10 +48,10 @@ Field_track::Pose Field_track::along(const Piece& piece, double distance) {
     const Pose& start = piece.start;
     if (piece.curvature == 0)
         return {start.x + distance * std::cos(start.direction), start.y + distance * std::sin(start.direction),
-                start.direction};
+                start.direction, 0};
     const double direction = start.direction + distance * piece.curvature;
     return {start.x + (std::sin(direction) - std::sin(start.direction)) / piece.curvature,
-            start.y - (std::cos(direction) - std::cos(start.direction)) / piece.curvature, direction};
+            start.y - (std::cos(direction) - std::cos(start.direction)) / piece.curvature, direction, piece.curvature};
 }
 
 Field_track::Pose Field_track::at(double distance) const {

@@ -19,6 +19,7 @@ class Field_track {
         double x;
         double y;
         double direction; ///< where the machine drives to, radians
+        double curvature; ///< 1 / metres, positive to the left
     };
 
     Field_track();

@@ -29,6 +29,14 @@ class Frame_line {
         disturbance_.add_noise(bytes_);
     }
 
+    /// The same for a text that has its line end, CR LF, already.
+    void append_sentence(unsigned char* text, unsigned size) {
+        constexpr unsigned line_end = 2;
+        disturbance_.corrupt(text, size - line_end);
+        bytes_.insert(bytes_.end(), text, text + size);
+        disturbance_.add_noise(bytes_);
+    }
+
     const std::vector<unsigned char>& bytes() const { return bytes_; }
 
   private:

@@ -62,7 +62,7 @@ Machine::State Machine::at(double seconds) const {
     add(east_, seconds, position.x, velocity.x);
     add(north_, seconds, position.y, velocity.y);
     add(up_, seconds, position.z, velocity.z);
-    return {field_.position(position), field_.direction(velocity)};
+    return {field_.position(position), field_.direction(velocity), pose.curvature};
 }
 
 } // namespace simulator

@@ -15,8 +15,9 @@ class Machine {
     static constexpr double speed = 3; ///< metres a second over the level
 
     struct State {
-        Vector position; ///< Earth-fixed, metres
-        Vector velocity; ///< Earth-fixed, metres a second
+        Vector position;  ///< Earth-fixed, metres
+        Vector velocity;  ///< Earth-fixed, metres a second
+        double curvature; ///< of the path, 1 / metres, positive to the left
     };
 
     /// The seed decides where on its path the machine begins and how its solution wanders.

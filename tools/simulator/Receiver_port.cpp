@@ -10,6 +10,8 @@ namespace simulator {
 
 namespace {
 
+using TIM_messages::Msg_GC;
+
 constexpr unsigned largest_write = 2048; // fits every stream's transmit queue, and a frame of the framing adapter
 constexpr int retry_ms = 2;              // a stream that takes nothing does not always say when it does again
 constexpr int look_ms = 50;              // at the interrupt, and for the end of a child process
@@ -17,8 +19,14 @@ constexpr int look_ms = 50;              // at the interrupt, and for the end of
 } // namespace
 
 Receiver_port::Receiver_port(std::unique_ptr<Event_sender_data_stream> stream, Command_interpreter& commands,
-                             const Interrupt& interrupt)
-    : stream_(std::move(stream)), commands_(commands), interrupt_(interrupt) {
+                             Automation& automation, const Interrupt& interrupt)
+    : stream_(std::move(stream)),
+      commands_(commands),
+      automation_(automation),
+      interrupt_(interrupt),
+      parser_(stream_.get(), false) {
+    parser_.set_checker(&checker_);
+    parser_.set_keep_on_error(true); // a command line begins with its first character
     stream_->reg_rx_waiter(&waiter_, false);
 }
 
@@ -50,15 +58,46 @@ bool Receiver_port::has_ended() const {
     return interrupt_.has_come() || streams::has_ended(*stream_);
 }
 
-/// Obeys every whole line that has come.
+bool Receiver_port::Command_frames_only::check(Data_stream&, unsigned short identifier, int length) {
+    return identifier == Msg_GC::id && length == static_cast<int>(Msg_GC::frame_size);
+}
+
+/// Obeys every whole line and command frame that has come.
 void Receiver_port::listen() {
-    unsigned char piece[256];
-    while (const unsigned count = std::min<unsigned>(stream_->bytes_avail(), sizeof piece)) {
-        if (!static_cast<Data_stream&>(*stream_).get_data(piece, count, 0))
+    int len = 0;
+    for (;;) {
+        switch (parser_.get_packet(packet_, sizeof packet_, len)) {
+        case Vesk_parser::nothing:
+            if (!take_short_line())
+                return;
             break;
-        stream_->drop(count);
-        std::for_each(piece, piece + count, [this](unsigned char byte) { take_line(static_cast<char>(byte)); });
+        case Vesk_parser::frame:
+            take_frame(static_cast<unsigned>(len));
+            break;
+        default: // all else is text as it comes
+            std::for_each(packet_, packet_ + len, [this](unsigned char byte) { take_line(static_cast<char>(byte)); });
+        }
     }
+}
+
+/// A frame whose checksum is wrong is none of anybody's.
+void Receiver_port::take_frame(unsigned size) {
+    const Msg_GC command(packet_, size);
+    if (command.check_checksum())
+        automation_.obey(command);
+}
+
+/// Takes a line that the parser leaves because it is shorter than a frame's header. \return whether there was one
+bool Receiver_port::take_short_line() {
+    const unsigned count = std::min(stream_->bytes_avail(), Vesk_message::header_size);
+    if (count == Vesk_message::header_size || !static_cast<Data_stream&>(*stream_).get_data(packet_, count, 0))
+        return false;
+    const auto end = std::find_if(packet_, packet_ + count, [](unsigned char c) { return c == '\r' || c == '\n'; });
+    if (end == packet_ + count)
+        return false;
+    stream_->drop(static_cast<unsigned>(end - packet_) + 1);
+    std::for_each(packet_, end + 1, [this](unsigned char byte) { take_line(static_cast<char>(byte)); });
+    return true;
 }
 
 bool Receiver_port::answer() {

@@ -1,10 +1,12 @@
 #pragma once
 
+#include "Automation.h"
 #include "Command_interpreter.h"
 
 #include "common/Interrupt.h"
 
 #include <glue/data_stream/Event_sender_data_stream.h>
+#include <glue/vesk/Vesk_parser.h>
 
 #include <platform/Atime.h>
 #include <platform/waiter.h>
@@ -15,15 +17,16 @@
 
 namespace simulator {
 
-/// The receiver's end of a link that a stream makes: epochs go out, command lines come in and are answered.
+/// The receiver's end of a link that a stream makes: epochs go out, command lines come in and are answered; so do
+/// command frames for the automation, which the next epoch answers.
 ///
 /// Nothing is cut in two: a reply stands between two epochs. Nothing is lost either: a stream that takes nothing, be it
 /// slow or not connected, holds the receiver up until it does.
 class Receiver_port {
   public:
-    /// `commands` and `interrupt` outlive the port.
+    /// The others outlive the port.
     Receiver_port(std::unique_ptr<Event_sender_data_stream> stream, Command_interpreter& commands,
-                  const Interrupt& interrupt);
+                  Automation& automation, const Interrupt& interrupt);
     ~Receiver_port();
     Receiver_port(const Receiver_port&) = delete;
     Receiver_port& operator=(const Receiver_port&) = delete;
@@ -42,8 +45,16 @@ class Receiver_port {
     bool send(const std::vector<unsigned char>& bytes);
 
   private:
+    /// What else looks like a frame is part of a command line.
+    class Command_frames_only : public Vesk_parser::Checker {
+      public:
+        bool check(Data_stream& stream, unsigned short identifier, int length) override;
+    };
+
     bool has_ended() const;
     void listen();
+    void take_frame(unsigned size);
+    bool take_short_line();
     bool answer();
     void take_line(char byte);
     void wait(Atime until);
@@ -51,8 +62,12 @@ class Receiver_port {
 
     std::unique_ptr<Event_sender_data_stream> stream_;
     Command_interpreter& commands_;
+    Automation& automation_;
     const Interrupt& interrupt_;
     waiter_descriptor waiter_;
+    Command_frames_only checker_;
+    Vesk_parser parser_;
+    unsigned char packet_[Vesk_parser::largest_packet];
     std::string line_;
     std::string replies_;
 };

@@ -39,6 +39,9 @@ class Receiver_time {
     std::uint16_t week() const { return static_cast<std::uint16_t>(ms_ / ms_per_week); }
     std::uint32_t ms_of_week() const { return static_cast<std::uint32_t>(ms_ % ms_per_week); }
 
+    /// UTC
+    std::uint32_t utc_ms_of_day() const { return static_cast<std::uint32_t>((ms_ - leap_ms) % ms_per_day); }
+
     // In the scale of the second constellation
 
     /// The day in the four years that begin with a leap year, 1 to 1461.

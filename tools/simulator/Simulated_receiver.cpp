@@ -20,6 +20,9 @@ const std::vector<unsigned char>& Simulated_receiver::next_epoch() {
     const std::vector<Sighting>& sightings = sky_.observe(now, sky_random_);
     Epoch epoch = {now, machine_.at(now.seconds_since(start_)), sightings, dilution_of(sightings)};
     choose_almanac(epoch);
+    epoch.automation = options_.automation ? &automation_ : nullptr;
+    epoch.display = options_.display;
+    epoch.sentence = options_.nmea;
     line_.clear();
     writer_.write(epoch);
     ++epoch_number_;

@@ -26,6 +26,9 @@ class Simulated_receiver {
         double noise = 0;               ///< fraction of frames that random bytes follow
         double corrupt = 0;             ///< fraction of frames with one byte changed
         bool crlf = false;              ///< frames end CR LF, not LF
+        bool automation = false;        ///< each epoch has a status of the automation
+        bool display = false;           ///< each epoch has the display's numbers
+        bool nmea = false;              ///< each epoch is followed by its position as a sentence
     };
 
     /// The first epoch's time: a Monday morning.
@@ -43,6 +46,9 @@ class Simulated_receiver {
     /// The next epoch's bytes, valid until the next call.
     const std::vector<unsigned char>& next_epoch();
 
+    /// To be commanded. It is there whether or not its status is sent.
+    Automation& automation() { return automation_; }
+
   private:
     void choose_almanac(Epoch& epoch) const;
 
@@ -52,6 +58,7 @@ class Simulated_receiver {
     Receiver_time start_;
     Local_frame field_;
     Machine machine_;
+    Automation automation_;
     Sky sky_;
     Frame_line line_;
     Epoch_writer writer_;

@@ -2,6 +2,8 @@
 
 #include <platform/Binary_message.h>
 
+#include <string_view>
+
 /// A text that somebody else owns: where it is and how long. It need not be terminated.
 class Ascii_message {
   public:
@@ -13,7 +15,17 @@ class Ascii_message {
     /// Characters, bounded by the message's size.
     unsigned get_length() const { return length_; }
 
+    // Fields between commas, counted from 0; a "*" ends the last one
+
+    /// The number that a field is, with a decimal point whatever the locale; 0 for none.
+    double get_double(unsigned field) const;
+    /// The first character of a field; NUL for an empty one.
+    char get_char(unsigned field) const;
+
   protected:
     char* text_;
     unsigned length_;
+
+  private:
+    std::string_view field(unsigned index) const;
 };

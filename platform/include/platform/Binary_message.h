@@ -67,6 +67,15 @@ class Binary_wrapper : public Storage {
     bool set_float(unsigned offset, float value);
     bool set_double(unsigned offset, double value);
 
+    // Bits: number n of a byte has the weight 1 << n
+
+    /// `count` bits of the byte at `offset`, from bit `first` upwards. Bits beyond the byte read as 0.
+    unsigned get_bits_lsb(unsigned offset, unsigned first, unsigned count) const;
+    bool set_bits_lsb(unsigned offset, unsigned first, unsigned count, unsigned value);
+    /// One bit; the name is history, the weight is the same.
+    bool get_bit_msb(unsigned offset, unsigned bit) const;
+    bool set_bit_msb(unsigned offset, unsigned bit, bool on);
+
     /// The text from `offset` on: up to the first NUL, at most `length` characters, never past the message's end.
     /// \return the text in place when a NUL ends it there; else a terminated copy, valid until the calling thread's
     ///         next call (longer texts than 4200 characters are cut); "" when `offset` is not in the message

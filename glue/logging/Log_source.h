@@ -1,0 +1,110 @@
+#pragma once
+
+#include "Log_file.h"
+#include "Log_history.h"
+
+#include <glue/logging/logging_source.h>
+
+#include <platform/Task.h>
+
+#include <QSemaphore>
+
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <memory>
+#include <mutex>
+
+/// One logging source: its history, its file, and the thread that writes.
+///
+///                    enable(true)                        rotate
+///     no file,     ----------------->  file open,      ---------->  busy: the history goes into a new file,
+///     history                          bytes queued                 bytes are dropped
+///        ^                                |                              |
+///        +--------------------------------+------------------------------+
+///                     configure                         written
+///
+/// Bytes for an open file go through a queue, in which stand side by side how many of them are for which file; the
+/// writer takes them out, writes them without the lock, and closes a file that has become superfluous. A rotation that
+/// is asked for comes after all of them.
+class Log_source {
+  public:
+    explicit Log_source(const char* task_name) : task_(task_name) {}
+
+    void configure(bool direct, unsigned span, unsigned history_size, Log_file_naming naming, bool open_now);
+    void enable(bool on);
+    bool is_enabled() const { return enabled_; }
+    bool is_busy() const { return busy_; }
+    bool write(const unsigned char* bytes, unsigned count);
+    void flush(bool rotate);
+    void delete_files(bool also_current);
+    void use_time_of_writing(bool on, unsigned group_ms);
+    logging_source_status status();
+
+    static void set_period(unsigned ms);
+
+    /// Asks the writer to end, after what is queued. \return at once
+    void ask_to_end();
+    bool has_ended() const { return !running_; }
+
+  private:
+    using Lock = std::unique_lock<std::mutex>;
+
+    /// Bytes of the queue that belong to one file.
+    struct Segment {
+        std::shared_ptr<Log_file> file;
+        unsigned bytes;
+    };
+
+    static constexpr unsigned queue_beyond_history = 256 * 1024;
+    static constexpr unsigned largest_write = 64 * 1024;
+
+    // With the lock held
+    void start_writer();
+    void wait_until_quiet(Lock& lock);
+    void resize_queue(Lock& lock);
+    void let_go_of_file();
+    bool open_file();
+    void queue_history();
+    bool queue(const unsigned char* bytes, unsigned count);
+    bool keep(const unsigned char* bytes, unsigned count);
+    std::int64_t key_for(std::int64_t now) const;
+    void wake_writer();
+
+    // The writer
+    static void* run_writer(void* source);
+    void run();
+    bool write_queue();
+    void write_history();
+
+    mutable std::mutex mutex_;
+    std::condition_variable quiet_; ///< told whenever the writer has nothing left to do
+    QSemaphore request_;
+    QSemaphore acknowledgement_;
+    Task task_;
+
+    // Guarded by the mutex
+    Log_file_naming naming_;
+    bool configured_ = false;
+    unsigned span_ = 0;
+    unsigned history_size_ = 0;
+    Log_history history_; ///< the writer's alone while busy
+    bool by_time_of_writing_ = false;
+    std::int64_t group_ms_ = 1;
+    std::shared_ptr<Log_file> file_;
+    std::string kept_path_; ///< of the file opened last
+    std::int64_t opened_at_ = 0;
+    std::uint64_t file_bytes_ = 0;
+    bool open_failure_told_ = false;
+    std::unique_ptr<Owned_ring<unsigned char>> queue_;
+    std::deque<Segment> segments_;
+    bool writing_ = false; ///< the writer has taken something out and not written it yet
+    bool rotation_wanted_ = false;
+    bool started_ = false;
+
+    std::atomic<bool> enabled_{false};
+    std::atomic<bool> busy_{false};
+    std::atomic<bool> stop_{false};
+    std::atomic<bool> running_{false};
+    std::atomic<std::uint64_t> dropped_{0};
+};

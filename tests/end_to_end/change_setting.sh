@@ -1,0 +1,21 @@
+#!/usr/bin/env bash
+# usage: change_setting.sh EXAMPLE
+# The example changes the one value that it is told to, tells what it was, and leaves the rest as it is.
+set -euo pipefail
+example=$1
+folder=$(mktemp -d)
+trap 'rm -r "$folder"' EXIT
+file=$folder/unit.ini
+
+printf '# of the unit\nlanguage=en\n\n[display]\nbrightness=70\nname=front "left"\nempty=\n\n[other]\nbrightness=5\n' >"$file"
+expected=$(sed 's/^brightness=70$/brightness=80/' "$file")
+said=$("$example" "$file" display brightness 80)
+[[ $said == "brightness was 70" ]] || { echo "it said: $said" && exit 1; }
+diff <(echo "$expected") "$file"
+
+before=$(cat "$file")
+! "$example" "$file" display contrast 1 2>/dev/null || { echo "changed a key that is not there" && exit 1; }
+! "$example" "$folder/missing.ini" display contrast 1 2>/dev/null || { echo "changed a missing file" && exit 1; }
+diff <(echo "$before") "$file"
+[[ $(ls "$folder") == unit.ini ]] || { echo "left something behind" && exit 1; }
+echo "one value changed, the rest as it was"

@@ -1,0 +1,201 @@
+#include <glue/inifile/Inifile_parser.h>
+#include <glue/inifile/Inifile_record.h>
+
+#include <support/Random.h>
+#include <support/Scripted_stream.h>
+
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+namespace {
+
+struct Line {
+    int kind;
+    std::string text;
+
+    bool operator==(const Line& other) const { return kind == other.kind && text == other.text; }
+};
+
+void PrintTo(const Line& line, std::ostream* out) {
+    *out << line.kind << testing::PrintToString(line.text);
+}
+
+struct Inifile_parser_test : testing::Test {
+    /// Every line that is complete. The buffer has exactly `size` bytes, so that sanitizers see one too many.
+    std::vector<Line> lines(bool take_partial = false, int size = 4200) {
+        std::vector<Line> found;
+        std::vector<unsigned char> buffer(static_cast<std::size_t>(size));
+        int len = 0;
+        while (const int kind = parser.get_packet(buffer.data(), size, len, take_partial)) {
+            EXPECT_EQ(buffer.at(static_cast<std::size_t>(len)), '\0');
+            found.push_back({kind, std::string(buffer.begin(), buffer.begin() + len)});
+        }
+        return found;
+    }
+    std::vector<Line> lines_of(const std::string& text, bool take_partial = false) {
+        stream.receive(text);
+        return lines(take_partial);
+    }
+
+    Scripted_stream stream;
+    Inifile_parser parser{&stream};
+};
+
+using Lines = std::vector<Line>;
+
+} // namespace
+
+TEST_F(Inifile_parser_test, each_line_end_ends_one_line) {
+    for (const char* end : {"\r", "\n", "\r\n", "\n\r"})
+        EXPECT_EQ(lines_of(std::string("one") + end + "two" + end), (Lines{{1, "one"}, {1, "two"}}))
+            << testing::PrintToString(end);
+}
+
+TEST_F(Inifile_parser_test, two_line_ends_have_an_empty_line_between_them) {
+    EXPECT_EQ(lines_of("a\n\nb\n"), (Lines{{1, "a"}, {1, ""}, {1, "b"}}));
+    EXPECT_EQ(lines_of("a\r\rb\r"), (Lines{{1, "a"}, {1, ""}, {1, "b"}}));
+    EXPECT_EQ(lines_of("a\r\n\r\nb\r\n"), (Lines{{1, "a"}, {1, ""}, {1, "b"}}));
+    EXPECT_EQ(lines_of("\n"), (Lines{{1, ""}}));
+}
+
+TEST_F(Inifile_parser_test, line_without_an_end_waits) {
+    EXPECT_EQ(lines_of("par"), Lines{});
+    EXPECT_EQ(lines_of("tial"), Lines{});
+    EXPECT_EQ(stream.buffered(), "partial");
+    EXPECT_EQ(lines_of("\nnext"), (Lines{{1, "partial"}}));
+}
+
+TEST_F(Inifile_parser_test, line_without_an_end_is_taken_when_asked_for) {
+    EXPECT_EQ(lines_of("a=1\nlast", true), (Lines{{1, "a=1"}, {2, "last"}}));
+    EXPECT_EQ(lines(true), Lines{}) << "an empty one is none";
+}
+
+TEST_F(Inifile_parser_test, line_that_ends_with_the_data_is_told_by_2) {
+    stream.will_arrive("a=1");
+    EXPECT_EQ(lines(true), (Lines{{2, "a=1"}}));
+}
+
+TEST_F(Inifile_parser_test, second_half_of_a_line_end_that_comes_later_is_an_empty_line) {
+    EXPECT_EQ(lines_of("a\r"), (Lines{{1, "a"}}));
+    EXPECT_EQ(lines_of("\nb\n"), (Lines{{1, ""}, {1, "b"}}));
+}
+
+TEST_F(Inifile_parser_test, fetches_what_it_needs) {
+    stream.will_arrive("a=1\r\nb=2\n");
+    EXPECT_EQ(lines(), (Lines{{1, "a=1"}, {1, "b=2"}}));
+}
+
+TEST_F(Inifile_parser_test, fetch_that_claims_success_and_brings_nothing_is_no_endless_line) {
+    stream.on_fetch = [](int) { return 1; };
+    EXPECT_EQ(lines(), Lines{});
+    EXPECT_FALSE(parser.is_newline(0));
+}
+
+TEST_F(Inifile_parser_test, line_longer_than_the_buffer_is_cut) {
+    stream.receive("0123456789\n");
+    EXPECT_EQ(lines(false, 7), (Lines{{2, "0123"}, {2, "4567"}, {1, "89"}}));
+    stream.receive("01234567\n");
+    EXPECT_EQ(lines(false, 7), (Lines{{2, "0123"}, {1, "4567"}})) << "a line end just behind is seen";
+}
+
+TEST_F(Inifile_parser_test, line_longer_than_4197_bytes_is_cut) {
+    const std::string rest(3, 'y');
+    EXPECT_EQ(lines_of(std::string(4197, 'x') + rest), (Lines{{2, std::string(4197, 'x')}}));
+    EXPECT_EQ(lines_of("\n"), (Lines{{1, rest}}));
+    EXPECT_EQ(lines_of(std::string(4197, 'x') + "\n"), (Lines{{1, std::string(4197, 'x')}}));
+}
+
+TEST_F(Inifile_parser_test, buffer_of_three_bytes_or_fewer_holds_nothing) {
+    stream.receive("a\n");
+    unsigned char buffer[3];
+    int len = 77;
+    for (const int size : {3, 2, 1, 0, -1})
+        EXPECT_EQ(parser.get_packet(buffer, size, len, true), 0);
+    EXPECT_EQ(stream.buffered(), "a\n");
+    EXPECT_EQ(len, 77);
+}
+
+TEST_F(Inifile_parser_test, smaller_buffer_than_at_the_last_look_is_not_overrun) {
+    stream.receive(std::string(100, 'x'));
+    EXPECT_EQ(lines(false, 200), Lines{});
+    EXPECT_EQ(lines(false, 13), Lines(9, Line{2, std::string(10, 'x')})) << "the last ten may still get their line end";
+}
+
+TEST_F(Inifile_parser_test, newline_is_looked_for_at_a_place) {
+    stream.receive("ab\r\n");
+    EXPECT_FALSE(parser.is_newline(0));
+    EXPECT_TRUE(parser.is_newline(2));
+    EXPECT_TRUE(parser.is_newline(3));
+    EXPECT_FALSE(parser.is_newline(4));
+    EXPECT_FALSE(parser.is_newline(-1));
+}
+
+TEST_F(Inifile_parser_test, beginning_anew_discards_what_is_buffered) {
+    stream.receive("old");
+    lines();
+    parser.init();
+    EXPECT_EQ(stream.buffered(), "");
+    EXPECT_EQ(lines_of("new\n"), (Lines{{1, "new"}}));
+    Scripted_stream other;
+    other.receive("old");
+    parser.init(&other);
+    EXPECT_EQ(other.buffered(), "");
+}
+
+TEST_F(Inifile_parser_test, records_are_parsed_and_not_emptied) {
+    stream.receive("[s]\nspeed = 42\nnothing\n");
+    Inifile_record record;
+    ASSERT_TRUE(parser.get_packet(record, false));
+    EXPECT_EQ(record.type, Inifile_record::type_section);
+    ASSERT_TRUE(parser.get_packet(record, false));
+    EXPECT_EQ(record.as_ulong(), 42U);
+    ASSERT_TRUE(parser.get_packet(record, false));
+    EXPECT_EQ(record.type, Inifile_record::type_ulong) << "on purpose";
+    EXPECT_FALSE(parser.get_packet(record, true));
+}
+
+TEST_F(Inifile_parser_test, record_holds_256_bytes_of_a_line) {
+    stream.receive("k=" + std::string(254, 'x') + "\nk=" + std::string(255, 'y') + "\n");
+    Inifile_record record;
+    ASSERT_TRUE(parser.get_packet(record, false));
+    EXPECT_EQ(record.length, 254U);
+    ASSERT_TRUE(parser.get_packet(record, false));
+    EXPECT_EQ(record.length, 254U);
+    record.init();
+    ASSERT_TRUE(parser.get_packet(record, false));
+    EXPECT_STREQ(record.text, "y") << "the rest is the next line";
+    EXPECT_EQ(record.type, Inifile_record::type_none);
+}
+
+TEST_F(Inifile_parser_test, record_ends_at_a_nul) {
+    stream.receive(std::string("k=1\0002\n", 7));
+    Inifile_record record;
+    ASSERT_TRUE(parser.get_packet(record, false));
+    EXPECT_EQ(record.line_length, 3U);
+    EXPECT_EQ(record.as_ulong(), 1U);
+}
+
+TEST_F(Inifile_parser_test, any_text_in_any_pieces_gives_the_lines_of_a_model) {
+    Random random;
+    for (int round = 0; round < 300; ++round) {
+        std::string text;
+        Lines expected;
+        while (text.size() < 600) {
+            const std::string line(random.between(0, 30 - 1), static_cast<char>('a' + random.between(0, 26 - 1)));
+            const char* const ends[] = {"\r\n", "\n"}; // one kind a text, so that pieces cannot part a pair wrongly
+            text += line + ends[round % 2];
+            expected.push_back({1, line});
+        }
+        Lines found;
+        for (std::size_t at = 0; at < text.size();) {
+            std::size_t count = 1 + random.between(0, 40 - 1);
+            if (text[std::min(at + count, text.size()) - 1] == '\r')
+                ++count;
+            for (const Line& line : lines_of(text.substr(at, count)))
+                found.push_back(line);
+            at += count;
+        }
+        ASSERT_EQ(found, expected);
+    }
+}

@@ -1,0 +1,248 @@
+// Disks that are full, slow or gone, and processes that end.
+
+#include <glue/logging/logging_source.h>
+
+#include <support/Captured_descriptor.h>
+#include <support/Limited_file_size.h>
+#include <support/Replaced_file_calls.h>
+#include <support/Traffic_log.h>
+#include <support/waiting.h>
+
+#include <atomic>
+#include <csignal>
+#include <functional>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <optional>
+#include <string>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using testing::HasSubstr;
+
+/// Takes over what the library asks of the disk while it lives.
+struct Disk {
+    Disk() { present = this; }
+    ~Disk() { present = nullptr; }
+
+    /// What happens in front of every write.
+    void before_write(const std::function<void()>& happens) {
+        calls.fwrite = [happens](std::size_t, std::size_t) {
+            happens();
+            return std::nullopt;
+        };
+    }
+
+    Replaced_file_calls calls;
+    std::atomic<int> syncs{0};
+
+    static inline std::atomic<Disk*> present{nullptr};
+};
+
+/// A source that this process itself never starts a writer for: a forked child would be without it.
+constexpr logging_source_t used_in_children = logging_source_corrections;
+
+} // namespace
+
+extern "C" void sync() noexcept {
+    if (Disk* const disk = Disk::present)
+        ++disk->syncs;
+}
+
+TEST(logging_source_disk, full_disk_loses_what_it_refuses_and_counts_it) {
+    Traffic_log log;
+    log.configure();
+    log.enable();
+    log.write("whole ");
+    log.settle();
+    log.configure();
+    log.enable(); // another file
+    const Captured_descriptor errors(2);
+    const std::string most(96, 'x');
+    {
+        const Limited_file_size disk(99);
+        EXPECT_TRUE(log.write(most + "refused"));
+        log.settle();
+        EXPECT_EQ(log.dropped(), 4U);
+        EXPECT_EQ(log.status().file_bytes, 99U);
+    }
+    log.write(" and on");
+    log.settle();
+    EXPECT_THAT(errors.text(), HasSubstr("background log write fail: File too large\n"));
+    EXPECT_THAT(log.contents(), testing::UnorderedElementsAre("whole ", most + "ref and on"));
+}
+
+TEST(logging_source_disk, disk_that_does_not_answer_blocks_nobody_who_logs) {
+    Traffic_log log;
+    log.configure();
+    log.enable();
+    std::atomic<bool> answers{false};
+    {
+        Disk disk;
+        disk.before_write([&] { eventually([&] { return answers.load(); }); });
+        const std::string piece(1000, 'x');
+        const Stopwatch watch;
+        for (int i = 0; i < 400; ++i) // more than the queue holds
+            EXPECT_TRUE(log.write(piece));
+        EXPECT_LT(watch.elapsed(), std::chrono::seconds(10));
+        const auto dropped = log.dropped();
+        EXPECT_GT(dropped, 0U);
+        EXPECT_EQ(dropped % 1000, 0U) << "pieces are dropped whole";
+        answers = true;
+        log.settle();
+        EXPECT_EQ(log.content().size() + dropped, 400000U);
+    }
+}
+
+TEST(logging_source_disk, bytes_that_come_while_a_rotation_is_written_are_dropped_and_counted) {
+    Traffic_log log;
+    log.keep_history();
+    log.write("history");
+    std::atomic<bool> goes_on{false};
+    Disk disk;
+    disk.before_write([&] { eventually([&] { return goes_on.load(); }); });
+    logging_source_flush(logging_source_receiver, true); // returns while the disk is still at it
+    EXPECT_TRUE(logging_source_is_busy(logging_source_receiver));
+    EXPECT_TRUE(log.write("dropped"));
+    EXPECT_EQ(log.dropped(), 7U);
+    logging_source_flush(logging_source_receiver, true); // does nothing
+    goes_on = true;
+    EXPECT_TRUE(eventually([&] { return !logging_source_is_busy(logging_source_receiver); }));
+    EXPECT_TRUE(log.write("next"));
+    EXPECT_TRUE(eventually([&] { return disk.syncs == 1; })) << "what was rotated is brought to the medium";
+    log.rotate();
+    EXPECT_EQ(log.files().size(), 2U);
+}
+
+TEST(logging_source_disk, process_that_exits_has_written_everything) {
+    Traffic_log log(used_in_children);
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        log.configure();
+        log.enable();
+        for (int i = 0; i < 100; ++i)
+            log.write(std::string(1000, static_cast<char>('a' + i % 26)));
+        std::exit(0);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(log.content().size(), 100000U);
+}
+
+TEST(logging_source_disk, process_that_exits_does_not_wait_long_for_a_dead_disk) {
+    Traffic_log log(used_in_children);
+    const Stopwatch watch;
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        log.configure();
+        log.enable();
+        Disk disk;
+        disk.before_write([] { pause(); });
+        log.write("never written");
+        eventually([] { return false; }, std::chrono::milliseconds(50));
+        std::exit(0);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_LT(watch.elapsed(), std::chrono::seconds(15));
+}
+
+TEST(logging_source_disk, killed_process_leaves_the_beginning_of_what_it_wrote) {
+    std::string all;
+    for (int i = 0; i < 200000; ++i)
+        all += std::to_string(i) + "\n";
+    for (int round = 0; round < 5; ++round) {
+        Traffic_log log(used_in_children);
+        const pid_t child = fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            log.configure();
+            log.enable();
+            for (std::size_t at = 0; at < all.size(); at += 100) {
+                log.write(all.substr(at, 100));
+                if (at % 50000 == 0)
+                    log.settle();
+            }
+            _exit(0);
+        }
+        EXPECT_TRUE(eventually([&] { return !log.files().empty() && log.content().size() > 1000; }));
+        std::this_thread::sleep_for(std::chrono::milliseconds(3 * round));
+        kill(child, SIGKILL);
+        ASSERT_EQ(waitpid(child, nullptr, 0), child);
+        const std::string found = log.content();
+        EXPECT_GT(found.size(), 1000U);
+        EXPECT_EQ(found, all.substr(0, found.size()));
+    }
+}
+
+TEST(logging_source_disk, many_callers_beside_the_writer_lose_nothing_uncounted) {
+    Traffic_log log;
+    log.keep_history(Traffic_log::long_span, 1 << 20);
+    constexpr int callers = 8;
+    constexpr int pieces = 2000;
+    std::vector<std::thread> threads;
+    for (int caller = 0; caller < callers; ++caller)
+        threads.emplace_back([&log, caller] {
+            for (int i = 0; i < pieces; ++i) {
+                log.write(std::string(1, static_cast<char>('a' + caller)) + std::to_string(i) + "\n");
+                if (caller == 0 && i % 500 == 250)
+                    logging_source_flush(logging_source_receiver, true);
+                if (caller == 1 && i % 700 == 350)
+                    log.enable();
+                if (caller == 2 && i % 100 == 50)
+                    log.status();
+            }
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    log.enable(); // whatever is still kept goes to a file
+    log.settle();
+    log.configure(Traffic_log::long_span, 1 << 20);
+
+    std::size_t written = 0;
+    for (int caller = 0; caller < callers; ++caller)
+        for (int i = 0; i < pieces; ++i)
+            written += 2 + std::to_string(i).size();
+    std::size_t found = 0;
+    for (const std::string& content : log.contents()) {
+        found += content.size();
+        int last[callers];
+        std::fill(std::begin(last), std::end(last), -1);
+        for (std::size_t at = 0; at < content.size();) {
+            const std::size_t end = content.find('\n', at);
+            ASSERT_NE(end, std::string::npos) << "a piece is never cut";
+            int& before_this = last[content[at] - 'a'];
+            const int number = std::stoi(content.substr(at + 1));
+            EXPECT_GT(number, before_this) << "each caller's pieces stay in order";
+            before_this = number;
+            at = end + 1;
+        }
+    }
+    EXPECT_EQ(found + log.dropped(), written);
+}
+
+TEST(logging_source_disk, disk_that_is_full_in_the_middle_of_small_pieces_is_accounted_for_to_the_byte) {
+    Traffic_log log;
+    log.configure();
+    log.enable();
+    const Captured_descriptor errors(2);
+    {
+        const Limited_file_size disk(1000);
+        for (int i = 0; i < 30; ++i) {
+            log.write(std::string(70, 'x'));
+            log.settle();
+        }
+    }
+    EXPECT_EQ(log.content(), std::string(1000, 'x'));
+    EXPECT_EQ(log.dropped(), 1100U);
+    EXPECT_EQ(log.status().file_bytes, 1000U);
+    EXPECT_THAT(errors.text(), HasSubstr("background log write fail: File too large\n"));
+}

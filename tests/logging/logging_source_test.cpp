@@ -1,0 +1,412 @@
+#include <glue/logging/logging_source.h>
+
+#include <support/Captured_descriptor.h>
+#include <support/Replaced_calls.h>
+#include <support/Stopped_clock.h>
+#include <support/Traffic_log.h>
+#include <support/waiting.h>
+
+#include <ctime>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+/// All files of one test belong to one second, so that their names tell the order.
+struct Logging_source : testing::Test {
+    Logging_source() {
+        calls.wall_clock_ms = [this] { return wall_clock_ms; };
+    }
+
+    long wall_clock_ms = 1747031400123; // 2025-05-12 06:30:00
+    Replaced_calls calls;
+    Traffic_log log;
+};
+
+const std::string stem = "traffic_raw_20250512_063000";
+
+} // namespace
+
+// What is in files
+
+TEST_F(Logging_source, file_begins_with_the_history_and_goes_on_with_what_comes) {
+    log.keep_history();
+    EXPECT_TRUE(log.write("before "));
+    EXPECT_TRUE(log.write("just before "));
+    EXPECT_THAT(log.files(), ElementsAre());
+    EXPECT_EQ(log.status().history_bytes, 19U);
+    log.enable();
+    EXPECT_TRUE(log.write("after"));
+    log.settle();
+    EXPECT_EQ(log.content(), "before just before after");
+    EXPECT_EQ(log.status().history_bytes, 0U);
+    EXPECT_EQ(log.status().file_bytes, 24U);
+    EXPECT_EQ(log.status().path, log.folder().path(stem + ".log"));
+    EXPECT_EQ(log.dropped(), 0U);
+}
+
+TEST_F(Logging_source, rotation_writes_the_history_and_leaves_no_file) {
+    log.keep_history();
+    log.write("one ");
+    log.rotate();
+    EXPECT_STREQ(log.status().path, "");
+    log.write("two ");
+    log.write("three ");
+    log.rotate();
+    EXPECT_THAT(log.contents(), ElementsAre("one ", "two three "));
+    EXPECT_THAT(log.files(), ElementsAre(stem + ".log", stem + "_000000.log"));
+}
+
+TEST_F(Logging_source, rotation_ends_the_file_that_is_open) {
+    log.keep_history();
+    log.write("history ");
+    log.enable();
+    log.write("live");
+    log.rotate();
+    log.write("history again");
+    log.enable();
+    log.settle();
+    EXPECT_THAT(log.contents(), ElementsAre("history live", "", "history again"));
+}
+
+TEST_F(Logging_source, history_that_wraps_round_is_written_in_order) {
+    Stopped_clock clock;
+    log.keep_history(Traffic_log::long_span, 10);
+    for (const char* piece : {"aaaa", "bbbb", "cccc"}) {
+        log.write(piece);
+        clock.advance(1);
+    }
+    log.rotate();
+    EXPECT_EQ(log.content(), "bbbbcccc");
+}
+
+TEST_F(Logging_source, what_was_in_a_file_does_not_come_again) {
+    log.keep_history();
+    log.write("first ");
+    log.enable();
+    log.write("second ");
+    log.configure();
+    log.write("third ");
+    log.rotate();
+    EXPECT_THAT(log.contents(), ElementsAre("first second ", "third "));
+}
+
+TEST_F(Logging_source, text_goes_up_to_its_nul) {
+    log.configure();
+    log.enable();
+    EXPECT_TRUE(logging_source_write(logging_source_receiver, "text\0hidden"));
+    EXPECT_TRUE(logging_source_write(logging_source_receiver, ""));
+    log.settle();
+    EXPECT_EQ(log.content(), "text");
+}
+
+TEST_F(Logging_source, direct_source_writes_without_history) {
+    log.configure(1000, 100, true, true);
+    EXPECT_FALSE(log.write("not enabled"));
+    log.enable();
+    EXPECT_TRUE(log.write("enabled"));
+    log.settle();
+    EXPECT_EQ(log.content(), "enabled");
+    log.configure(1000, 100, true, false);
+    EXPECT_TRUE(log.write("nowhere to go"));
+    EXPECT_EQ(log.status().history_bytes, 0U);
+    EXPECT_EQ(log.dropped(), 13U);
+}
+
+TEST_F(Logging_source, open_now_is_for_direct_sources_only) {
+    log.configure(1000, 100, false, true);
+    EXPECT_THAT(log.files(), ElementsAre());
+}
+
+TEST_F(Logging_source, large_pieces_go_through) {
+    log.configure();
+    log.enable();
+    const std::string piece(200000, 'x');
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_TRUE(log.write(piece));
+        log.settle();
+    }
+    EXPECT_EQ(log.content(), std::string(4000000, 'x'));
+}
+
+// What is dropped
+
+TEST_F(Logging_source, source_that_is_off_takes_nothing) {
+    log.configure();
+    EXPECT_FALSE(log.write("x"));
+    EXPECT_FALSE(logging_source_is_enabled(logging_source_receiver));
+    EXPECT_EQ(log.status().history_bytes, 0U);
+    EXPECT_EQ(log.dropped(), 0U);
+}
+
+TEST_F(Logging_source, switching_off_leaves_the_file_open) {
+    log.configure();
+    log.enable();
+    log.write("one ");
+    log.enable(false);
+    EXPECT_FALSE(log.write("unheard "));
+    log.enable();
+    log.write("two");
+    log.settle();
+    EXPECT_EQ(log.content(), "one two");
+}
+
+TEST_F(Logging_source, piece_as_large_as_the_history_is_dropped) {
+    log.keep_history(Traffic_log::long_span, 10);
+    log.write("kept");
+    EXPECT_TRUE(log.write("0123456789"));
+    EXPECT_EQ(log.status().history_bytes, 4U);
+    EXPECT_EQ(log.dropped(), 10U);
+    EXPECT_TRUE(log.write("012345678"));
+    EXPECT_EQ(log.status().history_bytes, 9U) << "room was made for it";
+    EXPECT_EQ(log.dropped(), 10U);
+}
+
+TEST_F(Logging_source, without_a_span_there_is_no_history) {
+    log.keep_history(0, 1000);
+    EXPECT_TRUE(log.write("dropped"));
+    EXPECT_EQ(log.status().history_bytes, 0U);
+    EXPECT_EQ(log.dropped(), 7U);
+}
+
+TEST_F(Logging_source, history_stays_when_it_is_configured_the_same) {
+    log.keep_history(5000, 1000);
+    log.write("kept");
+    log.configure(5000, 1000);
+    EXPECT_EQ(log.status().history_bytes, 4U);
+    log.configure(6000, 1000);
+    EXPECT_EQ(log.status().history_bytes, 4U) << "a span is a span";
+    log.configure(6000, 1001);
+    EXPECT_EQ(log.status().history_bytes, 0U);
+    log.write("kept");
+    log.configure(0, 1001);
+    EXPECT_EQ(log.status().history_bytes, 0U);
+}
+
+// How far the history reaches back
+
+TEST_F(Logging_source, history_reaches_back_exactly_as_far_as_its_span) {
+    Stopped_clock clock;
+    log.keep_history(1000);
+    log.write("a");
+    clock.advance(1);
+    log.write("b");
+    clock.advance(999);
+    log.write("c");
+    EXPECT_EQ(log.status().history_bytes, 3U) << "a is exactly 1000 ms old";
+    clock.advance(1);
+    log.write("d");
+    EXPECT_EQ(log.status().history_bytes, 3U) << "a is gone, b is exactly 1000 ms old";
+    log.rotate();
+    EXPECT_EQ(log.content(), "bcd");
+}
+
+TEST_F(Logging_source, history_has_a_hundred_moments_at_most) {
+    Stopped_clock clock;
+    log.keep_history();
+    for (int i = 0; i < 100; ++i) {
+        log.write("x");
+        log.write("x"); // of the same moment
+        clock.advance(1);
+    }
+    EXPECT_EQ(log.status().history_bytes, 200U);
+    log.write("y");
+    EXPECT_EQ(log.status().history_bytes, 199U) << "the oldest moment went with its bytes";
+}
+
+TEST_F(Logging_source, history_of_many_moments_reaches_back_as_far_when_they_are_grouped) {
+    Stopped_clock clock;
+    logging_source_use_time_of_writing(logging_source_receiver, true, 11);
+    log.keep_history(1000, 10000);
+    for (int i = 0; i < 5000; ++i) { // one every millisecond
+        log.write("x");
+        clock.advance(1);
+        if (i < 1000)
+            continue;
+        ASSERT_GE(log.status().history_bytes, 1000U) << i;
+        ASSERT_LE(log.status().history_bytes, 1000U + 11U) << i;
+    }
+}
+
+TEST_F(Logging_source, group_of_no_time_is_a_millisecond) {
+    Stopped_clock clock;
+    logging_source_use_time_of_writing(logging_source_receiver, true, 0);
+    log.keep_history(10);
+    log.write("a");
+    clock.advance(11);
+    log.write("b");
+    EXPECT_EQ(log.status().history_bytes, 1U);
+}
+
+TEST_F(Logging_source, moments_of_a_written_history_are_forgotten) {
+    Stopped_clock clock;
+    log.keep_history(1000);
+    log.write(std::string(500, 'o'));
+    log.rotate();
+    clock.advance(500);
+    log.write("new");
+    clock.advance(501);
+    log.write("er");
+    EXPECT_EQ(log.status().history_bytes, 5U) << "what was written is not dropped a second time";
+}
+
+TEST_F(Logging_source, usual_key_is_the_period_times_the_rest) {
+    Stopped_clock clock;
+    logging_source_use_time_of_writing(logging_source_receiver, false);
+    logging_source_testing_override_timed_bucket_ms(4000000000U); // longer than any machine is up: the rest is the time
+    log.keep_history(1);
+    log.write("a");
+    clock.advance(100000);
+    log.write("b");
+    EXPECT_EQ(log.status().history_bytes, 2U) << "keys are billions of times the time: nothing is ever too old";
+    logging_source_testing_override_timed_bucket_ms(0);
+    log.write("c");
+    EXPECT_EQ(log.status().history_bytes, 3U) << "a period of 0 is ignored";
+    logging_source_testing_override_timed_bucket_ms(1);
+    clock.advance(1);
+    log.write("d");
+    EXPECT_EQ(log.status().history_bytes, 4U);
+    clock.advance(1);
+    log.write("e");
+    EXPECT_EQ(log.status().history_bytes, 4U + 1U) << "the oldest keys are still in front";
+}
+
+TEST_F(Logging_source, writes_of_one_millisecond_of_different_seconds_share_a_key) {
+    Stopped_clock clock;
+    logging_source_use_time_of_writing(logging_source_receiver, false);
+    log.keep_history();
+    for (int i = 0; i < 150; ++i) { // more moments than a hundred, but one key
+        log.write("x");
+        clock.advance(1000);
+    }
+    EXPECT_EQ(log.status().history_bytes, 150U);
+}
+
+// Names
+
+TEST_F(Logging_source, files_of_one_second_are_numbered) {
+    log.keep_history();
+    for (int i = 0; i < 3; ++i)
+        log.rotate();
+    EXPECT_THAT(log.files(), ElementsAre(stem + ".log", stem + "_000000.log", stem + "_000001.log"));
+    wall_clock_ms += 1000;
+    log.rotate();
+    EXPECT_THAT(log.files(), testing::Contains("traffic_raw_20250512_063001.log"));
+}
+
+TEST_F(Logging_source, clock_that_jumps_back_overwrites_nothing) {
+    log.keep_history();
+    log.write("first");
+    log.rotate();
+    wall_clock_ms += 5000;
+    log.rotate();
+    wall_clock_ms -= 5000;
+    log.write("second");
+    log.rotate();
+    EXPECT_EQ(log.folder().content_of(stem + ".log"), "first");
+    EXPECT_EQ(log.folder().content_of(stem + "_000000.log"), "second");
+}
+
+TEST_F(Logging_source, slash_and_underscore_are_not_doubled) {
+    const std::string directory = log.folder().path() + "/";
+    logging_source_configure(logging_source_receiver, true, 0, 0, directory.c_str(), "n", "s_", true);
+    EXPECT_EQ(log.status().path, log.folder().path("n_s_20250512_063000.log"));
+    logging_source_configure(logging_source_receiver, true, 0, 0, directory.c_str(), "n", "", true);
+    EXPECT_EQ(log.status().path, log.folder().path("n_20250512_063000.log"));
+    EXPECT_EQ(log.files().size(), 2U);
+}
+
+TEST_F(Logging_source, fields_are_cut_at_256_characters) {
+    const std::string name(300, 'n');
+    logging_source_configure(logging_source_receiver, true, 0, 0, log.folder().path().c_str(), name.c_str(), "s", true);
+    EXPECT_STREQ(log.status().path, "") << "no file system takes such a name";
+    EXPECT_THAT(log.files(), ElementsAre());
+}
+
+// Deleting
+
+TEST_F(Logging_source, deleting_old_files_spares_the_one_opened_last) {
+    log.keep_history();
+    for (const char* piece : {"one", "two", "three"}) {
+        log.write(piece);
+        log.rotate();
+    }
+    const std::string other = log.folder().make_file("traffic_rawest.log", "not ours");
+    log.folder().make_file("other_raw_20250512_063000.log", "not ours");
+    logging_source_delete_old(logging_source_receiver);
+    EXPECT_THAT(log.files(), ElementsAre("other_raw_20250512_063000.log", stem + "_000001.log", "traffic_rawest.log"));
+    logging_source_delete_all(logging_source_receiver);
+    EXPECT_THAT(log.files(), ElementsAre("other_raw_20250512_063000.log", "traffic_rawest.log"));
+}
+
+TEST_F(Logging_source, file_that_is_open_may_be_deleted) {
+    log.configure();
+    log.enable();
+    log.write("x");
+    logging_source_delete_all(logging_source_receiver);
+    EXPECT_TRUE(log.write("y"));
+    log.settle();
+    EXPECT_THAT(log.files(), ElementsAre());
+}
+
+// A directory that comes and goes
+
+TEST_F(Logging_source, missing_directory_is_told_once_and_history_goes_on) {
+    const std::string directory = log.folder().path("later");
+    const auto configure = [&] {
+        logging_source_configure(logging_source_receiver, false, Traffic_log::long_span, 1000, directory.c_str(), "n",
+                                 "s", false);
+    };
+    log.keep_history();
+    configure();
+    const Captured_descriptor errors(2);
+    log.write("kept ");
+    log.enable();
+    log.write("and kept");
+    log.rotate();
+    EXPECT_EQ(errors.text(), directory + "/n_s_20250512_063000.log: No such file or directory\n");
+    EXPECT_EQ(log.status().history_bytes, 13U);
+    std::filesystem::create_directory(directory);
+    log.enable();
+    log.settle();
+    EXPECT_EQ(log.folder().content_of("later/n_s_20250512_063000.log"), "kept and kept");
+    EXPECT_EQ(log.dropped(), 0U);
+}
+
+TEST_F(Logging_source, directory_that_vanishes_takes_its_files_along_and_nothing_else) {
+    const std::string directory = log.folder().path("brief");
+    std::filesystem::create_directory(directory);
+    log.keep_history();
+    logging_source_configure(logging_source_receiver, false, Traffic_log::long_span, 1000, directory.c_str(), "n", "s",
+                             false);
+    log.enable();
+    log.write("gone");
+    std::filesystem::remove_all(directory);
+    EXPECT_TRUE(log.write("gone, too"));
+    log.settle();
+    std::filesystem::create_directory(directory);
+    log.rotate();
+    EXPECT_TRUE(log.folder().has("brief/n_s_20250512_063000.log"));
+}
+
+TEST_F(Logging_source, sources_are_independent) {
+    Traffic_log other(logging_source_port);
+    other.configure();
+    other.enable();
+    log.keep_history();
+    other.write("other");
+    log.write("history");
+    other.settle();
+    EXPECT_EQ(other.content(), "other");
+    EXPECT_THAT(log.files(), ElementsAre());
+    EXPECT_EQ(log.status().history_bytes, 7U);
+}
+
+TEST_F(Logging_source, source_that_does_not_exist_stops_the_process) {
+    EXPECT_DEATH(logging_source_is_enabled(static_cast<logging_source_t>(3)), "glue/logging/logging_source.cpp");
+}

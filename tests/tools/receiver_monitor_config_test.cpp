@@ -1,0 +1,89 @@
+// Options from a file, as a user has them.
+
+#include "running_monitor.h"
+
+#include <support/Frame_builder.h>
+
+#include <algorithm>
+#include <gmock/gmock.h>
+
+namespace {
+
+using testing::HasSubstr;
+
+const std::string frame = build_frame("~~", le(std::uint32_t{1234}));
+
+struct receiver_monitor_config : testing::Test {
+    Program_result run(const std::string& config, Arguments arguments = {}) {
+        arguments.insert(arguments.end(), {"--config", folder.make_file("monitor.ini", config)});
+        return monitor_with(arguments).input(frame + frame).run();
+    }
+    /// One line on standard error that begins with the program, the file and the number; status 1.
+    void expect_refusal(const std::string& config, int line, const std::string& about) {
+        const Program_result result = run(config);
+        EXPECT_EQ(result.status, 1);
+        EXPECT_EQ(result.output, "");
+        EXPECT_EQ(std::count(result.errors.begin(), result.errors.end(), '\n'), 1) << result.errors;
+        EXPECT_THAT(result.errors, testing::StartsWith("receiver_monitor: " + folder.path("monitor.ini") + ":" +
+                                                       std::to_string(line) + ": "));
+        EXPECT_THAT(result.errors, HasSubstr(about));
+    }
+
+    Temporary_folder folder;
+};
+
+} // namespace
+
+TEST_F(receiver_monitor_config, gives_the_options) {
+    EXPECT_EQ(run("[receiver_monitor]\nformat=comma\ncount=1\n").output, "RT,1234\n");
+    EXPECT_EQ(run("quiet=true\n").output, "");
+}
+
+TEST_F(receiver_monitor_config, command_line_wins) {
+    EXPECT_EQ(run("format=comma\ncount=1\n", {"--format", "labelled"}).output, "RT ms=1234\n");
+}
+
+TEST_F(receiver_monitor_config, names_the_source) {
+    const std::string record = folder.make_file("record", frame);
+    for (const char* key : {"device", "replay"})
+        EXPECT_EQ(run(std::string(key) + "=" + record + "\n").output, "RT ms=1234\n");
+    EXPECT_EQ(run("SPEC=exec:cat " + record + "\n").output, "RT ms=1234\n");
+}
+
+TEST_F(receiver_monitor_config, source_of_the_command_line_stands_for_any_other) {
+    const std::string record = folder.make_file("record", frame);
+    for (const char* other : {"SPEC=exec:false", "device=/does/not/exist", "replay=/does/not/exist"})
+        EXPECT_EQ(run(std::string(other) + "\n", {"--replay", record}).output, "RT ms=1234\n") << other;
+}
+
+TEST_F(receiver_monitor_config, every_option_may_stand_in_it) {
+    const Program_result result = run("log=" + folder.path() +
+                                      "\nhistory=5\nlog-later=true\nduration=20\ntrace=false\n"
+                                      "replay=" +
+                                      folder.make_file("record", frame) + "\nspeed=2\n");
+    EXPECT_EQ(result.output, "RT ms=1234\n") << result.errors;
+    EXPECT_THAT(result.errors, HasSubstr("log: 0 bytes in 0 files, 0 dropped\n"));
+}
+
+TEST_F(receiver_monitor_config, what_is_wrong_in_it_is_one_line_with_its_number) {
+    expect_refusal("# comment\nfromat=comma\n", 2, "\"fromat\"");
+    expect_refusal("format=xml\n", 1, "xml");
+    expect_refusal("\n\ncount=0\n", 3, "0 is not a number from 1");
+    expect_refusal("log=/does/not/exist\n", 1, "/does/not/exist");
+    expect_refusal("config=another.ini\n", 1, "\"config\"");
+    expect_refusal("quiet\n", 1, "neither");
+}
+
+TEST_F(receiver_monitor_config, what_does_not_go_together_is_one_line_and_status_1) {
+    for (const char* config : {"speed=2\n", "history=5\n", "send=VER\n", "device=/dev/null\nreplay=/dev/null\n"}) {
+        const Program_result result = run(config);
+        EXPECT_EQ(result.status, 1) << config;
+        EXPECT_EQ(std::count(result.errors.begin(), result.errors.end(), '\n'), 1) << result.errors;
+    }
+}
+
+TEST_F(receiver_monitor_config, file_that_is_not_there_is_one_line_and_status_1) {
+    const Program_result result = monitor_with({"--config", "/does/not/exist"}).input(frame).run();
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.errors, "receiver_monitor: cannot open /does/not/exist: No such file or directory\n");
+}

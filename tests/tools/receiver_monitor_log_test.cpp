@@ -1,0 +1,176 @@
+// Recording the traffic, as a user does it.
+
+#include "running_monitor.h"
+#include "simulated_epochs.h"
+#include "summary_text.h"
+
+#include <support/Frame_builder.h>
+
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+#include <gmock/gmock.h>
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+std::string frame(std::uint32_t ms) {
+    return build_frame("~~", le(ms));
+}
+
+std::string line(int ms) {
+    return "RT ms=" + std::to_string(ms) + "\n";
+}
+
+struct receiver_monitor_log : testing::Test {
+    /// The contents of all files, the oldest first.
+    std::vector<std::string> logs() const {
+        std::vector<std::filesystem::path> paths;
+        for (const auto& entry : std::filesystem::directory_iterator(folder.path()))
+            paths.push_back(entry.path());
+        std::sort(paths.begin(), paths.end(), [](const auto& a, const auto& b) {
+            const auto key = [](const std::string& name) { // "receiver_raw_20250512_063000", then "_000000" and on
+                return std::make_pair(name.substr(0, 28), std::make_pair(name.size(), name));
+            };
+            return key(a.filename()) < key(b.filename());
+        });
+        std::vector<std::string> contents;
+        for (const auto& path : paths)
+            contents.push_back(folder.content_of(path.filename().string()));
+        return contents;
+    }
+    bool has_files(std::size_t count) const {
+        return eventually([&] { return logs().size() == count; });
+    }
+
+    Temporary_folder folder;
+};
+
+} // namespace
+
+TEST_F(receiver_monitor_log, is_the_traffic_byte_for_byte) {
+    simulator::Simulated_receiver::Options options;
+    options.noise = options.corrupt = 0.1;
+    const std::string traffic = Heard_receiver(options).next_bytes(2000) + "no line end";
+    const Program_result result =
+        monitor_with({"--quiet", "--log", folder.path(), "--format", "comma"}).input(traffic).run();
+    EXPECT_EQ(result.status, 0);
+    ASSERT_EQ(logs().size(), 1U);
+    EXPECT_TRUE(logs()[0] == traffic);
+    EXPECT_THAT(result.errors, HasSubstr("log: " + std::to_string(traffic.size()) + " bytes in 1 file, 0 dropped\n"));
+}
+
+TEST_F(receiver_monitor_log, holds_also_what_was_not_looked_at_any_more) {
+    const Program_result result =
+        monitor_with({"--log", folder.path(), "--count", "1"}).input(frame(1) + frame(2)).run();
+    EXPECT_EQ(Summary(result.errors).account.arrived, 11U);
+    EXPECT_THAT(logs(), ElementsAre(frame(1) + frame(2)));
+}
+
+TEST_F(receiver_monitor_log, records_a_stream_too) {
+    const std::string path = folder.make_file("traffic", frame(1) + "noise\n" + frame(2));
+    std::filesystem::create_directory(folder.path("logs"));
+    const Program_result result = monitor_with({"exec:cat " + path, "--log", folder.path("logs")}).run();
+    EXPECT_EQ(result.output, line(1) + line(2));
+    std::filesystem::remove(path);
+    std::filesystem::path log = std::filesystem::directory_iterator(folder.path("logs"))->path();
+    EXPECT_EQ(folder.content_of("logs/" + log.filename().string()), frame(1) + "noise\n" + frame(2));
+}
+
+TEST_F(receiver_monitor_log, switched_on_later_begins_with_the_history) {
+    Running_monitor monitor({"--log", folder.path(), "--history", "3600", "--log-later"});
+    monitor.send(frame(1) + "half");
+    monitor.expect_output(line(1));
+    EXPECT_THAT(logs(), ElementsAre());
+    monitor.signal(SIGUSR1);
+    EXPECT_TRUE(has_files(1)) << "at once, though nothing comes";
+    monitor.send(" a line\n" + frame(2));
+    monitor.expect_output(line(1) + line(2));
+    monitor.signal(SIGINT);
+    const Program_result& result = monitor.end();
+    EXPECT_EQ(result.status, 0);
+    EXPECT_THAT(logs(), ElementsAre(frame(1) + "half a line\n" + frame(2)));
+    EXPECT_THAT(result.errors, HasSubstr("log: 34 bytes in 1 file, 0 dropped\n"));
+}
+
+TEST_F(receiver_monitor_log, switched_on_later_without_history_begins_there) {
+    Running_monitor monitor({"--log", folder.path(), "--log-later"});
+    monitor.send(frame(1));
+    monitor.expect_output(line(1));
+    monitor.signal(SIGUSR1);
+    EXPECT_TRUE(has_files(1));
+    monitor.send(frame(2));
+    monitor.expect_output(line(1) + line(2));
+    monitor.signal(SIGINT);
+    monitor.end();
+    EXPECT_THAT(logs(), ElementsAre(frame(2)));
+}
+
+TEST_F(receiver_monitor_log, switched_off_and_on_leaves_nothing_out_and_doubles_nothing) {
+    Running_monitor monitor({"--log", folder.path(), "--history", "3600"});
+    std::string output;
+    for (int i = 1; i <= 5; ++i) { // on, off, on, off, on
+        monitor.send(frame(static_cast<std::uint32_t>(i)));
+        output += line(i);
+        monitor.expect_output(output);
+        if (i == 5)
+            break;
+        monitor.signal(SIGUSR1);
+        if (i % 2 == 0) {
+            EXPECT_TRUE(has_files(1 + static_cast<std::size_t>(i) / 2));
+        }
+        EXPECT_TRUE(eventually([&] { return monitor.rests(); })) << "the signal has been looked at";
+    }
+    monitor.signal(SIGINT);
+    const Program_result& result = monitor.end();
+    EXPECT_THAT(logs(), ElementsAre(frame(1), frame(2) + frame(3), frame(4) + frame(5)));
+    EXPECT_THAT(result.errors, HasSubstr("log: 55 bytes in 3 files, 0 dropped\n"));
+}
+
+TEST_F(receiver_monitor_log, full_disk_is_told_in_the_summary_and_stops_nothing) {
+    const std::string traffic = Heard_receiver().next_bytes(100);
+    const std::string command = "ulimit -f 4; trap '' XFSZ; exec '" + std::string(RECEIVER_MONITOR) +
+                                "' --quiet --log " + folder.path(); // 4 blocks of 512 or 1024 bytes
+    const Program_result result = Program("sh", {"-c", command}).input(traffic).run();
+    EXPECT_EQ(result.status, 0);
+    EXPECT_THAT(result.errors, HasSubstr("background log write fail: File too large\n"));
+    ASSERT_EQ(logs().size(), 1U);
+    const std::size_t written = logs()[0].size();
+    EXPECT_GT(written, 0U);
+    EXPECT_EQ(logs()[0], traffic.substr(0, written));
+    EXPECT_THAT(result.errors, HasSubstr("log: " + std::to_string(written) + " bytes in 1 file, " +
+                                         std::to_string(traffic.size() - written) + " dropped\n"));
+    EXPECT_THAT(result.errors, HasSubstr("bytes: " + std::to_string(traffic.size()) + " = "));
+}
+
+TEST_F(receiver_monitor_log, closed_standard_output_is_not_the_log) {
+    const std::string command = "exec '" + std::string(RECEIVER_MONITOR) + "' --log '" + folder.path() + "' >&-";
+    const Program_result result = Program("sh", {"-c", command}).input(frame(1)).run();
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.errors, "receiver_monitor: cannot write to standard output: Bad file descriptor\n");
+    EXPECT_THAT(logs(), ElementsAre(frame(1)));
+}
+
+TEST_F(receiver_monitor_log, directory_that_cannot_be_used_is_one_line_and_status_1) {
+    const std::string file = folder.make_file("file", "");
+    for (const std::string& directory : {std::string("/does/not/exist"), file, std::string("/proc")}) {
+        const Program_result result = monitor_with({"--log", directory}).input(frame(1)).run();
+        EXPECT_EQ(result.status, 1) << directory;
+        EXPECT_EQ(result.output, "");
+        EXPECT_THAT(result.errors, HasSubstr(directory));
+        EXPECT_EQ(std::count(result.errors.begin(), result.errors.end(), '\n'), 1) << result.errors;
+    }
+}
+
+TEST_F(receiver_monitor_log, options_that_mean_nothing_without_it_are_refused) {
+    for (const Arguments& arguments :
+         {Arguments{"--history", "5"}, Arguments{"--log-later"}, Arguments{"--log", folder.path(), "--history", "-1"},
+          Arguments{"--log", folder.path(), "--history", "86401"}}) {
+        const Program_result result = monitor_with(arguments).input(frame(1)).run();
+        EXPECT_EQ(result.status, 1);
+        EXPECT_THAT(result.errors, HasSubstr("--history"));
+        EXPECT_EQ(std::count(result.errors.begin(), result.errors.end(), '\n'), 1) << result.errors;
+    }
+}

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <glue/vesk/TIM_messages.h>
+
+namespace simulator {
+
+/// The controller that steers the machine, as its status and command messages show it.
+///
+/// The last command decides the state:
+///
+///     ready off                                NOT_READY, as at first
+///     ready on                                 READY_TO_ENABLED
+///     ready on, request 0                      ENABLED
+///     ready on, request 0 and request 1        ACTIVE: the curvature is the one that the command asks for
+///
+/// The product flag is that of the last command. The other requests are for nothing, and no command is too old.
+class Automation {
+  public:
+    static constexpr unsigned enable_request = 0;
+    static constexpr unsigned steer_request = 1;
+
+    void obey(const TIM_messages::Msg_GC& command);
+
+    /// Fills the next status in; its heartbeat is one more than that of the one before.
+    /// \param curvature  of the machine's path, when it is not the automation that steers
+    void report(TIM_messages::Msg_GS& status, double curvature);
+
+    TIM_messages::Automation_state state() const { return state_; }
+    bool is_active() const { return state_ == TIM_messages::automation_active; }
+
+  private:
+    TIM_messages::Automation_state state_ = TIM_messages::automation_not_ready;
+    bool prod_ = false;
+    float wanted_curvature_ = 0;
+    unsigned char heart_ = 0;
+};
+
+} // namespace simulator
