@@ -6,6 +6,7 @@
 #include "monitor/Monitor.h"
 #include "monitor/Receiver_input.h"
 #include "monitor/Stream_input.h"
+#include "monitor/view/Live_view.h"
 
 #include <cerrno>
 #include <cmath>
@@ -32,6 +33,7 @@ struct Command_line {
     bool trace = false;
     std::string format = "labelled";
     double duration = 0;
+    bool view = false;
     Monitor::Options monitor;
 };
 
@@ -58,6 +60,8 @@ void describe(CLI::App& app, Command_line& line) {
         ->check(number_between(1, most_frames))
         ->type_name("FRAMES");
     app.add_flag("--quiet", line.monitor.quiet, "Print the summary alone");
+    app.add_flag("--view", line.view,
+                 "Show the link live on the terminal instead of printing lines; h there tells more");
     app.footer(
         "The summary goes to standard error. Exit status: 0 when at least one good frame came, 2 when none did,\n"
         "1 for a wrong option, an input that cannot be opened or read, or an output that fails.");
@@ -94,14 +98,30 @@ std::unique_ptr<Link_input> open_input(const CLI::App& app, const Command_line& 
     return std::make_unique<Stream_input>(std::move(stream));
 }
 
+/// The live view if one is asked for. It is there before the input: what a child says would land on the screen.
+std::unique_ptr<Live_view> open_view(const Command_line& line) {
+    if (!line.view)
+        return nullptr;
+    Live_view::Options options;
+    options.source = line.device.value_or(line.specification);
+    options.labelled = line.monitor.labelled;
+    return std::make_unique<Live_view>(options);
+}
+
 int monitor(const CLI::App& app, const Command_line& line) {
+    auto view = open_view(line);
+    if (view && !view->problem().empty())
+        return complain(app, "--view: " + view->problem());
     const auto input = open_input(app, line);
     if (!input)
         return command_line::failed;
 
     const Interrupt interrupt;
     Monitor monitor(line.monitor, *input, interrupt, stdout);
-    if (monitor.run() == Monitor::End::output_failed)
+    monitor.set_watcher(view.get());
+    const Monitor::End end = monitor.run();
+    view.reset();
+    if (end == Monitor::End::output_failed)
         return complain(app, std::string("cannot write to standard output: ") + std::strerror(errno));
     if (input->error() != 0) {
         complain(app, "cannot read " + line.device.value_or("standard input") + ": " + std::strerror(input->error()));
@@ -122,6 +142,7 @@ int main(int argc, char** argv) {
     if (const auto status = command_line::parse(app, argc, argv))
         return *status;
     line.monitor.labelled = line.format == "labelled";
+    line.monitor.quiet |= line.view;
     line.monitor.duration_ms = static_cast<std::int64_t>(std::ceil(line.duration * 1000));
     return monitor(app, line);
 }
