@@ -8,7 +8,7 @@ namespace {
 
 // What common terminals take, in bytes
 constexpr unsigned cursor_move = 8;
-constexpr unsigned style_switch = 10;
+constexpr unsigned style_switch = 12;
 constexpr unsigned whole_update = 20; // hiding the cursor, switching styles off and the like
 constexpr int small_gap = 4;          // unchanged cells are written again rather than leapt over
 

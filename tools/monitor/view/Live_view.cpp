@@ -14,7 +14,7 @@ constexpr std::int64_t show_interval_ms = 250;
 constexpr std::int64_t note_ms = 5000;
 
 // Bytes a second to the terminal, on average; less when the line to it carries less.
-constexpr unsigned most_bytes_per_second = 800;
+constexpr unsigned most_bytes_per_second = 750;
 constexpr unsigned share_of_line_percent = 80;
 
 unsigned bytes_per_second(const Terminal& terminal) {

@@ -53,8 +53,8 @@ class Live_view : public Link_watcher {
     void pace(unsigned bytes, Atime now);
 
     const Options options_;
+    std::optional<live_view::Diverted_output> diverted_; // from when the terminal is ours to when it is given back
     live_view::Terminal terminal_;
-    std::optional<live_view::Diverted_output> diverted_; // behind the terminal, which needs the original ones
     live_view::Link_model model_;
     std::optional<Snapshot> paused_;
     live_view::View_state state_;

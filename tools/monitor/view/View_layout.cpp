@@ -123,7 +123,7 @@ class Layout {
             pen.text("ended: nothing more will come", Style::doubtful);
             break;
         }
-        pen.at(1, 54).value(rate("%7.0f", model_.byte_rate())).text(" B/s ");
+        pen.at(1, 52).value(rate("%7.0f", model_.byte_rate())).text(" B/s ");
         pen.value(rate("%7.1f", model_.frame_rate())).text(" frames/s");
     }
 
@@ -147,24 +147,24 @@ class Layout {
 
     /// The tables and plots. \return the row below them
     int pictures() {
-        const int columns_for_sky = grid_.columns() - message_table_columns - satellite_table_columns - 2;
+        const int columns_for_sky = grid_.columns() - message_table_columns - satellite_table_columns - 1;
         int rows = std::min(least_picture_rows + (grid_.rows() - View_layout::least_rows) / 2, most_picture_rows);
         rows = std::min(rows, (columns_for_sky - 1) / 2);
         rows -= 1 - rows % 2; // the zenith has a row of its own
         const int heading = first_picture_row - 1;
         Area area{first_picture_row, 0, rows, message_table_columns};
 
-        pen_.at(heading, 0).text("   count rate/s   count rate/s", Style::heading);
+        pen_.at(heading, 0).text("id  count   /s id  count   /s", Style::heading);
         draw_messages(pen_, area, model_, now_);
 
-        area.column += area.columns + 1;
+        area.column += area.columns; // the sky's first column is blank
         area.columns = 2 * rows + 1;
         pen_.at(heading, area.column + rows - 1).text("Sky", Style::heading);
         draw_sky(pen_, area, model_.satellites());
 
         area.column += area.columns + 1;
         area.columns = satellite_table_columns;
-        pen_.at(heading, area.column).text("sv el  az dB sv el  az dB", Style::heading);
+        pen_.at(heading, area.column).text("sv el  az dB  sv el  az dB", Style::heading);
         draw_satellites(pen_, area, model_.satellites());
 
         area.column += area.columns + 1;
@@ -197,8 +197,9 @@ class Layout {
         pen.text("N ").value(formatted("%.3f", spread.sigma.north));
         pen.text("  E ").value(formatted("%.3f", spread.sigma.east));
         pen.text("  U ").value(formatted("%.3f", spread.sigma.up));
-        pen.text(" m sigma, at most ").value(formatted("%.3f", spread.reach));
-        pen.text(" m from the mean of ").value(std::to_string(spread.positions));
+        pen.text(" m sigma, within ").value(formatted("%.3f", spread.reach));
+        pen.text(" m, ").value(std::to_string(spread.positions));
+        pen.text(" positions");
     }
 
     void dilution(int row) {

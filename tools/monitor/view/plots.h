@@ -17,7 +17,7 @@ void draw_sky(Pen& pen, Area area, const std::vector<Satellite>& satellites);
 
 /// Each satellite's number, elevation, azimuth and signal, in two columns; a "-" marks those that are not used.
 void draw_satellites(Pen& pen, Area area, const std::vector<Satellite>& satellites);
-constexpr int satellite_table_columns = 26;
+constexpr int satellite_table_columns = 27;
 
 /// The last positions around their mean: north up, the latest as "@". A row is as high as two columns are wide.
 /// \return metres that a column stands for; 0 without positions

@@ -52,7 +52,7 @@ void draw_messages(Pen& pen, Area area, const Link_model& model, Atime now) {
 }
 
 void draw_satellites(Pen& pen, Area area, const std::vector<Satellite>& satellites) {
-    constexpr int entry_columns = satellite_table_columns / 2;
+    constexpr int entry_columns = satellite_table_columns / 2 + 1;
     const int count = static_cast<int>(satellites.size());
     const int last = shown(count, area);
     for (int i = 0; i < last; ++i) {
