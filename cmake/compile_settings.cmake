@@ -22,4 +22,8 @@ function(glue_test_compile_settings target)
     if(CMAKE_BUILD_TYPE MATCHES "^(Release|RelWithDebInfo)$")
         target_compile_options(${target} PRIVATE -O1)
     endif()
+    if(GLUE_SANITIZE)
+        # Lines are enough for a report; where each variable of a test lives takes the compiler minutes to find out.
+        target_compile_options(${target} PRIVATE -g1)
+    endif()
 endfunction()

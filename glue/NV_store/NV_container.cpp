@@ -10,8 +10,8 @@
 #include <QThread>
 
 #include <algorithm>
+#include <climits>
 #include <cstddef>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -29,14 +29,15 @@ const char* skip_blanks(const char* text) {
 }
 
 /// The children by id; those with the same one in the order of the list. Makes loading many of them take no more than
-/// its share for each.
+/// its share for each. Most containers list their children by id already.
 class Children_by_id {
   public:
     explicit Children_by_id(const NV_container& container) {
         for (NV_item* child = container.get_first_child(); child; child = container.get_next_child(child))
             children_.push_back(child);
-        std::stable_sort(children_.begin(), children_.end(),
-                         [](const NV_item* a, const NV_item* b) { return a->get_id() < b->get_id(); });
+        const auto by_id = [](const NV_item* a, const NV_item* b) { return a->get_id() < b->get_id(); };
+        if (!std::is_sorted(children_.begin(), children_.end(), by_id))
+            std::stable_sort(children_.begin(), children_.end(), by_id);
     }
 
     using Children = std::vector<NV_item*>;
@@ -229,7 +230,7 @@ Data_item* NV_container::find_data_item(const char* path) {
 
 NV_item* NV_container::_search(const char* spec, char separator) {
     constexpr std::size_t longest_component = 255;
-    const char* end = std::strchr(spec, separator);
+    const char* end = separator != '\0' ? std::strchr(spec, separator) : nullptr;
     const char* const rest = end ? end + 1 : nullptr;
     if (!end)
         end = std::strchr(spec, ','); // ends a component, too; on purpose nothing behind it matters then
@@ -241,17 +242,16 @@ NV_item* NV_container::_search(const char* spec, char separator) {
 }
 
 NV_item* NV_container::search_by_position(const char* component, const char* rest, char separator) {
-    unsigned position = 0;
-    if (std::sscanf(component, "%u", &position) != 1)
+    char* end = nullptr;
+    const unsigned long long position = std::strtoull(component, &end, 10);
+    if (end == component || position > INT_MAX || !child_at(static_cast<int>(position)))
         return nullptr;
-    constexpr unsigned largest_position = 0x7FFFFFFF;
-    NV_item* const child = position <= largest_position ? child_at(static_cast<int>(position)) : nullptr;
-    if (!child)
-        return nullptr;
+    NV_item* const child = (*this)[static_cast<int>(position)];
     if (!rest)
-        return (*this)[static_cast<int>(position)];
+        return child;
     // Below a child that is addressed by position there may be another one: the lock is taken once.
-    if (root_ && root_->mutex().owner_thread() == QThread::currentThreadId())
+    if (const NV_root* const root = child->_get_root();
+        root && root->mutex().owner_thread() == QThread::currentThreadId())
         return child->_search(rest, separator);
     const NV_lock lock(*child);
     return child->_search(rest, separator);
@@ -350,7 +350,7 @@ bool NV_container::serialise(NV_iterator* it) {
         return false;
     }
     checksum.remove();
-    // On purpose: only the header counts. Who has to know whether the checksum went out, too, asks the iterator.
+    // On purpose only the header counts: a checksum that had no room any more is missed when it is loaded.
     it->push_uint32(checksum.value(), record_options);
     clear_dirty();
     return closed;
@@ -475,13 +475,14 @@ bool NV_container::serialise_structure(CDS::Remote::Send_buffer& buffer, int dep
     if (depth == 0)
         return true;
     const int below = depth < unlimited_depth ? depth - 1 : depth;
-    const char* before = "{";
+    if (buffer.append_TEXT("{") == 0)
+        return false;
     for (NV_item* child = get_first_child(); child; child = get_next_child(child)) {
-        if (buffer.append_TEXT(before) == 0 || !child->serialise_structure(buffer, below))
+        const bool is_first = child == get_first_child();
+        if ((!is_first && buffer.append_TEXT(",") == 0) || !child->serialise_structure(buffer, below))
             return false;
-        before = ",";
     }
-    return (*before == ',' || buffer.append_TEXT(before) != 0) && buffer.append_TEXT("}") != 0;
+    return buffer.append_TEXT("}") != 0;
 }
 
 int NV_struct::get_type() const {

@@ -153,19 +153,13 @@ void NV_item::_set_parent(NV_container* parent) {
         parent_->add_child(this);
 }
 
-/// The root whose lock guards this node; null when nothing does.
-NV_root* NV_item::lock_owner() const {
-    const NV_container* const container = self_ ? self_ : parent_;
-    return container ? container->get_root() : nullptr;
-}
-
 void NV_item::lock() const {
-    if (NV_root* const root = lock_owner())
+    if (NV_root* const root = _get_root())
         root->mutex().lock();
 }
 
 void NV_item::unlock() const {
-    if (NV_root* const root = lock_owner())
+    if (NV_root* const root = _get_root())
         root->mutex().unlock();
 }
 

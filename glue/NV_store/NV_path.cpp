@@ -1,7 +1,7 @@
+#include "record.h"
+
 #include <glue/NV_store/NV_item.h>
 #include <glue/NV_store/NV_path.h>
-
-#include <platform/NV_iterator.h>
 
 #include <algorithm>
 #include <iterator>
@@ -67,20 +67,35 @@ bool NV_path::pop(unsigned short& id) {
     return true;
 }
 
-bool NV_path::serialise(NV_iterator* it) const {
+bool NV_path::write(NV_iterator* it) const {
     const int count = fill();
-    it->push_uint8(static_cast<unsigned char>(count), NV_iterator::little_endian);
-    for (int i = 0; i < count; ++i)
-        it->push_uint16(ids_[index(i)], NV_iterator::little_endian);
+    bool written = it->push_uint8(static_cast<unsigned char>(count), record_options);
+    for (int i = 0; i < count && written; ++i)
+        written = it->push_uint16(ids_[index(i)], record_options);
+    return written;
+}
+
+bool NV_path::read(NV_iterator* it) {
+    unsigned char count = 0;
+    bool there = it->pop_uint8(count, record_options);
+    unsigned short id = 0;
+    for (int i = 0; i < count && there; ++i) {
+        there = it->pop_uint16(id, record_options);
+        if (there)
+            push(id);
+    }
+    return there;
+}
+
+/// True on purpose, whatever became of it: so it has always been for those who call it.
+bool NV_path::serialise(NV_iterator* it) const {
+    write(it);
     return true;
 }
 
+/// True on purpose, too.
 bool NV_path::deserialise(NV_iterator* it) {
-    unsigned char count = 0;
-    it->pop_uint8(count, NV_iterator::little_endian);
-    unsigned short id = 0;
-    for (int i = 0; i < count && it->pop_uint16(id, NV_iterator::little_endian); ++i)
-        push(id);
+    read(it);
     return true;
 }
 

@@ -74,7 +74,7 @@ bool NV_pointer::serialise(NV_iterator* it) {
         Debug::Print::dprint("No path to %s for %s\n", target_->get_name(), get_name());
         path.clear();
     }
-    if (!Record_header{own_type_byte(), Record_header::path, get_id()}.push(it) || !path.serialise(it))
+    if (!Record_header{own_type_byte(), Record_header::path, get_id()}.push(it) || !path.write(it))
         return false;
     clear_dirty();
     return true;
@@ -84,8 +84,10 @@ bool NV_pointer::deserialise(NV_iterator* it) {
     Record_header header;
     if (!header.pop(it) || !(header == Record_header{own_type_byte(), Record_header::path, get_id()}))
         return false;
-    path_.clear();
-    path_.deserialise(it);
+    NV_path path;
+    if (!path.read(it))
+        return false;
+    path_ = path;
     clear_pristine();
     NV_item* const target = root_ ? root_->follow_path(path_) : nullptr;
     if (!target && path_.fill() > 0)
@@ -98,7 +100,7 @@ bool NV_pointer::deserialise_unknown(NV_iterator* it) {
     Record_header header;
     if (!header.pop(it) || header.kind != Record_header::path)
         return false;
-    return NV_path().deserialise(it);
+    return NV_path().read(it);
 }
 
 Data_item::Serial_ret NV_pointer::serialise(CDS::Remote::Send_buffer&, unsigned short& counter) {

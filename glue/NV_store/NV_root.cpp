@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <vector>
 
 namespace NV_store {
 
@@ -52,26 +53,28 @@ int NV_root::pointer_compare(const __bsnode* a, const __bsnode* b) {
 bool NV_root::notify_pointers(NV_item* item, bool changed, bool written, bool force, notify_t how, NV_root* root) {
     NV_pointer key;
     key._set(item, notify_all);
+    const auto is_told = [&](const NV_pointer* pointer) { return pointer && pointer_compare(pointer, &key) == 0; };
+    std::vector<NV_pointer*> told; // listeners may point theirs at something else, which moves them in the registry
     NV_pointer* const found = pointers_.find(&key);
+    for (NV_pointer* at = found; is_told(at); at = pointers_.next(at))
+        told.push_back(at);
+    for (NV_pointer* at = found ? pointers_.previous(found) : nullptr; is_told(at); at = pointers_.previous(at))
+        told.push_back(at);
     bool result = true;
-    for (NV_pointer* at = found; at && pointer_compare(at, &key) == 0; at = pointers_.next(at))
-        result = at->notify_updated(changed, written, force, how, root);
-    if (!found)
-        return result;
-    for (NV_pointer* at = pointers_.previous(found); at && pointer_compare(at, &key) == 0; at = pointers_.previous(at))
-        result = at->notify_updated(changed, written, force, how, root);
+    for (NV_pointer* pointer : told)
+        result = pointer->notify_updated(changed, written, force, how, root);
     return result;
 }
 
-NV_load_result load_all(NV_item& tree, NV_iterator& it) {
+NV_load_result load_all(NV_item& tree, NV_iterator& it, unsigned limit) {
     NV_load_result result;
-    Record_header next;
+    unsigned char next = 0;
     do { // the first attempt also says when there is nothing at all
         result.intact = tree.deserialise(&it);
         if (!result.intact)
             break;
         ++result.loaded;
-    } while (next.peek(&it));
+    } while (result.loaded < limit && it.peek_bytes(&next, 1)); // a single byte is a record that was cut off
     return result;
 }
 

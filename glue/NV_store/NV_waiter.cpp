@@ -69,7 +69,7 @@ NV_waiter_reg::NV_waiter_reg(const NV_waiter_reg& other)
 bool NV_waiter_reg::send_event(const NV_root* root, bool force) const {
     if (!force && on_change_only_)
         return true;
-    if (!root)
+    if (!root || !descriptor_)
         return false;
     const unsigned short module_id = root->get_module_id(static_cast<Reg_type>(kind_));
     if (module_id == 0)

@@ -14,6 +14,14 @@ int above_standard(int fd) {
     return copy;
 }
 
+int open_above_standard(int folder, const char* name, int flags, int permissions) {
+    const int fd = openat(folder, name, flags | O_CLOEXEC, permissions);
+    const int moved = above_standard(fd);
+    if (moved >= 0 && moved != fd)
+        close_on_exec(moved);
+    return moved;
+}
+
 void close_on_exec(int fd) {
     fcntl(fd, F_SETFD, fcntl(fd, F_GETFD) | FD_CLOEXEC);
 }

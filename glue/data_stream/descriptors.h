@@ -5,6 +5,10 @@
 /// `errno`, when there was no descriptor or no copy could be made
 int above_standard(int fd);
 
+/// Opens a file of a folder (AT_FDCWD: any path) above the standard ones, and so that programs that this process starts
+/// do not inherit it.
+int open_above_standard(int folder, const char* name, int flags, int permissions);
+
 /// Programs that this process starts do not inherit the descriptor.
 void close_on_exec(int fd);
 

@@ -1,3 +1,5 @@
+#include "little_endian.h"
+
 #include <platform/Binary_message.h>
 
 #include <algorithm>
@@ -27,31 +29,17 @@ bool holds(const Binary_message_storage& message, unsigned offset, unsigned widt
     return offset <= message.get_size() && width <= message.get_size() - offset;
 }
 
-template <typename Unsigned>
-Unsigned read_le(const Binary_message_storage& message, unsigned offset) {
-    if (!holds(message, offset, sizeof(Unsigned)))
-        return 0;
-    Unsigned value = 0;
-    for (unsigned i = sizeof(Unsigned); i-- > 0;)
-        value = static_cast<Unsigned>(static_cast<std::uint64_t>(value) << 8 | message.get_ptr()[offset + i]);
-    return value;
+template <typename Number>
+Number read_le(const Binary_message_storage& message, unsigned offset) {
+    return holds(message, offset, sizeof(Number)) ? little_endian::get<Number>(message.get_ptr() + offset) : Number{};
 }
 
-template <typename Unsigned>
-bool write_le(const Binary_message_storage& message, unsigned offset, Unsigned value) {
-    if (!holds(message, offset, sizeof(Unsigned)))
+template <typename Number>
+bool write_le(const Binary_message_storage& message, unsigned offset, Number value) {
+    if (!holds(message, offset, sizeof value))
         return false;
-    for (unsigned i = 0; i < sizeof(Unsigned); ++i)
-        message.get_ptr()[offset + i] = static_cast<unsigned char>(static_cast<std::uint64_t>(value) >> (8 * i));
+    little_endian::put(value, message.get_ptr() + offset);
     return true;
-}
-
-template <typename To, typename From>
-To same_bits(From from) {
-    static_assert(sizeof(To) == sizeof(From));
-    To to;
-    std::memcpy(&to, &from, sizeof to);
-    return to;
 }
 
 constexpr unsigned bit_mask(unsigned count) {
@@ -67,7 +55,7 @@ std::uint8_t Binary_wrapper<Storage>::get_uint8(unsigned offset) const {
 
 template <typename Storage>
 std::int8_t Binary_wrapper<Storage>::get_int8(unsigned offset) const {
-    return static_cast<std::int8_t>(get_uint8(offset));
+    return read_le<std::int8_t>(*this, offset);
 }
 
 template <typename Storage>
@@ -77,7 +65,7 @@ std::uint16_t Binary_wrapper<Storage>::get_uint16_le(unsigned offset) const {
 
 template <typename Storage>
 std::int16_t Binary_wrapper<Storage>::get_int16_le(unsigned offset) const {
-    return static_cast<std::int16_t>(get_uint16_le(offset));
+    return read_le<std::int16_t>(*this, offset);
 }
 
 template <typename Storage>
@@ -87,17 +75,17 @@ std::uint32_t Binary_wrapper<Storage>::get_uint32_le(unsigned offset) const {
 
 template <typename Storage>
 std::int32_t Binary_wrapper<Storage>::get_int32_le(unsigned offset) const {
-    return static_cast<std::int32_t>(get_uint32_le(offset));
+    return read_le<std::int32_t>(*this, offset);
 }
 
 template <typename Storage>
 float Binary_wrapper<Storage>::get_float(unsigned offset) const {
-    return same_bits<float>(get_uint32_le(offset));
+    return read_le<float>(*this, offset);
 }
 
 template <typename Storage>
 double Binary_wrapper<Storage>::get_double(unsigned offset) const {
-    return same_bits<double>(read_le<std::uint64_t>(*this, offset));
+    return read_le<double>(*this, offset);
 }
 
 template <typename Storage>
@@ -107,7 +95,7 @@ bool Binary_wrapper<Storage>::set_uint8(unsigned offset, std::uint8_t value) {
 
 template <typename Storage>
 bool Binary_wrapper<Storage>::set_int8(unsigned offset, std::int8_t value) {
-    return set_uint8(offset, static_cast<std::uint8_t>(value));
+    return write_le(*this, offset, value);
 }
 
 template <typename Storage>
@@ -117,7 +105,7 @@ bool Binary_wrapper<Storage>::set_uint16_le(unsigned offset, std::uint16_t value
 
 template <typename Storage>
 bool Binary_wrapper<Storage>::set_int16_le(unsigned offset, std::int16_t value) {
-    return set_uint16_le(offset, static_cast<std::uint16_t>(value));
+    return write_le(*this, offset, value);
 }
 
 template <typename Storage>
@@ -127,17 +115,17 @@ bool Binary_wrapper<Storage>::set_uint32_le(unsigned offset, std::uint32_t value
 
 template <typename Storage>
 bool Binary_wrapper<Storage>::set_int32_le(unsigned offset, std::int32_t value) {
-    return set_uint32_le(offset, static_cast<std::uint32_t>(value));
+    return write_le(*this, offset, value);
 }
 
 template <typename Storage>
 bool Binary_wrapper<Storage>::set_float(unsigned offset, float value) {
-    return set_uint32_le(offset, same_bits<std::uint32_t>(value));
+    return write_le(*this, offset, value);
 }
 
 template <typename Storage>
 bool Binary_wrapper<Storage>::set_double(unsigned offset, double value) {
-    return write_le(*this, offset, same_bits<std::uint64_t>(value));
+    return write_le(*this, offset, value);
 }
 
 template <typename Storage>

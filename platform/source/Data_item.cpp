@@ -7,6 +7,9 @@ namespace {
 
 constexpr unsigned numbers = 0xFFFF; // 0 to 65534
 
+constexpr unsigned short most_to_pass_over = 0x7FFF;
+constexpr unsigned short lowest_counter = 0x8000; // one below would be 32767 to pass over
+
 constexpr int type_bits = 6;
 constexpr int type_mask = (1 << type_bits) - 1;
 
@@ -29,7 +32,10 @@ void Data_item::decode_type_byte(unsigned char byte, int& dimension, int& type) 
 }
 
 bool Data_item::serial_action_started(unsigned short& counter) {
-    return static_cast<short>(counter--) <= 0;
+    const bool started = counter == 0 || counter > most_to_pass_over;
+    if (counter != lowest_counter)
+        --counter;
+    return started;
 }
 
 bool Data_item::append_description(CDS::Remote::Send_buffer& buffer, const char* name, unsigned char type_byte) const {

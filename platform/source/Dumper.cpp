@@ -19,7 +19,8 @@ void Print_dumper::begin_group(const char* name) {
 }
 
 void Print_dumper::end_group() {
-    --depth_;
+    if (depth_ > 0)
+        --depth_;
 }
 
 } // namespace Debug

@@ -24,6 +24,7 @@ void NV_iterator::NV_checksum::add(const unsigned char* bytes, int count) {
 }
 
 void NV_iterator::add_checksum_getter(NV_checksum* checksum) {
+    remove_checksum_getter(checksum); // twice in the list, it would close a ring
     checksum->below_ = checksums_;
     checksums_ = checksum;
 }

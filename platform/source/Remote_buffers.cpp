@@ -18,7 +18,7 @@ struct Encoded {
 } // namespace
 
 int Send_buffer::append(const void* bytes, int count) {
-    if (count > capacity_ - size_)
+    if (count == 0 || count > capacity_ - size_)
         return 0;
     std::memcpy(storage_ + size_, bytes, static_cast<std::size_t>(count));
     size_ += count;

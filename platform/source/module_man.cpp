@@ -24,6 +24,8 @@ int module_man::init_module(std::int16_t* id, [[maybe_unused]] bool permanent) {
 }
 
 int module_man::init_module_array(std::uint16_t* ids, int count, [[maybe_unused]] bool permanent) {
+    if (count < 1 || static_cast<std::uint32_t>(count) > id_count)
+        return -1;
     const std::uint32_t first = take(static_cast<std::uint32_t>(count));
     for (int i = 0; i < count; ++i)
         ids[i] = static_cast<std::uint16_t>(first + static_cast<std::uint32_t>(i));

@@ -185,13 +185,25 @@ void wait_for_end(pid_t pid, Clock::time_point deadline, Program_result& result)
     result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }
 
-std::vector<char*> argument_vector(const std::string& path, const std::vector<std::string>& arguments) {
-    std::vector<char*> vector;
-    vector.push_back(const_cast<char*>(path.c_str()));
-    for (const std::string& argument : arguments)
-        vector.push_back(const_cast<char*>(argument.c_str()));
-    vector.push_back(nullptr);
-    return vector;
+/// An array as the C library wants it, which ends in a null pointer; valid as long as the texts.
+std::vector<char*> array_of(const std::vector<std::string>& texts) {
+    std::vector<char*> array;
+    for (const std::string& text : texts)
+        array.push_back(const_cast<char*>(text.c_str()));
+    array.push_back(nullptr);
+    return array;
+}
+
+/// The test's environment, changed: variables are set, or, without a value, left out.
+std::vector<std::string> changed_environment(const std::map<std::string, std::optional<std::string>>& changes) {
+    std::vector<std::string> variables;
+    for (char** variable = environ; *variable; ++variable)
+        if (const std::string text = *variable; changes.count(text.substr(0, text.find('='))) == 0)
+            variables.push_back(text);
+    for (const auto& [name, value] : changes)
+        if (value)
+            variables.push_back(name + "=" + *value);
+    return variables;
 }
 
 } // namespace
@@ -201,6 +213,16 @@ Program::Program(std::string path, std::vector<std::string> arguments)
 
 Program& Program::input(std::string bytes) {
     input_ = std::move(bytes);
+    return *this;
+}
+
+Program& Program::environment(const std::string& name, const std::string& value) {
+    environment_[name] = value;
+    return *this;
+}
+
+Program& Program::without_environment(const std::string& name) {
+    environment_[name].reset();
     return *this;
 }
 
@@ -247,9 +269,12 @@ Program_result Program::run() const {
     else
         posix_spawn_file_actions_adddup2(&plan.actions, output.write_end.get(), STDOUT_FILENO);
 
+    std::vector<std::string> words = {path_};
+    words.insert(words.end(), arguments_.begin(), arguments_.end());
+    const std::vector<std::string> variables = changed_environment(environment_);
     pid_t pid = -1;
-    if (posix_spawnp(&pid, path_.c_str(), &plan.actions, &plan.attributes, argument_vector(path_, arguments_).data(),
-                     environ) != 0) {
+    if (posix_spawnp(&pid, path_.c_str(), &plan.actions, &plan.attributes, array_of(words).data(),
+                     array_of(variables).data()) != 0) {
         result.status = did_not_start;
         return result;
     }

@@ -3,6 +3,8 @@
 #include <chrono>
 #include <cstddef>
 #include <functional>
+#include <map>
+#include <optional>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -19,6 +21,9 @@ struct Program_result {
 ///
 ///     const Program_result result = Program(simulator, {"--epochs", "3"}).run();
 ///     EXPECT_EQ(result.status, 0) << result.errors;
+///
+/// A `receiver_monitor` that is run so, also by a shell, leaves the preferences of whoever runs the tests alone, unless
+/// `environment` says otherwise.
 ///
 /// The program gets a process group of its own, which is killed whole at the time limit. Signals that the test ignores
 /// or blocks are at their default in the program.
@@ -37,6 +42,10 @@ class Program {
     Program& without_output();
     /// The reader of standard output goes away after `count` bytes.
     Program& reader_leaves_after(std::size_t count);
+    /// A variable of the program's environment; everything else there is as in the test's.
+    Program& environment(const std::string& name, const std::string& value);
+    /// A variable that the program shall not have.
+    Program& without_environment(const std::string& name);
     /// How long the program may run; a minute, unless said.
     Program& time_limit(std::chrono::milliseconds limit);
 
@@ -48,6 +57,7 @@ class Program {
   private:
     std::string path_;
     std::vector<std::string> arguments_;
+    std::map<std::string, std::optional<std::string>> environment_ = {{"GLUE_MONITOR_PREFERENCES", ""}};
     std::string input_;
     std::string output_path_;
     bool has_output_ = true;

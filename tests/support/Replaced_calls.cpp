@@ -16,6 +16,16 @@ Function* in_c_library(const char* name) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
+size_t size_to_read(size_t size) {
+    const Replaced_calls* const instead = replaced;
+    return instead && instead->size_to_read ? instead->size_to_read(size) : size;
+}
+
+size_t size_to_write(size_t size) {
+    const Replaced_calls* const instead = replaced;
+    return instead && instead->size_to_write ? instead->size_to_write(size) : size;
+}
+
 } // namespace
 
 Replaced_calls::Replaced_calls() {
@@ -59,15 +69,29 @@ extern "C" int gettimeofday(timeval* now, void* zone) noexcept {
 extern "C" ssize_t read(int fd, void* destination, size_t size) {
     static const auto original = in_c_library<decltype(read)>("read");
     const Replaced_calls* const instead = replaced;
-    const auto answer = instead && instead->read ? instead->read(fd) : std::nullopt;
-    return answer ? *answer : original(fd, destination, size);
+    auto answer = instead && instead->read ? instead->read(fd) : std::nullopt;
+    if (!answer && instead && instead->read_into)
+        answer = instead->read_into(fd, destination, size);
+    return answer ? *answer : original(fd, destination, size_to_read(size));
+}
+
+extern "C" ssize_t recv(int fd, void* destination, size_t size, int flags) {
+    static const auto original = in_c_library<decltype(recv)>("recv");
+    return original(fd, destination, size_to_read(size), flags);
 }
 
 extern "C" ssize_t write(int fd, const void* source, size_t size) {
     static const auto original = in_c_library<decltype(write)>("write");
     const Replaced_calls* const instead = replaced;
-    const auto answer = instead && instead->write ? instead->write(fd) : std::nullopt;
-    return answer ? *answer : original(fd, source, size);
+    auto answer = instead && instead->write ? instead->write(fd) : std::nullopt;
+    if (!answer && instead && instead->write_from)
+        answer = instead->write_from(fd, source, size);
+    return answer ? *answer : original(fd, source, size_to_write(size));
+}
+
+extern "C" ssize_t send(int fd, const void* source, size_t size, int flags) {
+    static const auto original = in_c_library<decltype(send)>("send");
+    return original(fd, source, size_to_write(size), flags);
 }
 
 extern "C" int bind(int fd, const sockaddr* address, socklen_t size) noexcept {

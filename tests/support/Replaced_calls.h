@@ -29,6 +29,12 @@ class Replaced_calls {
     /// What `read` and `write` answer for a descriptor; nothing: what the C library answers.
     std::function<std::optional<ssize_t>(int fd)> read;
     std::function<std::optional<ssize_t>(int fd)> write;
+    /// How many of so many bytes `read` and `recv`, or `write` and `send`, are left to move at most.
+    std::function<size_t(size_t size)> size_to_read;
+    std::function<size_t(size_t size)> size_to_write;
+    /// The same as `read` and `write`, for who has to know how much or what.
+    std::function<std::optional<ssize_t>(int fd, void* destination, size_t size)> read_into;
+    std::function<std::optional<ssize_t>(int fd, const void* source, size_t size)> write_from;
     /// What `bind` answers to an address.
     std::function<int(const sockaddr* address)> bind;
     /// What happens to a socket before it is connected.

@@ -1,4 +1,5 @@
 #include <support/Replaced_file_calls.h>
+#include <support/Replaced_ioctl.h>
 
 #include <cstdarg>
 #include <cstdio>
@@ -6,6 +7,8 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <sys/file.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -74,6 +77,71 @@ extern "C" int fstat(int fd, struct stat* status) noexcept {
     return instead ? *instead : original(fd, status);
 }
 
+extern "C" int close(int fd) {
+    static const auto original = in_c_library<int(int)>("close");
+    const auto instead = answer(&Replaced_file_calls::close, fd);
+    return instead ? *instead : original(fd);
+}
+
+namespace {
+
+const Replaced_ioctl answered_by_a_test([](int fd, unsigned long request, void*, int& result) {
+    const auto instead = answer(&Replaced_file_calls::ioctl, fd, request);
+    if (instead)
+        result = *instead;
+    return instead.has_value();
+});
+
+} // namespace
+
+extern "C" int ftruncate(int fd, off_t length) noexcept {
+    static const auto original = in_c_library<int(int, off_t)>("ftruncate");
+    const auto instead = answer(&Replaced_file_calls::ftruncate, fd, length);
+    return instead ? *instead : original(fd, length);
+}
+
+extern "C" off_t lseek(int fd, off_t offset, int whence) noexcept {
+    static const auto original = in_c_library<off_t(int, off_t, int)>("lseek");
+    const auto instead = answer(&Replaced_file_calls::lseek, fd);
+    return instead ? *instead : original(fd, offset, whence);
+}
+
+extern "C" int flock(int fd, int operation) noexcept {
+    static const auto original = in_c_library<int(int, int)>("flock");
+    const auto instead = answer(&Replaced_file_calls::flock, fd);
+    return instead ? *instead : original(fd, operation);
+}
+
+extern "C" int fchmod(int fd, mode_t mode) noexcept {
+    static const auto original = in_c_library<int(int, mode_t)>("fchmod");
+    const auto instead = answer(&Replaced_file_calls::fchmod, fd);
+    return instead ? *instead : original(fd, mode);
+}
+
+extern "C" int fchown(int fd, uid_t owner, gid_t group) noexcept {
+    static const auto original = in_c_library<int(int, uid_t, gid_t)>("fchown");
+    const auto instead = answer(&Replaced_file_calls::fchown, fd);
+    return instead ? *instead : original(fd, owner, group);
+}
+
+extern "C" int renameat(int from_folder, const char* from, int to_folder, const char* to) noexcept {
+    static const auto original = in_c_library<int(int, const char*, int, const char*)>("renameat");
+    const auto instead = answer(&Replaced_file_calls::renameat, from, to);
+    return instead ? *instead : original(from_folder, from, to_folder, to);
+}
+
+extern "C" int fstatat(int folder, const char* name, struct stat* status, int flags) noexcept {
+    static const auto original = in_c_library<int(int, const char*, struct stat*, int)>("fstatat");
+    const auto instead = answer(&Replaced_file_calls::fstatat, name);
+    return instead ? *instead : original(folder, name, status, flags);
+}
+
+extern "C" int faccessat(int folder, const char* name, int mode, int flags) noexcept {
+    static const auto original = in_c_library<int(int, const char*, int, int)>("faccessat");
+    const auto instead = answer(&Replaced_file_calls::faccessat, name);
+    return instead ? *instead : original(folder, name, mode, flags);
+}
+
 extern "C" int fseek(std::FILE* file, long offset, int whence) {
     static const auto original = in_c_library<int(std::FILE*, long, int)>("fseek");
     const auto instead = answer(&Replaced_file_calls::fseek, whence);
@@ -98,7 +166,8 @@ extern "C" std::size_t fread(void* destination, std::size_t size, std::size_t co
     return instead ? static_cast<std::size_t>(*instead) : original(destination, size, count, file);
 }
 
-extern "C" std::size_t fwrite(const void* source, std::size_t size, std::size_t count, std::FILE* file) {
+/// Gives way to a test's own, which wants to know the file too.
+extern "C" [[gnu::weak]] std::size_t fwrite(const void* source, std::size_t size, std::size_t count, std::FILE* file) {
     static const auto original = in_c_library<std::size_t(const void*, std::size_t, std::size_t, std::FILE*)>("fwrite");
     const auto instead = answer(&Replaced_file_calls::fwrite, size, count);
     return instead ? static_cast<std::size_t>(*instead) : original(source, size, count, file);

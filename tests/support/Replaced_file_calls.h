@@ -24,6 +24,16 @@ class Replaced_file_calls {
     std::function<Answer(const char* name)> unlinkat;
     std::function<Answer(int fd)> fsync;
     std::function<Answer(int fd)> fstat;
+    std::function<Answer(int fd)> close;
+    std::function<Answer(int fd, unsigned long request)> ioctl;
+    std::function<Answer(int fd, off_t length)> ftruncate;
+    std::function<Answer(int fd)> lseek;
+    std::function<Answer(int fd)> flock;
+    std::function<Answer(int fd)> fchmod;
+    std::function<Answer(int fd)> fchown;
+    std::function<Answer(const char* from, const char* to)> renameat;
+    std::function<Answer(const char* name)> fstatat;
+    std::function<Answer(const char* name)> faccessat;
     std::function<Answer(int whence)> fseek;
     std::function<Answer()> ftell;
     std::function<Answer()> fsetpos;

@@ -1,3 +1,4 @@
+#include <support/Replaced_ioctl.h>
 #include <support/Simulated_line.h>
 
 #include <atomic>
@@ -155,13 +156,11 @@ extern "C" int tcsetattr(int fd, int action, const termios* settings) noexcept {
     return line ? line->set(action, settings) : original(fd, action, settings);
 }
 
-extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
-    static const auto original = in_c_library<int(int, unsigned long, ...)>("ioctl");
-    va_list arguments;
-    va_start(arguments, request);
-    void* const argument = va_arg(arguments, void*);
-    va_end(arguments);
-    int result = 0;
+namespace {
+
+const Replaced_ioctl answered_by_a_line([](int fd, unsigned long request, void* argument, int& result) {
     Simulated_line* const line = line_behind(fd);
-    return line && line->control(request, argument, result) ? result : original(fd, request, argument);
-}
+    return line && line->control(request, argument, result);
+});
+
+} // namespace

@@ -112,10 +112,12 @@ void Terminal_session::start(const std::string& path, const std::vector<std::str
     words.push_back(nullptr);
 
     const std::string type = "TERM=" + terminal_type;
-    std::vector<char*> environment{const_cast<char*>(type.c_str())};
+    std::string preferences = "GLUE_MONITOR_PREFERENCES="; // none; not those of whoever runs the test
+    std::vector<char*> environment{const_cast<char*>(type.c_str()), preferences.data()};
     for (char** variable = environ; *variable; ++variable) {
         const std::string_view text = *variable;
-        if (text.rfind("TERM=", 0) != 0 && text.rfind("LINES=", 0) != 0 && text.rfind("COLUMNS=", 0) != 0)
+        const auto sets = [=](const char* name) { return text.rfind(name, 0) == 0; };
+        if (!sets("TERM=") && !sets("LINES=") && !sets("COLUMNS=") && !sets("GLUE_MONITOR_PREFERENCES="))
             environment.push_back(*variable);
     }
     environment.push_back(nullptr);

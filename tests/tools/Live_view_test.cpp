@@ -429,6 +429,24 @@ TEST(Live_view, without_a_terminal_that_can_be_addressed_there_is_none) {
     }
 }
 
+TEST(Live_view, does_not_share_the_keyboard_with_the_link) {
+    for (const char* specification : {"-", "cons:"}) {
+        Terminal_session session(RECEIVER_MONITOR, {specification, "--view"}, ordinary);
+        EXPECT_EQ(session.status_at_end(), 1);
+        EXPECT_EQ(session.row(0), "receiver_monitor: --view needs the keyboard for its keys: give a SPEC or a devic");
+    }
+}
+
+TEST(Live_view, reads_standard_input_beside_the_keyboard) {
+    const Temporary_folder folder;
+    const std::string frames = folder.make_file("frames", frame + frame);
+    Terminal_session session("/bin/sh", {"-c", "exec \"$0\" --view <\"$1\"", RECEIVER_MONITOR, frames}, ordinary);
+    EXPECT_TRUE(session.shows("ended: nothing more will come"));
+    EXPECT_TRUE(session.shows("~~      2"));
+    session.press("q");
+    EXPECT_EQ(session.status_at_end(), 0);
+}
+
 TEST(Live_view, an_input_that_cannot_be_opened_is_told_as_ever) {
     Terminal_session session(RECEIVER_MONITOR, {"--device", "/does/not/exist", "--view"}, ordinary);
     EXPECT_EQ(session.status_at_end(), 1);

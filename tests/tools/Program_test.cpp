@@ -63,3 +63,16 @@ TEST(Program, output_can_be_missing_or_somewhere_else) {
     EXPECT_NE(result.status, 0);
     EXPECT_EQ(result.output, "");
 }
+
+TEST(Program, environment_is_the_tests_own_but_for_what_is_said) {
+    setenv("GLUE_TEST_VARIABLE", "before", 1);
+    Program program = shell("echo $GLUE_TEST_VARIABLE${GLUE_TEST_VARIABLE-none}");
+    EXPECT_EQ(program.run().output, "beforebefore\n");
+    EXPECT_EQ(program.environment("GLUE_TEST_VARIABLE", "x").run().output, "xx\n");
+    EXPECT_EQ(program.without_environment("GLUE_TEST_VARIABLE").run().output, "none\n");
+    unsetenv("GLUE_TEST_VARIABLE");
+}
+
+TEST(Program, preferences_of_whoever_runs_the_tests_are_out_of_reach) {
+    EXPECT_EQ(shell("echo ${GLUE_MONITOR_PREFERENCES-mine}").run().output, "\n");
+}

@@ -1,5 +1,6 @@
 #include "Interrupt.h"
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
@@ -7,12 +8,13 @@
 
 namespace {
 
-volatile std::sig_atomic_t came = 0;
+std::atomic<bool> came{false}; // the handler runs in any thread
+static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler cannot wait for a lock");
 int ends[2] = {-1, -1}; // to read, to write
 
 extern "C" void note_signal(int) {
     const int error = errno;
-    came = 1;
+    came = true;
     [[maybe_unused]] const ssize_t written = write(ends[1], "!", 1); // a full pipe is readable all the more
     errno = error;
 }
@@ -37,7 +39,7 @@ void handle(int signal, void (*handler)(int)) {
 } // namespace
 
 Interrupt::Interrupt() {
-    came = 0;
+    came = false;
     if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0)
         ends[0] = ends[1] = -1;
     for (int& end : ends)
@@ -58,5 +60,5 @@ int Interrupt::descriptor() const {
 }
 
 bool Interrupt::has_come() const {
-    return came != 0;
+    return came;
 }

@@ -1,7 +1,5 @@
 #include "Relay.h"
 
-#include "common/streams.h"
-
 #include <platform/Atime.h>
 
 #include <algorithm>
@@ -30,34 +28,23 @@ bool Relay::open() {
 }
 
 bool Relay::open_side(int side) {
-    streams_[side] = streams::open(options_.specifications[side]);
-    if (streams_[side] && options_.log)
-        streams::trace(*streams_[side]);
-    return streams_[side] != nullptr;
+    sides_[side] = Relay_side::open(options_.specifications[side], options_.log, waiter_);
+    return sides_[side] != nullptr;
 }
 
 void Relay::join() {
-    for (const auto& stream : streams_) {
-        stream->reg_rx_waiter(&waiter_, false);
-        stream->reg_tx_waiter(&waiter_, false);
-    }
-    forward_ = std::make_unique<Relay_direction>(*streams_[0], *streams_[1]);
+    forward_ = std::make_unique<Relay_direction>(sides_[0]->stream(), sides_[1]->stream());
     if (!options_.one_way)
-        backward_ = std::make_unique<Relay_direction>(*streams_[1], *streams_[0]);
+        backward_ = std::make_unique<Relay_direction>(sides_[1]->stream(), sides_[0]->stream());
 }
 
-/// Leaves the streams without waiters and directions, so that they can be replaced.
+/// Leaves nothing of the sides, so that they can be replaced.
 void Relay::part() {
     moved_before_ = moved();
     forward_.reset();
     backward_.reset();
-    for (auto& stream : streams_) {
-        if (!stream)
-            continue;
-        stream->dereg_rx_waiter();
-        stream->dereg_tx_waiter();
-        stream.reset();
-    }
+    for (auto& side : sides_)
+        side.reset();
 }
 
 bool Relay::work(int ms) {
@@ -81,13 +68,16 @@ bool Relay::work(int ms) {
 }
 
 bool Relay::move() {
-    const bool forward = forward_->move();
-    const bool backward = backward_ && backward_->move();
-    return forward || backward;
+    bool moved = false;
+    for (const auto& side : sides_)
+        moved = side->move() || moved;
+    moved = forward_->move() || moved;
+    return (backward_ && backward_->move()) || moved;
 }
 
 bool Relay::has_waiting() const {
-    return forward_->has_waiting() || (backward_ && backward_->has_waiting());
+    return forward_->has_waiting() || (backward_ && backward_->has_waiting()) || sides_[0]->has_waiting() ||
+           sides_[1]->has_waiting();
 }
 
 void Relay::pass_on_last_words() {
@@ -104,8 +94,7 @@ bool Relay::start_again() {
 }
 
 bool Relay::side_has_ended() const {
-    return std::any_of(std::begin(streams_), std::end(streams_),
-                       [](const auto& stream) { return streams::has_ended(*stream); });
+    return std::any_of(std::begin(sides_), std::end(sides_), [](const auto& side) { return side->has_ended(); });
 }
 
 Relay::Moved Relay::moved() const {

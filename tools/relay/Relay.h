@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Relay_direction.h"
+#include "Relay_side.h"
 
 #include <platform/waiter.h>
 
@@ -45,7 +46,7 @@ class Relay {
 
     const Options options_;
     waiter_descriptor waiter_;
-    std::unique_ptr<Event_sender_data_stream> streams_[2];
+    std::unique_ptr<Relay_side> sides_[2];
     std::unique_ptr<Relay_direction> forward_;
     std::unique_ptr<Relay_direction> backward_;
     Moved moved_before_; ///< by directions that are gone

@@ -60,7 +60,8 @@ class GLUE_EXPORT NV_container : public NV_item {
 
     /// Puts a child behind the others. An id that a child has already ends the process with status -119, after a
     /// message: two settings would share one record. Only a container of type 13 takes every child.
-    /// \return false when the child sits in a container already; true, too, for a null child, which changes nothing
+    /// The child's own parent stays what it is; see `_set_parent`.
+    /// \return false when the child sits in another container; true, too, for a null child, which changes nothing
     bool add_child(NV_item* child);
     /// \return whether it was a child of this container
     bool remove_child(NV_item* child);

@@ -4,16 +4,22 @@
 
 #include <platform/Data_item_text.h>
 
+#include <type_traits>
+
 namespace NV_store {
 
-/// A setting of an enumeration type of the application's. An addition of ours; it keeps whatever number it is given.
+/// A setting of an enumeration type of the application's, of at most 32 bits. An addition of ours; it keeps whatever
+/// number it is given, also one that no enumerator has.
 ///
 ///     enum class Format { labelled, comma };
 ///     NV_store::NV_enum<Format> format{this, 3, Format::labelled, "format"};
 ///
-/// A peer is sent four bytes. The text is the number.
+/// A peer is sent four bytes. The text is the number, stored values and texts being those without a sign: an enumerator
+/// of -1 is 4294967295 there, and -1 again when it is read.
 template <typename Enum>
 class NV_enum : public NV_enum_base {
+    static_assert(std::is_enum_v<Enum> && sizeof(Enum) <= sizeof(unsigned int), "records keep 32 bits of a value");
+
   public:
     NV_enum(NV_container* parent, unsigned short id, Enum initial, const char* name)
         : NV_enum_base(parent, id, name), value_(initial), default_value_(initial) {}
@@ -81,8 +87,8 @@ class NV_enum : public NV_enum_base {
     }
 
   protected:
-    long long get_value() const override { return static_cast<long long>(number()); }
-    void set_value(long long value) override { _set(static_cast<Enum>(value), notify_all); }
+    long long get_value() const override { return static_cast<long long>(value()); }
+    void set_value(long long value) override { set(static_cast<Enum>(value)); }
 
   private:
     unsigned int number() const { return static_cast<unsigned int>(value_); }

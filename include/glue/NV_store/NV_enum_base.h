@@ -18,16 +18,16 @@ class GLUE_EXPORT NV_enum_base : public NV_item {
     long long get() const { return get_value(); }
     void set(long long value) { set_value(value); }
 
-  protected:
-    // Virtual operations: their order is part of the binary interface.
-
-    virtual long long get_value() const = 0;
-    virtual void set_value(long long value) = 0;
-
     /// Writes the record of a value, as far as the iterator's mode includes it, and clears both dirty flags.
     bool serialise(NV_iterator* it, unsigned int value);
     /// Reads a record of 1, 2, 4 or 8 bytes; of 8 the lower four. \return false, with `value` untouched, for any other
     bool deserialise(NV_iterator* it, unsigned int& value);
+
+  protected:
+    // Virtual operations: their order is part of the binary interface. The concrete enumeration takes the lock in both.
+
+    virtual long long get_value() const = 0;
+    virtual void set_value(long long value) = 0;
 };
 
 } // namespace NV_store

@@ -37,9 +37,10 @@ class NV_root;
 /// **Ownership.** The application owns every node; a tree only links them. A node that goes while its tree is still
 /// used has to be taken out first (`remove_child`, `_set_parent(nullptr)`). Names are not copied.
 ///
-/// **Threads.** One lock guards a tree; it is in the root and not recursive. Operations that begin with an underscore,
-/// and those of saving, loading and looking up, leave it to the caller; the others take it themselves: calling one of
-/// those while holding the lock aborts the process.
+/// **Threads.** One lock guards a tree; it is in the root and not recursive. `get`, `set` and the operators of numbers,
+/// enumerations and pointers take it, and so do the registrations of waiters: calling one of those while holding the
+/// lock aborts the process. Everything else (operations that begin with an underscore, telling, saving, loading,
+/// looking up, adding and removing nodes) leaves it to the caller.
 ///
 /// **Within a notification** the lock is held by the thread that made the change. A slot that is called from there may
 /// use the operations with an underscore on any node of the tree, set this very node again (`_set`; its notification
@@ -74,7 +75,8 @@ class GLUE_EXPORT NV_item : public QObject, public Data_item {
     /// Writes the node, as far as the iterator's mode includes it, and clears both dirty flags.
     /// \return false, with the flags of whatever was not written still set, when the iterator failed
     virtual bool serialise(NV_iterator* it) = 0;
-    /// Reads the node's record. Says why through the debug printer when that fails.
+    /// Reads the node's record, which tells nobody.
+    /// \return false when it is damaged, cut off or another node's
     virtual bool deserialise(NV_iterator* it) = 0;
     /// Pushes the ids from `target` up to this node. \return 0, or -1 when it is not below here or the path is full
     virtual int build_path(NV_path* path, const NV_item* target) const;
@@ -163,6 +165,13 @@ class GLUE_EXPORT NV_item : public QObject, public Data_item {
     /// \return false when the record is damaged or of a type that cannot be passed over
     static bool deserialise_unknown_handoff(NV_iterator* it);
 
+    /// Sets dirty flags again that a save has cleared, for whoever finds out later that its bytes were lost. Tells
+    /// nobody. An addition of ours.
+    /// \param flags  of these `dirty_write` and `dirty_change`; others are left as they are
+    void give_back_dirty(unsigned char flags) {
+        flags_ = static_cast<unsigned char>(flags_ | (flags & (dirty_write | dirty_change)));
+    }
+
   Q_SIGNALS:
     void value_changed();
     void value_changed(NV_store::NV_item* item);
@@ -179,7 +188,6 @@ class GLUE_EXPORT NV_item : public QObject, public Data_item {
   private:
     bool add_waiter(const NV_waiter_reg& registration);
     bool remove_waiter(const NV_waiter_reg& registration);
-    NV_root* lock_owner() const;
 
     unsigned char flags_ = pristine;
     const char* name_;

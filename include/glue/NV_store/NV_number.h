@@ -2,6 +2,8 @@
 
 #include <glue/NV_store/NV_item.h>
 
+#include <type_traits>
+
 namespace NV_store {
 
 /// A setting that is a number: a value and the default that it began with.
@@ -26,8 +28,11 @@ namespace NV_store {
 /// With type code 17 a number is the same but for the code that its records bear. Both are not interchangeable in a
 /// file, and a reader without such a setting cannot pass over its record.
 ///
-/// The library has these 22; there are no others. See `NV_item` for the lock; every operation without an underscore
-/// takes it and, where it sets, tells parents and waiters before it lets go.
+/// The library has these 22; there are no others. Values compare as numbers: -0.0 is 0.0, and a NaN is always another
+/// value, even than itself.
+///
+/// `get`, `get_range`, `set`, the assignments, the arithmetic and the comparisons of two values take the lock, see
+/// `NV_item`, and tell parents and waiters before they let go. All the others leave it to the caller.
 template <typename T, int Type>
 class GLUE_EXPORT NV_number : public NV_item {
   public:
@@ -75,7 +80,13 @@ class GLUE_EXPORT NV_number : public NV_item {
 
     bool operator==(const NV_number& other) const;
     bool operator==(T value) const;
-    /// Compares with the number that a text begins with; false when it begins with none.
+    /// Compares with a number of another type, converted. An addition of ours: without it, `number == 0` might mean
+    /// the null text.
+    template <typename Other, typename = std::enable_if_t<std::is_arithmetic_v<Other> && !std::is_same_v<Other, T>>>
+    bool operator==(Other value) const {
+        return *this == static_cast<T>(value);
+    }
+    /// Compares with the number that a text begins with; false when it begins with none. Leaves the lock to the caller.
     bool operator==(const char* text) const;
 
     // Arithmetic in T; what does not fit an integer wraps round

@@ -38,6 +38,13 @@ class GLUE_EXPORT NV_path {
     /// of what is not there, nothing is kept. \return true
     bool deserialise(NV_iterator* it);
 
+    // The same, for who has to know. Additions of ours.
+
+    /// \return whether all of it had room
+    bool write(NV_iterator* it) const;
+    /// \return whether all of it was there
+    bool read(NV_iterator* it);
+
   private:
     static constexpr int full = -1; ///< what `tail_` is then
 

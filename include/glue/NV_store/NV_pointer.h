@@ -29,6 +29,7 @@ class GLUE_EXPORT NV_pointer : public NV_item, public __bsnode {
     bool serialise(NV_iterator* it) override;
     /// Sets the target to the node that the stored path leads to from the root, without telling anybody. A path that
     /// leads nowhere any more leaves it null; a line through the debug printer says so, and loading goes on.
+    /// What is cut off changes nothing.
     bool deserialise(NV_iterator* it) override;
     /// Pointers stay within their own process: nothing is sent to a peer, nor taken from it.
     Serial_ret serialise(CDS::Remote::Send_buffer& buffer, unsigned short& counter) override;
@@ -46,7 +47,7 @@ class GLUE_EXPORT NV_pointer : public NV_item, public __bsnode {
     void _set(NV_item* target, notify_t how);
     void _set(NV_item& target, notify_t how) { _set(&target, how); }
 
-    /// Reads one stored pointer and drops it. \return false when there is none
+    /// Reads one stored pointer and drops it. \return false when there is none, or less than one
     static bool deserialise_unknown(NV_iterator* it);
 
   private:

@@ -37,7 +37,8 @@ class GLUE_EXPORT NV_root : public NV_struct {
     bool remove_pointer(NV_pointer* pointer);
     /// Orders pointers by the ids of their targets, those without one first.
     static int pointer_compare(const __bsnode* a, const __bsnode* b);
-    /// Tells every pointer whose target bears the id of `item`. Its listeners must not change the registry.
+    /// Tells every pointer whose target bears the id of `item`. Listeners may point pointers at something else,
+    /// but not destroy any.
     /// \return what the last of them returned; true when there is none
     bool notify_pointers(NV_item* item, bool changed, bool written, bool force, notify_t how, NV_root* root);
 
@@ -57,9 +58,11 @@ struct NV_load_result {
 };
 
 /// Loads everything that an iterator, open for reading, has for a tree: a full save and what was appended to it, the
-/// last value of a setting being the one that stays. Stops at the first record that is damaged: save the whole tree
-/// then, for what is appended behind it would not be reached. The caller holds the lock, if there are other threads,
-/// and calls `signal_all` afterwards.
-GLUE_EXPORT NV_load_result load_all(NV_item& tree, NV_iterator& it);
+/// last value of a setting being the one that stays. Stops at the first record that is damaged or cut off: save the
+/// whole tree then, for what is appended behind it would not be reached. Such a record may have put settings back to
+/// their defaults; to have what stood in front of it, read from the beginning once more, with its result's `loaded` as
+/// the limit. The caller holds the lock, if there are other threads, and calls `signal_all` afterwards.
+/// \param limit  how many records to load at most; 0 counts as 1
+GLUE_EXPORT NV_load_result load_all(NV_item& tree, NV_iterator& it, unsigned limit = 0xFFFFFFFF);
 
 } // namespace NV_store

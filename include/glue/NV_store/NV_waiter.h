@@ -14,7 +14,7 @@ class NV_item;
 class NV_root;
 
 /// What a registration puts into the events that it asks for.
-enum Reg_type {
+enum Reg_type : int {
     reg_number = 1,     ///< a plain number that the registrant chose
     reg_item = 2,       ///< the item itself
     reg_access = 3,     ///< an `Access_base`
@@ -22,7 +22,7 @@ enum Reg_type {
 };
 
 /// Whom a change is told to.
-enum notify_t {
+enum notify_t : int {
     notify_none = 0,
     notify_parents = 1, ///< the parent, which passes it on upwards
     notify_waiters = 2, ///< the item's own waiters
@@ -71,7 +71,7 @@ class GLUE_EXPORT NV_waiter_reg {
 
     /// Sends the event: the module id of `root` for the kind, and the target.
     /// \param force  also when the registration wants changes only
-    /// \return true when the event was sent or not wanted; false without a root or without a module id
+    /// \return true when the event was sent or not wanted; false without a waiter, a root or a module id
     bool send_event(const NV_root* root, bool force) const;
 
     /// Whether both are for the same waiter and carry the same; targets are looked at for kinds 1 to 4 only.

@@ -79,8 +79,9 @@ class Data_item : public __slnode {
 
     // Values for a peer
     //
-    // `counter` says how many items are to be passed over: each counts it down by one, and acts only when it has come
-    // to 0 already; it then goes on down, so that the difference tells how many items were reached.
+    // `counter` says how many items are to be passed over, at most 32767: each counts it down by one, and acts only
+    // when it has come to 0 already; it then goes on down, so that the difference tells how many items were reached,
+    // and stays at -32768 (0x8000) when there are more.
 
     virtual Serial_ret serialise(CDS::Remote::Send_buffer& buffer, unsigned short& counter) = 0;
     virtual Serial_ret deserialise(CDS::Remote::Receive_buffer& buffer, unsigned short& counter) = 0;

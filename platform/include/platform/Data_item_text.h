@@ -13,10 +13,11 @@ struct Data_item_stringify {
     static int to_string(T value, char* buf, int len);
 };
 
-/// Text as numbers: decimal, with a sign where the type has one; a number with a point or an exponent for a
-/// floating-point type only. A bool may be "true" or "false", too. Spaces and tabs in front are skipped.
+/// Text as numbers: decimal, a minus in front where the type has a sign, never a plus; a number with a point or an
+/// exponent for a floating-point type only. A bool may be "true" or "false", too. Spaces and tabs in front are skipped.
 template <typename T>
 struct Data_item_destringify {
-    /// \return the position behind the number; null, with `value` untouched, when there is none or it does not fit
+    /// \return the position behind the number; null, with `value` untouched, when there is none or it does not fit: too
+    ///         large for the type, or so small that it would become 0
     static const char* from_string(const char* text, T& value);
 };

@@ -108,7 +108,8 @@ class NV_iterator {
     /// columns. \param storage_class  1 or 2; for any other value there are none, and the result is false
     bool pop_array_size(int storage_class, unsigned& count);
 
-    // Checksums: not owned; each leaves before it dies
+    // Checksums: not owned; each leaves before it dies. One that is there already sees every byte once; removing one
+    // that is not does nothing.
 
     void add_checksum_getter(NV_checksum* checksum);
     void remove_checksum_getter(NV_checksum* checksum);

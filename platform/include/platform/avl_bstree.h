@@ -42,7 +42,7 @@ class avl_bstree {
     __bsnode* first() const;
     /// The first of those that compare equal to `key`, which need not sit in the tree; null when there is none.
     __bsnode* find(const __bsnode* key) const;
-    /// The neighbours of a node of this tree; null at the end.
+    /// The neighbours of a node of this tree; null at the end, and for a node that sits in none.
     __bsnode* next(const __bsnode* node) const;
     __bsnode* previous(const __bsnode* node) const;
 

@@ -14,7 +14,7 @@ class module_man {
 
     /// Writes `count` ids, each one above the one before, to `ids`.
     /// \param count  1 to 32767
-    /// \return 0
+    /// \return 0; -1, with nothing written, for any other count
     int init_module_array(std::uint16_t* ids, int count, bool permanent);
 
   private:

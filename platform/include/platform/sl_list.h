@@ -29,7 +29,8 @@ class __slnode : public boost::intrusive::slist_base_hook<
 /// A singly linked list of objects that it does not own, in the order in which they were put in.
 ///
 /// The end of neither tells the other: a node that is destroyed while it sits in a list leaves a list that must not be
-/// used any more, and may only be destroyed. No locks, no allocation.
+/// used any more, and may only be destroyed; a node that outlives the list it sits in is fit for no other. No locks,
+/// no allocation.
 class sl_list {
   public:
     sl_list() = default;

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <platform/NV_iterator.h>
+
+namespace NV_store {
+
+constexpr bool is_for_writing(NV_iterator::modes_t mode) {
+    return mode >= NV_iterator::writing_all && mode <= NV_iterator::appending_changed;
+}
+
+/// One of those for writing, behind what there is.
+constexpr bool is_for_appending(NV_iterator::modes_t mode) {
+    return mode == NV_iterator::appending_written || mode == NV_iterator::appending_changed;
+}
+
+} // namespace NV_store
