@@ -141,7 +141,7 @@ NV_item* NV_container::child_at(int position) const {
 
 NV_item* NV_container::operator[](int i) {
     NV_item* const ret = child_at(i);
-    GLUE_ASSERT(ret != NULL);
+    GLUE_ASSERT(ret != NULL); // NOLINT(modernize-use-nullptr): these very words are printed
     return ret;
 }
 

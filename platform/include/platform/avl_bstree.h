@@ -13,6 +13,7 @@ class __bsnode : public boost::intrusive::avl_set_base_hook<
 
   protected:
     __bsnode() = default;
+    // NOLINTNEXTLINE(bugprone-copy-constructor-init): the link is not copied
     __bsnode(const __bsnode&) : avl_set_base_hook() {}
     __bsnode& operator=(const __bsnode&) { return *this; }
     ~__bsnode() = default;

@@ -12,8 +12,10 @@ class __slnode : public boost::intrusive::slist_base_hook<
                      boost::intrusive::link_mode<boost::intrusive::normal_link>> { // NOLINT: the platform's own name
   public:
     __slnode() = default;
+    // NOLINTBEGIN(bugprone-copy-constructor-init,bugprone-unhandled-self-assignment): the link is not copied
     __slnode(const __slnode&) : slist_base_hook() {}
     __slnode& operator=(const __slnode&) { return *this; }
+    // NOLINTEND(bugprone-copy-constructor-init,bugprone-unhandled-self-assignment)
 
     /// Whether the node sits in a list.
     bool is_in_list() const { return list_ != nullptr; }
