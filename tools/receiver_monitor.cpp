@@ -12,6 +12,7 @@
 #include "monitor/Replay_input.h"
 #include "monitor/Stream_input.h"
 #include "monitor/Traffic_recorder.h"
+#include "monitor/view/Live_view.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -46,6 +47,7 @@ struct Command_line {
     std::optional<std::string> preferences;
     bool no_preferences = false;
     double duration = 0;
+    bool view = false;
     Monitor::Options monitor;
     std::optional<std::string> log;
     std::optional<double> history;
@@ -118,6 +120,8 @@ void describe(CLI::App& app, Command_line& line) {
                    "Read options from this ini file: keys are their names without dashes, or SPEC; the command line\n"
                    "wins")
         ->type_name("FILE");
+    app.add_flag("--view", line.view,
+                 "Show the link live on the terminal instead of printing lines; h there tells more");
     app.footer(
         "Preferences are for people: without --preferences they are used when a SPEC is given or standard input is a\n"
         "terminal, and not in a pipe. They are in $GLUE_MONITOR_PREFERENCES (empty: nowhere) or, when that is not set, "
@@ -160,6 +164,24 @@ std::unique_ptr<Link_input> open_input(const CLI::App& app, const Command_line& 
         return nullptr;
     }
     return std::make_unique<Stream_input>(std::move(stream));
+}
+
+/// Whether the link is what somebody types.
+bool reads_keyboard(const Command_line& line) {
+    return !line.device && !line.replay &&
+           (line.specification == "cons:" || (line.specification == standard_input && isatty(STDIN_FILENO)));
+}
+
+/// The live view if one is asked for. It is there before the input: what a child says would land on the screen.
+std::unique_ptr<Live_view> open_view(const Command_line& line, std::optional<Traffic_recorder>& recorder) {
+    if (!line.view)
+        return nullptr;
+    Live_view::Options options;
+    options.source = line.replay.value_or(line.device.value_or(line.specification));
+    if (recorder)
+        options.switch_log = [&recorder] { recorder->toggle(); };
+    options.labelled = line.monitor.labelled;
+    return std::make_unique<Live_view>(options);
 }
 
 /// Whether a stream is named that can be read again.
@@ -241,22 +263,31 @@ int monitor(const CLI::App& app, Command_line& line) {
     Preferences preferences(preferences_path(app, line));
     load(preferences, app);
     fill_in(line, app, preferences);
+    line.monitor.labelled = line.format == labelled;
+    if (line.view && reads_keyboard(line))
+        return complain(app, "--view needs the keyboard for its keys: give a SPEC or a device");
+    std::optional<Traffic_recorder> recorder;
+    if (line.log)
+        recorder.emplace(Traffic_recorder::Options{*line.log, line.history.value_or(0), line.log_later});
+    auto view = open_view(line, recorder);
+    if (view && !view->problem().empty())
+        return complain(app, "--view: " + view->problem());
     Interrupt interrupt(line.log.has_value());
     auto input = open_input(app, line);
     if (!input)
         return command_line::failed;
     remember(preferences, app, line);
 
-    line.monitor.labelled = line.format == labelled;
-    std::optional<Traffic_recorder> recorder;
-    if (line.log) {
-        recorder.emplace(Traffic_recorder::Options{*line.log, line.history.value_or(0), line.log_later});
+    if (recorder) {
         if (!recorder->start())
             return command_line::failed;
         input = std::make_unique<Recorded_input>(std::move(input), *recorder, interrupt);
     }
     Monitor monitor(line.monitor, *input, interrupt, stdout);
-    if (monitor.run() == Monitor::End::output_failed)
+    monitor.set_watcher(view.get());
+    const Monitor::End end = monitor.run();
+    view.reset();
+    if (end == Monitor::End::output_failed)
         return complain(app, std::string("cannot write to standard output: ") + std::strerror(errno));
     if (input->error() != 0) {
         complain(app, "cannot read " + line.replay.value_or(line.device.value_or("standard input")) + ": " +
@@ -284,6 +315,7 @@ int main(int argc, char** argv) {
         return complain(app, *wrong);
     if (const auto wrong = contradiction(app, line))
         return complain(app, *wrong);
+    line.monitor.quiet |= line.view;
     line.monitor.duration_ms = static_cast<std::int64_t>(std::ceil(line.duration * 1000));
     return monitor(app, line);
 }

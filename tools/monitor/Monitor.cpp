@@ -13,6 +13,7 @@
 #include <glue/vesk/Vesk_message.h>
 
 #include <algorithm>
+#include <poll.h>
 
 namespace {
 
@@ -42,8 +43,10 @@ Monitor::End Monitor::run() {
         deadline = Atime::now() + options_.duration_ms;
 
     for (;;) {
-        const Link_input::Arrival arrival = input_.wait(deadline, interrupt_.descriptor());
+        const Link_input::Arrival arrival = input_.wait(next_wake_up(deadline), interrupt_.descriptor());
         last_look_ = Atime::now();
+        if (watcher_)
+            watcher_->see_arrival(input_.arrived());
         if (arrival == Link_input::Arrival::bytes) {
             if (!first_arrival_)
                 first_arrival_ = last_look_;
@@ -51,12 +54,41 @@ Monitor::End Monitor::run() {
                 return *end;
         }
         if (arrival == Link_input::Arrival::end)
-            return take_rest();
+            return watcher_ ? linger(deadline) : take_rest();
         if (arrival == Link_input::Arrival::wake_up)
             return End::interrupt;
         if (deadline && last_look_ >= *deadline)
             return End::duration;
+        if (!attend_watcher())
+            return End::interrupt;
     }
+}
+
+std::optional<Atime> Monitor::next_wake_up(std::optional<Atime> deadline) const {
+    if (!watcher_)
+        return deadline;
+    return deadline ? std::min(*deadline, watcher_->due()) : watcher_->due();
+}
+
+/// False when the watcher wants to end.
+bool Monitor::attend_watcher() {
+    if (!watcher_)
+        return true;
+    watcher_->see_account(get_byte_counts());
+    return watcher_->attend();
+}
+
+/// Nothing will come any more, but the watcher may still have something to look at.
+Monitor::End Monitor::linger(std::optional<Atime> deadline) {
+    const End end = take_rest();
+    watcher_->see_end();
+    while (end == End::input && attend_watcher() && !interrupt_.has_come()) {
+        if (deadline && Atime::now() >= *deadline)
+            break;
+        pollfd interrupt{interrupt_.descriptor(), POLLIN, 0};
+        poll(&interrupt, 1, static_cast<int>(std::max<std::int64_t>(watcher_->due() - Atime::now(), 1)));
+    }
+    return end;
 }
 
 /// Takes what is complete and shows it; an end when that is reached on the way.
@@ -89,6 +121,8 @@ Monitor::End Monitor::take_rest() {
 }
 
 void Monitor::take_packet(int kind, unsigned len) {
+    if (watcher_)
+        watcher_->see_packet(kind, packet_, len);
     if (kind != Vesk_parser::noise)
         sentence_finder_.interrupt();
     switch (kind) {
@@ -157,15 +191,20 @@ bool Monitor::flush() {
     return !std::ferror(output_) && std::fflush(output_) == 0;
 }
 
-void Monitor::print_summary(std::FILE* out) {
-    const unsigned waiting = input_.buffered_bytes().bytes_avail();
+/// Of the bytes that were looked at; of all of them when no more will come.
+Vesk_parser::Byte_counts Monitor::get_byte_counts() {
     Vesk_parser::Byte_counts bytes = parser_.get_byte_counts();
     bytes.noise += given_up_;
-    std::uint64_t arrived = input_.arrived();
     if (input_ended_)
-        bytes.noise += waiting;
-    else
-        arrived -= waiting;
+        bytes.noise += input_.buffered_bytes().bytes_avail();
+    return bytes;
+}
+
+void Monitor::print_summary(std::FILE* out) {
+    const Vesk_parser::Byte_counts bytes = get_byte_counts();
+    std::uint64_t arrived = input_.arrived();
+    if (!input_ended_)
+        arrived -= input_.buffered_bytes().bytes_avail();
     const double seconds = first_arrival_ ? static_cast<double>(last_look_ - *first_arrival_) / 1000 : 0;
     summary_.print(out, arrived, bytes, seconds);
     sentences_.print(out);

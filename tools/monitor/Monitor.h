@@ -2,6 +2,7 @@
 
 #include "Link_input.h"
 #include "Link_summary.h"
+#include "Link_watcher.h"
 #include "Message_lines.h"
 #include "Sentence_counts.h"
 #include "Sentence_finder.h"
@@ -33,6 +34,10 @@ class Monitor {
     /// Prints to `output`; nothing of what is given is owned, and all of it outlives the monitor.
     Monitor(const Options& options, Link_input& input, const Interrupt& interrupt, std::FILE* output);
 
+    /// Shows everything to a watcher too, who may end the run as an interrupt does. It is not owned, and outlives the
+    /// run.
+    void set_watcher(Link_watcher* watcher) { watcher_ = watcher; }
+
     /// Reads until one of the ends. After `output_failed`, `errno` says why.
     End run();
 
@@ -44,6 +49,9 @@ class Monitor {
 
   private:
     bool has_enough() const { return options_.count && summary_.good_frames() >= *options_.count; }
+    std::optional<Atime> next_wake_up(std::optional<Atime> deadline) const;
+    bool attend_watcher();
+    End linger(std::optional<Atime> deadline);
     std::optional<End> take_packets();
     End take_rest();
     void take_packet(int kind, unsigned len);
@@ -52,11 +60,13 @@ class Monitor {
     void show_sentence(std::string& sentence);
     void print_line(std::string_view text);
     bool flush();
+    Vesk_parser::Byte_counts get_byte_counts();
 
     const Options options_;
     Link_input& input_;
     const Interrupt& interrupt_;
     std::FILE* const output_;
+    Link_watcher* watcher_ = nullptr;
     Vesk_parser parser_;
     const Message_lines lines_;
     Link_summary summary_;

@@ -1,0 +1,463 @@
+// The live view as its user has it: the program in a terminal, with an emulator that is not ours on the other side.
+
+#include "model_input.h"
+#include "simulated_epochs.h"
+
+#include <monitor/view/Live_view.h>
+#include <monitor/view/Pen.h>
+
+#include <support/Frame_builder.h>
+#include <support/Program.h>
+#include <support/Pty_pair.h>
+#include <support/Random.h>
+#include <support/Temporary_folder.h>
+#include <support/Terminal_session.h>
+#include <support/descriptors.h>
+
+#include <csignal>
+#include <fcntl.h>
+#include <memory>
+#include <unistd.h>
+
+namespace {
+
+using Arguments = std::vector<std::string>;
+using live_view::formatted;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+constexpr Terminal_session::Size ordinary{24, 80};
+constexpr Terminal_session::Size large{40, 120};
+
+const std::string frame = build_frame("~~", le(std::uint32_t{1234}));
+
+std::string simulator_with(const std::string& options) {
+    return "exec:" RECEIVER_SIMULATOR " " + options;
+}
+
+/// A live view of a link that the test writes.
+class Viewed_link {
+  public:
+    explicit Viewed_link(Terminal_session::Size size = ordinary, const std::string& terminal_type = "screen-256color")
+        : fifo_(folder_.make_fifo("link")),
+          link_(open(fifo_.c_str(), O_RDWR | O_CLOEXEC)),
+          session(RECEIVER_MONITOR, {"--view", "--device", fifo_}, size, terminal_type) {}
+    ~Viewed_link() { close(link_); }
+
+    void send(const std::string& bytes) const { write_all(link_, bytes); }
+
+  private:
+    Temporary_folder folder_;
+    std::string fifo_;
+    int link_;
+
+  public:
+    Terminal_session session;
+};
+
+/// A child process that says something on standard error, and is a receiver then.
+class Talking_child {
+  public:
+    explicit Talking_child(const std::string& words)
+        : script_(folder_.make_file("child", "echo '" + words + "' >&2\nexec " RECEIVER_SIMULATOR)) {}
+    std::string specification() const { return "exec:sh " + script_; }
+
+  private:
+    Temporary_folder folder_;
+    std::string script_;
+};
+
+/// Makes a descriptor the process's standard output while it lives.
+class Standard_output {
+  public:
+    explicit Standard_output(int fd) : original_(dup(STDOUT_FILENO)) {
+        std::fflush(stdout);
+        dup2(fd, STDOUT_FILENO);
+    }
+    ~Standard_output() {
+        std::fflush(stdout);
+        dup2(original_, STDOUT_FILENO);
+        close(original_);
+    }
+    Standard_output(const Standard_output&) = delete;
+    Standard_output& operator=(const Standard_output&) = delete;
+
+  private:
+    int original_;
+};
+
+/// A number that stands behind a label.
+std::uint64_t number_behind(const Terminal_session& session, const char* label) {
+    return std::strtoull(session.behind(label).c_str(), nullptr, 10);
+}
+
+void expect_same_settings(const termios& before, const termios& after) {
+    EXPECT_EQ(after.c_iflag, before.c_iflag);
+    EXPECT_EQ(after.c_oflag, before.c_oflag);
+    EXPECT_EQ(after.c_cflag, before.c_cflag);
+    EXPECT_EQ(after.c_lflag, before.c_lflag);
+    for (int i = 0; i < NCCS; ++i)
+        EXPECT_EQ(after.c_cc[i], before.c_cc[i]) << i;
+}
+
+/// Ends a view by whatever `end` does, and looks whether the terminal is as before.
+template <typename End>
+int status_with_terminal_given_back(End end) {
+    Viewed_link link;
+    EXPECT_FALSE(link.session.is_on_alternate_screen());
+    link.send(frame);
+    EXPECT_TRUE(link.session.shows("receiving good frames"));
+    EXPECT_TRUE(link.session.is_on_alternate_screen());
+    EXPECT_FALSE(link.session.shows_cursor());
+    EXPECT_EQ(link.session.settings().c_lflag & (ICANON | ECHO), 0U);
+    end(link.session);
+    const int status = link.session.status_at_end();
+    EXPECT_FALSE(link.session.is_on_alternate_screen());
+    EXPECT_TRUE(link.session.shows_cursor());
+    EXPECT_THAT(link.session.screen(), Not(HasSubstr("receiving good frames")));
+    expect_same_settings(link.session.settings_before(), link.session.settings());
+    return status;
+}
+
+int status_after_signal(int number) {
+    return status_with_terminal_given_back([=](Terminal_session& session) { session.signal(number); });
+}
+
+} // namespace
+
+// ---- What it shows ----
+
+TEST(Live_view, shows_what_the_receiver_said) {
+    constexpr int epochs = 40;
+    simulator::Simulated_receiver::Options options;
+    options.seed = 7;
+    Heard_receiver receiver(options);
+    std::string last;
+    std::size_t bytes = 0;
+    for (int i = 0; i < epochs; ++i)
+        bytes += (last = receiver.next_bytes()).size();
+    Simulated_epoch epoch(last);
+    const auto pg = epoch.get<GNSS_messages::Msg_PG>();
+    const auto dp = epoch.get<GNSS_messages::Msg_DP>();
+    const auto numbers = epoch.list<GNSS_messages::Msg_SI>();
+    const auto elevations = epoch.list<GNSS_messages::Msg_EL>();
+    const auto azimuths = epoch.list<GNSS_messages::Msg_AZ>();
+    const auto strengths = epoch.list<GNSS_messages::Msg_SS>();
+
+    for (const auto size : {ordinary, large}) {
+        Terminal_session session(RECEIVER_MONITOR, {simulator_with("--seed 7 --rate 50 --epochs 40"), "--view"}, size);
+        ASSERT_TRUE(session.shows("ended: nothing more will come")) << session.screen();
+        ASSERT_TRUE(session.settles());
+        EXPECT_THAT(session.row(0), StartsWith(" receiver_monitor  exec:"));
+        EXPECT_EQ(session.behind("Bytes"),
+                  formatted("%zu = frames %zu + replies 0 + noise 0 + waiting 0  bad 0", bytes, bytes));
+        EXPECT_EQ(session.behind("Position"),
+                  formatted("lat %11.7f  lon %12.7f  hgt %.3f +- %.3f m  type %d", pg.get_lat_deg(), pg.get_lon_deg(),
+                            pg.get_hgt(), static_cast<double>(pg.get_sigma()), pg.get_type()));
+        EXPECT_THAT(session.behind("DOP"), StartsWith(formatted("H %.2f  V %.2f", static_cast<double>(dp.get_hdop()),
+                                                                static_cast<double>(dp.get_vdop()))));
+        EXPECT_THAT(session.behind("Scatter"), EndsWith("40 positions"));
+        EXPECT_THAT(session.behind("~~"), StartsWith("40"));
+        EXPECT_THAT(session.behind("PG"), StartsWith("40"));
+        for (std::size_t i = 0; i < numbers.size() && i < 21; ++i)
+            EXPECT_THAT(session.screen(), HasSubstr(formatted("%2d %2d %3d %2d", numbers[i], elevations[i],
+                                                              2 * azimuths[i], strengths[i])));
+        EXPECT_EQ(session.behind("Automation"), "nothing yet");
+        EXPECT_EQ(session.behind("Log"), "no log");
+        session.press("q");
+        EXPECT_EQ(session.status_at_end(), 0);
+    }
+}
+
+TEST(Live_view, shows_automation_and_replies) {
+    Viewed_link link;
+    link.send(automation_status(TIM_messages::automation_enabled, 9, false, 0.5F));
+    link.send(reply_text("ER", "{4,value missed}"));
+    EXPECT_TRUE(link.session.shows("AUTOMATION_ENABLED  heartbeat 9  product 0  curvature 0.50000"));
+    EXPECT_TRUE(link.session.shows("error 4: value missed"));
+}
+
+TEST(Live_view, goes_through_the_states_of_a_link) {
+    Viewed_link link;
+    EXPECT_TRUE(link.session.shows("waiting for the first byte"));
+    link.send(frame);
+    EXPECT_TRUE(link.session.shows("receiving good frames"));
+    EXPECT_TRUE(link.session.shows("silent for 3 s after good traffic"));
+    link.send(frame);
+    EXPECT_TRUE(link.session.shows("receiving good frames"));
+}
+
+TEST(Live_view, knows_rubbish) {
+    Random random;
+    Viewed_link link;
+    EXPECT_TRUE(link.session.until([&] {
+        link.send(random.bytes(20));
+        return link.session.screen().find("receiving only rubbish: wrong baud rate?") != std::string::npos;
+    }));
+    EXPECT_TRUE(link.session.until([&] { // a garbled length may swallow some
+        link.send("\n" + frame);
+        return link.session.screen().find("receiving good frames") != std::string::npos;
+    }));
+}
+
+TEST(Live_view, marks_values_that_change) {
+    Viewed_link link;
+    link.send(frame);
+    ASSERT_TRUE(link.session.shows("~~      1"));
+    link.send(frame);
+    ASSERT_TRUE(link.session.shows("~~      2"));
+    EXPECT_TRUE(link.session.look(4, 8).bold);
+    EXPECT_TRUE(link.session.until([&] { return !link.session.look(4, 8).bold; }));
+    EXPECT_EQ(link.session.row(4).substr(0, 9), "~~      2");
+}
+
+// ---- Size ----
+
+TEST(Live_view, follows_the_windows_size) {
+    Viewed_link link;
+    link.send(frame);
+    ASSERT_TRUE(link.session.shows("~~      1"));
+    EXPECT_THAT(link.session.row(23), StartsWith(" q quit"));
+    link.session.resize(large);
+    EXPECT_TRUE(link.session.until([&] { return link.session.row(39).rfind(" q quit", 0) == 0; }));
+    EXPECT_TRUE(link.session.shows("Scatter\n"));
+    EXPECT_THAT(link.session.row(4), StartsWith("~~      1"));
+    link.session.resize({20, 60});
+    EXPECT_TRUE(link.session.shows("Too small: 60 x 20."));
+    EXPECT_THAT(link.session.screen(), Not(HasSubstr("Link")));
+    link.session.resize(ordinary);
+    EXPECT_TRUE(link.session.until([&] { return link.session.row(23).rfind(" q quit", 0) == 0; }));
+    EXPECT_THAT(link.session.row(4), StartsWith("~~      1"));
+}
+
+// ---- Keys ----
+
+TEST(Live_view, pauses_and_goes_on) {
+    Viewed_link link;
+    link.send(frame);
+    ASSERT_TRUE(link.session.shows("~~      1"));
+    link.session.press(" ");
+    ASSERT_TRUE(link.session.shows("PAUSED"));
+    link.send(frame);
+    link.session.watch(std::chrono::milliseconds(800));
+    EXPECT_THAT(link.session.screen(), HasSubstr("~~      1"));
+    link.session.press(" ");
+    EXPECT_TRUE(link.session.shows("~~      2"));
+    EXPECT_THAT(link.session.screen(), Not(HasSubstr("PAUSED")));
+}
+
+TEST(Live_view, clears_the_counts) {
+    Viewed_link link;
+    link.send(frame + frame + frame);
+    ASSERT_TRUE(link.session.shows("~~      3"));
+    link.session.press("c");
+    EXPECT_TRUE(link.session.shows("Bytes       0 = frames 0"));
+    EXPECT_TRUE(link.session.until([&] { return link.session.screen().find("~~") == std::string::npos; }));
+    link.send(frame);
+    EXPECT_TRUE(link.session.shows("~~      1"));
+    link.session.press("q");
+    EXPECT_EQ(link.session.status_at_end(), 0);
+    EXPECT_THAT(link.session.screen(), HasSubstr("bytes: 44 = frames 44")); // the summary is of everything
+}
+
+TEST(Live_view, switches_the_form_of_messages) {
+    Viewed_link link;
+    link.send(frame);
+    ASSERT_TRUE(link.session.shows("RT ms=1234"));
+    link.session.press("f");
+    EXPECT_TRUE(link.session.shows("RT,1234"));
+    link.session.press("f");
+    EXPECT_TRUE(link.session.shows("RT ms=1234"));
+}
+
+TEST(Live_view, helps) {
+    Viewed_link link;
+    ASSERT_TRUE(link.session.shows("waiting for the first byte"));
+    for (const char* key : {"h", "?"}) {
+        link.session.press(key);
+        EXPECT_TRUE(link.session.shows("pause: the screen stands still"));
+        link.session.press(key);
+        EXPECT_TRUE(link.session.shows("waiting for the first byte"));
+    }
+}
+
+TEST(Live_view, says_that_there_is_no_log_to_switch) {
+    Viewed_link link;
+    link.session.press("l");
+    EXPECT_TRUE(link.session.shows("No log was asked for."));
+    EXPECT_TRUE(link.session.shows(" q quit")); // and the keys again
+}
+
+TEST(Live_view, has_the_log_switched_by_the_program) {
+    const Pty_pair terminal;
+    const Standard_output standard(terminal.slave());
+    setenv("TERM", "vt100", 1);
+    int switched = 0;
+    Live_view::Options options;
+    options.switch_log = [&] { ++switched; };
+    Live_view view(options);
+    ASSERT_EQ(view.problem(), "");
+    for (int i = 1; i <= 2; ++i) {
+        terminal.send("l");
+        EXPECT_TRUE(eventually([&] { return view.attend() && switched == i; }));
+    }
+}
+
+TEST(Live_view, other_keys_do_nothing) {
+    Viewed_link link;
+    link.send(frame);
+    ASSERT_TRUE(link.session.shows("~~      1"));
+    link.session.press("x\r\n\t\x1b[A\x1b[5~\x7f\xC3\xA4");
+    link.send(frame);
+    EXPECT_TRUE(link.session.shows("~~      2"));
+    EXPECT_THAT(link.session.screen(), Not(HasSubstr("PAUSED")));
+}
+
+// ---- The terminal afterwards ----
+
+TEST(Live_view, gives_the_terminal_back_when_it_quits) {
+    EXPECT_EQ(status_with_terminal_given_back([](Terminal_session& session) { session.press("q"); }), 0);
+    EXPECT_EQ(status_with_terminal_given_back([](Terminal_session& session) { session.press("\x03"); }), 0);
+}
+
+TEST(Live_view, gives_the_terminal_back_after_an_interrupt) {
+    EXPECT_EQ(status_after_signal(SIGINT), 0);
+    EXPECT_EQ(status_after_signal(SIGTERM), 0);
+}
+
+TEST(Live_view, gives_the_terminal_back_when_it_dies) {
+    for (const int number : {SIGABRT, SIGHUP, SIGQUIT, SIGXCPU})
+        EXPECT_EQ(status_after_signal(number), -number);
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    status_after_signal(SIGSEGV); // the sanitizer's own handler has the last word
+#else
+    for (const int number : {SIGSEGV, SIGBUS, SIGFPE, SIGILL})
+        EXPECT_EQ(status_after_signal(number), -number);
+#endif
+}
+
+TEST(Live_view, a_stop_from_the_keyboard_gives_the_terminal_back_meanwhile) {
+    const Temporary_folder folder;
+    const std::string fifo = folder.make_fifo("link");
+    const int link = open(fifo.c_str(), O_RDWR | O_CLOEXEC);
+    // A shell with job control, so that there is somebody to go on with.
+    Terminal_session session("/bin/bash",
+                             {"--norc", "-i", "-c",
+                              "\"$0\" --view --device \"$1\"; echo stopped; read -r; fg; echo over", RECEIVER_MONITOR,
+                              fifo},
+                             ordinary);
+    write_all(link, frame);
+    ASSERT_TRUE(session.shows("~~      1")) << session.screen();
+    session.press("\x1a");
+    ASSERT_TRUE(session.shows("stopped")) << session.screen();
+    EXPECT_FALSE(session.is_on_alternate_screen());
+    EXPECT_NE(session.settings().c_lflag & ECHO, 0U);
+    session.press("\n");
+    EXPECT_TRUE(session.until([&] { return session.is_on_alternate_screen(); })) << session.screen();
+    EXPECT_TRUE(session.shows("~~      1"));
+    write_all(link, frame);
+    EXPECT_TRUE(session.shows("~~      2"));
+    session.press("q");
+    EXPECT_TRUE(session.shows("over"));
+    close(link);
+}
+
+TEST(Live_view, what_else_is_said_neither_spoils_the_screen_nor_is_lost) {
+    const Talking_child child("child");
+    Terminal_session session(RECEIVER_MONITOR, {child.specification(), "--view"}, ordinary);
+    EXPECT_TRUE(session.until([&] { return session.row(23) == " child"; }));
+    EXPECT_TRUE(session.shows("receiving good frames"));
+    EXPECT_THAT(session.row(0), StartsWith(" receiver_monitor"));
+    EXPECT_TRUE(session.shows(" q quit"));
+    session.press("q");
+    EXPECT_EQ(session.status_at_end(), 0);
+    const std::size_t end_of_view = session.output().rfind("q quit");
+    EXPECT_NE(session.output().find("child\r\n", end_of_view), std::string::npos) << session.screen();
+}
+
+TEST(Live_view, what_was_said_last_is_told_when_it_dies) {
+    const Talking_child child("last words");
+    Terminal_session session(RECEIVER_MONITOR, {child.specification(), "--view"}, ordinary);
+    EXPECT_TRUE(session.until([&] { return session.row(23) == " last words"; }));
+    session.signal(SIGABRT);
+    EXPECT_EQ(session.status_at_end(), -SIGABRT);
+    EXPECT_FALSE(session.is_on_alternate_screen());
+    EXPECT_THAT(session.screen(), StartsWith("last words"));
+}
+
+// ---- Slow lines ----
+
+TEST(Live_view, leaves_room_on_a_line_of_9600_baud) {
+    constexpr double most_bytes_per_second = 900;
+    constexpr std::chrono::seconds duration(12);
+    const std::vector<std::string> types = {"vt100", "vt220", "linux", "xterm-256color"};
+    std::vector<std::unique_ptr<Terminal_session>> sessions;
+    const Stopwatch stopwatch;
+    for (const std::string& type : types)
+        sessions.push_back(std::make_unique<Terminal_session>(
+            RECEIVER_MONITOR, Arguments{simulator_with("--seed 1 --rate 10"), "--view"}, ordinary, type));
+    while (stopwatch.elapsed() < duration)
+        for (const auto& session : sessions)
+            session->watch(std::chrono::milliseconds(1));
+    const double seconds = std::chrono::duration<double>(stopwatch.elapsed()).count();
+    for (std::size_t i = 0; i < types.size(); ++i) {
+        const double rate = static_cast<double>(sessions[i]->output().size()) / seconds;
+        std::printf("%s: %.0f bytes/s, the first screen included\n", types[i].c_str(), rate);
+        EXPECT_LT(rate, most_bytes_per_second) << types[i];
+        EXPECT_GT(rate, 50) << types[i]; // it does show something
+        EXPECT_GT(number_behind(*sessions[i], "PG"), 50U) << types[i];
+    }
+}
+
+// ---- Where it does not work ----
+
+TEST(Live_view, without_a_terminal_there_is_none) {
+    const Program_result result = Program(RECEIVER_MONITOR, {"--view"}).input(frame).run();
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(result.errors, "receiver_monitor: --view: standard output is no terminal\n");
+}
+
+TEST(Live_view, without_a_terminal_that_can_be_addressed_there_is_none) {
+    for (const char* type : {"dumb", "no-such-terminal"}) {
+        Terminal_session session(RECEIVER_MONITOR, {simulator_with(""), "--view"}, ordinary, type);
+        EXPECT_EQ(session.status_at_end(), 1);
+        EXPECT_EQ(session.row(0).substr(0, 78),
+                  "receiver_monitor: --view: cannot address the cursor of this terminal: is TERM ");
+    }
+}
+
+TEST(Live_view, does_not_share_the_keyboard_with_the_link) {
+    for (const char* specification : {"-", "cons:"}) {
+        Terminal_session session(RECEIVER_MONITOR, {specification, "--view"}, ordinary);
+        EXPECT_EQ(session.status_at_end(), 1);
+        EXPECT_EQ(session.row(0), "receiver_monitor: --view needs the keyboard for its keys: give a SPEC or a devic");
+    }
+}
+
+TEST(Live_view, reads_standard_input_beside_the_keyboard) {
+    const Temporary_folder folder;
+    const std::string frames = folder.make_file("frames", frame + frame);
+    Terminal_session session("/bin/sh", {"-c", "exec \"$0\" --view <\"$1\"", RECEIVER_MONITOR, frames}, ordinary);
+    EXPECT_TRUE(session.shows("ended: nothing more will come"));
+    EXPECT_TRUE(session.shows("~~      2"));
+    session.press("q");
+    EXPECT_EQ(session.status_at_end(), 0);
+}
+
+TEST(Live_view, an_input_that_cannot_be_opened_is_told_as_ever) {
+    Terminal_session session(RECEIVER_MONITOR, {"--device", "/does/not/exist", "--view"}, ordinary);
+    EXPECT_EQ(session.status_at_end(), 1);
+    EXPECT_THAT(session.screen(), HasSubstr("Error opening '/does/not/exist': No such file or directory"));
+    EXPECT_FALSE(session.is_on_alternate_screen());
+}
+
+TEST(Live_view, ends_after_the_duration_and_the_count) {
+    for (const char* option : {"--duration=0.5", "--count=100"}) {
+        Terminal_session session(RECEIVER_MONITOR, {simulator_with("--rate 50"), "--view", option}, ordinary);
+        EXPECT_EQ(session.status_at_end(), 0) << option;
+        EXPECT_THAT(session.screen(), HasSubstr("checksum failures: 0"));
+    }
+}

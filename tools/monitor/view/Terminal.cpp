@@ -1,0 +1,183 @@
+#include "Terminal.h"
+
+#include "rescue.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#define NCURSES_NOMACROS
+#include <curses.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <termios.h>
+#include <unistd.h>
+
+namespace live_view {
+
+namespace {
+
+constexpr int bits_of_a_byte_on_a_line = 10; // with start and stop bit
+
+volatile std::sig_atomic_t stop_is_wanted = 0;
+
+extern "C" void note_stop(int) {
+    stop_is_wanted = 1;
+}
+
+void handle_stop(void (*handler)(int)) {
+    struct sigaction action {};
+    action.sa_handler = handler;
+    action.sa_flags = SA_RESTART;
+    sigaction(SIGTSTP, &action, nullptr);
+}
+
+/// The terminal behind standard output, to write and to read. Standard input may be something else.
+int open_terminal() {
+    const int mode = fcntl(STDOUT_FILENO, F_GETFL);
+    if (mode >= 0 && (mode & O_ACCMODE) == O_RDWR)
+        return fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    char name[128];
+    if (ttyname_r(STDOUT_FILENO, name, sizeof name) != 0)
+        return -1;
+    return open(name, O_RDWR | O_NOCTTY | O_CLOEXEC);
+}
+
+short events(int fd, short wanted) {
+    pollfd look{fd, wanted, 0};
+    return poll(&look, 1, 0) > 0 ? look.revents : short(0);
+}
+
+} // namespace
+
+struct Terminal::Curses {
+    std::FILE* file = nullptr;
+    SCREEN* screen = nullptr;
+    chtype attributes[static_cast<int>(Style::bad) + 1] = {};
+
+    int fd() const { return fileno(file); }
+
+    void choose_attributes() {
+        const bool colours = has_colors() && start_color() == OK && use_default_colors() == OK;
+        short next = 0;
+        const auto coloured = [&](short colour, chtype without) {
+            if (!colours || init_pair(++next, colour, -1) != OK)
+                return without;
+            return static_cast<chtype>(COLOR_PAIR(next));
+        };
+        const auto set = [this](Style style, chtype look) { attributes[static_cast<int>(style)] = look; };
+        set(Style::plain, A_NORMAL);
+        set(Style::changed, A_BOLD);
+        set(Style::title, A_REVERSE);
+        set(Style::heading, coloured(COLOR_CYAN, A_NORMAL));
+        set(Style::good, coloured(COLOR_GREEN, A_BOLD));
+        set(Style::doubtful, coloured(COLOR_YELLOW, A_NORMAL));
+        set(Style::bad, coloured(COLOR_RED, A_NORMAL));
+    }
+};
+
+Terminal::Terminal() {
+    if (isatty(STDOUT_FILENO) != 1)
+        problem_ = "standard output is no terminal";
+    else if (!open() && problem_.empty())
+        problem_ = std::string("cannot use the terminal: ") + std::strerror(errno);
+}
+
+bool Terminal::open() {
+    const int fd = open_terminal();
+    if (fd < 0)
+        return false;
+    std::FILE* const file = fdopen(fd, "r+");
+    if (!file)
+        return false;
+    termios settings{};
+    tcgetattr(fd, &settings);
+    // With handlers of ours in their places none of curses's run, which do more than a handler may.
+    handle_stop(note_stop);
+    SCREEN* const screen = newterm(nullptr, file, file);
+    if (!screen || !rescue::capability("cup")) {
+        if (screen) {
+            endwin();
+            delscreen(screen);
+        }
+        std::fclose(file);
+        handle_stop(SIG_DFL);
+        problem_ = "cannot address the cursor of this terminal: is TERM right?";
+        return false;
+    }
+    curses_ = std::make_unique<Curses>();
+    curses_->file = file;
+    curses_->screen = screen;
+    rescue::prepare(fd, settings);
+    cbreak();
+    noecho();
+    nonl();
+    nodelay(stdscr, TRUE);
+    typeahead(-1); // keys do not hold up the screen
+    curs_set(0);
+    curses_->choose_attributes();
+    return true;
+}
+
+Terminal::~Terminal() {
+    if (!curses_)
+        return;
+    endwin();
+    rescue::forget();
+    handle_stop(SIG_DFL);
+    delscreen(curses_->screen);
+    std::fclose(curses_->file);
+}
+
+Terminal::Size Terminal::size() const {
+    return {getmaxy(stdscr), getmaxx(stdscr)};
+}
+
+unsigned Terminal::bytes_per_second() const {
+    const int baud = baudrate();
+    return baud > 0 ? static_cast<unsigned>(baud / bits_of_a_byte_on_a_line) : 0;
+}
+
+int Terminal::key() {
+    if (stop_is_wanted) {
+        stop();
+        return changed;
+    }
+    const int key = getch();
+    if (key == KEY_RESIZE) {
+        clearok(curscr, TRUE);
+        return changed;
+    }
+    return key == ERR ? no_key : key;
+}
+
+/// As a program that knows nothing of this would stop; then takes the terminal again.
+void Terminal::stop() {
+    stop_is_wanted = 0;
+    endwin();
+    handle_stop(SIG_DFL);
+    raise(SIGTSTP);
+    handle_stop(note_stop);
+    clearok(curscr, TRUE);
+    refresh();
+}
+
+bool Terminal::is_ready() const {
+    return (events(curses_->fd(), POLLOUT) & POLLOUT) != 0;
+}
+
+bool Terminal::is_gone() const {
+    return (events(curses_->fd(), 0) & (POLLHUP | POLLERR | POLLNVAL)) != 0;
+}
+
+void Terminal::show(const Grid& grid) {
+    for (int row = 0; row < grid.rows(); ++row)
+        for (int column = 0; column < grid.columns(); ++column) {
+            const Cell cell = grid.at(row, column);
+            const chtype look = curses_->attributes[static_cast<int>(cell.style)];
+            mvaddch(row, column, static_cast<unsigned char>(cell.character) | look);
+        }
+    refresh();
+}
+
+} // namespace live_view
