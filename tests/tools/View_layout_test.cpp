@@ -172,9 +172,8 @@ TEST(View_layout, tells_position_dilution_and_satellites_as_the_receiver_does) {
                                              ps.get_locked(0) + ps.get_locked(1)));
     const Position_scatter::Spread spread = shown.model.scatter().spread();
     EXPECT_GT(spread.reach, 1); // it drives
-    EXPECT_EQ(shown.behind("Scatter"),
-              formatted("N %.3f  E %.3f  U %.3f m sigma, within %.3f m, 50 positions", spread.sigma.north,
-                        spread.sigma.east, spread.sigma.up, spread.reach));
+    EXPECT_EQ(shown.behind("Scatter"), formatted("N %.3f  E %.3f  U %.3f m sigma, within %.3f m, 50 positions",
+                                                 spread.sigma.north, spread.sigma.east, spread.sigma.up, spread.reach));
 }
 
 TEST(View_layout, wide_screens_have_a_plot_of_positions) {

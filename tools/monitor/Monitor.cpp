@@ -7,6 +7,9 @@
 //        +--------------> end <----------------------+
 //        |                ^
 //        +-end of input-> take the rest
+//
+// A watcher is attended to before each wait, which is as long as it allows; after the end of the input it is attended
+// to until it wants to end.
 
 #include "Monitor.h"
 
