@@ -58,7 +58,6 @@ void NV_buffer_iterator::reset_reading() {
 
 void NV_buffer_iterator::reset_writing() {
     length_ = 0;
-    position_ = 0;
 }
 
 } // namespace NV_store

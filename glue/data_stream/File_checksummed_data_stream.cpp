@@ -63,10 +63,10 @@ void File_checksummed_data_stream::reset_description() {
 // ---- Writing ----
 
 bool File_checksummed_data_stream::open_write(const char* path) {
-    File_data_stream::close_write();
+    if (File_data_stream::close_write())
+        reset_description();
     write_file = std::fopen(path, "w");
     if (!write_file) {
-        reset_description();
         report_failed_opening(path);
         return false;
     }

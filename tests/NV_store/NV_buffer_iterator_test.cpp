@@ -43,6 +43,48 @@ TEST(NV_buffer_iterator, peeks_without_and_pops_with_consuming) {
     EXPECT_EQ(it.length(), 0);
 }
 
+TEST(NV_buffer_iterator, reading_and_writing_are_reset_each_on_its_own) {
+    unsigned char buffer[8];
+    NV_buffer_iterator it(buffer, sizeof buffer, 0);
+    unsigned char bytes[8] = {};
+    EXPECT_TRUE(it.push_bytes(eight_bytes, 4));
+    EXPECT_TRUE(it.pop_bytes(bytes, 3));
+    it.reset_writing();
+    EXPECT_FALSE(it.peek_bytes(bytes, 0)); // the position lies beyond the data
+    EXPECT_TRUE(it.push_bytes(eight_bytes, 5));
+    EXPECT_TRUE(it.pop_bytes(bytes, 2));
+    EXPECT_EQ(bytes[0], 4);
+    EXPECT_EQ(bytes[1], 5);
+    it.reset_reading();
+    EXPECT_TRUE(it.pop_bytes(bytes, 5));
+    EXPECT_EQ(bytes[0], 1);
+    EXPECT_EQ(it.length(), 5);
+}
+
+TEST(NV_buffer_iterator, another_buffer_is_read_and_written_by_its_own_lengths) {
+    NV_buffer_iterator it(eight_bytes, 8, 8);
+    unsigned char bytes[8] = {};
+    EXPECT_TRUE(it.pop_bytes(bytes, 6));
+    unsigned char other[4] = {'a', 'b', 'c', 'd'};
+    it.set_buffer(other, 3, 2);
+    EXPECT_TRUE(it.pop_bytes(bytes, 2));
+    EXPECT_EQ(bytes[0], 'a');
+    EXPECT_TRUE(it.push_bytes(eight_bytes, 1));
+    EXPECT_FALSE(it.push_bytes(eight_bytes, 1));
+    EXPECT_EQ(other[2], 1);
+    EXPECT_EQ(other[3], 'd');
+}
+
+TEST(NV_buffer_iterator, refuses_negative_counts) {
+    unsigned char buffer[8] = {};
+    NV_buffer_iterator it(buffer, sizeof buffer, 4);
+    unsigned char byte = 0;
+    EXPECT_FALSE(it.push_bytes(&byte, -1));
+    EXPECT_FALSE(it.pop_bytes(&byte, -1));
+    EXPECT_FALSE(it.peek_bytes(&byte, -1));
+    EXPECT_EQ(it.length(), 4);
+}
+
 TEST(NV_buffer_iterator, has_nothing_without_a_buffer) {
     NV_buffer_iterator it;
     unsigned char byte = 0;

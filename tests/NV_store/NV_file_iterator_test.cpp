@@ -86,6 +86,20 @@ TEST_F(NV_file_iterator_test, writing_begins_anew_and_appending_goes_on) {
     EXPECT_EQ(folder.content_of("settings"), "abcdede");
 }
 
+TEST_F(NV_file_iterator_test, failed_opening_leaves_what_is_used) {
+    file.set_mode(NV_iterator::writing_all);
+    EXPECT_TRUE(push("abc"));
+    const Watched_file_calls watched(folder.path(), [](const File_call& call) -> Watched_file_calls::Answer {
+        if (call.what != "open")
+            return std::nullopt;
+        errno = EACCES;
+        return -1;
+    });
+    file.set_mode(NV_iterator::writing_all);
+    EXPECT_EQ(file.get_mode(), NV_iterator::closed);
+    EXPECT_EQ(used(), 3U);
+}
+
 TEST_F(NV_file_iterator_test, appending_makes_a_missing_file) {
     file.set_mode(NV_iterator::appending_written);
     EXPECT_TRUE(push("a"));

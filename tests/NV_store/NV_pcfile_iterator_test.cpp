@@ -126,6 +126,21 @@ TEST_F(NV_pcfile_iterator_test, busy_store_is_asked_five_times) {
     EXPECT_EQ(calls.calls_of("OpenWrite").size(), 5U);
 }
 
+TEST_F(NV_pcfile_iterator_test, failed_opening_leaves_what_is_used) {
+    file.set_mode(NV_iterator::writing_all);
+    EXPECT_TRUE(push("abc"));
+    const Replaced_delays delays;
+    const Captured_debug debug;
+    Replaced_store_calls calls;
+    calls.answer = [](const std::string& call) {
+        return call == "CreateWrite setup" ? std::optional(0) : std::nullopt;
+    };
+    file.set_mode(NV_iterator::writing_all);
+    EXPECT_EQ(file.get_mode(), NV_iterator::closed);
+    EXPECT_EQ(calls.calls_of("CreateWrite").size(), 5U);
+    EXPECT_EQ(used(), 3U);
+}
+
 TEST_F(NV_pcfile_iterator_test, file_that_cannot_be_closed_leaves_it_closed_and_the_new_mode_not_entered) {
     store.make_file("setup", "abc");
     Replaced_store_calls calls;

@@ -179,6 +179,35 @@ TEST_F(NV_safe_file_iterator_test, old_file_stays_until_the_commit) {
     EXPECT_FALSE(push("x"));
 }
 
+TEST_F(NV_safe_file_iterator_test, file_being_read_is_closed_before_it_is_written) {
+    folder.make_file("settings", "old");
+    const int descriptors = open_descriptors();
+    file.set_mode(NV_iterator::reading);
+    file.set_mode(all);
+    EXPECT_TRUE(push("new"));
+    EXPECT_TRUE(file.commit());
+    EXPECT_EQ(open_descriptors(), descriptors);
+    EXPECT_EQ(folder.content_of("settings"), "new");
+}
+
+TEST_F(NV_safe_file_iterator_test, used_bytes_are_those_since_the_file_was_last_written_from_the_start) {
+    const auto expect_used = [this](unsigned expected) {
+        unsigned used = 0;
+        unsigned total = 0;
+        file.get_free_space(used, total);
+        EXPECT_EQ(used, expected);
+        EXPECT_EQ(total, NV_safe_file_iterator::nominal_size);
+    };
+    for (int round = 0; round < 2; ++round) {
+        file.set_mode(all);
+        EXPECT_TRUE(push("abc"));
+        expect_used(3);
+    }
+    file.set_mode(NV_iterator::appending_changed);
+    EXPECT_TRUE(push("de"));
+    expect_used(5);
+}
+
 TEST_F(NV_safe_file_iterator_test, destruction_drops_what_was_not_committed) {
     folder.make_file("settings", "old");
     const int descriptors = open_descriptors();
@@ -443,6 +472,22 @@ TEST_F(NV_safe_file_iterator_test, leftover_of_a_killed_process_is_replaced) {
     tree.speed.set(3);
     EXPECT_TRUE(file.save(tree, all));
     EXPECT_EQ(speed_in_file(), 3);
+    EXPECT_THAT(names(), ElementsAre("settings"));
+}
+
+TEST_F(NV_safe_file_iterator_test, link_in_the_place_of_a_leftover_is_refused_and_not_followed) {
+    const std::string other = folder.make_file("other", "precious");
+    std::filesystem::create_symlink(other, folder.path("settings.saving"));
+    const Captured_debug debug;
+    expect_refusal();
+    EXPECT_THAT(debug.text(), HasSubstr("cannot look at a leftover: Too many levels of symbolic links"));
+    EXPECT_EQ(folder.content_of("other"), "precious");
+    EXPECT_THAT(names(), ElementsAre("other", "settings.saving"));
+}
+
+TEST_F(NV_safe_file_iterator_test, pipe_in_the_place_of_a_leftover_is_removed_without_waiting_for_its_writer) {
+    folder.make_fifo("settings.saving");
+    EXPECT_TRUE(file.save(tree, all));
     EXPECT_THAT(names(), ElementsAre("settings"));
 }
 

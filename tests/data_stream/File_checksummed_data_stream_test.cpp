@@ -126,6 +126,18 @@ TEST_F(File_checksummed_writing, fails_softly_where_no_file_can_be_made) {
     EXPECT_FALSE(stream.close_write());
 }
 
+TEST_F(File_checksummed_writing, that_cannot_begin_leaves_the_description_unless_it_has_closed_a_file) {
+    const std::string missing = folder.path("missing/f");
+    open_read("abcde");
+    const std::string reading = stream.get_description();
+    EXPECT_FALSE(stream.open_write(missing.c_str()));
+    EXPECT_EQ(stream.get_description(), reading);
+    EXPECT_TRUE(stream.close_read());
+    ASSERT_TRUE(stream.open_write(path.c_str()));
+    EXPECT_FALSE(stream.open_write(missing.c_str()));
+    EXPECT_EQ(stream.get_description(), cut_description("CRCFILE(%p)", static_cast<void*>(&stream)));
+}
+
 TEST_F(File_checksummed_writing, without_a_file_is_an_error_and_no_part_of_the_checksum) {
     ASSERT_TRUE(stream.open_write(path.c_str()));
     write_text(stream, "abcde");

@@ -11,6 +11,7 @@
 #include <support/Stream_bytes.h>
 
 #include <atomic>
+#include <csignal>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <list>
@@ -24,6 +25,7 @@ namespace {
 using testing::ElementsAre;
 using testing::ExitedWithCode;
 using testing::IsEmpty;
+using testing::KilledBySignal;
 using Stream = PCFile_data_stream;
 using Answer = std::optional<int>;
 
@@ -39,6 +41,7 @@ struct PCFile_test : testing::Test {
 using PCFile_store = PCFile_test;
 using PCFile_copying = PCFile_test;
 using PCFile_iterator = PCFile_test;
+using PCFile_lock_death_test = PCFile_test;
 
 // ---- The store ----
 
@@ -194,6 +197,17 @@ TEST_F(PCFile_copying, takes_a_read_that_fails_for_the_end) {
     EXPECT_EQ(store.content_of("to"), numbered(500));
 }
 
+TEST_F(PCFile_copying, looks_at_how_many_bytes_came_and_not_at_the_result_of_the_read) {
+    store.make_file("from", "abc");
+    Replaced_store_calls calls;
+    int reads = 0;
+    calls.answer = [&reads](const std::string& call) {
+        return call == "Read 500 0" ? Answer(++reads == 1 ? 3 : 0) : std::nullopt; // leaves the result as it was
+    };
+    EXPECT_TRUE(Stream::copy("to", "from"));
+    EXPECT_EQ(store.content_of("to").size(), 3U);
+}
+
 TEST_F(PCFile_copying, a_short_write_fails_it_with_both_files_closed) {
     store.make_file("from", "abc");
     {
@@ -264,6 +278,68 @@ TEST(PCFile_events, go_to_up_to_ten_waiters_each_once) {
         EXPECT_EQ(Stream::deregister_waiter(waiter), &waiter == &waiters.front() ? 1 : 0);
     EXPECT_EQ(Stream::register_waiter(nullptr), 1);
     EXPECT_EQ(Stream::deregister_waiter(nullptr), 1);
+}
+
+TEST(PCFile_events, keep_the_order_of_those_that_stay) {
+    Recording_waiter waiters[4];
+    for (Recording_waiter& waiter : waiters)
+        EXPECT_EQ(Stream::register_waiter(waiter), 0);
+    EXPECT_EQ(Stream::deregister_waiter(waiters[1]), 0);
+    Recorded_platform_calls calls;
+    std::vector<std::size_t> told_before_each;
+    calls.before_send = [&] {
+        told_before_each.push_back(waiters[0].events().size() + 10 * waiters[2].events().size() +
+                                   100 * waiters[3].events().size());
+    };
+    Stream::send_event(Stream::store_full);
+    EXPECT_THAT(told_before_each, ElementsAre(0U, 1U, 11U));
+    for (Recording_waiter& waiter : waiters)
+        Stream::deregister_waiter(waiter);
+}
+
+TEST_F(PCFile_store, without_room_is_told_before_it_is_announced) {
+    store.make_file("a", std::string(2000, 'x'));
+    Recorded_platform_calls calls;
+    std::string told;
+    calls.before_send = [&] { told = debug.text(); };
+    Stream stream;
+    EXPECT_EQ(stream.open_write("b", 1), 4);
+    EXPECT_EQ(told, "PCF Datastream Failed 232 (b 2000 2000)\n");
+}
+
+// ---- The lock: whoever takes it again in the same thread ends the process ----
+
+TEST_F(PCFile_lock_death_test, is_held_while_the_store_is_asked_and_written) {
+    store.make_file("a", "");
+    const auto call_back_from = [](const std::string& which) {
+        Debug::Print::set_sink(nullptr);
+        Stream stream;
+        stream.open_write("a", 1);
+        Replaced_store_calls calls;
+        calls.answer = [&which](const std::string& call) {
+            if (call == which)
+                Stream::deregister_waiter(nullptr);
+            return std::nullopt;
+        };
+        unsigned ignored = 0;
+        Stream::get_free_space(ignored, ignored);
+        write_text(stream, "b");
+        stream.close_write();
+    };
+    EXPECT_EXIT(call_back_from("Info"), KilledBySignal(SIGABRT), "takes again what it holds");
+    EXPECT_EXIT(call_back_from("Write 1 -1"), KilledBySignal(SIGABRT), "takes again what it holds");
+}
+
+TEST_F(PCFile_lock_death_test, is_held_while_events_are_sent) {
+    const auto call_back = [](auto operation) {
+        Debug::Print::set_sink(nullptr);
+        Recorded_platform_calls calls;
+        calls.before_send = operation;
+        Stream::send_event(Stream::store_full);
+    };
+    Recording_waiter other;
+    EXPECT_EXIT(call_back([&other] { Stream::register_waiter(other); }), KilledBySignal(SIGABRT), "takes again");
+    EXPECT_EXIT(call_back([&other] { Stream::deregister_waiter(other); }), KilledBySignal(SIGABRT), "takes again");
 }
 
 TEST_F(PCFile_store, is_used_by_several_threads) {

@@ -97,6 +97,15 @@ TEST_F(PCFile_reading, opens_once_and_starts_at_position_0) {
     EXPECT_EQ(buffered(*stream), "abcdab");
 }
 
+TEST_F(PCFile, that_is_open_already_is_what_an_opening_looks_at_first) {
+    ASSERT_EQ(stream->open_read("a", 1), 0);
+    ASSERT_EQ(stream->open_write("b", 1), 0);
+    Replaced_store_calls calls;
+    EXPECT_EQ(stream->open_read("missing", 1), 4);
+    EXPECT_EQ(stream->open_write("c", 1), 4);
+    EXPECT_THAT(calls.calls, IsEmpty());
+}
+
 TEST_F(PCFile_reading, a_missing_file_or_store_is_3) {
     ASSERT_EQ(stream->open_read("a", 1), 0);
     EXPECT_EQ(stream->get_data(4), 1);

@@ -25,6 +25,8 @@ bool waiter_descriptor::send_event(waiter_event& event, bool urgent, bool merge)
     static const auto send = platforms_own<Send_event>("_ZN17waiter_descriptor10send_eventER12waiter_eventbb");
     if (record)
         record->sends.push_back({urgent, merge});
+    if (record && record->before_send)
+        record->before_send();
     return send(this, event, urgent, merge);
 }
 

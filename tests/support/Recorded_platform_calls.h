@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -35,6 +36,7 @@ class Recorded_platform_calls {
     Recorded_platform_calls& operator=(const Recorded_platform_calls&) = delete;
 
     std::vector<Send> sends;             ///< `waiter_descriptor::send_event`, call by call
+    std::function<void()> before_send;   ///< called before each of them goes through
     std::vector<bool> permanent_modules; ///< `module_man::init_module`, call by call
     int failed_init_module = 0;          ///< what `init_module` returns, without an id; 0: it goes through
     std::vector<Loop> loops;             ///< `Diner::init`, call by call

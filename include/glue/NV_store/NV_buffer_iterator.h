@@ -36,7 +36,8 @@ class GLUE_EXPORT NV_buffer_iterator : public NV_iterator {
     void set_buffer(unsigned char* buffer, int capacity, int length);
     /// Reads from the beginning again.
     void reset_reading();
-    /// Forgets the data.
+    /// Forgets the data: the next push goes to the buffer's beginning. The reading position stays where it is; while it
+    /// lies beyond the data nothing can be read.
     void reset_writing();
 
     /// Bytes of valid data.
