@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <limits>
 #include <string_view>
 
 namespace NMEA_messages {
@@ -32,6 +33,12 @@ double degrees(double field, char hemisphere, char negative) {
     const double fraction = std::modf(field * 0.01, &whole);
     const double value = whole + fraction * 1.6666666666666667;
     return hemisphere == negative || hemisphere == negative + ('a' - 'A') ? -value : value;
+}
+
+/// Cut towards zero, and to what an int holds.
+int whole_number(double field) {
+    using Limits = std::numeric_limits<int>;
+    return static_cast<int>(std::clamp(field, static_cast<double>(Limits::min()), static_cast<double>(Limits::max())));
 }
 
 /// Degrees as whole degrees and ten-thousandths of a minute's thousandth: 1e-7 minutes, far below a millimetre.
@@ -121,11 +128,11 @@ bool Msg_NMEA_GGA::is_GGA() const {
 }
 
 int Msg_NMEA_GGA::get_fix() const {
-    return static_cast<int>(get_double(6));
+    return whole_number(get_double(6));
 }
 
 int Msg_NMEA_GGA::get_satellites() const {
-    return static_cast<int>(get_double(7));
+    return whole_number(get_double(7));
 }
 
 double Msg_NMEA_GGA::get_hdop() const {

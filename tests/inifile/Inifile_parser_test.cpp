@@ -122,6 +122,16 @@ TEST_F(Inifile_parser_test, smaller_buffer_than_at_the_last_look_is_not_overrun)
     EXPECT_EQ(lines(false, 13), Lines(9, Line{2, std::string(10, 'x')})) << "the last ten may still get their line end";
 }
 
+TEST_F(Inifile_parser_test, bytes_that_somebody_else_took_are_not_waited_for) {
+    EXPECT_EQ(lines_of("half a line"), Lines{});
+    stream.drop_all();
+    EXPECT_EQ(lines(true), Lines{}) << "nothing is there to take";
+    EXPECT_EQ(lines_of("a\nb\n"), (Lines{{1, "a"}, {1, "b"}})) << "what came instead has not been looked at";
+    EXPECT_EQ(lines_of("half a line"), Lines{});
+    stream.drop(5);
+    EXPECT_EQ(lines(true), (Lines{{2, "a line"}}));
+}
+
 TEST_F(Inifile_parser_test, newline_is_looked_for_at_a_place) {
     stream.receive("ab\r\n");
     EXPECT_FALSE(parser.is_newline(0));

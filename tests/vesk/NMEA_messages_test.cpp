@@ -4,6 +4,7 @@
 #include <support/Random.h>
 
 #include <gtest/gtest.h>
+#include <limits>
 #include <string>
 
 namespace {
@@ -169,6 +170,13 @@ TEST(Msg_NMEA_GGA, other_fields_are_read) {
     EXPECT_EQ(gga.get_altitude(), 545.4);
     std::string other = "$GPGSA,A,3*00";
     EXPECT_FALSE(Msg_NMEA_GGA(other.data(), static_cast<unsigned>(other.size())).is_GGA());
+}
+
+TEST(Msg_NMEA_GGA, counts_are_cut_to_what_they_can_hold) {
+    std::string text = "$GNGGA,123519,4807.038,N,01131.000,E,1e300,-1e300,0.9,545.4,M,46.9,M,,*5C";
+    const Msg_NMEA_GGA gga(text.data(), static_cast<unsigned>(text.size()));
+    EXPECT_EQ(gga.get_fix(), std::numeric_limits<int>::max());
+    EXPECT_EQ(gga.get_satellites(), std::numeric_limits<int>::min());
 }
 
 TEST(compose_GGA, reads_back_as_it_was) {
