@@ -153,6 +153,18 @@ TEST_F(Inifile_parser_test, beginning_anew_discards_what_is_buffered) {
     EXPECT_EQ(other.buffered(), "");
 }
 
+TEST_F(Inifile_parser_test, beginning_anew_forgets_how_far_a_line_was_looked_at) {
+    EXPECT_EQ(lines_of("half a line"), Lines{});
+    parser.init();
+    EXPECT_EQ(lines_of("a\nsecond line\n"), (Lines{{1, "a"}, {1, "second line"}}));
+    EXPECT_EQ(lines_of("half a line"), Lines{});
+    Scripted_stream other;
+    parser.init(&other);
+    other.receive("b\nsecond line\n");
+    EXPECT_EQ(lines(), (Lines{{1, "b"}, {1, "second line"}}));
+    EXPECT_EQ(stream.buffered(), "half a line") << "the one before is left alone";
+}
+
 TEST_F(Inifile_parser_test, records_are_parsed_and_not_emptied) {
     stream.receive("[s]\nspeed = 42\nnothing\n");
     Inifile_record record;

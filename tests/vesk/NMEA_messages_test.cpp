@@ -140,6 +140,11 @@ TEST(Msg_NMEA_GGA, position_is_in_degrees) {
     EXPECT_NEAR(position_of("4807.038,s,01131.000,w").longitude, -11.516666666667, 1e-9);
 }
 
+TEST(Msg_NMEA_GGA, minutes_become_degrees_to_the_last_digit) {
+    EXPECT_DOUBLE_EQ(position_of("0059.9999999,N,00030.000,E").latitude, 59.9999999 / 60);
+    EXPECT_DOUBLE_EQ(position_of("0059.9999999,N,00030.000,E").longitude, 0.5);
+}
+
 TEST(Msg_NMEA_GGA, equator_poles_and_date_line) {
     EXPECT_EQ(position_of("0000.000,N,00000.000,E").latitude, 0);
     EXPECT_EQ(position_of("0000.000,S,00000.000,W").longitude, 0);
