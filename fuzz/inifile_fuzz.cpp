@@ -162,6 +162,19 @@ Record read_back(Write write) {
     return record;
 }
 
+/// A key and its value, white space around the sign between them left out.
+void check_key_and_value(const std::string& line, const Record& record) {
+    if (record.type > Record::type_empty)
+        return;
+    constexpr const char* blanks = " \t\v\f";
+    const std::size_t equals_sign = line.find('=');
+    FUZZ_CHECK(equals_sign != std::string::npos);
+    const std::string key = line.substr(0, equals_sign);
+    const std::string value = line.substr(equals_sign + 1);
+    FUZZ_CHECK(key.substr(0, key.find_last_not_of(blanks) + 1) == record.get_name());
+    FUZZ_CHECK(value.substr(std::min(value.find_first_not_of(blanks), value.size())) == record.value_text);
+}
+
 void check_value(const Record& record) {
     FUZZ_CHECK(record.as_cstring() == record.value_text);
     FUZZ_CHECK(record.as_string().view() == record.value_text);
@@ -176,6 +189,8 @@ void check_value(const Record& record) {
         FUZZ_CHECK(record.as_long() == record.as_double(-1));
     if (record.as_type(Record::type_ulong))
         FUZZ_CHECK(record.as_ulong() == record.as_double(-1));
+    if (record.type == Record::type_long)
+        FUZZ_CHECK(record.as_long() <= 0);
     if (record.type > Record::type_bool)
         FUZZ_CHECK(record.as_long() == 0 && record.as_ulong() == 0 && record.as_double(3) == 0 && !record.as_bool());
     if (record.type == Record::type_string || record.type == Record::type_byte_array)
@@ -240,6 +255,7 @@ void check_records(const std::string& text, unsigned longest_piece) {
         FUZZ_CHECK(record.value_text >= record.text && record.value_text <= record.text + record.line_length);
         const char* const keys[] = {"speed", record.get_name(), nullptr};
         FUZZ_CHECK((record.search_key(keys) >= 0) == (record.type != Record::type_none));
+        check_key_and_value(line.text.c_str(), record);
         check_value(record);
         check_copy(record);
         check_read_back(record);

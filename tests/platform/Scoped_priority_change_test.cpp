@@ -74,6 +74,11 @@ TEST(Scoped_priority_change, thread_with_a_policy_of_its_own_keeps_it) {
             EXPECT_EQ(policy(), SCHED_IDLE);
         }
         EXPECT_EQ(policy(), SCHED_IDLE);
+        {
+            const Scoped_priority_change behind_others;
+            set_policy(SCHED_BATCH);
+        }
+        EXPECT_EQ(policy(), SCHED_BATCH) << "also one that it takes meanwhile";
     });
 }
 

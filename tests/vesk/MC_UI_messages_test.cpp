@@ -79,6 +79,7 @@ TEST(Msg_ES, size_follows_count_and_item_size_up_to_the_capacity) {
     EXPECT_EQ(message.get_num_items(), 5U) << "and nothing changed";
     EXPECT_FALSE(message.set_num_items(1, -4));
     EXPECT_FALSE(message.set_num_items(10, std::numeric_limits<int>::max()));
+    EXPECT_EQ(message.get_size(), 32U) << "which 32 bits would take for a frame of 2 bytes";
 }
 
 TEST(Msg_ES, items_are_floats_or_whole_numbers) {
