@@ -43,6 +43,8 @@ bool Inifile_parser::is_newline(int offset) {
 /// Moves the position to where the line ends. \return false when it does not yet
 bool Inifile_parser::find_end(unsigned int longest, bool take_partial) {
     position_ = std::min(position_, longest); // the buffer may have been larger when the line was looked at
+    if (position_ > stream_->bytes_avail())
+        position_ = 0; // somebody else took bytes out of the stream
     while (has_byte(position_)) {
         if (is_newline(static_cast<int>(position_)) || position_ >= longest)
             return true;

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <limits>
 #include <string_view>
 
 namespace NMEA_messages {
@@ -34,6 +35,12 @@ double degrees(double field, char hemisphere, char negative) {
     return hemisphere == negative || hemisphere == negative + ('a' - 'A') ? -value : value;
 }
 
+/// Cut towards zero, and to what an int holds.
+int whole_number(double field) {
+    using Limits = std::numeric_limits<int>;
+    return static_cast<int>(std::clamp(field, static_cast<double>(Limits::min()), static_cast<double>(Limits::max())));
+}
+
 /// Degrees as whole degrees and ten-thousandths of a minute's thousandth: 1e-7 minutes, far below a millimetre.
 struct Minutes {
     explicit Minutes(double value) {
@@ -47,12 +54,6 @@ struct Minutes {
     int minutes;
     int fraction;
 };
-
-/// A whole number that a field holds; whatever it holds, one that fits.
-int whole(double field) {
-    constexpr double limit = 1e9;
-    return static_cast<int>(std::clamp(std::isnan(field) ? 0.0 : field, -limit, limit));
-}
 
 /// A number with so many decimals, on every locale with a point.
 void print_decimal(char (&text)[32], double value, int decimals) {
@@ -127,11 +128,11 @@ bool Msg_NMEA_GGA::is_GGA() const {
 }
 
 int Msg_NMEA_GGA::get_fix() const {
-    return whole(get_double(6));
+    return whole_number(get_double(6));
 }
 
 int Msg_NMEA_GGA::get_satellites() const {
-    return whole(get_double(7));
+    return whole_number(get_double(7));
 }
 
 double Msg_NMEA_GGA::get_hdop() const {

@@ -36,6 +36,9 @@ const Enum_wrapper_& state_names() {
     return names;
 }
 
+/// Made when the library is loaded, rather than while a message waits to be printed.
+[[maybe_unused]] const Enum_wrapper_& made_at_start = state_names();
+
 /// Says so when a message has another length. On purpose with the whole frame's length as the one to have.
 bool has_wrong_length(const Vesk_message& message, const char* name) {
     if (message.get_msg_len() == body_length)

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 
 namespace {
 
@@ -31,11 +32,11 @@ std::string_view Ascii_message::field(unsigned index) const {
 
 double Ascii_message::get_double(unsigned index) const {
     std::string_view digits = field(index);
-    if (!digits.empty() && digits.front() == '+')
+    if (digits.size() >= 2 && digits[0] == '+' && digits[1] != '-')
         digits.remove_prefix(1);
     double value = 0;
     std::from_chars(digits.data(), digits.data() + digits.size(), value);
-    return value;
+    return std::isfinite(value) ? value : 0;
 }
 
 char Ascii_message::get_char(unsigned index) const {

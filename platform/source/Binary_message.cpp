@@ -42,8 +42,10 @@ bool write_le(const Binary_message_storage& message, unsigned offset, Number val
     return true;
 }
 
-constexpr unsigned bit_mask(unsigned count) {
-    return (1U << count) - 1;
+/// `count` bits from bit `first` upwards, as far as a byte has them.
+constexpr unsigned bit_mask(unsigned first, unsigned count) {
+    constexpr unsigned bits = 8;
+    return first >= bits ? 0 : ((1U << std::min(count, bits - first)) - 1) << first;
 }
 
 } // namespace
@@ -147,13 +149,15 @@ const char* Binary_wrapper<Storage>::get_string(unsigned offset, unsigned length
 
 template <typename Storage>
 unsigned Binary_wrapper<Storage>::get_bits_lsb(unsigned offset, unsigned first, unsigned count) const {
-    return get_uint8(offset) >> first & bit_mask(count);
+    const unsigned mask = bit_mask(first, count);
+    return mask == 0 ? 0 : (get_uint8(offset) & mask) >> first;
 }
 
 template <typename Storage>
 bool Binary_wrapper<Storage>::set_bits_lsb(unsigned offset, unsigned first, unsigned count, unsigned value) {
-    const unsigned mask = bit_mask(count) << first;
-    return set_uint8(offset, static_cast<std::uint8_t>((get_uint8(offset) & ~mask) | (value << first & mask)));
+    const unsigned mask = bit_mask(first, count);
+    const unsigned bits = mask == 0 ? 0 : value << first & mask;
+    return set_uint8(offset, static_cast<std::uint8_t>((get_uint8(offset) & ~mask) | bits));
 }
 
 template <typename Storage>

@@ -122,6 +122,16 @@ TEST_F(Inifile_parser_test, smaller_buffer_than_at_the_last_look_is_not_overrun)
     EXPECT_EQ(lines(false, 13), Lines(9, Line{2, std::string(10, 'x')})) << "the last ten may still get their line end";
 }
 
+TEST_F(Inifile_parser_test, bytes_that_somebody_else_took_are_not_waited_for) {
+    EXPECT_EQ(lines_of("half a line"), Lines{});
+    stream.drop_all();
+    EXPECT_EQ(lines(true), Lines{}) << "nothing is there to take";
+    EXPECT_EQ(lines_of("a\nb\n"), (Lines{{1, "a"}, {1, "b"}})) << "what came instead has not been looked at";
+    EXPECT_EQ(lines_of("half a line"), Lines{});
+    stream.drop(5);
+    EXPECT_EQ(lines(true), (Lines{{2, "a line"}}));
+}
+
 TEST_F(Inifile_parser_test, newline_is_looked_for_at_a_place) {
     stream.receive("ab\r\n");
     EXPECT_FALSE(parser.is_newline(0));
@@ -141,6 +151,18 @@ TEST_F(Inifile_parser_test, beginning_anew_discards_what_is_buffered) {
     other.receive("old");
     parser.init(&other);
     EXPECT_EQ(other.buffered(), "");
+}
+
+TEST_F(Inifile_parser_test, beginning_anew_forgets_how_far_a_line_was_looked_at) {
+    EXPECT_EQ(lines_of("half a line"), Lines{});
+    parser.init();
+    EXPECT_EQ(lines_of("a\nsecond line\n"), (Lines{{1, "a"}, {1, "second line"}}));
+    EXPECT_EQ(lines_of("half a line"), Lines{});
+    Scripted_stream other;
+    parser.init(&other);
+    other.receive("b\nsecond line\n");
+    EXPECT_EQ(lines(), (Lines{{1, "b"}, {1, "second line"}}));
+    EXPECT_EQ(stream.buffered(), "half a line") << "the one before is left alone";
 }
 
 TEST_F(Inifile_parser_test, records_are_parsed_and_not_emptied) {

@@ -273,6 +273,14 @@ TEST(Inifile_record, decimals_are_rounded) {
     EXPECT_EQ(parsed("k=1.23456").as_double(-1), 1.23456);
 }
 
+TEST(Inifile_record, halves_are_rounded_to_even) {
+    EXPECT_EQ(parsed("k=0.5").as_double(0), 0);
+    EXPECT_EQ(parsed("k=1.5").as_double(0), 2);
+    EXPECT_EQ(parsed("k=2.5").as_double(0), 2);
+    EXPECT_EQ(parsed("k=-2.5").as_double(0), -2);
+    EXPECT_EQ(parsed("k=0.125").as_double(0), 0);
+}
+
 TEST(Inifile_record, small_numbers_are_false) {
     EXPECT_TRUE(parsed("k=0.5").as_bool());
     EXPECT_TRUE(parsed("k=-0.5").as_bool());

@@ -173,6 +173,71 @@ TEST_F(Binary_message_test, special_numbers_keep_their_bits) {
     EXPECT_EQ(message.get_double(3), std::numeric_limits<double>::infinity());
 }
 
+// ---- Bits ----
+
+TEST_F(Binary_message_test, bits_are_numbered_by_their_weight) {
+    bytes[3] = 0xB2; // 1011 0010
+    const bool on[8] = {false, true, false, false, true, true, false, true};
+    for (unsigned bit = 0; bit < 8; ++bit) {
+        EXPECT_EQ(message.get_bit_msb(3, bit), on[bit]) << bit;
+        EXPECT_EQ(message.get_bits_lsb(3, bit, 1), on[bit] ? 1U : 0U) << bit;
+    }
+    EXPECT_EQ(message.get_bits_lsb(3, 4, 4), 0xBU);
+    EXPECT_EQ(message.get_bits_lsb(3, 0, 4), 0x2U);
+    EXPECT_EQ(message.get_bits_lsb(3, 1, 3), 1U);
+    EXPECT_EQ(message.get_bits_lsb(3, 0, 8), 0xB2U);
+    EXPECT_EQ(message.get_bits_lsb(3, 5, 0), 0U);
+}
+
+TEST_F(Binary_message_test, bits_of_any_place_and_count_read_as_those_of_the_byte) {
+    for (unsigned first = 0; first < 70; ++first)
+        for (unsigned count = 0; count < 70; ++count) {
+            unsigned expected = 0;
+            for (unsigned bit = 0; bit < count && first + bit < 8; ++bit)
+                expected += (byte_at(2) / (1U << (first + bit)) % 2) << bit;
+            ASSERT_EQ(message.get_bits_lsb(2, first, count), expected) << first << " " << count;
+        }
+    for (const unsigned bit : {8U, 31U, 32U, 40U, 0xFFFFFFFFU})
+        EXPECT_FALSE(message.get_bit_msb(2, bit)) << bit;
+    EXPECT_EQ(message.get_bits_lsb(2, 0, 0xFFFFFFFFU), byte_at(2));
+}
+
+TEST_F(Binary_message_test, written_bits_leave_the_others_alone) {
+    for (unsigned first = 0; first < 40; ++first)
+        for (unsigned count = 0; count < 40; ++count)
+            for (const unsigned value : {0U, 0x5AU, 0xFFFFFFFFU}) {
+                bytes[5] = 0x6C;
+                unsigned expected = 0x6C;
+                for (unsigned bit = 0; bit < count && first + bit < 8; ++bit) {
+                    const unsigned weight = 1U << (first + bit);
+                    expected = value / (1U << bit) % 2 != 0 ? expected | weight : expected & ~weight;
+                }
+                ASSERT_TRUE(message.set_bits_lsb(5, first, count, value));
+                ASSERT_EQ(bytes[5], expected) << first << " " << count << " " << value;
+            }
+    EXPECT_EQ(bytes[4], byte_at(4));
+    EXPECT_EQ(bytes[6], byte_at(6));
+}
+
+TEST_F(Binary_message_test, single_bits_are_set_and_cleared) {
+    bytes[0] = 0;
+    EXPECT_TRUE(message.set_bit_msb(0, 6, true));
+    EXPECT_EQ(bytes[0], 0x40);
+    EXPECT_TRUE(message.set_bit_msb(0, 0, true));
+    EXPECT_EQ(bytes[0], 0x41);
+    EXPECT_TRUE(message.set_bit_msb(0, 6, false));
+    EXPECT_EQ(bytes[0], 0x01);
+}
+
+TEST_F(Binary_message_test, bits_past_the_message_are_0_and_not_written) {
+    for (const unsigned offset : huge_offsets) {
+        EXPECT_EQ(message.get_bits_lsb(offset, 0, 8), 0U);
+        EXPECT_FALSE(message.get_bit_msb(offset, 0));
+        EXPECT_FALSE(message.set_bits_lsb(offset, 0, 8, 0xFF));
+        EXPECT_FALSE(message.set_bit_msb(offset, 7, true));
+    }
+}
+
 // ---- Texts ----
 
 struct Binary_message_text : testing::Test {

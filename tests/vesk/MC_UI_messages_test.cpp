@@ -79,6 +79,7 @@ TEST(Msg_ES, size_follows_count_and_item_size_up_to_the_capacity) {
     EXPECT_EQ(message.get_num_items(), 5U) << "and nothing changed";
     EXPECT_FALSE(message.set_num_items(1, -4));
     EXPECT_FALSE(message.set_num_items(10, std::numeric_limits<int>::max()));
+    EXPECT_EQ(message.get_size(), 32U) << "which 32 bits would take for a frame of 2 bytes";
 }
 
 TEST(Msg_ES, items_are_floats_or_whole_numbers) {
@@ -96,4 +97,30 @@ TEST(Msg_ES, items_are_floats_or_whole_numbers) {
     message.set_checksum(true);
     EXPECT_EQ(std::string(reinterpret_cast<char*>(frame), message.get_size()),
               unterminated_frame("ES", std::string(5, '\0') + '\3' + le(1.5F) + le(0) + le(-2)));
+}
+
+TEST(Msg_ES, items_beyond_their_number_are_none_though_the_frame_has_room) {
+    unsigned char frame[64] = {};
+    Msg_ES message(frame, sizeof frame);
+    frame[10] = 2;
+    frame[19] = 0x7F;
+    EXPECT_FALSE(message.set_item(2, 1));
+    EXPECT_FALSE(message.set_item(2, 1.0F));
+    EXPECT_EQ(frame[19], 0x7F);
+    EXPECT_EQ(message.get_item(2), 0.0F);
+    EXPECT_EQ(message.get_int_item(2), 0);
+    EXPECT_TRUE(message.set_item(1, 1));
+    EXPECT_EQ(message.get_int_item(1), 1);
+    EXPECT_FALSE(message.set_item(0xFFFFFFFFU, 1));
+    EXPECT_FALSE(message.set_item(0x40000001U, 1)) << "whose offset wraps";
+}
+
+TEST(Msg_ES, item_that_the_frame_is_too_short_for_is_none) {
+    unsigned char frame[14] = {};
+    Msg_ES message(frame, sizeof frame);
+    frame[10] = 10;
+    EXPECT_EQ(message.get_num_items(), 10U);
+    EXPECT_FALSE(message.set_item(0, 1));
+    EXPECT_EQ(message.get_item(0), 0.0F);
+    EXPECT_EQ(message.get_item(9), 0.0F);
 }

@@ -4,6 +4,7 @@
 #include <support/Random.h>
 
 #include <gtest/gtest.h>
+#include <limits>
 #include <string>
 
 namespace {
@@ -139,6 +140,11 @@ TEST(Msg_NMEA_GGA, position_is_in_degrees) {
     EXPECT_NEAR(position_of("4807.038,s,01131.000,w").longitude, -11.516666666667, 1e-9);
 }
 
+TEST(Msg_NMEA_GGA, minutes_become_degrees_to_the_last_digit) {
+    EXPECT_DOUBLE_EQ(position_of("0059.9999999,N,00030.000,E").latitude, 59.9999999 / 60);
+    EXPECT_DOUBLE_EQ(position_of("0059.9999999,N,00030.000,E").longitude, 0.5);
+}
+
 TEST(Msg_NMEA_GGA, equator_poles_and_date_line) {
     EXPECT_EQ(position_of("0000.000,N,00000.000,E").latitude, 0);
     EXPECT_EQ(position_of("0000.000,S,00000.000,W").longitude, 0);
@@ -169,6 +175,13 @@ TEST(Msg_NMEA_GGA, other_fields_are_read) {
     EXPECT_EQ(gga.get_altitude(), 545.4);
     std::string other = "$GPGSA,A,3*00";
     EXPECT_FALSE(Msg_NMEA_GGA(other.data(), static_cast<unsigned>(other.size())).is_GGA());
+}
+
+TEST(Msg_NMEA_GGA, counts_are_cut_to_what_they_can_hold) {
+    std::string text = "$GNGGA,123519,4807.038,N,01131.000,E,1e300,-1e300,0.9,545.4,M,46.9,M,,*5C";
+    const Msg_NMEA_GGA gga(text.data(), static_cast<unsigned>(text.size()));
+    EXPECT_EQ(gga.get_fix(), std::numeric_limits<int>::max());
+    EXPECT_EQ(gga.get_satellites(), std::numeric_limits<int>::min());
 }
 
 TEST(compose_GGA, reads_back_as_it_was) {

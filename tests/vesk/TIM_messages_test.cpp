@@ -4,6 +4,7 @@
 #include <support/Enabled_category.h>
 #include <support/Frame_builder.h>
 
+#include <cstring>
 #include <gtest/gtest.h>
 #include <string>
 
@@ -40,6 +41,15 @@ TEST(TIM_messages, command_prints_its_fields) {
               "<time> GC: RDY 1, RQ 1:0:0:1:0:1:1.500000 HEART 1 STATE AUTOMATION_ENABLED PROD 0\n");
     EXPECT_EQ(printed(build_frame("GC", body(0, 0x21, 0x1A, 0))),
               "<time> GC: RDY 0, RQ 0:1:1:0:1:0:0.000000 HEART 0 STATE AUTOMATION_READY_TO_ENABLED PROD 1\n");
+}
+
+TEST(TIM_messages, each_flag_of_a_command_is_printed_in_its_place) {
+    const char* const flags[] = {
+        "RDY 0, RQ 0:0:0:0:0:1:", "RDY 0, RQ 0:0:0:0:1:0:", "RDY 0, RQ 0:0:0:1:0:0:", "RDY 0, RQ 0:0:1:0:0:0:",
+        "RDY 0, RQ 0:1:0:0:0:0:", "RDY 0, RQ 1:0:0:0:0:0:", "RDY 1, RQ 0:0:0:0:0:0:", "RDY 0, RQ 0:0:0:0:0:0:"};
+    for (unsigned bit = 0; bit < 8; ++bit)
+        EXPECT_EQ(printed(build_frame("GC", body(0, 0, 1U << bit, 0))),
+                  std::string("<time> GC: ") + flags[bit] + "0.000000 HEART 0 STATE AUTOMATION_UNAVAILABLE PROD 0\n");
 }
 
 TEST(TIM_messages, wrong_length_is_reported_and_nothing_else) {
@@ -120,6 +130,13 @@ TEST(TIM_messages, frames_are_built_as_they_are_read) {
     EXPECT_FALSE(command.get_request(6));
     EXPECT_FALSE(command.set_request(6, false));
     EXPECT_TRUE(command.get_ready()) << "the ready flag is no request";
+}
+
+TEST(TIM_messages, new_frame_is_empty_whatever_the_buffer_held) {
+    unsigned char frame[14];
+    std::memset(frame, 0xFF, sizeof frame);
+    ASSERT_TRUE(Msg_GS(frame, sizeof frame).init());
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(frame), 14), std::string("GS009\1\0\0\0\0\0\0\0\0", 14));
 }
 
 TEST(TIM_messages, no_room_is_no_frame) {

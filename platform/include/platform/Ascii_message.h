@@ -17,7 +17,8 @@ class Ascii_message {
 
     // Fields between commas, counted from 0; a "*" ends the last one
 
-    /// The number that a field is, with a decimal point whatever the locale; 0 for none.
+    /// The number that a field is, with a decimal point whatever the locale; 0 for none. Words for numbers
+    /// ("inf", "nan") are none.
     double get_double(unsigned field) const;
     /// The first character of a field; NUL for an empty one.
     char get_char(unsigned field) const;

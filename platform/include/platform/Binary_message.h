@@ -69,7 +69,8 @@ class Binary_wrapper : public Storage {
 
     // Bits: number n of a byte has the weight 1 << n
 
-    /// `count` bits of the byte at `offset`, from bit `first` upwards. Bits beyond the byte read as 0.
+    /// `count` bits of the byte at `offset`, from bit `first` upwards. Bits beyond the byte read as 0, and are not
+    /// written.
     unsigned get_bits_lsb(unsigned offset, unsigned first, unsigned count) const;
     bool set_bits_lsb(unsigned offset, unsigned first, unsigned count, unsigned value);
     /// One bit; the name is history, the weight is the same.

@@ -11,10 +11,10 @@ class String_base {
     unsigned capacity() const { return capacity_; }
     std::string_view view() const { return {storage_, length_}; }
 
-    /// Takes over what fits of a text. \return whether all of it did
+    /// Takes over what fits of a text, which may be a part of this one. \return whether all of it did
     bool assign(std::string_view text) {
         length_ = text.size() < capacity_ ? static_cast<unsigned>(text.size()) : capacity_;
-        text.copy(storage_, length_);
+        std::char_traits<char>::move(storage_, text.data(), length_);
         storage_[length_] = '\0';
         return length_ == text.size();
     }
