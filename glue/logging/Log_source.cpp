@@ -36,22 +36,22 @@ void Log_source::set_period(unsigned ms) {
 
 void Log_source::configure(bool direct, unsigned span, unsigned history_size, Log_file_naming naming, bool open_now) {
     Lock lock(mutex_);
-    quiet_.wait(lock, [this] { return !busy_ && !rotation_wanted_; });
+    progress_.wait(lock, [this] { return !busy_ && !rotation_wanted_; });
     if (history_.keeps_moments() != (span != 0) || history_size != history_size_)
         history_.resize(!direct && span != 0, direct ? 0 : history_size);
     naming_ = std::move(naming);
     configured_ = true;
     span_ = span;
     history_size_ = history_size;
-    resize_queue(lock);
+    resize_queue();
     let_go_of_file();
-    if (direct && open_now)
-        open_file();
+    if (direct && open_now && open_file())
+        queue_history(); // there is one when a source that kept history has become direct with the same sizes
 }
 
 void Log_source::enable(bool on) {
     Lock lock(mutex_);
-    quiet_.wait(lock, [this] { return !busy_ && !rotation_wanted_; });
+    progress_.wait(lock, [this] { return !busy_ && !rotation_wanted_; });
     enabled_ = on;
     if (on && configured_ && !file_ && open_file())
         queue_history();
@@ -65,31 +65,22 @@ bool Log_source::write(const unsigned char* bytes, unsigned count) {
     if (!enabled_)
         return false;
     const Lock lock(mutex_);
-    const bool taken = !busy_ && !rotation_wanted_ && (file_ ? queue(bytes, count) : keep(bytes, count));
+    const bool has_file = file_ && !rotation_wanted_;
+    const bool taken = !busy_ && (has_file ? queue(bytes, count) : keep(bytes, count));
     if (!taken)
         dropped_ += count;
     return true;
 }
 
 void Log_source::flush(bool rotate) {
+    const Lock turn = rotate ? Lock(rotation_turn_) : Lock();
     Lock lock(mutex_);
-    if (!enabled_ || busy_ || rotation_wanted_)
+    if (!may_rotate())
         return;
-    if (file_) {
-        wait_until_quiet(lock);
-        if (file_)
-            file_->flush();
-    }
-    if (!rotate || !configured_ || busy_ || rotation_wanted_)
-        return;
-    let_go_of_file();
-    if (!open_file())
-        return;
-    rotation_wanted_ = true;
-    acknowledgement_.tryAcquire(acknowledgement_.available());
-    wake_writer();
-    lock.unlock();
-    acknowledgement_.acquire();
+    if (file_)
+        flush_file(lock);
+    if (rotate && configured_ && may_rotate())
+        this->rotate(lock);
 }
 
 void Log_source::delete_files(bool also_current) {
@@ -126,27 +117,49 @@ logging_source_status Log_source::status() {
 
 // With the lock held
 
-/// The writer is there from the first file on.
-void Log_source::start_writer() {
-    if (started_)
+/// The writer is there from the first file on. \return false when there is none, or none any more
+bool Log_source::start_writer() {
+    if (!started_) {
+        running_ = true;
+        started_ = task_.vro_start(0, run_writer, this, false);
+        running_ = started_;
+    }
+    return running_;
+}
+
+/// Waits until everything queued so far is written. Without the lock: a disk may take its time.
+void Log_source::flush_file(Lock& lock) {
+    const std::shared_ptr<Log_file> file = file_;
+    progress_.wait(lock, [this, so_far = queued_] { return written_ >= so_far || !running_; });
+    lock.unlock();
+    file->flush();
+    lock.lock();
+}
+
+/// Has the writer take over a new file for the history, and waits until it has.
+void Log_source::rotate(Lock& lock) {
+    let_go_of_file();
+    if (!open_file())
         return;
-    running_ = true;
-    started_ = task_.vro_start(0, run_writer, this, false);
-    running_ = started_;
+    rotation_wanted_ = true;
+    wake_writer();
+    lock.unlock();
+    acknowledgement_.acquire();
+    lock.lock();
 }
 
-/// Until everything queued so far is written.
-void Log_source::wait_until_quiet(Lock& lock) {
-    quiet_.wait(lock, [this] { return (segments_.empty() && !writing_ && !busy_) || !running_; });
-}
-
-/// Gives the queue room for the whole history and as much again as a slow disk may take.
-void Log_source::resize_queue(Lock& lock) {
+/// Gives the queue room for the whole history and as much again as a slow disk may take, beside what is in it.
+void Log_source::resize_queue() {
     const unsigned wanted = history_size_ + queue_beyond_history;
     if (queue_ && queue_->capacity() == wanted)
         return;
-    wait_until_quiet(lock);
-    queue_ = std::make_unique<Owned_ring<unsigned char>>(wanted);
+    auto resized = std::make_unique<Owned_ring<unsigned char>>(wanted + (queue_ ? queue_->size() : 0));
+    while (queue_ && !queue_->empty()) {
+        const auto piece = queue_->used_region();
+        resized->append(piece.begin, piece.size);
+        queue_->consume(piece.size);
+    }
+    queue_ = std::move(resized);
 }
 
 /// The writer closes the file, behind what is queued for it.
@@ -159,6 +172,8 @@ void Log_source::let_go_of_file() {
 }
 
 bool Log_source::open_file() {
+    if (!start_writer())
+        return false;
     const std::string path = naming_.free_path();
     file_ = Log_file::open(path);
     if (!file_) {
@@ -168,7 +183,6 @@ bool Log_source::open_file() {
         return false;
     }
     open_failure_told_ = false;
-    start_writer();
     kept_path_ = path;
     opened_at_ = now_ms();
     file_bytes_ = 0;
@@ -189,6 +203,7 @@ bool Log_source::queue(const unsigned char* bytes, unsigned count) {
     if (count == 0)
         return true;
     queue_->append(bytes, count);
+    queued_ += count;
     if (segments_.empty() || segments_.back().file != file_)
         segments_.push_back({file_, 0});
     segments_.back().bytes += count;
@@ -222,18 +237,27 @@ void* Log_source::run_writer(void* source) {
 }
 
 void Log_source::run() {
+    std::vector<unsigned char> piece(largest_write);
     do {
         request_.acquire();
-        if (write_queue())
+        if (write_queue(piece))
             write_history();
-    } while (!stop_);
+    } while (!ends());
+}
+
+/// Decided with the lock held, so that nobody begins to wait for a writer that has gone.
+bool Log_source::ends() {
+    const Lock lock(mutex_);
+    if (!stop_ || rotation_wanted_)
+        return false;
     stop_ = false;
     running_ = false;
+    progress_.notify_all();
+    return true;
 }
 
 /// Writes everything that is queued, a piece at a time, each without the lock. \return whether a rotation is wanted
-bool Log_source::write_queue() {
-    std::vector<unsigned char> piece(largest_write);
+bool Log_source::write_queue(std::vector<unsigned char>& piece) {
     Lock lock(mutex_);
     std::shared_ptr<Log_file> last;
     while (!segments_.empty()) {
@@ -247,25 +271,24 @@ bool Log_source::write_queue() {
         }
         if (segment.bytes == 0)
             segments_.pop_front();
-        writing_ = true;
         lock.unlock();
         const std::size_t written = count > 0 ? file->write(piece.data(), count) : 0;
         if (last && last != file)
             last->flush();
         last = file;
         lock.lock();
+        written_ += count;
         dropped_ += count - written;
         if (file == file_)
             file_bytes_ += written;
+        progress_.notify_all();
     }
     lock.unlock();
     if (last)
         last->flush();
     last.reset(); // closed here, without the lock, when nobody else has it
     lock.lock();
-    writing_ = false;
-    quiet_.notify_all();
-    return rotation_wanted_;
+    return rotation_wanted_ && segments_.empty();
 }
 
 /// Takes the file over and writes the history into it. Who asked for it goes on meanwhile.
@@ -284,7 +307,7 @@ void Log_source::write_history() {
         file->flush();
         lock.lock();
         busy_ = false;
-        quiet_.notify_all();
+        progress_.notify_all();
         lock.unlock();
         sync();
     }

@@ -14,6 +14,7 @@
 #include <deque>
 #include <memory>
 #include <mutex>
+#include <vector>
 
 /// One logging source: its history, its file, and the thread that writes.
 ///
@@ -26,7 +27,7 @@
 ///
 /// Bytes for an open file go through a queue, in which stand side by side how many of them are for which file; the
 /// writer takes them out, writes them without the lock, and closes a file that has become superfluous. A rotation that
-/// is asked for comes after all of them.
+/// is asked for comes after all of them; until it begins, what is logged still goes into the history.
 class Log_source {
   public:
     explicit Log_source(const char* task_name) : task_(task_name) {}
@@ -60,9 +61,11 @@ class Log_source {
     static constexpr unsigned largest_write = 64 * 1024;
 
     // With the lock held
-    void start_writer();
-    void wait_until_quiet(Lock& lock);
-    void resize_queue(Lock& lock);
+    bool start_writer();
+    bool may_rotate() const { return enabled_ && !busy_ && !rotation_wanted_; }
+    void flush_file(Lock& lock);
+    void rotate(Lock& lock);
+    void resize_queue();
     void let_go_of_file();
     bool open_file();
     void queue_history();
@@ -74,11 +77,13 @@ class Log_source {
     // The writer
     static void* run_writer(void* source);
     void run();
-    bool write_queue();
+    bool write_queue(std::vector<unsigned char>& piece);
     void write_history();
+    bool ends();
 
-    mutable std::mutex mutex_;
-    std::condition_variable quiet_; ///< told whenever the writer has nothing left to do
+    std::mutex rotation_turn_; ///< taken before the other: one at a time asks for a rotation and awaits its beginning
+    std::mutex mutex_;
+    std::condition_variable progress_; ///< told whenever the writer has got on
     QSemaphore request_;
     QSemaphore acknowledgement_;
     Task task_;
@@ -98,7 +103,8 @@ class Log_source {
     bool open_failure_told_ = false;
     std::unique_ptr<Owned_ring<unsigned char>> queue_;
     std::deque<Segment> segments_;
-    bool writing_ = false; ///< the writer has taken something out and not written it yet
+    std::uint64_t queued_ = 0;  ///< bytes that ever went into the queue
+    std::uint64_t written_ = 0; ///< those of them that the writer has dealt with
     bool rotation_wanted_ = false;
     bool started_ = false;
 

@@ -43,6 +43,35 @@ struct Disk {
     static inline std::atomic<Disk*> present{nullptr};
 };
 
+/// A disk that takes everything, but only after it was told to answer.
+class Slow_disk {
+  public:
+    Slow_disk() {
+        disk_.on_write = [this](std::size_t count) {
+            ++asked_;
+            eventually([&] { return answers_.load(); });
+            return count;
+        };
+    }
+    void answer() { answers_ = true; }
+    bool has_answered() const { return answers_; }
+    int asked() const { return asked_; }
+
+  private:
+    std::atomic<bool> answers_{false};
+    std::atomic<int> asked_{0};
+    Disk disk_;
+};
+
+/// Destroyed after the writers have ended, because it was there before any source was used.
+struct At_the_very_end {
+    ~At_the_very_end() {
+        if (action)
+            action();
+    }
+    std::function<void()> action;
+} at_the_very_end;
+
 /// A source that this process itself never starts a writer for: a forked child would be without it.
 constexpr logging_source_t used_in_children = logging_source_corrections;
 
@@ -116,6 +145,125 @@ TEST(logging_source_disk, bytes_that_come_while_a_rotation_is_written_are_droppe
     EXPECT_TRUE(eventually([&] { return disk.syncs == 1; })) << "what was rotated is brought to the medium";
     log.rotate();
     EXPECT_EQ(log.files().size(), 2U);
+}
+
+TEST(logging_source_disk, bytes_that_come_before_a_wanted_rotation_begins_belong_to_it) {
+    Traffic_log log;
+    log.configure();
+    log.enable();
+    Slow_disk disk;
+    log.write("of the file before");
+    log.configure(); // closes it, behind what is queued
+    log.write("history ");
+    std::thread rotation([] { logging_source_flush(logging_source_receiver, true); });
+    EXPECT_TRUE(eventually([&] { return log.files().size() == 2; }));
+    EXPECT_TRUE(log.write("and later"));
+    EXPECT_EQ(log.dropped(), 0U);
+    disk.answer();
+    rotation.join();
+    log.rotate();
+    EXPECT_THAT(log.contents(), testing::ElementsAre("of the file before", "history and later", ""));
+}
+
+TEST(logging_source_disk, configuring_another_size_does_not_wait_for_the_disk_and_loses_nothing_queued) {
+    Traffic_log log;
+    log.configure();
+    log.enable();
+    Slow_disk disk;
+    const std::string queued(200000, 'q');
+    log.write("taken out");
+    EXPECT_TRUE(eventually([&] { return disk.asked() > 0; }));
+    log.write(queued);
+    log.configure(Traffic_log::long_span, 100000);
+    EXPECT_FALSE(disk.has_answered());
+    const std::string history(99999, 'h');
+    log.write(history);
+    log.enable();
+    disk.answer();
+    log.settle();
+    EXPECT_THAT(log.contents(), testing::UnorderedElementsAre("taken out" + queued, history));
+    EXPECT_EQ(log.dropped(), 0U);
+}
+
+TEST(logging_source_disk, flush_waits_for_what_was_written_before_it_only) {
+    Traffic_log log;
+    log.configure();
+    log.enable();
+    Disk disk;
+    std::atomic<bool> flushed{false};
+    disk.on_write = [&](std::size_t count) { // whenever something is written, something else comes
+        if (!flushed)
+            log.write("later ");
+        return count;
+    };
+    log.write("before ");
+    std::thread flush([&] {
+        log.settle();
+        flushed = true;
+    });
+    EXPECT_TRUE(eventually([&] { return flushed.load(); }));
+    flushed = true; // ends the traffic in any case
+    flush.join();
+    log.settle();
+    EXPECT_EQ(log.content().substr(0, 13), "before later ");
+}
+
+TEST(logging_source_disk, rotation_of_a_source_that_is_switched_off_while_it_waits_is_given_up) {
+    Traffic_log log;
+    log.configure();
+    log.enable();
+    Slow_disk disk;
+    log.write("x");
+    EXPECT_TRUE(eventually([&] { return disk.asked() > 0; }));
+    std::thread rotation([] { logging_source_flush(logging_source_receiver, true); });
+    EXPECT_FALSE(eventually([&] { return log.files().size() > 1; }, std::chrono::milliseconds(50)));
+    log.enable(false);
+    disk.answer();
+    rotation.join();
+    EXPECT_EQ(log.files().size(), 1U);
+}
+
+TEST(logging_source_disk, many_who_rotate_all_come_back) {
+    Traffic_log log;
+    log.keep_history();
+    Disk disk; // no real sync
+    std::atomic<int> back{0};
+    std::vector<std::thread> threads;
+    for (int caller = 0; caller < 8; ++caller)
+        threads.emplace_back([&] {
+            for (int i = 0; i < 100; ++i)
+                logging_source_flush(logging_source_receiver, true);
+            ++back;
+        });
+    ASSERT_TRUE(eventually([&] { return back == 8; }, std::chrono::seconds(60))) << back;
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
+TEST(logging_source_disk, who_logs_after_the_writers_have_ended_is_not_kept) {
+    Traffic_log log(used_in_children);
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        alarm(20); // ends what hangs
+        log.configure();
+        log.enable();
+        log.write("written");
+        at_the_very_end.action = [&log] {
+            log.write("too late");
+            log.settle();
+            logging_source_flush(used_in_children, true);
+            log.configure();
+            log.write("kept for nobody");
+            log.enable();
+            logging_source_flush(used_in_children, true);
+        };
+        std::exit(0);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(log.content(), "written") << "nobody is left to write another";
 }
 
 TEST(logging_source_disk, process_that_exits_has_written_everything) {

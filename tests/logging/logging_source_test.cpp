@@ -123,6 +123,15 @@ TEST_F(Logging_source, open_now_is_for_direct_sources_only) {
     EXPECT_THAT(log.files(), ElementsAre());
 }
 
+TEST_F(Logging_source, history_that_a_direct_source_inherits_comes_first_in_its_file) {
+    log.keep_history(1000, 100);
+    log.write("history ");
+    log.configure(1000, 100, true, true); // the same span and size: the history stays
+    log.write("live");
+    log.settle();
+    EXPECT_EQ(log.content(), "history live");
+}
+
 TEST_F(Logging_source, large_pieces_go_through) {
     log.configure();
     log.enable();

@@ -8,7 +8,7 @@
 ///
 /// As long as no file is open, a source that is enabled keeps the most recent stretch of its traffic in memory, so that
 /// a log that is started later begins with what came just before. With a file open its bytes go there. A thread for
-/// each source does all the writing: who logs never waits for a disk.
+/// each source does all the writing: who logs does not wait for that.
 ///
 ///     logging_source_enable(logging_source_receiver, true);       // nothing to open yet: keeps history only
 ///     logging_source_configure(logging_source_receiver, false, 10000, 1 << 20, "/data/logs", "receiver", "raw",
@@ -34,7 +34,10 @@
 /// of its file to the medium. When the process exits every source is given up to a second to write what is queued.
 /// Files that are complete are never touched again.
 ///
-/// **Threads.** Every operation may be called from any thread.
+/// **Threads.** Every operation may be called from any thread. A disk that hangs while it writes blocks who flushes,
+/// and, while a rotation is being written, who enables, configures or rotates. A disk that hangs while a file is opened
+/// (enable, configure, rotation) or while files are removed blocks everyone who uses that source, but for the two that
+/// read its flags.
 enum logging_source_t {
     logging_source_receiver = 0,    ///< a receiver's traffic
     logging_source_corrections = 1, ///< what it is sent to be more precise
@@ -45,8 +48,8 @@ constexpr int logging_source_count = 3;
 /// Says where a source's files are to be, and how much history is kept. Leaves the source without an open file,
 /// unless it is `direct` and `open_now`.
 ///
-/// Waits while a rotation is being written. The history stays when `history_size` is the same and `span` is 0 or not
-/// as before.
+/// Waits while a rotation is being written. The history stays when `history_size` is the same as before and
+/// `span` is 0 or not 0 as before; a direct source then puts it first into the file that it opens.
 /// \param direct        keep no history: everything goes into the file
 /// \param span          milliseconds that the history reaches back; 0: no history
 /// \param history_size  bytes of memory for it
@@ -65,7 +68,7 @@ GLUE_EXPORT bool logging_source_is_enabled(logging_source_t source);
 /// Whether a rotation is being written.
 GLUE_EXPORT bool logging_source_is_busy(logging_source_t source);
 
-/// Logs the bytes from `begin` up to `end`. Never waits for a disk.
+/// Logs the bytes from `begin` up to `end`. Never waits until something is written.
 /// \return false when the source is not enabled
 GLUE_EXPORT bool logging_source_write(logging_source_t source, const unsigned char* begin, const unsigned char* end);
 /// The same for a text, up to its NUL.
@@ -73,7 +76,7 @@ GLUE_EXPORT bool logging_source_write(logging_source_t source, const char* text)
 
 /// Waits until everything that was written so far is in the open file. With `rotate` the history then goes into
 /// a new file, which is written in the background and brought to the medium. Does nothing when the source is not
-/// enabled or a rotation is being written.
+/// enabled or a rotation is being written. Returns when the rotation has begun; two who rotate take turns.
 GLUE_EXPORT void logging_source_flush(logging_source_t source, bool rotate);
 
 /// Removes the source's log files, all but the one opened last.
