@@ -47,11 +47,10 @@ struct Disk {
 class Slow_disk {
   public:
     Slow_disk() {
-        disk_.on_write = [this](std::size_t count) {
+        disk_.before_write([this] {
             ++asked_;
             eventually([&] { return answers_.load(); });
-            return count;
-        };
+        });
     }
     void answer() { answers_ = true; }
     bool has_answered() const { return answers_; }
@@ -191,11 +190,10 @@ TEST(logging_source_disk, flush_waits_for_what_was_written_before_it_only) {
     log.enable();
     Disk disk;
     std::atomic<bool> flushed{false};
-    disk.on_write = [&](std::size_t count) { // whenever something is written, something else comes
+    disk.before_write([&] { // whenever something is written, something else comes
         if (!flushed)
             log.write("later ");
-        return count;
-    };
+    });
     log.write("before ");
     std::thread flush([&] {
         log.settle();
