@@ -47,6 +47,11 @@ class Log_source {
     /// Asks the writer to end, after what is queued. \return at once
     void ask_to_end();
     bool has_ended() const { return !running_; }
+    /// Waits for the thread of a writer that has ended to be gone, too: that takes no time.
+    void join_ended() {
+        if (has_ended())
+            task_.join();
+    }
 
   private:
     using Lock = std::unique_lock<std::mutex>;

@@ -39,6 +39,7 @@ void end_writers() {
         source.ask_to_end();
         for (int i = 0; i < waits_at_exit && !source.has_ended(); ++i)
             Atime::delay(wait_at_exit_ms);
+        source.join_ended();
     }
 }
 
