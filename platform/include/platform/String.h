@@ -43,7 +43,8 @@ class String : public String_base {
     explicit String(std::string_view text) : String() { assign(text); }
     String(const String& other) : String(other.view()) {}
     String& operator=(const String& other) {
-        assign(other.view());
+        if (this != &other)
+            assign(other.view());
         return *this;
     }
 
