@@ -65,7 +65,7 @@ class NV_item;
 /// the folder; when it is read-only, every save fails. A new file gets the permissions 0666 less the process's mask. A
 /// name has at most 255 characters less those of `suffix`.
 ///
-/// **Messages.** Each failure says through the debug printer what failed and why.
+/// **Messages.** Each failure to save says through the debug printer what failed and why.
 ///
 /// **Ownership.** The path is copied. **Threads.** Not synchronised: an iterator for each thread; see `save` for the
 /// lock of the tree.

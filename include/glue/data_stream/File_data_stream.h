@@ -67,9 +67,8 @@ class GLUE_EXPORT File_data_stream : public Data_stream {
     int _write(const unsigned char* data, unsigned int len) override;
 
     /// The size of the file being read; its position stays where it is.
-    /// \return bytes; -1 when no file is open for reading, when it has no size (a pipe), when the size is above 2^31 -
-    /// 1,
-    ///         or when the position cannot be restored and may have moved
+    /// \return bytes; -1 when no file is open for reading, when it has no size (a pipe), when the size does not fit an
+    ///         int, or when the position cannot be restored and may have moved
     virtual int get_length() const;
 
   protected:
