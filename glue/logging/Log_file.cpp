@@ -31,10 +31,14 @@ std::string present_moment() {
 
 } // namespace
 
-std::string Log_file_naming::prefix() const {
+std::string Log_file_naming::folder() const {
     std::string text = directory;
     end_with(text, '/');
-    text += name + "_" + suffix;
+    return text;
+}
+
+std::string Log_file_naming::prefix() const {
+    std::string text = folder() + name + "_" + suffix;
     end_with(text, '_');
     return text;
 }

@@ -7,12 +7,12 @@
 
 /// What a source's files are called.
 struct Log_file_naming {
-    static constexpr std::size_t longest_field = 256;
-
     std::string directory;
     std::string name;
     std::string suffix;
 
+    /// The directory with its "/". That of an empty text is the root, on purpose: it is where the files are opened.
+    std::string folder() const;
     /// Path and name up to the time: what all files of the source begin with.
     std::string prefix() const;
     /// A path for the present moment that does not exist yet.

@@ -88,7 +88,7 @@ void Log_source::delete_files(bool also_current) {
     if (!configured_)
         return;
     const std::string prefix = naming_.prefix();
-    file_foreach(naming_.directory, false, [&](const std::string& path) {
+    file_foreach(naming_.folder(), false, [&](const std::string& path) {
         if (path.compare(0, prefix.size(), prefix) == 0 && (also_current || path != kept_path_))
             std::remove(path.c_str());
     });
@@ -107,6 +107,7 @@ logging_source_status Log_source::status() {
     status.busy = busy_;
     status.dropped = dropped_;
     status.history_bytes = busy_ ? 0 : history_.size();
+    status.queued = queued_ - written_;
     if (file_) {
         status.file_bytes = file_bytes_;
         status.file_age = static_cast<unsigned>(now_ms() - opened_at_);
@@ -123,6 +124,9 @@ bool Log_source::start_writer() {
         running_ = true;
         started_ = task_.vro_start(0, run_writer, this, false);
         running_ = started_;
+        if (!started_ && !start_failure_told_)
+            std::fprintf(stderr, "%s*: cannot start the thread that writes it\n", naming_.prefix().c_str());
+        start_failure_told_ = !started_;
     }
     return running_;
 }

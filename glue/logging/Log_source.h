@@ -106,6 +106,7 @@ class Log_source {
     std::int64_t opened_at_ = 0;
     std::uint64_t file_bytes_ = 0;
     bool open_failure_told_ = false;
+    bool start_failure_told_ = false;
     std::unique_ptr<Owned_ring<unsigned char>> queue_;
     std::deque<Segment> segments_;
     std::uint64_t queued_ = 0;  ///< bytes that ever went into the queue

@@ -44,7 +44,7 @@ void end_writers() {
 }
 
 std::string field(const char* text) {
-    return {text, strnlen(text, Log_file_naming::longest_field)};
+    return text ? std::string(text, strnlen(text, logging_source_longest_field)) : std::string();
 }
 
 } // namespace
@@ -71,8 +71,9 @@ bool logging_source_write(logging_source_t source, const unsigned char* begin, c
 }
 
 bool logging_source_write(logging_source_t source, const char* text) {
-    const auto* const begin = reinterpret_cast<const unsigned char*>(text);
-    return logging_source_write(source, begin, begin + std::strlen(text));
+    const char* const characters = text ? text : "";
+    const auto* const begin = reinterpret_cast<const unsigned char*>(characters);
+    return logging_source_write(source, begin, begin + std::strlen(characters));
 }
 
 void logging_source_flush(logging_source_t source, bool rotate) {

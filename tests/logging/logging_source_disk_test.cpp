@@ -9,11 +9,14 @@
 #include <support/waiting.h>
 
 #include <atomic>
+#include <cerrno>
 #include <csignal>
+#include <dlfcn.h>
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <optional>
+#include <pthread.h>
 #include <string>
 #include <sys/wait.h>
 #include <thread>
@@ -74,7 +77,18 @@ struct At_the_very_end {
 /// A source that this process itself never starts a writer for: a forked child would be without it.
 constexpr logging_source_t used_in_children = logging_source_corrections;
 
+std::atomic<bool> no_more_threads{false};
+
 } // namespace
+
+// The program's own definitions win over those of the shared libraries.
+
+extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*entry)(void*),
+                              void* argument) noexcept {
+    static const auto original = reinterpret_cast<int (*)(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*)>(
+        dlsym(RTLD_NEXT, "pthread_create"));
+    return no_more_threads ? EAGAIN : original(thread, attributes, entry, argument);
+}
 
 extern "C" void sync() noexcept {
     if (Disk* const disk = Disk::present)
@@ -262,6 +276,55 @@ TEST(logging_source_disk, who_logs_after_the_writers_have_ended_is_not_kept) {
     ASSERT_EQ(waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0);
     EXPECT_EQ(log.content(), "written") << "nobody is left to write another";
+}
+
+TEST(logging_source_disk, writer_that_cannot_be_started_is_told_of_once_and_blocks_nobody) {
+    Traffic_log log(used_in_children);
+    const Captured_descriptor errors(2);
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        alarm(20); // ends what hangs
+        no_more_threads = true;
+        log.configure(0, 0);
+        log.enable();
+        log.enable();
+        log.write("dropped");
+        log.settle();
+        logging_source_flush(used_in_children, true);
+        if (log.dropped() != 7 || log.status().path[0] != '\0' || !log.files().empty())
+            _exit(1);
+        no_more_threads = false;
+        log.enable();
+        log.write("written");
+        log.settle();
+        std::exit(0);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(log.content(), "written");
+    EXPECT_EQ(errors.text(), log.folder().path("traffic_raw_*") + ": cannot start the thread that writes it\n");
+}
+
+TEST(logging_source_disk, what_waits_for_the_disk_is_told) {
+    Traffic_log log;
+    log.configure();
+    log.enable();
+    EXPECT_EQ(log.status().queued, 0U);
+    {
+        Slow_disk disk;
+        log.write("taken out");
+        EXPECT_TRUE(eventually([&] { return disk.asked() > 0; }));
+        log.write(" and queued");
+        log.configure();
+        log.enable(); // another file: what is queued for the one before still counts
+        log.write("!");
+        EXPECT_EQ(log.status().queued, 21U);
+        disk.answer();
+        log.settle();
+    }
+    EXPECT_EQ(log.status().queued, 0U);
 }
 
 TEST(logging_source_disk, process_that_exits_has_written_everything) {

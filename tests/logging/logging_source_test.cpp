@@ -6,7 +6,10 @@
 #include <support/Traffic_log.h>
 #include <support/waiting.h>
 
+#include <algorithm>
 #include <ctime>
+#include <dirent.h>
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
@@ -30,7 +33,24 @@ struct Logging_source : testing::Test {
 
 const std::string stem = "traffic_raw_20250512_063000";
 
+bool calendar_fails = false;
+std::string last_folder_read;
+
 } // namespace
+
+// The program's own definitions win over those of the shared libraries.
+
+extern "C" std::tm* gmtime_r(const std::time_t* time, std::tm* result) noexcept {
+    static const auto original =
+        reinterpret_cast<std::tm* (*)(const std::time_t*, std::tm*)>(dlsym(RTLD_NEXT, "gmtime_r"));
+    return calendar_fails ? nullptr : original(time, result);
+}
+
+extern "C" DIR* opendir(const char* name) {
+    static const auto original = reinterpret_cast<DIR* (*)(const char*)>(dlsym(RTLD_NEXT, "opendir"));
+    last_folder_read = name;
+    return original(name);
+}
 
 // What is in files
 
@@ -335,6 +355,51 @@ TEST_F(Logging_source, fields_are_cut_at_256_characters) {
     logging_source_configure(logging_source_receiver, true, 0, 0, log.folder().path().c_str(), name.c_str(), "s", true);
     EXPECT_STREQ(log.status().path, "") << "no file system takes such a name";
     EXPECT_THAT(log.files(), ElementsAre());
+}
+
+TEST_F(Logging_source, path_is_told_whole_however_long_it_is) {
+    std::string directory = log.folder().path() + "/"; // 256 characters, then a name of 255
+    while (directory.size() < 256) {
+        directory += std::string(std::min<std::size_t>(100, 256 - directory.size() - 1), 'd') + "/";
+        std::filesystem::create_directory(directory);
+        if (directory.size() == 255)
+            directory += "/";
+    }
+    const std::string name(255 - std::string("_s_20250512_063000.log").size(), 'n');
+    logging_source_configure(logging_source_receiver, true, 0, 0, directory.c_str(), name.c_str(), "s", true);
+    EXPECT_EQ(log.status().path, directory + name + "_s_20250512_063000.log");
+}
+
+TEST_F(Logging_source, moment_that_no_calendar_has_is_unknown) {
+    calendar_fails = true;
+    for (int i = 0; i < 2; ++i)
+        log.configure(0, 0, true, true);
+    calendar_fails = false;
+    EXPECT_THAT(log.files(), ElementsAre("traffic_raw_-unknown-.log", "traffic_raw_-unknown-_000000.log"));
+}
+
+TEST_F(Logging_source, empty_directory_is_the_root_for_opening_and_for_deleting) {
+    const std::string name = log.folder().path().substr(1) + "/traffic"; // what follows the root
+    logging_source_configure(logging_source_receiver, true, 0, 0, "", name.c_str(), "raw", true);
+    EXPECT_EQ(log.status().path, log.folder().path(stem + ".log"));
+    logging_source_delete_all(logging_source_receiver);
+    EXPECT_EQ(last_folder_read, "/");
+}
+
+TEST_F(Logging_source, null_is_an_empty_text) {
+    logging_source_configure(logging_source_receiver, true, 0, 0, log.folder().path().c_str(), nullptr, nullptr, true);
+    EXPECT_THAT(log.files(), ElementsAre("_20250512_063000.log"));
+    logging_source_configure(logging_source_receiver, false, 0, 0, nullptr, "n", "s", false);
+    logging_source_delete_old(logging_source_receiver);
+    EXPECT_EQ(last_folder_read, "/");
+    log.configure();
+    EXPECT_FALSE(logging_source_write(logging_source_receiver, nullptr));
+    log.enable();
+    EXPECT_TRUE(logging_source_write(logging_source_receiver, nullptr));
+    EXPECT_TRUE(logging_source_write(logging_source_receiver, nullptr, nullptr));
+    log.settle();
+    EXPECT_EQ(log.status().file_bytes, 0U);
+    EXPECT_EQ(log.dropped(), 0U);
 }
 
 // Deleting

@@ -3,9 +3,11 @@
 #include <glue/logging/logging_source.h>
 
 #include <support/Temporary_folder.h>
+#include <support/waiting.h>
 
 #include <algorithm>
 #include <filesystem>
+#include <gtest/gtest.h>
 #include <string>
 #include <vector>
 
@@ -46,10 +48,10 @@ class Traffic_log {
     }
     /// Everything written so far is in the file.
     void settle() { logging_source_flush(source_, false); }
-    /// The history is in a file of its own, which is complete.
+    /// The history is in a file of its own, which may not be synchronised and closed yet.
     void rotate() {
         logging_source_flush(source_, true);
-        configure_waits_for_the_writer();
+        EXPECT_TRUE(eventually([this] { return !logging_source_is_busy(source_); }));
     }
     logging_source_status status() const { return logging_source_get_status(source_); }
 
@@ -82,14 +84,6 @@ class Traffic_log {
     }
 
   private:
-    /// Switching on waits while the writer is busy; switched on it is already.
-    void configure_waits_for_the_writer() {
-        while (logging_source_is_busy(source_)) {
-        }
-        // Not busy any more, but perhaps not synchronised and closed yet: what is asked next comes after that.
-        logging_source_flush(source_, false);
-    }
-
     logging_source_t source_;
     Temporary_folder folder_;
     std::uint64_t dropped_before_;

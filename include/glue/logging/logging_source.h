@@ -11,8 +11,9 @@
 /// each source does all the writing: who logs does not wait for that.
 ///
 ///     logging_source_enable(logging_source_receiver, true);       // nothing to open yet: keeps history only
-///     logging_source_configure(logging_source_receiver, false, 10000, 1 << 20, "/data/logs", "receiver", "raw",
-///     false); logging_source_write(logging_source_receiver, begin, end);  // for every piece of traffic
+///     logging_source_configure(logging_source_receiver, false, 10000, 1 << 20,
+///                              "/data/logs", "receiver", "raw", false);
+///     logging_source_write(logging_source_receiver, begin, end);  // for every piece of traffic
 ///     ...
 ///     logging_source_enable(logging_source_receiver, true);       // opens a file: history first, then what comes
 ///     ...
@@ -45,6 +46,9 @@ enum logging_source_t {
 };
 constexpr int logging_source_count = 3;
 
+/// Characters of a directory, a name or a suffix that are used; what is longer is cut there.
+constexpr unsigned logging_source_longest_field = 256;
+
 /// Says where a source's files are to be, and how much history is kept. Leaves the source without an open file,
 /// unless it is `direct` and `open_now`.
 ///
@@ -53,15 +57,19 @@ constexpr int logging_source_count = 3;
 /// \param direct        keep no history: everything goes into the file
 /// \param span          milliseconds that the history reaches back; 0: no history
 /// \param history_size  bytes of memory for it
-/// \param directory, name, suffix  up to 256 characters each; files are "directory/name_suffix_20250512_063000.log",
-/// the
-///                      time being UTC, and, where that exists, "..._000000.log" and so on
+/// \param directory     where the files are: of what is given here the first 256 characters. An empty text is the root
+///                      of the file system: files are "/name_suffix_...". Null is an empty text, also below.
+/// \param name, suffix  as long at most; files are "directory/name_suffix_20250512_063000.log", the time being UTC
+///                      ("-unknown-" where it is none that a calendar has), and, where that exists already,
+///                      "..._000000.log" and so on
+/// \param open_now      for a direct source: open a file at once
 GLUE_EXPORT void logging_source_configure(logging_source_t source, bool direct, unsigned span, unsigned history_size,
                                           const char* directory, const char* name, const char* suffix, bool open_now);
 
 /// Switches a source on or off. Switching on opens a new file when none is open and the source has been configured; a
-/// file that cannot be opened is told of once on standard error, and the source goes on without one. Switching off
-/// leaves the file open. Waits while a rotation is being written.
+/// file that cannot be opened is told of once on standard error, and the source goes on without one; so does one whose
+/// writing thread cannot be started. Both are tried again the next time. Switching off leaves the file open. Waits
+/// while a rotation is being written.
 GLUE_EXPORT void logging_source_enable(logging_source_t source, bool on);
 
 GLUE_EXPORT bool logging_source_is_enabled(logging_source_t source);
@@ -71,7 +79,7 @@ GLUE_EXPORT bool logging_source_is_busy(logging_source_t source);
 /// Logs the bytes from `begin` up to `end`. Never waits until something is written.
 /// \return false when the source is not enabled
 GLUE_EXPORT bool logging_source_write(logging_source_t source, const unsigned char* begin, const unsigned char* end);
-/// The same for a text, up to its NUL.
+/// The same for a text, up to its NUL. Null is an empty text.
 GLUE_EXPORT bool logging_source_write(logging_source_t source, const char* text);
 
 /// Waits until everything that was written so far is in the open file. With `rotate` the history then goes into
@@ -105,8 +113,9 @@ struct logging_source_status {
     bool busy;
     std::uint64_t dropped;    ///< bytes, since the program began
     std::uint64_t file_bytes; ///< that the writing thread has put into the open file
+    std::uint64_t queued;     ///< bytes that wait for the writing thread, for whichever file
     unsigned history_bytes;   ///< kept in memory
     unsigned file_age;        ///< milliseconds since the file was opened
-    char path[256];           ///< of the open file; "" when none is
+    char path[1024];          ///< of the open file, whole: it cannot be longer; "" when none is
 };
 GLUE_EXPORT logging_source_status logging_source_get_status(logging_source_t source);
