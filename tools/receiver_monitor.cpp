@@ -14,6 +14,8 @@
 #include "monitor/Traffic_recorder.h"
 #include "monitor/view/Live_view.h"
 
+#include <glue/logging/logging_source.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
@@ -37,6 +39,8 @@ constexpr int no_good_frame_came = 2;
 constexpr const char* standard_input = "-";
 constexpr const char* labelled = "labelled";
 constexpr const char* comma = "comma";
+constexpr const char* all = "all";
+constexpr const char* last = "last";
 
 struct Command_line {
     std::string specification = standard_input;
@@ -52,6 +56,9 @@ struct Command_line {
     std::optional<std::string> log;
     std::optional<double> history;
     bool log_later = false;
+    std::optional<double> log_rotate;
+    std::optional<std::uint64_t> log_rotate_size;
+    std::optional<std::string> log_keep;
     std::optional<std::string> config;
     std::optional<std::string> replay;
     std::optional<double> speed;
@@ -64,17 +71,42 @@ bool is_given(const CLI::App& app, const std::string& source) {
     return app.count(source == "SPEC" ? source : "--" + source) > 0;
 }
 
+/// A log's directory is not cut short: the record would be in another one.
+std::string too_long(const std::string& directory) {
+    if (directory.size() <= logging_source_longest_field)
+        return {};
+    return "longer than " + std::to_string(logging_source_longest_field) + " characters: " + directory;
+}
+
 void describe_log(CLI::App& app, Command_line& line) {
     constexpr double longest_history = 86400; // seconds
+    constexpr double longest_rotation = 31536000;
+    constexpr double smallest_file = 4096; // bytes
+    constexpr double largest_file = 1e15;
     app.add_option("--log", line.log,
                    "Record the raw traffic in files of this directory; SIGUSR1 switches the record off and on")
         ->check(CLI::ExistingDirectory)
+        ->check(CLI::Validator(too_long, ""))
         ->type_name("DIR");
     app.add_option("--history", line.history,
                    "With --log: a record that is switched on later begins so many seconds before that")
         ->check(number_between(0, longest_history))
         ->type_name("SECONDS");
     app.add_flag("--log-later", line.log_later, "With --log: the record is off until it is switched on");
+    app.add_option("--log-rotate", line.log_rotate,
+                   "With --log: go on in another file with the first bytes after so many seconds")
+        ->check(number_between(1, longest_rotation))
+        ->type_name("SECONDS");
+    app.add_option("--log-rotate-size", line.log_rotate_size,
+                   "With --log: go on in another file before one gets larger than this")
+        ->check(number_between(smallest_file, largest_file))
+        ->type_name("BYTES");
+    app.add_option(
+           "--log-keep", line.log_keep,
+           "With either: all files (that is usual), or, as another one begins, only the last before it: those of\n"
+           "earlier runs in the directory go too")
+        ->check(CLI::IsMember({all, last}))
+        ->type_name("all|last");
 }
 
 void describe_replay(CLI::App& app, Command_line& line) {
@@ -254,9 +286,23 @@ std::optional<std::string> contradiction(const CLI::App& app, const Command_line
         return "--send and --trace need a stream that can do that: give a SPEC";
     if (line.speed && !line.replay)
         return "--speed needs --replay";
-    if (!line.log && (line.history || line.log_later))
-        return "--history and --log-later need --log";
+    const bool rotates = line.log_rotate || line.log_rotate_size;
+    if (!line.log && (line.history || line.log_later || rotates))
+        return "--history, --log-later, --log-rotate and --log-rotate-size need --log";
+    if (line.log_keep && !rotates)
+        return "--log-keep needs --log-rotate or --log-rotate-size";
     return std::nullopt;
+}
+
+Traffic_recorder::Options log_options(const Command_line& line) {
+    Traffic_recorder::Options options;
+    options.directory = *line.log;
+    options.history = line.history.value_or(0);
+    options.later = line.log_later;
+    options.rotate_seconds = line.log_rotate.value_or(0);
+    options.rotate_bytes = line.log_rotate_size.value_or(0);
+    options.keep_all = line.log_keep.value_or(all) == all;
+    return options;
 }
 
 int monitor(const CLI::App& app, Command_line& line) {
@@ -268,7 +314,7 @@ int monitor(const CLI::App& app, Command_line& line) {
         return complain(app, "--view needs the keyboard for its keys: give a SPEC or a device");
     std::optional<Traffic_recorder> recorder;
     if (line.log)
-        recorder.emplace(Traffic_recorder::Options{*line.log, line.history.value_or(0), line.log_later});
+        recorder.emplace(log_options(line));
     auto view = open_view(line, recorder);
     if (view && !view->problem().empty())
         return complain(app, "--view: " + view->problem());

@@ -20,7 +20,15 @@ using testing::ElementsAre;
 
 struct Traffic_recorder_test : testing::Test {
     bool start(double history, bool later) {
-        recorder.emplace(Traffic_recorder::Options{folder.path(), history, later});
+        Traffic_recorder::Options options;
+        options.history = history;
+        options.later = later;
+        return start(options);
+    }
+    bool start(Traffic_recorder::Options options) {
+        if (options.directory.empty())
+            options.directory = folder.path();
+        recorder.emplace(options);
         return recorder->start();
     }
     void take(const std::string& bytes, bool can_wait = false) {
@@ -31,6 +39,14 @@ struct Traffic_recorder_test : testing::Test {
         Text_file text;
         recorder->print_summary(text.get());
         return text.text();
+    }
+    /// What is in the files, in any order.
+    std::vector<std::string> files() {
+        recorder->settle();
+        std::vector<std::string> contents;
+        for (const auto& entry : std::filesystem::directory_iterator(folder.path()))
+            contents.push_back(folder.content_of(entry.path().filename().string()));
+        return contents;
     }
     /// What is in the files, those of one second in the order of their opening.
     std::vector<std::string> contents() {
@@ -138,8 +154,9 @@ TEST_F(Traffic_recorder_test, everything_is_in_the_file_when_it_is_gone) {
 TEST_F(Traffic_recorder_test, directory_that_is_not_there_is_told_of_and_can_be_tried_again) {
     const Captured_descriptor errors(2);
     const std::string gone = folder.path("gone");
-    recorder.emplace(Traffic_recorder::Options{gone, 0, false});
-    EXPECT_FALSE(recorder->start());
+    Traffic_recorder::Options options;
+    options.directory = gone;
+    EXPECT_FALSE(start(options));
     EXPECT_THAT(errors.text(), testing::HasSubstr("No such file or directory\n"));
     take("unheard");
     std::filesystem::create_directory(gone);
@@ -158,4 +175,166 @@ TEST_F(Traffic_recorder_test, full_disk_is_dropped_bytes) {
     }
     EXPECT_EQ(summary(), "log: 1000 bytes in 1 file, 4000 dropped\n");
     EXPECT_EQ(contents().at(0), std::string(1000, 'x'));
+}
+
+// Rotations
+
+TEST_F(Traffic_recorder_test, file_ends_with_its_time_and_the_next_begins_behind_it) {
+    Stopped_clock clock;
+    Traffic_recorder::Options options;
+    options.rotate_seconds = 2;
+    ASSERT_TRUE(start(options));
+    take("one ");
+    clock.advance(1999);
+    take("still one");
+    clock.advance(1);
+    EXPECT_EQ(contents().size(), 1U) << "not before something comes";
+    take("two");
+    clock.advance(1999);
+    take(" still two");
+    EXPECT_THAT(contents(), ElementsAre("one still one", "two still two"));
+    EXPECT_EQ(summary(), "log: 26 bytes in 2 files, 0 dropped\n");
+}
+
+TEST_F(Traffic_recorder_test, file_gets_no_larger_than_told) {
+    Traffic_recorder::Options options;
+    options.rotate_bytes = 10;
+    ASSERT_TRUE(start(options));
+    for (const char* piece : {"12345", "67890", "a", "longer than ten", "b", "23456789x", "c"})
+        take(piece);
+    EXPECT_THAT(contents(), ElementsAre("1234567890", "a", "longer than ten", "b23456789x", "c"))
+        << "a piece that is larger alone has a file of its own";
+    EXPECT_EQ(summary(), "log: 37 bytes in 5 files, 0 dropped\n");
+}
+
+TEST_F(Traffic_recorder_test, history_counts_for_the_size_of_the_file_that_it_is_in) {
+    Traffic_recorder::Options options;
+    options.history = 3600;
+    options.later = true;
+    options.rotate_bytes = 10;
+    ASSERT_TRUE(start(options));
+    take("history");
+    recorder->switch_on();
+    take("1234");
+    take("5");
+    EXPECT_THAT(contents(), ElementsAre("history", "12345"));
+}
+
+TEST_F(Traffic_recorder_test, file_that_is_empty_is_not_rotated) {
+    Stopped_clock clock;
+    Traffic_recorder::Options options;
+    options.rotate_seconds = 1;
+    ASSERT_TRUE(start(options));
+    clock.advance(5000);
+    take("first");
+    EXPECT_THAT(contents(), ElementsAre("first"));
+}
+
+TEST_F(Traffic_recorder_test, rotation_in_quick_succession_drops_and_doubles_nothing) {
+    Traffic_recorder::Options options;
+    options.rotate_bytes = 1000;
+    ASSERT_TRUE(start(options));
+    std::string traffic;
+    for (int i = 0; i < 150; ++i) {
+        const std::string piece(999, static_cast<char>('a' + i % 26));
+        traffic += piece;
+        take(piece); // as from a line that does not wait
+    }
+    std::string joined;
+    for (const std::string& content : contents())
+        joined += content;
+    EXPECT_EQ(joined, traffic);
+    EXPECT_EQ(summary(), "log: 149850 bytes in 150 files, 0 dropped\n");
+}
+
+TEST_F(Traffic_recorder_test, all_files_stay_unless_told_otherwise) {
+    folder.make_file("receiver_raw_20000101_000000.log", "earlier run");
+    Traffic_recorder::Options options;
+    options.rotate_bytes = 5;
+    ASSERT_TRUE(start(options));
+    for (const char* piece : {"aaaaa", "bbbbb", "ccccc"})
+        take(piece);
+    EXPECT_THAT(contents(), ElementsAre("earlier run", "aaaaa", "bbbbb", "ccccc"));
+}
+
+TEST_F(Traffic_recorder_test, rotation_leaves_the_last_file_when_told_to) {
+    folder.make_file("receiver_raw_20000101_000000.log", "earlier run");
+    folder.make_file("not_ours", "not ours");
+    Traffic_recorder::Options options;
+    options.rotate_bytes = 5;
+    options.keep_all = false;
+    ASSERT_TRUE(start(options));
+    take("aaaaa");
+    EXPECT_THAT(files(), testing::UnorderedElementsAre("earlier run", "aaaaa", "not ours"))
+        << "until the first rotation";
+    take("bbbbb");
+    EXPECT_THAT(files(), testing::UnorderedElementsAre("aaaaa", "bbbbb", "not ours"));
+    take("ccccc");
+    EXPECT_THAT(files(), testing::UnorderedElementsAre("bbbbb", "ccccc", "not ours"));
+    EXPECT_EQ(summary(), "log: 15 bytes in 3 files, 0 dropped\n");
+}
+
+TEST_F(Traffic_recorder_test, directory_that_vanishes_is_told_of_once_and_the_record_goes_on_when_it_is_back) {
+    Stopped_clock clock;
+    const Captured_descriptor errors(2);
+    for (const double history : {0.0, 3600.0}) {
+        Traffic_recorder::Options options;
+        options.directory = folder.path("brief");
+        options.history = history;
+        options.rotate_bytes = 5;
+        std::filesystem::create_directory(options.directory);
+        ASSERT_TRUE(start(options));
+        take("aaaaa");
+        recorder->settle();
+        std::filesystem::remove_all(options.directory);
+        take("bbbbb");
+        EXPECT_TRUE(recorder->is_on());
+        clock.advance(999);
+        take("ccc");
+        std::filesystem::create_directory(options.directory);
+        take("dd"); // not looked for yet
+        clock.advance(1);
+        take("eeeee");
+        recorder->settle();
+        std::vector<std::string> contents;
+        for (const auto& entry : std::filesystem::directory_iterator(options.directory))
+            contents.push_back(folder.content_of("brief/" + entry.path().filename().string()));
+        if (history > 0)
+            EXPECT_THAT(contents, ElementsAre("bbbbbcccddeeeee"));
+        else
+            EXPECT_THAT(contents, ElementsAre("eeeee"));
+        EXPECT_EQ(summary(),
+                  history > 0 ? "log: 20 bytes in 2 files, 0 dropped\n" : "log: 10 bytes in 2 files, 10 dropped\n");
+        std::filesystem::remove_all(options.directory);
+    }
+    const std::string told = errors.text();
+    EXPECT_EQ(std::count(told.begin(), told.end(), '\n'), 2) << told;
+}
+
+TEST_F(Traffic_recorder_test, record_whose_directory_has_vanished_can_be_switched_off) {
+    const Captured_descriptor errors(2);
+    Traffic_recorder::Options options;
+    options.directory = folder.path("brief");
+    options.rotate_bytes = 5;
+    std::filesystem::create_directory(options.directory);
+    ASSERT_TRUE(start(options));
+    take("aaaaa");
+    recorder->settle();
+    std::filesystem::remove_all(options.directory);
+    take("bbbbb");
+    recorder->toggle();
+    EXPECT_FALSE(recorder->is_on());
+    take("unheard");
+    EXPECT_EQ(summary(), "log: 5 bytes in 1 file, 5 dropped\n");
+}
+
+TEST_F(Traffic_recorder_test, full_disk_is_dropped_bytes_over_rotations_too) {
+    const Captured_descriptor errors(2);
+    const Limited_file_size disk(50);
+    Traffic_recorder::Options options;
+    options.rotate_bytes = 100;
+    ASSERT_TRUE(start(options));
+    for (int i = 0; i < 10; ++i)
+        take(std::string(40, 'x'));
+    EXPECT_EQ(summary(), "log: 250 bytes in 5 files, 150 dropped\n");
 }

@@ -3,9 +3,11 @@
 #include "running_monitor.h"
 
 #include <support/Frame_builder.h>
+#include <support/Pty_pair.h>
 
 #include <algorithm>
 #include <gmock/gmock.h>
+#include <regex>
 
 namespace {
 
@@ -63,6 +65,31 @@ TEST_F(receiver_monitor_config, every_option_may_stand_in_it) {
                                       folder.make_file("record", frame) + "\nspeed=2\n");
     EXPECT_EQ(result.output, "RT ms=1234\n") << result.errors;
     EXPECT_THAT(result.errors, HasSubstr("log: 0 bytes in 0 files, 0 dropped\n"));
+}
+
+TEST_F(receiver_monitor_config, no_option_of_the_help_is_missing) {
+    const std::string help = monitor_with({"--help"}).run().output;
+    const std::regex option("\n  (?:-h,)?--([a-z-]+)");
+    int found = 0;
+    for (std::sregex_iterator at(help.begin(), help.end(), option), end; at != end; ++at, ++found) {
+        const std::string name = (*at)[1];
+        const std::string errors = run(name + "=\n").errors;
+        const bool is_refused = errors.find("there is no option") != std::string::npos;
+        EXPECT_EQ(is_refused, name == "help" || name == "config") << name << ": " << errors;
+    }
+    EXPECT_GE(found, 20) << help;
+}
+
+TEST_F(receiver_monitor_config, each_kind_of_option_takes_effect) {
+    const std::string source = "SPEC=exec:cat " + folder.make_file("record", frame) + "\n";
+    const std::string kept = folder.path("kept.settings");
+    EXPECT_EQ(run(source + "format=comma\npreferences=" + kept + "\n").output, "RT,1234\n");
+    EXPECT_EQ(run(source, {"--preferences", kept}).output, "RT,1234\n") << "kept";
+    EXPECT_EQ(run(source + "no-preferences=true\n").output, "RT ms=1234\n");
+    const Pty_pair line;
+    EXPECT_THAT(run("SPEC=" + line.path() + "\nsend=VER\ntrace=true\nduration=0.1\n").errors,
+                HasSubstr("[WR](5): VER\\r\\n\n"));
+    EXPECT_THAT(run(source + "view=true\n").errors, testing::StartsWith("receiver_monitor: --view: "));
 }
 
 TEST_F(receiver_monitor_config, what_is_wrong_in_it_is_one_line_with_its_number) {

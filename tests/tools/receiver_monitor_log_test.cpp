@@ -10,6 +10,7 @@
 #include <csignal>
 #include <filesystem>
 #include <gmock/gmock.h>
+#include <numeric>
 
 namespace {
 
@@ -129,6 +130,94 @@ TEST_F(receiver_monitor_log, switched_off_and_on_leaves_nothing_out_and_doubles_
     EXPECT_THAT(result.errors, HasSubstr("log: 55 bytes in 3 files, 0 dropped\n"));
 }
 
+TEST_F(receiver_monitor_log, files_of_a_size_joined_are_the_traffic_byte_for_byte) {
+    simulator::Simulated_receiver::Options options;
+    options.noise = options.corrupt = 0.1;
+    const std::string traffic = Heard_receiver(options).next_bytes(2000);
+    const Program_result result =
+        monitor_with({"--quiet", "--log", folder.path(), "--log-rotate-size", "50000"}).input(traffic).run();
+    EXPECT_EQ(result.status, 0);
+    const std::vector<std::string> files = logs();
+    for (const std::string& file : files)
+        EXPECT_LE(file.size(), 50000U);
+    EXPECT_GE(files.size(), traffic.size() / 50000);
+    EXPECT_LE(files.size(), traffic.size() / 48000 + 1) << "files are filled";
+    EXPECT_TRUE(std::accumulate(files.begin(), files.end(), std::string()) == traffic);
+    EXPECT_THAT(result.errors, HasSubstr("log: " + std::to_string(traffic.size()) + " bytes in " +
+                                         std::to_string(files.size()) + " files, 0 dropped\n"));
+}
+
+TEST_F(receiver_monitor_log, names_of_files_sort_in_the_order_of_the_traffic) {
+    const std::string traffic = Heard_receiver().next_bytes(200);
+    monitor_with({"--quiet", "--log", folder.path(), "--log-rotate-size", "4096"}).input(traffic).run();
+    const std::string joined = "LC_ALL=C; cat '" + folder.path() + "'/receiver_raw_*.log";
+    EXPECT_TRUE(Program("sh", {"-c", joined}).run().output == traffic);
+}
+
+TEST_F(receiver_monitor_log, file_of_a_time_ends_with_the_first_bytes_after_it) {
+    Running_monitor monitor({"--log", folder.path(), "--log-rotate", "1", "--quiet"});
+    std::string traffic;
+    EXPECT_TRUE(eventually([&] {
+        const std::string next = frame(static_cast<std::uint32_t>(traffic.size()));
+        monitor.send(next);
+        traffic += next;
+        return logs().size() == 3;
+    }));
+    monitor.signal(SIGINT);
+    monitor.end();
+    const std::vector<std::string> files = logs();
+    ASSERT_EQ(files.size(), 3U);
+    EXPECT_EQ(files[0] + files[1] + files[2], traffic);
+}
+
+TEST_F(receiver_monitor_log, only_the_last_files_are_kept_when_told_to) {
+    folder.make_file("receiver_raw_20000101_000000.log", "earlier run");
+    const std::string traffic = Heard_receiver().next_bytes(500);
+    const std::string config = "log=" + folder.path() + "\nlog-rotate-size=20000\nlog-keep=last\nquiet=true\n";
+    const Temporary_folder elsewhere;
+    monitor_with({"--config", elsewhere.make_file("ini", config)}).input(traffic).run();
+    std::vector<std::string> files = logs();
+    ASSERT_EQ(files.size(), 2U);
+    if (traffic.find(files[0] + files[1]) == std::string::npos) // names of one second are used again
+        std::swap(files[0], files[1]);
+    const std::string kept = files[0] + files[1];
+    EXPECT_GT(kept.size(), 19000U);
+    EXPECT_TRUE(kept == traffic.substr(traffic.size() - kept.size()));
+}
+
+TEST_F(receiver_monitor_log, switched_on_again_among_rotations_leaves_nothing_out) {
+    Running_monitor monitor({"--log", folder.path(), "--history", "3600", "--log-rotate-size", "4096"});
+    std::string traffic;
+    std::string output;
+    for (int part = 1; part <= 5; ++part) { // on, off, on, off, on
+        for (int i = 0; i < 1000; ++i) {
+            monitor.send(frame(static_cast<std::uint32_t>(i)));
+            traffic += frame(static_cast<std::uint32_t>(i));
+            output += line(i);
+        }
+        monitor.expect_output(output);
+        if (part < 5)
+            monitor.signal(SIGUSR1);
+        EXPECT_TRUE(eventually([&] { return monitor.rests(); })) << "the signal has been looked at";
+    }
+    monitor.signal(SIGINT);
+    EXPECT_THAT(monitor.end().errors, HasSubstr("log: 55000 bytes in "));
+    const std::vector<std::string> files = logs();
+    EXPECT_GT(files.size(), 10U);
+    EXPECT_TRUE(std::accumulate(files.begin(), files.end(), std::string()) == traffic);
+}
+
+TEST_F(receiver_monitor_log, directory_with_a_path_that_is_too_long_is_refused) {
+    std::string directory = folder.path();
+    while (directory.size() <= 256) {
+        directory += "/" + std::string(100, 'd');
+        std::filesystem::create_directory(directory);
+    }
+    const Program_result result = monitor_with({"--log", directory}).input(frame(1)).run();
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.errors, "receiver_monitor: --log: longer than 256 characters: " + directory + "\n");
+}
+
 TEST_F(receiver_monitor_log, full_disk_is_told_in_the_summary_and_stops_nothing) {
     const std::string traffic = Heard_receiver().next_bytes(100);
     const std::string command = "ulimit -f 4; trap '' XFSZ; exec '" + std::string(RECEIVER_MONITOR) +
@@ -172,5 +261,19 @@ TEST_F(receiver_monitor_log, options_that_mean_nothing_without_it_are_refused) {
         EXPECT_EQ(result.status, 1);
         EXPECT_THAT(result.errors, HasSubstr("--history"));
         EXPECT_EQ(std::count(result.errors.begin(), result.errors.end(), '\n'), 1) << result.errors;
+    }
+    for (const Arguments& arguments :
+         {Arguments{"--log-rotate", "60"}, Arguments{"--log-rotate-size", "5000"}, Arguments{"--log-keep", "last"},
+          Arguments{"--log", folder.path(), "--log-keep", "last"},
+          Arguments{"--log", folder.path(), "--log-rotate", "0"},
+          Arguments{"--log", folder.path(), "--log-rotate", "nan"},
+          Arguments{"--log", folder.path(), "--log-rotate-size", "4095"},
+          Arguments{"--log", folder.path(), "--log-rotate-size", "4096.5"},
+          Arguments{"--log", folder.path(), "--log-rotate", "60", "--log-keep", "some"}}) {
+        const Program_result result = monitor_with(arguments).input(frame(1)).run();
+        EXPECT_EQ(result.status, 1);
+        EXPECT_THAT(result.errors, HasSubstr(arguments[arguments.size() - 2]));
+        EXPECT_EQ(std::count(result.errors.begin(), result.errors.end(), '\n'), 1) << result.errors;
+        EXPECT_THAT(logs(), ElementsAre());
     }
 }

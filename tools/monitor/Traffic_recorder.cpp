@@ -17,6 +17,7 @@ constexpr const char* suffix = "raw";
 constexpr unsigned groups = 98; // of the hundred that the source has: the oldest and the newest are not whole
 constexpr unsigned settle_every = 128 * 1024; // half of what the source queues for a slow disk
 constexpr auto longest_wait = std::chrono::seconds(2);
+constexpr int retry_after_ms = 1000;
 
 unsigned memory_for(double seconds) {
     if (seconds <= 0)
@@ -54,6 +55,12 @@ std::uint64_t Traffic_recorder::dropped() const {
     return logging_source_get_status(source).dropped - dropped_before_;
 }
 
+/// What went into files since there was none.
+std::uint64_t Traffic_recorder::recorded() const {
+    const logging_source_status status = logging_source_get_status(source);
+    return taken_ - (status.dropped - dropped_at_opening_) - status.queued;
+}
+
 bool Traffic_recorder::start() {
     if (options_.later)
         return true;
@@ -62,35 +69,80 @@ bool Traffic_recorder::start() {
 }
 
 void Traffic_recorder::switch_on() {
-    if (on_)
-        return;
-    const logging_source_status before = logging_source_get_status(source);
-    logging_source_enable(source, true);
-    on_ = logging_source_get_status(source).path[0] != '\0';
     if (!on_)
-        return;
-    ++files_;
-    taken_ = before.history_bytes;
-    dropped_at_opening_ = before.dropped;
-    unsettled_ = before.history_bytes;
+        on_ = open_file();
 }
 
 void Traffic_recorder::switch_off() {
-    if (!on_)
+    close_file();
+    on_ = false;
+}
+
+bool Traffic_recorder::open_file() {
+    const logging_source_status before = logging_source_get_status(source);
+    logging_source_enable(source, true);
+    if (logging_source_get_status(source).path[0] == '\0')
+        return false;
+    if (!has_file_) {
+        taken_ = 0;
+        dropped_at_opening_ = before.dropped;
+    }
+    has_file_ = true;
+    ++files_;
+    taken_ += before.history_bytes;
+    unsettled_ += before.history_bytes;
+    in_file_ = before.history_bytes;
+    opened_at_ = Atime::now();
+    return true;
+}
+
+/// Once it is complete.
+void Traffic_recorder::close_file() {
+    if (!has_file_)
         return;
     settle();
-    in_closed_files_ += logging_source_get_status(source).file_bytes;
+    in_closed_files_ += recorded();
     configure();
-    on_ = false;
+    has_file_ = false;
+}
+
+bool Traffic_recorder::rotation_is_due(unsigned count) const {
+    if (!has_file_)
+        return Atime::now() >= retry_at_;
+    const bool is_old =
+        options_.rotate_seconds > 0 && static_cast<double>(Atime::now() - opened_at_) >= options_.rotate_seconds * 1000;
+    const bool gets_large = options_.rotate_bytes > 0 && in_file_ + count > options_.rotate_bytes;
+    return in_file_ > 0 && (is_old || gets_large);
+}
+
+/// Goes on in another file. The source closes the old one behind what is queued for it, and nothing is written to the
+/// source in between, so that not a byte is dropped, and nobody waits for the disk. A rotation of the source itself
+/// would keep everything in memory until then, and drop what comes while it is written.
+void Traffic_recorder::rotate() {
+    if (!options_.keep_all)
+        logging_source_delete_old(source); // all but the one that ends here
+    if (has_file_)
+        configure();
+    if (open_file())
+        return;
+    if (has_file_) { // what is queued still goes into the old one
+        settle();
+        in_closed_files_ += recorded();
+        has_file_ = false;
+    }
+    retry_at_ = Atime::now() + retry_after_ms;
 }
 
 void Traffic_recorder::take(const unsigned char* bytes, unsigned count, bool can_wait) {
     if (!on_ && span_ms_ == 0)
         return;
+    if (on_ && rotation_is_due(count))
+        rotate();
     logging_source_write(source, bytes, bytes + count);
-    if (!on_)
+    if (!has_file_)
         return;
     taken_ += count;
+    in_file_ += count;
     unsettled_ += count;
     if (can_wait && unsettled_ >= settle_every)
         settle();
@@ -98,18 +150,14 @@ void Traffic_recorder::take(const unsigned char* bytes, unsigned count, bool can
 
 void Traffic_recorder::settle() {
     const auto end = std::chrono::steady_clock::now() + longest_wait;
-    const auto all_written = [this] {
-        const logging_source_status status = logging_source_get_status(source);
-        return status.file_bytes + (status.dropped - dropped_at_opening_) >= taken_;
-    };
-    while (on_ && !all_written() && std::chrono::steady_clock::now() < end)
+    while (logging_source_get_status(source).queued > 0 && std::chrono::steady_clock::now() < end)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     unsettled_ = 0;
 }
 
 void Traffic_recorder::print_summary(std::FILE* out) {
     settle();
-    const std::uint64_t in_open_file = on_ ? logging_source_get_status(source).file_bytes : 0;
-    std::fprintf(out, "log: %" PRIu64 " bytes in %u file%s, %" PRIu64 " dropped\n", in_closed_files_ + in_open_file,
-                 files_, files_ == 1 ? "" : "s", dropped());
+    const std::uint64_t in_files = in_closed_files_ + (has_file_ ? recorded() : 0);
+    std::fprintf(out, "log: %" PRIu64 " bytes in %u file%s, %" PRIu64 " dropped\n", in_files, files_,
+                 files_ == 1 ? "" : "s", dropped());
 }
