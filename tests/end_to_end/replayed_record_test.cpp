@@ -72,6 +72,14 @@ TEST(replayed_record, that_is_not_there_or_no_file_is_one_line_and_status_1) {
     EXPECT_EQ(folder.errors, "receiver_monitor: cannot read /: Is a directory\n");
 }
 
+TEST(replayed_record, that_is_a_pipe_which_nobody_writes_to_ends_when_told_to) {
+    const Temporary_folder folder;
+    const Program_result result =
+        Program(RECEIVER_MONITOR, {"--replay", folder.make_fifo("pipe"), "--duration", "0.1"}).run();
+    EXPECT_TRUE(result.in_time);
+    EXPECT_EQ(result.status, 2);
+}
+
 TEST(replayed_record, excludes_other_sources_and_commands) {
     for (const std::vector<std::string>& others :
          {std::vector<std::string>{"tcp:1"}, {"--device", "/dev/null"}, {"--send", "VER"}, {"--trace"}, {"-"}}) {

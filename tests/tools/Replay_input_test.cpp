@@ -11,9 +11,11 @@
 #include <support/descriptors.h>
 
 #include <cerrno>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <optional>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -165,4 +167,51 @@ TEST_F(Replay_input_test, cannot_be_written_to) {
     replay("", 0);
     EXPECT_EQ(input->__write(reinterpret_cast<const unsigned char*>("x"), 1), -1);
     EXPECT_FALSE(input->bytes_avail(1U));
+}
+
+TEST_F(Replay_input_test, pipe_is_waited_for_and_ends_with_its_writer) {
+    input.emplace(0);
+    ASSERT_TRUE(input->open(folder.make_fifo("pipe"))) << "nobody writes yet";
+    std::string heard;
+    EXPECT_EQ(look(heard), Arrival::nothing);
+    {
+        const int writer = open(folder.path("pipe").c_str(), O_WRONLY | O_CLOEXEC);
+        EXPECT_EQ(look(heard), Arrival::nothing) << "it has begun, not ended";
+        write_all(writer, time_frame(0) + "half");
+        while (look(heard) == Arrival::bytes) {
+        }
+        EXPECT_EQ(heard, (time_frame(0) + "half").substr(0, 5)) << "the rest may begin an epoch";
+        write_all(wake_up.writing(), "!");
+        EXPECT_EQ(look(heard), Arrival::wake_up);
+        char byte = 0;
+        EXPECT_EQ(read(wake_up.reading(), &byte, 1), 1);
+        write_all(writer, " a line");
+        close(writer);
+    }
+    while (look(heard) == Arrival::bytes) {
+    }
+    EXPECT_EQ(heard, time_frame(0) + "half a line");
+    EXPECT_EQ(look(heard), Arrival::end);
+    EXPECT_EQ(input->error(), 0);
+}
+
+TEST_F(Replay_input_test, pipe_that_comes_in_single_bytes_is_byte_for_byte_what_came) {
+    simulator::Simulated_receiver::Options options;
+    options.noise = 0.2;
+    const std::string record = Heard_receiver(options).next_bytes(3);
+    input.emplace(1000);
+    ASSERT_TRUE(input->open(folder.make_fifo("pipe")));
+    std::string heard;
+    {
+        const int writer = open(folder.path("pipe").c_str(), O_WRONLY | O_CLOEXEC);
+        for (const char byte : record) {
+            write_all(writer, std::string(1, byte));
+            clock.advance(1000);
+            look(heard);
+        }
+        close(writer);
+    }
+    while (look(heard) != Arrival::end)
+        clock.advance(1000);
+    EXPECT_TRUE(heard == record);
 }

@@ -26,6 +26,9 @@ class Link_input {
     /// \param wake_up_descriptor another descriptor that ends the wait when it becomes readable
     virtual Arrival wait(std::optional<Atime> deadline, int wake_up_descriptor) = 0;
 
+    /// Does what the wake-up descriptor has become readable for. \return whether it is to end the run
+    virtual bool ends_at_wake_up() { return true; }
+
     /// What has arrived and was not taken yet. Reading from it fetches nothing: bytes come by `wait` alone.
     virtual Data_stream& buffered_bytes() = 0;
 

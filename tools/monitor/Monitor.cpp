@@ -85,11 +85,13 @@ bool Monitor::attend_watcher() {
 Monitor::End Monitor::linger(std::optional<Atime> deadline) {
     const End end = take_rest();
     watcher_->see_end();
-    while (end == End::input && attend_watcher() && !interrupt_.has_come()) {
+    while (end == End::input && attend_watcher()) {
         if (deadline && Atime::now() >= *deadline)
             break;
         pollfd interrupt{interrupt_.descriptor(), POLLIN, 0};
         poll(&interrupt, 1, static_cast<int>(std::max<std::int64_t>(watcher_->due() - Atime::now(), 1)));
+        if (interrupt.revents != 0 && input_.ends_at_wake_up())
+            break;
     }
     return end;
 }

@@ -12,11 +12,13 @@ Link_input::Arrival Recorded_input::wait(std::optional<Atime> deadline, int wake
     record(static_cast<unsigned>(link_->arrived() - arrived_));
     arrived_ = link_->arrived();
     error_ = link_->error();
-    if (arrival != Arrival::wake_up)
-        return arrival;
+    return arrival == Arrival::wake_up && !ends_at_wake_up() ? Arrival::nothing : arrival;
+}
+
+bool Recorded_input::ends_at_wake_up() {
     if (interrupt_.take_switches() % 2 != 0)
         recorder_.toggle();
-    return interrupt_.has_come() ? Arrival::wake_up : Arrival::nothing;
+    return interrupt_.has_come();
 }
 
 /// Records the bytes that came last: nobody has taken anything of the link since.

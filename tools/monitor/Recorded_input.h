@@ -14,6 +14,7 @@ class Recorded_input : public Link_input {
     Recorded_input(std::unique_ptr<Link_input> link, Traffic_recorder& recorder, Interrupt& interrupt);
 
     Arrival wait(std::optional<Atime> deadline, int wake_up_descriptor) override;
+    bool ends_at_wake_up() override;
     Data_stream& buffered_bytes() override { return link_->buffered_bytes(); }
     bool can_wait() const override { return link_->can_wait(); }
 

@@ -3,6 +3,9 @@
 //      bytes released --all handed over--> at a time message --not due yet--> waiting
 //        ^                                   |  (or none)                        |
 //        +-----------------------------------+-------------- due ----------------+
+//
+// A pipe may have nothing at the moment. It is then waited for before anything is released: where an epoch begins
+// cannot be seen yet.
 
 #include "Replay_input.h"
 
@@ -33,7 +36,7 @@ Replay_input::~Replay_input() {
 }
 
 bool Replay_input::open(const std::string& path) {
-    fd_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
+    fd_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK); // a FIFO may have no writer yet
     if (fd_ < 0)
         std::fprintf(stderr, "Error opening '%s': %s\n", path.c_str(), std::strerror(errno));
     return fd_ >= 0;
@@ -46,8 +49,9 @@ Link_input::Arrival Replay_input::wait(std::optional<Atime> deadline, int wake_u
         end = Atime::now();
     else if (due_ && (!deadline || *due_ < *deadline))
         end = due_;
-    pollfd wake_up{wake_up_descriptor, POLLIN, 0};
-    if (poll(&wake_up, 1, milliseconds_until(end)) > 0)
+    pollfd descriptors[] = {{wake_up_descriptor, POLLIN, 0}, {is_starved() ? fd_ : -1, POLLIN, 0}};
+    poll(descriptors, 2, milliseconds_until(end));
+    if (descriptors[0].revents != 0)
         return Arrival::wake_up;
     return ready ? hand_over() : Arrival::nothing;
 }
@@ -57,6 +61,8 @@ bool Replay_input::release() {
     if (released_ > 0)
         return true;
     refill();
+    if (is_starved())
+        return false;
     const auto time = time_at(first_);
     if (time && !due_)
         due_ = pace_.due(*time);
@@ -67,18 +73,29 @@ bool Replay_input::release() {
     return true;
 }
 
-/// Has a piece pending, if the file has as much.
+/// Whether it cannot be seen what comes next, though something may come.
+bool Replay_input::is_starved() const {
+    return !ended_ && released_ == 0 && pending_.size() - first_ < time_size;
+}
+
+/// Whether reading brings something, be it the end: not from a pipe that is empty, or that nobody writes to yet.
+bool Replay_input::is_readable() const {
+    pollfd file{fd_, POLLIN, 0};
+    return poll(&file, 1, 0) > 0;
+}
+
+/// Has a piece pending, if the file has as much at the moment.
 void Replay_input::refill() {
     if (pending_.size() - first_ >= time_size)
         return;
     pending_.erase(pending_.begin(), pending_.begin() + static_cast<std::ptrdiff_t>(first_));
     first_ = 0;
-    while (!ended_ && pending_.size() < time_size) {
+    while (!ended_ && pending_.size() < time_size && is_readable()) {
         const std::size_t size = pending_.size();
         pending_.resize(size + piece_size);
         const ssize_t came = read(fd_, pending_.data() + size, piece_size);
         pending_.resize(size + static_cast<std::size_t>(std::max<ssize_t>(came, 0)));
-        if (came < 0 && errno == EINTR)
+        if (came < 0 && (errno == EINTR || errno == EAGAIN))
             continue;
         if (came < 0)
             error_ = errno;

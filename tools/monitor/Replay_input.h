@@ -18,6 +18,7 @@ class Replay_input : public Data_stream, public Link_input {
     explicit Replay_input(double speed) : pace_(speed) {}
     ~Replay_input() override;
 
+    /// A FIFO opens at once; it may have no writer yet.
     /// \return false, after a line on standard error, when the file cannot be opened
     bool open(const std::string& path);
 
@@ -33,6 +34,8 @@ class Replay_input : public Data_stream, public Link_input {
 
   private:
     bool release();
+    bool is_starved() const;
+    bool is_readable() const;
     void refill();
     std::optional<std::uint32_t> time_at(std::size_t place) const;
     std::size_t next_time(std::size_t from) const;

@@ -1,0 +1,55 @@
+#include <monitor/Recorded_input.h>
+
+#include <monitor/Link_watcher.h>
+#include <monitor/Monitor.h>
+#include <monitor/Receiver_input.h>
+
+#include <support/Standard_input.h>
+#include <support/Temporary_folder.h>
+#include <support/Text_file.h>
+
+#include <csignal>
+#include <gtest/gtest.h>
+#include <memory>
+#include <optional>
+
+namespace {
+
+/// Looks on for a while.
+struct Onlooker : Link_watcher {
+    void see_arrival(std::uint64_t) override {}
+    void see_packet(int, unsigned char*, unsigned) override {}
+    void see_account(const Vesk_parser::Byte_counts&) override {}
+    void see_end() override {
+        ends = Atime::now() + 200;
+        raise(SIGUSR1);
+    }
+    bool attend() override {
+        ++attended;
+        return !ends || Atime::now() < *ends;
+    }
+    Atime due() const override { return Atime::now() + 100; }
+
+    std::optional<Atime> ends;
+    int attended = 0;
+};
+
+} // namespace
+
+TEST(Recorded_input, signal_after_the_end_of_the_input_switches_the_record_once_and_keeps_nobody_busy) {
+    const Temporary_folder folder;
+    const Standard_input standard("");
+    Traffic_recorder::Options log;
+    log.directory = folder.path();
+    log.later = true;
+    Traffic_recorder recorder(log);
+    Interrupt interrupt(true);
+    Recorded_input input(std::make_unique<Receiver_input>(), recorder, interrupt);
+    Text_file output;
+    Monitor monitor({}, input, interrupt, output.get());
+    Onlooker onlooker;
+    monitor.set_watcher(&onlooker);
+    EXPECT_EQ(monitor.run(), Monitor::End::input);
+    EXPECT_TRUE(recorder.is_on());
+    EXPECT_LE(onlooker.attended, 10);
+}
