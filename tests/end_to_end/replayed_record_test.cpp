@@ -37,8 +37,9 @@ std::string only_file_in(const Temporary_folder& folder) {
 TEST(replayed_record, of_an_hour_looks_as_the_live_link_did) {
     const Temporary_folder folder;
     const std::string command = std::string("set -o pipefail; '") + RECEIVER_SIMULATOR + "' --rate 0 --epochs " +
-                                std::to_string(epochs) + " --noise 0.01 --corrupt 0.01 --nmea --automation | '" +
-                                RECEIVER_MONITOR + "' --log '" + folder.path() + "'";
+                                std::to_string(epochs) +
+                                " --noise 0.01 --corrupt 0.01 --nmea --automation --display | '" + RECEIVER_MONITOR +
+                                "' --log '" + folder.path() + "'";
     const Program_result live = Program("bash", {"-c", command}).time_limit(std::chrono::minutes(4)).run();
     ASSERT_EQ(live.status, 0) << live.errors;
     EXPECT_THAT(live.errors, testing::HasSubstr("log: "));
