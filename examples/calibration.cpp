@@ -23,7 +23,7 @@ static bool load(const std::string& path, Calibration& calibration) {
             calibration[line.substr(0, blank)] = line.substr(blank + 1);
         line.clear();
     }
-    return true;
+    return line.empty(); // every line has its end
 }
 
 /// The new file takes the place of the old one when it is known to be good: closing it does not tell of a full medium.

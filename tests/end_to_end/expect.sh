@@ -7,9 +7,12 @@ expect() { # EXPECTED TEXT
     diff <(echo "$1") <(echo "$2") || { echo "not as expected" && exit 1; }
 }
 
-expect_failure() { # WHAT COMMAND...
-    ! "${@:2}" >"$folder/said" 2>/dev/null || { echo "$1 went through" && exit 1; }
-    [[ ! -s $folder/said ]] || { echo "$1 was told as good: $(cat "$folder/said")" && exit 1; }
+expect_failure() { # STATUS WHAT COMMAND...: nothing on standard output, and nothing that a sanitizer has found
+    local status=0
+    "${@:3}" >"$folder/said" 2>"$folder/complained" || status=$?
+    [[ $status == "$1" ]] || { echo "$2: status $status" && exit 1; }
+    [[ ! -s $folder/said ]] || { echo "$2 was told as good: $(cat "$folder/said")" && exit 1; }
+    ! grep -E "Sanitizer|runtime error" "$folder/complained" || { echo "$2" && exit 1; }
 }
 
 flip() { # FILE OFFSET: turns the lowest bit of one byte over

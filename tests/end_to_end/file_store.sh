@@ -57,5 +57,5 @@ file other
 file report
 file settings
 start 2"
-expect_failure "a folder that is not there" "$example" "$folder/missing"
+expect_failure 1 "a folder that is not there" "$example" "$folder/missing"
 echo "counted on"

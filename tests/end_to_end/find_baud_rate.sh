@@ -39,6 +39,6 @@ expect "38400 baud: noise" "$(cat "$folder/said_of_noisy")"
 expect_rate silent 4800
 expect_rate noisy 4800
 
-expect_failure "a line that is not there" "$example" "$folder/missing" 9600
-expect_failure "no line" "$example" /dev/null 9600
+expect_failure 1 "a line that is not there" "$example" "$folder/missing" 9600
+expect_failure 1 "no line" "$example" /dev/null 9600
 echo "found"

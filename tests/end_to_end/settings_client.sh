@@ -16,5 +16,5 @@ printf s | "$server" | tail -c +3 | sed 's/:[0-9]*\([{},]\|$\)/\1/g' >"$folder/s
 expect "settings:0{starts:6,guidance:1{swath_width:10,beeper:2,mode:6},sections:66}" "$(cat "$folder/structure")"
 
 printf '\x07\x00x:12:1{\x00\x00' >"$folder/answer"
-expect_failure "a description without an end" "$client" "exec:tail -c +1 $folder/answer"
+expect_failure 1 "a description without an end" "$client" "exec:tail -c +1 $folder/answer"
 echo "shown"

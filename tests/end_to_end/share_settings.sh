@@ -23,7 +23,7 @@ expect "save 1, at offset 0
 
 cp "$folder/sent" "$folder/damaged"
 flip "$folder/damaged" 13
-expect_failure "what arrived damaged" "$example" "$mine" "exec:tail -c +1 $folder/damaged"
+expect_failure 1 "what arrived damaged" "$example" "$mine" "exec:tail -c +1 $folder/damaged"
 cmp "$folder/before" "$mine"
 
 expect "swath_width: 7.5, was 12
@@ -32,6 +32,6 @@ mode: 1, was 0" "$("$example" "$mine" "exec:$example $theirs")"
 expect "" "$("$example" "$mine" "exec:$example $theirs")"
 expect "settings: {1,{7.5,0,1}}" "$("$settings" "$mine" | head -1)"
 
-expect_failure "a stream that is none" "$example" "$mine" "exec:"
-expect_failure "settings that are not there" "$example" "$folder/missing"
+expect_failure 1 "a stream that is none" "$example" "$mine" "exec:"
+expect_failure 1 "settings that are not there" "$example" "$folder/missing"
 echo "taken over"
