@@ -1,5 +1,6 @@
-// Keeps which implement a machine pulls, and draws what changes on a display anew: active_implement FILE [SETTING
-// VALUE], for example active_implement machine active sprayer, or active_implement machine sprayer/width 24
+// Keeps which implement a machine pulls, and draws what changes on a display anew:
+// active_implement FILE [SETTING VALUE]
+// for example active_implement machine active sprayer, or active_implement machine sprayer/width 24
 #include <glue/NV_store/NV_number.h>
 #include <glue/NV_store/NV_root.h>
 #include <glue/NV_store/NV_safe_file_iterator.h>

@@ -1,5 +1,5 @@
-// Counts a unit's starts in a file store and reports each there; the store is small, and gets full: file_store
-// DIRECTORY
+// Counts a unit's starts in a file store and reports each there; the store is small, and gets full:
+// file_store DIRECTORY
 #include <glue/NV_store/NV_number.h>
 #include <glue/NV_store/NV_pcfile_iterator.h>
 #include <glue/NV_store/NV_root.h>
