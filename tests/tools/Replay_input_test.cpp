@@ -9,12 +9,14 @@
 #include <support/Stream_bytes.h>
 #include <support/Temporary_folder.h>
 #include <support/descriptors.h>
+#include <support/waiting.h>
 
 #include <cerrno>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <optional>
 #include <string>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -193,6 +195,21 @@ TEST_F(Replay_input_test, pipe_is_waited_for_and_ends_with_its_writer) {
     EXPECT_EQ(heard, time_frame(0) + "half a line");
     EXPECT_EQ(look(heard), Arrival::end);
     EXPECT_EQ(input->error(), 0);
+}
+
+TEST_F(Replay_input_test, pipe_that_brings_something_ends_the_wait) {
+    input.emplace(0);
+    ASSERT_TRUE(input->open(folder.make_fifo("pipe")));
+    const int writer = open(folder.path("pipe").c_str(), O_WRONLY | O_CLOEXEC);
+    std::thread receiver([&] { write_all(writer, time_frame(0)); });
+    const Stopwatch stopwatch;
+    const Atime deadline = Atime::now() + 60000;
+    while (input->wait(deadline, wake_up.reading()) == Arrival::nothing &&
+           stopwatch.elapsed() < std::chrono::seconds(30)) {
+    }
+    EXPECT_LT(stopwatch.elapsed(), std::chrono::seconds(30));
+    receiver.join();
+    close(writer);
 }
 
 TEST_F(Replay_input_test, pipe_that_comes_in_single_bytes_is_byte_for_byte_what_came) {

@@ -103,6 +103,9 @@ TEST(Sentences, checksum_is_good_bad_or_missing) {
     EXPECT_TRUE(has_good_checksum("$GPAAA,JKLMNO*7b"));
     EXPECT_TRUE(has_good_checksum("$GPAAA,JKLMNO*7B"));
     EXPECT_FALSE(has_good_checksum("$GPAAA,JKLMNO*7c"));
+    EXPECT_TRUE(has_good_checksum("$GPAAA,JKLMNOr*09"));
+    EXPECT_FALSE(has_good_checksum("$GPAAA,JKLMNOr*9 ")) << "one digit is none";
+    EXPECT_FALSE(has_good_checksum("$GPAAA,JKLMNOr*9"));
     for (const char* sentence :
          {"$GPAAA,JKLMNO", "$GPAAA,JKLMNO*", "$GPAAA,JKLMNO*7", "$GPAAA,JKLMNO*7x", "$GPAAA,JKLMNO* b"})
         EXPECT_FALSE(has_good_checksum(sentence)) << sentence;
