@@ -50,8 +50,9 @@ class Traffic_log {
     void settle() { logging_source_flush(source_, false); }
     /// The history is in a file of its own, which may not be synchronised and closed yet.
     void rotate() {
+        wait_for_rotation(); // during one, another does nothing
         logging_source_flush(source_, true);
-        EXPECT_TRUE(eventually([this] { return !logging_source_is_busy(source_); }));
+        wait_for_rotation();
     }
     logging_source_status status() const { return logging_source_get_status(source_); }
 
@@ -84,6 +85,10 @@ class Traffic_log {
     }
 
   private:
+    void wait_for_rotation() const {
+        EXPECT_TRUE(eventually([this] { return !logging_source_is_busy(source_); }));
+    }
+
     logging_source_t source_;
     Temporary_folder folder_;
     std::uint64_t dropped_before_;
