@@ -12,10 +12,12 @@
 
 #include <platform/module_man.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <memory>
 #include <optional>
 
 /// Prints the receiver's reply; what else it sends goes by. \return whether there was one in time
@@ -35,6 +37,7 @@ static bool show_reply(Vesk_parser& receiver, Atime deadline) {
 }
 
 int main(int argc, char** argv) {
+    std::signal(SIGPIPE, SIG_IGN); // a peer that is gone is told by the result of the write
     module_man modules;
     std::unique_ptr<Event_sender_data_stream> stream;
     std::optional<Event_receiver_data_stream> receiver;
