@@ -156,11 +156,12 @@ TEST(Decode_hex, shows_messages_that_frames_carry_in_pieces) {
 TEST(Decode_hex, takes_more_than_a_stream_holds_at_once) {
     std::string bytes;
     std::string expected;
-    for (unsigned ms = 0; ms < 1200; ++ms) {
-        bytes += time_frame(ms);
-        expected += "  RT ms=" + std::to_string(ms) + "\n";
+    for (char letter = 'a'; letter <= 'z'; ++letter) {
+        const std::string reply = "RE3E9" + std::string(1000, letter);
+        bytes += reply + "\r\n";
+        expected += "  " + reply + "\n";
     }
-    const std::size_t piece = 4080; // a frame of that size leaves no room for a second one
+    const std::size_t piece = 4080; // together with the part of a reply that the one before left, too much
     std::string frames;
     for (std::size_t begin = 0; begin < bytes.size(); begin += piece)
         frames += carried('x', bytes.substr(begin, piece));
