@@ -263,6 +263,8 @@ TEST(View_layout, has_help_a_pause_mark_and_notes) {
          {"q      quit", "space  pause", "l      switch", "c      clear", "f      form", "h, ?   this"})
         EXPECT_THAT(help, HasSubstr(key));
     EXPECT_THAT(help, HasSubstr("Bold values have changed")); // its last line
+    for (int row = 1; row < rows - 1; ++row)
+        EXPECT_EQ(shown.grid().at(row, columns - 1), Cell()) << "may be cut: " << shown.grid().row(row);
     EXPECT_THAT(help, Not(HasSubstr("Position")));
 }
 
