@@ -1,0 +1,33 @@
+#pragma once
+
+#include "Comparison.h"
+
+#include <map>
+
+/// Gathers what Google Benchmark has measured, and prints it as one table: ours, the peer's, how many times the peer's
+/// ours is, and the limit.
+class Comparison_table : public benchmark::BenchmarkReporter {
+  public:
+    static constexpr const char* ours_suffix = " [ours]";
+    static constexpr const char* peer_suffix = " [peer]";
+
+    bool ReportContext(const Context& context) override;
+    /// Keeps the median of several runs, or the only one.
+    void ReportRuns(const std::vector<Run>& runs) override;
+    void Finalize() override;
+
+    /// Whether everything that was asked for has its figure.
+    bool complete() const { return complete_; }
+
+  private:
+    struct Figure {
+        double rate = 0; ///< a second
+        bool in_bytes = false;
+    };
+
+    void keep(const Run& run);
+    void print(const Comparison& comparison, const Figure& ours, const Figure& peer);
+
+    std::map<std::string, Figure> figures_;
+    bool complete_ = true;
+};
