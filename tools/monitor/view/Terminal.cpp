@@ -149,6 +149,7 @@ bool Terminal::open() {
     curses_ = std::make_unique<Curses>();
     curses_->file = file;
     curses_->screen = screen;
+    under_job_control_ = tcgetpgrp(fd) >= 0;
     rescue::prepare(fd, settings);
     cbreak();
     noecho();
@@ -191,6 +192,8 @@ int Terminal::key() {
         return no_key;
     }
     if (given_back_) {
+        if (has_lost_control())
+            return no_key;
         given_back_ = false;
         clearok(curscr, TRUE);
         refresh();
@@ -215,6 +218,11 @@ void Terminal::stop() {
     handle_stop(SIG_DFL);
     raise(SIGTSTP);
     handle_stop(note_stop);
+}
+
+/// Whether the session that the terminal was to be taken back in has ended meanwhile.
+bool Terminal::has_lost_control() const {
+    return under_job_control_ && tcgetpgrp(curses_->fd()) < 0;
 }
 
 /// Whoever touches the terminal in the background is stopped for it.

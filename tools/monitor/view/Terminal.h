@@ -56,9 +56,11 @@ class Terminal {
     bool open();
     void stop();
     bool is_ours() const;
+    bool has_lost_control() const;
     void let_flow();
 
     std::string problem_;
+    bool under_job_control_ = false;
     bool given_back_ = false; // for a stop, and in the background
     std::unique_ptr<Curses> curses_;
 };

@@ -30,7 +30,7 @@ constexpr const char* help_lines[] = {
     "f      form of the last messages: labelled for people, comma for files",
     "h, ?   this page, and back; Ctrl-L draws the screen anew",
     "",
-    "Link         waiting, receiving good frames, only NMEA sentences, only rubbish",
+    "Link         waiting, receiving good frames, only NMEA sentences or rubbish",
     "             (most often a wrong baud rate), silent or ended",
     "Bytes        where every byte went: frames, replies, acknowledgements, noise;",
     "             'bad' are frames with a wrong checksum",
