@@ -268,6 +268,16 @@ TEST(View_layout, has_help_a_pause_mark_and_notes) {
     EXPECT_THAT(help, Not(HasSubstr("Position")));
 }
 
+TEST(Pen, finds_a_moved_value_by_real_words_only) {
+    Grid before(1, 40);
+    Pen(before, nullptr).at(0, 0).text("a ").value("1").text(" a ").value("2").text(" of ").value("3");
+    Grid after(1, 40);
+    Pen(after, &before).at(0, 0).text("a ").value("2").text(" and of ").text(" of ").value("3");
+    EXPECT_EQ(after.at(0, 2).style, Style::changed); // the other "a 2" is another's
+    EXPECT_EQ(after.row(0), "a 2 and of  of 3");
+    EXPECT_EQ(after.at(0, 15).style, Style::plain);
+}
+
 // ---- Pictures ----
 
 TEST(draw_sky, puts_satellites_where_they_stand) {
@@ -284,6 +294,17 @@ TEST(draw_sky, puts_satellites_where_they_stand) {
     EXPECT_EQ(grid.text_at(10, 11, 2), "04");
     EXPECT_EQ(grid.at(10, 11).style, Style::plain);
     EXPECT_EQ(grid.text_at(5, 6, 2), "05");
+}
+
+TEST(draw_sky, shows_the_strongest_of_those_in_one_place) {
+    const Satellite weak{1, 90, 0, 30, 0};
+    const Satellite strong{2, 90, 0, 50, 0};
+    for (const auto& both : {std::vector{weak, strong}, std::vector{strong, weak}}) {
+        Grid grid(11, 23);
+        Pen pen(grid, nullptr);
+        draw_sky(pen, {0, 0, 11, 23}, both);
+        EXPECT_EQ(grid.text_at(5, 11, 2), "02");
+    }
 }
 
 TEST(draw_sky, keeps_to_its_area_whatever_the_receiver_says) {

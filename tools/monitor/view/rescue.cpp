@@ -2,6 +2,7 @@
 
 #include <csignal>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <initializer_list>
 #define NCURSES_NOMACROS
@@ -129,7 +130,7 @@ bool is_in_foreground(int fd) {
 
 const char* capability(const char* name) {
     const char* const text = tigetstr(name);
-    return text == reinterpret_cast<const char*>(-1) ? nullptr : text;
+    return reinterpret_cast<std::intptr_t>(text) == -1 ? nullptr : text;
 }
 
 } // namespace live_view::rescue
