@@ -1,7 +1,6 @@
 // Keeps a unit's settings in a file: settings FILE [SETTING VALUE], for example settings unit guidance/swath_width 9.5
-#include <glue/NV_store/NV_enum.h>
-#include <glue/NV_store/NV_number.h>
-#include <glue/NV_store/NV_root.h>
+#include "Unit_settings.h"
+
 #include <glue/NV_store/NV_safe_file_iterator.h>
 
 #include <platform/module_man.h>
@@ -10,22 +9,6 @@
 #include <cstdio>
 
 using namespace NV_store;
-
-/// Members are settings: each has an id, which it is saved under and so keeps for ever, a default and a name.
-struct Guidance : NV_struct {
-    enum class Mode : unsigned { open_loop, closed_loop };
-
-    explicit Guidance(NV_container* parent) : NV_struct(parent, nullptr, 2, "guidance") {}
-    NV_number<float, 10> swath_width{this, 1, 12.0F, "swath_width"}; // metres
-    NV_number<bool, 2> beeper{this, 2, true, "beeper"};
-    NV_enum<Mode> mode{this, 3, Mode::closed_loop, "mode"};
-};
-
-struct Unit_settings : NV_root {
-    explicit Unit_settings(module_man& modules) : NV_root(&modules, 0, "settings") { _set_root(this); }
-    NV_number<unsigned, 6> starts{this, 1, 0, "starts"};
-    Guidance guidance{this};
-};
 
 static void load(Unit_settings& settings, NV_iterator& file) {
     file.set_mode(NV_iterator::reading);

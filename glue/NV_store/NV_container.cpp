@@ -419,11 +419,10 @@ bool NV_container::deserialise_unknown(NV_iterator* it) {
     std::vector<Record_header> open;
     do {
         Record_header header;
-        if (!header.peek(it))
-            return false;
         int dimension = 0;
         int type = 0;
-        Data_item::decode_type_byte(header.type_byte, dimension, type);
+        if (!header.peek(it, dimension, type))
+            return false;
         if (!open.empty() && header.kind == Record_header::closing) {
             std::uint32_t crc = 0; // of no interest
             Record_header expected = open.back();

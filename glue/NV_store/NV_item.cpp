@@ -266,11 +266,10 @@ bool NV_item::include_in_serialise(const NV_iterator* it, bool& ok, bool ignore_
 
 bool NV_item::deserialise_unknown_handoff(NV_iterator* it) {
     Record_header header;
-    if (!header.peek(it))
-        return false;
     int dimension = 0;
     int type = 0;
-    Data_item::decode_type_byte(header.type_byte, dimension, type);
+    if (!header.peek(it, dimension, type))
+        return false;
     if (dimension == DTS::Defs::single && is_container_type(type))
         return NV_container::deserialise_unknown(it);
     return skip_unknown_number(it, static_cast<DTS::Defs::Storage_class>(dimension), type);

@@ -39,6 +39,13 @@ struct Record_header {
             *this = unpacked(word);
         return there;
     }
+    /// Peeks, and takes the type byte apart.
+    bool peek(NV_iterator* it, int& dimension, int& type) {
+        const bool there = peek(it);
+        if (there)
+            Data_item::decode_type_byte(type_byte, dimension, type);
+        return there;
+    }
 };
 
 /// How settings are written.

@@ -191,7 +191,7 @@ TEST_F(Loading, damaged_container_returns_to_its_defaults_and_nothing_else_does)
     EXPECT_EQ(tree.lamp.get(), 1) << "what was not reached";
     EXPECT_EQ(told.names(), (std::vector<std::string>{"width", "width*", "beeper", "beeper*"}))
         << "the values that went back are told";
-    const std::uint32_t crc = textbook_crc32(inner.substr(0, inner.size() - 4));
+    const std::uint32_t crc = crc32_by_definition(0, inner.substr(0, inner.size() - 4));
     EXPECT_EQ(debug.text(), "NV_store CRC32 Check " + std::to_string(crc) + "!=" + std::to_string(crc + 1) +
                                 " for 1:guidance\n"
                                 "NV child was bad for 0:settings->guidance\n");

@@ -5,6 +5,7 @@
 #include <support/Recorded_fields.h>
 #include <support/Settings_bytes.h>
 #include <support/Vtable_slot.h>
+#include <support/taken_locks.h>
 
 #include <gtest/gtest.h>
 
@@ -80,20 +81,13 @@ TEST_F(NV_enum_in_a_tree, is_seen_and_set_as_a_number_under_the_lock) {
 using NV_enum_DeathTest = NV_enum_in_a_tree;
 
 TEST_F(NV_enum_DeathTest, takes_the_lock_also_as_a_number) {
-    const std::function<void()> operations[] = {
+    const std::vector<std::function<void()>> operations = {
         [&] { mode.value(); },
         [&] { mode.set(Steering::off); },
         [&] { base.get(); },
         [&] { base.set(0); },
     };
-    for (const std::function<void()>& operation : operations)
-        EXPECT_DEATH(
-            {
-                root.lock();
-                operation();
-            },
-            "")
-            << "operation " << &operation - operations;
+    expect_each_takes_the_lock(root, operations);
 }
 
 // Records

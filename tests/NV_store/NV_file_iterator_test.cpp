@@ -2,6 +2,7 @@
 
 #include <support/Captured_debug.h>
 #include <support/Captured_descriptor.h>
+#include <support/Iterator_bytes.h>
 #include <support/Settings_tree.h>
 #include <support/Simulated_F2FS.h>
 #include <support/Temporary_folder.h>
@@ -26,35 +27,19 @@ using testing::ElementsAre;
 
 constexpr auto beyond_modes = static_cast<NV_iterator::modes_t>(6);
 
-struct NV_file_iterator_test : testing::Test {
+struct NV_file_iterator_test : testing::Test, Iterator_bytes {
     Temporary_folder folder;
     std::string path = folder.path("settings");
     NV_file_iterator file{path.c_str()};
 
-    bool push(std::string text) {
-        return file.push_bytes(reinterpret_cast<unsigned char*>(text.data()), static_cast<int>(text.size()));
-    }
-    std::string pop(int count) {
-        std::string bytes(static_cast<std::size_t>(count), '\0');
-        return file.pop_bytes(reinterpret_cast<unsigned char*>(bytes.data()), count) ? bytes : "failed";
-    }
-    std::string peek(int count) {
-        std::string bytes(static_cast<std::size_t>(count), '\0');
-        return file.peek_bytes(reinterpret_cast<unsigned char*>(bytes.data()), count) ? bytes : "failed";
-    }
-    unsigned used() const {
-        unsigned used = 0;
-        unsigned total = 0;
-        file.get_free_space(used, total);
-        EXPECT_EQ(total, 16384U);
-        return used;
-    }
+    NV_iterator& iterator() override { return file; }
 };
 
 TEST_F(NV_file_iterator_test, begins_closed_without_a_file_and_with_nothing_used) {
     EXPECT_EQ(file.get_mode(), NV_iterator::closed);
     EXPECT_FALSE(file.is_readable());
     EXPECT_EQ(used(), 0U);
+    EXPECT_EQ(total(), 16384U);
     EXPECT_FALSE(folder.has("settings"));
 }
 

@@ -1,6 +1,8 @@
 #include <glue/NV_store/NV_number.h>
 #include <glue/NV_store/NV_root.h>
 
+#include <support/taken_locks.h>
+
 #include <atomic>
 #include <functional>
 #include <gtest/gtest.h>
@@ -23,7 +25,7 @@ using NV_number_lock_DeathTest = NV_number_lock;
 TEST_F(NV_number_lock_DeathTest, is_taken_by_what_has_no_underscore) {
     int low = 0;
     int high = 0;
-    const std::function<void()> operations[] = {
+    const std::vector<std::function<void()>> operations = {
         [&] { number.get(); },
         [&] { number.get_range(low, high); },
         [&] { number.set(6); },
@@ -37,14 +39,7 @@ TEST_F(NV_number_lock_DeathTest, is_taken_by_what_has_no_underscore) {
         [&] { (void)(number == 5); },
         [&] { (void)(number == other); },
     };
-    for (const std::function<void()>& operation : operations)
-        EXPECT_DEATH(
-            {
-                root.lock();
-                operation();
-            },
-            "")
-            << "operation " << &operation - operations;
+    expect_each_takes_the_lock(root, operations);
 }
 
 TEST_F(NV_number_lock_DeathTest, of_another_tree_is_taken_to_read_its_number) {

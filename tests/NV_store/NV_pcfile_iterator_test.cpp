@@ -1,6 +1,7 @@
 #include <glue/NV_store/NV_pcfile_iterator.h>
 
 #include <support/Captured_debug.h>
+#include <support/Iterator_bytes.h>
 #include <support/Mounted_store.h>
 #include <support/Replaced_delays.h>
 #include <support/Replaced_store_calls.h>
@@ -17,24 +18,11 @@ using NV_store::NV_pcfile_iterator;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-struct NV_pcfile_iterator_test : testing::Test {
+struct NV_pcfile_iterator_test : testing::Test, Iterator_bytes {
     Mounted_store store;
     NV_pcfile_iterator file{"setup"};
 
-    bool push(std::string text) {
-        return file.push_bytes(reinterpret_cast<unsigned char*>(text.data()), static_cast<int>(text.size()));
-    }
-    std::string pop(int count) {
-        std::string bytes(static_cast<std::size_t>(count), '\0');
-        return file.pop_bytes(reinterpret_cast<unsigned char*>(bytes.data()), count) ? bytes : "failed";
-    }
-    unsigned used() const {
-        unsigned used = 0;
-        unsigned total = 0;
-        file.get_free_space(used, total);
-        EXPECT_EQ(total, 16384U);
-        return used;
-    }
+    NV_iterator& iterator() override { return file; }
 };
 
 TEST_F(NV_pcfile_iterator_test, begins_closed_with_nothing_used) {
@@ -42,6 +30,7 @@ TEST_F(NV_pcfile_iterator_test, begins_closed_with_nothing_used) {
     EXPECT_FALSE(file.is_readable());
     EXPECT_FALSE(push("x"));
     EXPECT_EQ(used(), 0U);
+    EXPECT_EQ(total(), 16384U);
     EXPECT_FALSE(pcfExists("setup"));
 }
 

@@ -1,6 +1,7 @@
 #include <glue/NV_store/NV_safe_file_iterator.h>
 
 #include <support/Captured_debug.h>
+#include <support/Iterator_bytes.h>
 #include <support/Random_settings.h>
 #include <support/Settings_tree.h>
 #include <support/Temporary_folder.h>
@@ -35,7 +36,7 @@ using Answer = Watched_file_calls::Answer;
 
 constexpr auto all = NV_iterator::writing_all;
 
-struct NV_safe_file_iterator_test : testing::Test {
+struct NV_safe_file_iterator_test : testing::Test, Iterator_bytes {
     Temporary_folder folder;
     std::string path = folder.path("settings");
     NV_safe_file_iterator file{path.c_str()};
@@ -49,9 +50,7 @@ struct NV_safe_file_iterator_test : testing::Test {
         EXPECT_TRUE(result.intact) << name;
         return loaded.speed.get();
     }
-    bool push(std::string text) {
-        return file.push_bytes(reinterpret_cast<unsigned char*>(text.data()), static_cast<int>(text.size()));
-    }
+    NV_iterator& iterator() override { return file; }
     /// Changes a setting, and expects that a save fails without a trace.
     void expect_refusal(NV_iterator::modes_t mode = all) {
         tree.speed.set(tree.speed.get() + 1);
@@ -68,13 +67,6 @@ struct NV_safe_file_iterator_test : testing::Test {
         EXPECT_EQ(stat(folder.path(name).c_str(), &status), 0) << name;
         return status.st_mode & 07777U;
     }
-    std::vector<std::string> names() {
-        std::vector<std::string> found;
-        for (const auto& entry : std::filesystem::directory_iterator(folder.path()))
-            found.push_back(entry.path().filename().string());
-        std::sort(found.begin(), found.end());
-        return found;
-    }
 };
 
 TEST_F(NV_safe_file_iterator_test, saves_and_loads) {
@@ -85,7 +77,7 @@ TEST_F(NV_safe_file_iterator_test, saves_and_loads) {
     EXPECT_EQ(tree.guidance.width.get_flags() & 3, 0);
     EXPECT_EQ(file.get_mode(), NV_iterator::closed);
     EXPECT_EQ(speed_in_file(), 77);
-    EXPECT_THAT(names(), ElementsAre("settings"));
+    EXPECT_THAT(folder.names(), ElementsAre("settings"));
     tree.speed.set(78);
     EXPECT_TRUE(file.save(tree, NV_iterator::writing_set));
     EXPECT_EQ(speed_in_file(), 78);
@@ -94,7 +86,7 @@ TEST_F(NV_safe_file_iterator_test, saves_and_loads) {
 TEST_F(NV_safe_file_iterator_test, saves_in_modes_for_writing_only) {
     for (const auto mode : {NV_iterator::closed, NV_iterator::reading, static_cast<NV_iterator::modes_t>(6)})
         expect_refusal(mode);
-    EXPECT_THAT(names(), ElementsAre());
+    EXPECT_THAT(folder.names(), ElementsAre());
 }
 
 TEST_F(NV_safe_file_iterator_test, appends_what_changed_to_a_copy) {
@@ -168,7 +160,7 @@ TEST_F(NV_safe_file_iterator_test, old_file_stays_until_the_commit) {
     EXPECT_EQ(folder.content_of("settings"), "old");
     file.drop();
     EXPECT_EQ(folder.content_of("settings"), "old");
-    EXPECT_THAT(names(), ElementsAre("settings"));
+    EXPECT_THAT(folder.names(), ElementsAre("settings"));
     EXPECT_FALSE(file.commit()); // nothing is open any more
     EXPECT_FALSE(push("x"));
     file.set_mode(all);
@@ -218,7 +210,7 @@ TEST_F(NV_safe_file_iterator_test, destruction_drops_what_was_not_committed) {
         EXPECT_TRUE(dying.push_bytes(&byte, 1));
     }
     EXPECT_EQ(folder.content_of("settings"), "old");
-    EXPECT_THAT(names(), ElementsAre("settings"));
+    EXPECT_THAT(folder.names(), ElementsAre("settings"));
     EXPECT_EQ(open_descriptors(), descriptors);
 }
 
@@ -280,7 +272,7 @@ TEST_F(NV_safe_file_iterator_test, node_that_fails_by_itself_keeps_the_old_file)
     const Captured_debug debug;
     expect_refusal();
     EXPECT_EQ(folder.content_of("settings"), "old");
-    EXPECT_THAT(names(), ElementsAre("settings"));
+    EXPECT_THAT(folder.names(), ElementsAre("settings"));
 }
 
 TEST_F(NV_safe_file_iterator_test, a_failed_flush_of_the_folder_counts_unless_folders_cannot_be_flushed) {
@@ -386,7 +378,7 @@ TEST_F(NV_safe_file_iterator_test, symbolic_links_stay_and_lead_to_the_new_conte
     EXPECT_EQ(speed_in_file("real/target"), 9);
     EXPECT_TRUE(std::filesystem::is_symlink(path));
     EXPECT_TRUE(std::filesystem::is_symlink(folder.path("relative")));
-    EXPECT_THAT(names(), ElementsAre("real", "relative", "settings"));
+    EXPECT_THAT(folder.names(), ElementsAre("real", "relative", "settings"));
 }
 
 TEST_F(NV_safe_file_iterator_test, links_in_a_circle_are_refused) {
@@ -472,7 +464,7 @@ TEST_F(NV_safe_file_iterator_test, leftover_of_a_killed_process_is_replaced) {
     tree.speed.set(3);
     EXPECT_TRUE(file.save(tree, all));
     EXPECT_EQ(speed_in_file(), 3);
-    EXPECT_THAT(names(), ElementsAre("settings"));
+    EXPECT_THAT(folder.names(), ElementsAre("settings"));
 }
 
 TEST_F(NV_safe_file_iterator_test, link_in_the_place_of_a_leftover_is_refused_and_not_followed) {
@@ -482,13 +474,13 @@ TEST_F(NV_safe_file_iterator_test, link_in_the_place_of_a_leftover_is_refused_an
     expect_refusal();
     EXPECT_THAT(debug.text(), HasSubstr("cannot look at a leftover: Too many levels of symbolic links"));
     EXPECT_EQ(folder.content_of("other"), "precious");
-    EXPECT_THAT(names(), ElementsAre("other", "settings.saving"));
+    EXPECT_THAT(folder.names(), ElementsAre("other", "settings.saving"));
 }
 
 TEST_F(NV_safe_file_iterator_test, pipe_in_the_place_of_a_leftover_is_removed_without_waiting_for_its_writer) {
     folder.make_fifo("settings.saving");
     EXPECT_TRUE(file.save(tree, all));
-    EXPECT_THAT(names(), ElementsAre("settings"));
+    EXPECT_THAT(folder.names(), ElementsAre("settings"));
 }
 
 TEST_F(NV_safe_file_iterator_test, process_killed_anywhere_in_a_save_leaves_old_or_new_and_the_next_one_cleans_up) {
@@ -513,7 +505,7 @@ TEST_F(NV_safe_file_iterator_test, process_killed_anywhere_in_a_save_leaves_old_
         tree.speed.set(tree.speed.get() + 1);
         EXPECT_TRUE(file.save(tree, all));
         EXPECT_EQ(speed_in_file(), tree.speed.get());
-        EXPECT_THAT(names(), ElementsAre("settings"));
+        EXPECT_THAT(folder.names(), ElementsAre("settings"));
     }
     EXPECT_GT(survived, 20U);
 }
@@ -582,7 +574,7 @@ TEST_F(NV_safe_file_iterator_test, savers_in_many_threads_leave_one_whole_save) 
         saver.join();
     EXPECT_GT(saved, 0);
     EXPECT_GE(speed_in_file(), 1000);
-    EXPECT_THAT(names(), ElementsAre("settings"));
+    EXPECT_THAT(folder.names(), ElementsAre("settings"));
 }
 
 TEST_F(NV_safe_file_iterator_test, savers_in_many_processes_leave_one_whole_save) {
@@ -606,7 +598,7 @@ TEST_F(NV_safe_file_iterator_test, savers_in_many_processes_leave_one_whole_save
         EXPECT_TRUE(WIFEXITED(status));
     }
     EXPECT_GE(speed_in_file(), 1000);
-    EXPECT_THAT(names(), ElementsAre("settings"));
+    EXPECT_THAT(folder.names(), ElementsAre("settings"));
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #include <glue/NV_store/NV_stream_iterator.h>
 
+#include <support/Iterator_bytes.h>
 #include <support/Scripted_stream.h>
 #include <support/Settings_tree.h>
 
@@ -13,21 +14,11 @@ using NV_store::NV_iterator;
 using NV_store::NV_stream_iterator;
 using testing::ElementsAre;
 
-struct NV_stream_iterator_test : testing::Test {
+struct NV_stream_iterator_test : testing::Test, Iterator_bytes {
     Scripted_stream stream;
     NV_stream_iterator it{stream};
 
-    bool push(std::string text) {
-        return it.push_bytes(reinterpret_cast<unsigned char*>(text.data()), static_cast<int>(text.size()));
-    }
-    std::string pop(int count) {
-        std::string bytes(static_cast<std::size_t>(count), '\0');
-        return it.pop_bytes(reinterpret_cast<unsigned char*>(bytes.data()), count) ? bytes : "failed";
-    }
-    std::string peek(int count) {
-        std::string bytes(static_cast<std::size_t>(count), '\0');
-        return it.peek_bytes(reinterpret_cast<unsigned char*>(bytes.data()), count) ? bytes : "failed";
-    }
+    NV_iterator& iterator() override { return it; }
 };
 
 TEST_F(NV_stream_iterator_test, begins_closed_and_moves_nothing) {

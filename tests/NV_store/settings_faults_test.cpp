@@ -111,13 +111,6 @@ struct Safe_save_with_a_fault : testing::TestWithParam<std::tuple<Situation, int
     const Situation situation = std::get<0>(GetParam());
     const int error = std::get<1>(GetParam());
 
-    std::vector<std::string> names() {
-        std::vector<std::string> found;
-        for (const auto& entry : std::filesystem::directory_iterator(folder.path()))
-            found.push_back(entry.path().filename().string());
-        std::sort(found.begin(), found.end());
-        return found;
-    }
     std::string content() { return folder.has("settings") ? folder.content_of("settings") : "none"; }
 
     /// Whether the save succeeds although the call failed.
@@ -161,7 +154,7 @@ TEST_P(Safe_save_with_a_fault, is_saved_or_leaves_the_old_file_and_every_flag) {
     const int descriptors = open_descriptors();
     unsigned which = 0;
     for (bool happened = true; happened; ++which) {
-        for (const std::string& name : names())
+        for (const std::string& name : folder.names())
             std::filesystem::remove(folder.path(name));
         Nested_settings tree;
         if (situation.has_previous) {
@@ -205,7 +198,7 @@ TEST_P(Safe_save_with_a_fault, is_saved_or_leaves_the_old_file_and_every_flag) {
         tree.last.set(1);
         const Watched_file_calls quick(folder.path(), without_flushing);
         EXPECT_TRUE(file.save(tree, situation.mode));
-        EXPECT_THAT(names(), ElementsAre("settings"));
+        EXPECT_THAT(folder.names(), ElementsAre("settings"));
         Nested_settings loaded;
         EXPECT_TRUE(loaded.load(content()).intact);
         EXPECT_EQ(loaded.values(), tree.values());

@@ -528,26 +528,28 @@ TEST_F(TCP_client_data_stream_test, server_that_is_away_comes_back_and_gets_what
     EXPECT_THAT(errors.text(), HasSubstr("TCP_client_data_stream: handle_read: Success\n"));
 }
 
-TEST_F(TCP_client_data_stream_test, attempt_ends_after_the_time_that_the_stream_is_given) {
-    const Full_listener hanging;
-    std::atomic<int> attempts{0};
-    Replaced_calls calls;
-    calls.epoll_add_fails = [&](int fd) {
+/// Counts the sockets that are watched: one for each attempt to connect.
+void count_attempts(Replaced_calls& calls, std::atomic<int>& attempts) {
+    calls.epoll_add_fails = [&attempts](int fd) {
         attempts += is_socket(fd);
         return false;
     };
+}
+
+TEST_F(TCP_client_data_stream_test, attempt_ends_after_the_time_that_the_stream_is_given) {
+    const Full_listener hanging;
+    Replaced_calls calls;
+    std::atomic<int> attempts{0};
+    count_attempts(calls, attempts);
     const TCP_client_data_stream stream(modules, "127.0.0.1", hanging.port(), 1, 20);
     EXPECT_TRUE(eventually([&] { return attempts == 4; })); // the usual 10 s each would take too long
 }
 
 TEST_F(TCP_client_data_stream_test, attempt_takes_as_long_as_it_needs_when_no_time_is_given) {
     const Full_listener hanging;
-    std::atomic<int> attempts{0};
     Replaced_calls calls;
-    calls.epoll_add_fails = [&](int fd) {
-        attempts += is_socket(fd);
-        return false;
-    };
+    std::atomic<int> attempts{0};
+    count_attempts(calls, attempts);
     for (const int no_time : {-1, 0}) {
         attempts = 0;
         const TCP_client_data_stream stream(modules, "127.0.0.1", hanging.port(), 1, no_time);

@@ -1,15 +1,9 @@
 #!/usr/bin/env bash
 # usage: settings_example.sh EXAMPLE SETTINGS_TOOL
 # The example keeps its settings from run to run, tells of changes, and survives a damaged file.
-set -euo pipefail
+. "$(dirname "$0")/expect.sh"
 example=$1 settings_tool=$2
-folder=$(mktemp -d)
-trap 'rm -rf "$folder"' EXIT
 file=$folder/unit
-
-expect() { # EXPECTED TEXT
-    diff <(echo "$1") <(echo "$2") || { echo "not as expected" && exit 1; }
-}
 
 expect "no settings yet: defaults
 settings: {0,{12,1,1}}

@@ -1,20 +1,11 @@
 #pragma once
 
+#include <support/crc32_by_definition.h>
+
 #include <cstdint>
 #include <initializer_list>
 #include <string>
 #include <vector>
-
-/// CRC-32 as a table-free textbook has it: for comparing with what the library computes.
-inline std::uint32_t textbook_crc32(const std::string& bytes) {
-    std::uint32_t crc = 0xFFFFFFFF;
-    for (const char byte : bytes) {
-        crc ^= static_cast<unsigned char>(byte);
-        for (int bit = 0; bit < 8; ++bit)
-            crc = crc >> 1 ^ (crc & 1 ? 0xEDB88320 : 0);
-    }
-    return ~crc;
-}
 
 /// The lowest `count` bytes of a number, the lowest first.
 inline std::string low_bytes(std::uint64_t number, int count) {
@@ -52,7 +43,7 @@ class Record_builder {
         const Open container = open_.back();
         open_.pop_back();
         header(container.type_byte, 2, container.id);
-        return raw(low_bytes(textbook_crc32(bytes_.substr(container.begin)) + damage, 4));
+        return raw(low_bytes(crc32_by_definition(0, bytes_.substr(container.begin)) + damage, 4));
     }
     Record_builder& value(int type_byte, int id, const std::string& bytes) {
         return header(type_byte, 9, id).raw(bytes);

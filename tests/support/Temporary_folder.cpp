@@ -1,5 +1,6 @@
 #include <support/Temporary_folder.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -45,4 +46,12 @@ std::string Temporary_folder::content_of(std::string_view name) const {
 
 bool Temporary_folder::has(std::string_view name) const {
     return fs::exists(path(name));
+}
+
+std::vector<std::string> Temporary_folder::names() const {
+    std::vector<std::string> found;
+    for (const auto& entry : fs::directory_iterator(path_))
+        found.push_back(entry.path().filename().string());
+    std::sort(found.begin(), found.end());
+    return found;
 }

@@ -2,6 +2,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 /// A folder of its own for a test, gone with everything in it when the test ends.
 class Temporary_folder {
@@ -22,6 +23,8 @@ class Temporary_folder {
     /// Everything in a file; a failure of the test when there is no such file.
     std::string content_of(std::string_view name) const;
     bool has(std::string_view name) const;
+    /// The names of everything in it, sorted.
+    std::vector<std::string> names() const;
 
   private:
     std::string path_;

@@ -64,7 +64,7 @@ TEST(Settings_listing, is_a_line_for_each_record) {
               "    id 2  container, type 1 (struct)\n"
               "      id 1  value, type 2 (bool): true\n"
               "    end of id 2, checksum " +
-                  hexadecimal(textbook_crc32(small_file.substr(12, 13))) +
+                  hexadecimal(crc32_by_definition(0, small_file.substr(12, 13))) +
                   " good\n"
                   "    id 3  pointer, type 14 (pointer): to 0/2/1\n");
 }
@@ -82,8 +82,8 @@ TEST(Settings_listing, marks_the_checksums_that_are_bad) {
     const Listed listed(file);
     EXPECT_FALSE(listed.is_good);
     EXPECT_THAT(listed.text, testing::ContainsRegex("end of id 2, checksum [0-9A-F]{8} good\n"));
-    EXPECT_THAT(listed.text,
-                HasSubstr(" BAD: the content has " + hexadecimal(textbook_crc32(file.substr(0, file.size() - 4)))));
+    EXPECT_THAT(listed.text, HasSubstr(" BAD: the content has " +
+                                       hexadecimal(crc32_by_definition(0, file.substr(0, file.size() - 4)))));
 }
 
 TEST(Settings_listing, goes_as_far_as_it_can) {

@@ -1,0 +1,88 @@
+// Counts a unit's starts in a file store and reports each there; the store is small, and gets full:
+// file_store DIRECTORY
+#include <glue/NV_store/NV_number.h>
+#include <glue/NV_store/NV_pcfile_iterator.h>
+#include <glue/NV_store/NV_root.h>
+
+#include <platform/module_man.h>
+#include <platform/waiter.h>
+
+#include <cstdio>
+
+using namespace NV_store;
+
+constexpr std::uint32_t store_size = 100;
+constexpr int attempts = 5; // to open a file while the store is busy
+
+struct Settings : NV_root {
+    Settings() : NV_root(nullptr, 0, "settings") { _set_root(this); }
+    NV_number<unsigned, 6> starts{this, 1, 0, "starts"};
+};
+
+static bool got_full(waiter_descriptor& waiter) {
+    bool full = false;
+    for (waiter_event event; waiter.get_event(event, Atime::now()) == 0;)
+        full = full || PCFile_data_stream::is_event(event);
+    return full;
+}
+
+static void save(Settings& settings, NV_iterator& file, NV_iterator::modes_t mode) {
+    file.set_mode(mode);
+    settings.serialise(&file); // success says nothing of the store: the waiter hears of that
+    file.set_mode(NV_iterator::closed);
+}
+
+/// A write without room for it ends the process, so a report asks before.
+static void report(const char* text, unsigned length) {
+    unsigned used = 0, total = 0;
+    PCFile_data_stream file;
+    if (!PCFile_data_stream::get_free_space(used, total) || total - used < length ||
+        file.open_write("report", attempts) != PCFile_data_stream::success)
+        return;
+    file.printf("%s", text);
+    file.close_write();
+}
+
+static void print_file(const char* name) {
+    PCFile_data_stream file;
+    if (file.open_read(name, attempts) != PCFile_data_stream::success)
+        return;
+    for (unsigned char byte = 0; static_cast<Data_stream&>(file).get_data(&byte, 1, 0); file.drop(1))
+        std::putchar(byte);
+    file.close_read();
+}
+
+int main(int argc, char** argv) {
+    if (argc != 2 || !pcfMount(argv[1], store_size)) {
+        std::fputs("usage: file_store DIRECTORY\n", stderr);
+        return 1;
+    }
+    module_man modules;
+    waiter_descriptor waiter;
+    PCFile_data_stream::static_init(modules);
+    PCFile_data_stream::register_waiter(&waiter);
+
+    Settings settings;
+    NV_pcfile_iterator file("settings");
+    file.set_mode(NV_iterator::reading);
+    const bool intact = load_all(settings, file).intact;
+    settings.starts++;
+    // Behind what is damaged nothing would be found again.
+    save(settings, file, intact ? NV_iterator::appending_changed : NV_iterator::writing_all);
+    if (got_full(waiter)) {
+        std::puts("full: the report makes room");
+        PCFile_data_stream::remove("report");
+        save(settings, file, NV_iterator::writing_all); // what was appended is one record again
+    }
+    char text[30];
+    report(text, static_cast<unsigned>(std::snprintf(text, sizeof text, "start %u\n", settings.starts.get())));
+
+    unsigned used = 0, total = 0;
+    PCFile_data_stream::get_free_space(used, total);
+    std::printf("%s: %u of %u bytes\n", PCFile_data_stream::get_directory(), used, total);
+    for (PCFile_data_stream::Iterator each; const char* name = each.get_name(); each.next())
+        std::printf("file %s\n", name);
+    print_file("report");
+    PCFile_data_stream::deregister_waiter(&waiter);
+    pcfUnmount();
+}
