@@ -119,3 +119,23 @@ TEST(Link_condition, its_end_is_final) {
     EXPECT_EQ(link.state(), Link_state::ended);
     EXPECT_EQ(link.after(silence).state(), Link_state::ended);
 }
+
+TEST(Link_condition, sentences_are_no_rubbish) {
+    Watched_link link;
+    const auto sentence = [&]() -> Watched_link& {
+        link.bytes(60).condition.sentence_came(link.now);
+        return link;
+    };
+    EXPECT_EQ(sentence().state(), Link_state::sentences);
+    for (int i = 0; i < 100; ++i)
+        sentence().after(patience / 10);
+    EXPECT_EQ(link.state(), Link_state::sentences);
+    EXPECT_TRUE(link.condition.has_been_good());
+    EXPECT_EQ(link.frame().state(), Link_state::good);
+    for (int i = 0; i < 15; ++i)
+        sentence().after(patience / 10);
+    EXPECT_EQ(sentence().state(), Link_state::sentences); // frames come no more
+    EXPECT_EQ(link.after(patience - 1).bytes(Link_condition::later_proof).state(), Link_state::sentences);
+    EXPECT_EQ(link.after(1).state(), Link_state::rubbish);
+    EXPECT_EQ(link.after(silence).state(), Link_state::silent);
+}

@@ -214,6 +214,44 @@ TEST(Link_model, remembers_packets_in_both_forms) {
     EXPECT_THAT(comma, ElementsAre("RT,1234", "RE005{ok}", "acknowledged", "refused"));
 }
 
+TEST(Link_model, remembers_the_frames_that_the_monitor_knows_beyond_the_receivers) {
+    Fed_model fed;
+    testing::internal::CaptureStderr();
+    fed.feed(automation_status(TIM_messages::automation_active, 77, true, 0.25F));
+    fed.feed(build_frame("ES", std::string(5, '\0') + '\1' + le(2.5F)));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    ASSERT_EQ(fed.model.recent().size(), 2U);
+    EXPECT_EQ(fed.model.recent()[0].labelled, "GS heart=77 state=AUTOMATION_ACTIVE prod=1 curv=0.250000");
+    EXPECT_EQ(fed.model.recent()[0].comma, "GS,77,5,1,0.250000");
+    EXPECT_EQ(fed.model.recent()[1].labelled, "ES items=1 2.5");
+    EXPECT_EQ(fed.model.recent()[1].comma, "ES,1,2.5");
+}
+
+TEST(Link_model, reports_an_unknown_frame_once) {
+    Fed_model fed;
+    testing::internal::CaptureStderr();
+    fed.feed(build_frame("XY", "x"));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "UNKNOWN XY\n");
+    ASSERT_EQ(fed.model.recent().size(), 1U);
+    EXPECT_THAT(fed.model.recent()[0].labelled, testing::StartsWith("XY ???:  58 59 30 30 32 78"));
+    EXPECT_EQ(fed.model.recent()[0].comma, fed.model.recent()[0].labelled);
+}
+
+TEST(Link_model, counts_and_remembers_sentences) {
+    Fed_model fed;
+    fed.feed("$GPGGA,1*2D\r\n");
+    fed.model.take_sentence("$GPGGA,1*2D", fed.now);
+    fed.model.take_sentence("$GNRMC,1*3A", fed.now);
+    fed.model.take_sentence("$", fed.now); // none, but no harm
+    ASSERT_EQ(fed.model.messages().size(), 1U);
+    EXPECT_EQ(fed.model.messages()[0].identifier, Vesk_message::msg_id('$', 'G'));
+    EXPECT_EQ(fed.model.messages()[0].count, 2U);
+    EXPECT_EQ(fed.model.good_frames(), 0U);
+    EXPECT_EQ(fed.model.recent()[0].labelled, "$GPGGA,1*2D");
+    EXPECT_EQ(fed.model.recent()[1].comma, "$GNRMC,1*3A");
+    EXPECT_EQ(fed.model.condition().state(fed.now), Link_state::sentences);
+}
+
 TEST(Link_model, knows_what_an_error_is_about) {
     Fed_model fed;
     fed.feed(reply_text("RE", "{ok}") + reply_text("ER", "%1%{1,wrong command}") + reply_text("ER", "{99,nonsense}"));

@@ -57,6 +57,39 @@ class Viewed_link {
     Terminal_session session;
 };
 
+/// A live view that an interactive shell runs: somebody who can go on with it after a stop.
+class Job {
+  public:
+    /// \param then  what the shell does when it has been stopped, and a line was entered
+    explicit Job(const std::string& then)
+        : fifo_(folder_.make_fifo("link")),
+          link_(open(fifo_.c_str(), O_RDWR | O_CLOEXEC)),
+          session("/bin/bash",
+                  {"--norc", "-i", "-c", "\"$0\" --view --device \"$1\"; echo stopped; read -r; " + then,
+                   RECEIVER_MONITOR, fifo_},
+                  ordinary) {}
+    ~Job() { close(link_); }
+
+    void send(const std::string& bytes) const { write_all(link_, bytes); }
+
+    /// Shows one frame, and stops.
+    void stop() {
+        send(frame);
+        EXPECT_TRUE(session.shows("~~      1")) << session.screen();
+        session.press("\x1a");
+        EXPECT_TRUE(session.shows("stopped")) << session.screen();
+        EXPECT_FALSE(session.is_on_alternate_screen());
+    }
+
+  private:
+    Temporary_folder folder_;
+    std::string fifo_;
+    int link_;
+
+  public:
+    Terminal_session session;
+};
+
 /// A child process that says something on standard error, and is a receiver then.
 class Talking_child {
   public:
@@ -91,6 +124,12 @@ class Standard_output {
 /// A number that stands behind a label.
 std::uint64_t number_behind(const Terminal_session& session, const char* label) {
     return std::strtoull(session.behind(label).c_str(), nullptr, 10);
+}
+
+/// Whether the last line says something, beside the key that helps.
+bool notes(const Terminal_session& session, const std::string& text) {
+    const std::string last = session.row(session.size().rows - 1);
+    return last.rfind(' ' + text + "   ", 0) == 0 && last.substr(last.size() - 6) == "h help";
 }
 
 void expect_same_settings(const termios& before, const termios& after) {
@@ -154,8 +193,8 @@ TEST(Live_view, shows_what_the_receiver_said) {
         EXPECT_EQ(session.behind("Bytes"),
                   formatted("%zu = frames %zu + replies 0 + noise 0 + waiting 0  bad 0", bytes, bytes));
         EXPECT_EQ(session.behind("Position"),
-                  formatted("lat %11.7f  lon %12.7f  hgt %.3f +- %.3f m  type %d", pg.get_lat_deg(), pg.get_lon_deg(),
-                            pg.get_hgt(), static_cast<double>(pg.get_sigma()), pg.get_type()));
+                  formatted("lat %11.7f lon %12.7f deg  hgt %.3f +- %.3f m  type %d", pg.get_lat_deg(),
+                            pg.get_lon_deg(), pg.get_hgt(), static_cast<double>(pg.get_sigma()), pg.get_type()));
         EXPECT_THAT(session.behind("DOP"), StartsWith(formatted("H %.2f  V %.2f", static_cast<double>(dp.get_hdop()),
                                                                 static_cast<double>(dp.get_vdop()))));
         EXPECT_THAT(session.behind("Scatter"), EndsWith("40 positions"));
@@ -165,7 +204,7 @@ TEST(Live_view, shows_what_the_receiver_said) {
             EXPECT_THAT(session.screen(), HasSubstr(formatted("%2d %2d %3d %2d", numbers[i], elevations[i],
                                                               2 * azimuths[i], strengths[i])));
         EXPECT_EQ(session.behind("Automation"), "nothing yet");
-        EXPECT_EQ(session.behind("Log"), "no log");
+        EXPECT_EQ(session.behind("Log"), "none; --log DIR records one");
         session.press("q");
         EXPECT_EQ(session.status_at_end(), 0);
     }
@@ -177,6 +216,25 @@ TEST(Live_view, shows_automation_and_replies) {
     link.send(reply_text("ER", "{4,value missed}"));
     EXPECT_TRUE(link.session.shows("AUTOMATION_ENABLED  heartbeat 9  product 0  curvature 0.50000"));
     EXPECT_TRUE(link.session.shows("error 4: value missed"));
+}
+
+TEST(Live_view, shows_sentences) {
+    Viewed_link link;
+    link.send("$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,*47\r\n");
+    EXPECT_TRUE(link.session.shows("receiving NMEA sentences, but no frames"));
+    EXPECT_TRUE(link.session.shows("$G      1"));
+    EXPECT_THAT(link.session.behind("Last"), StartsWith("$GPGGA,123519,4807.038,N"));
+}
+
+TEST(Live_view, unknown_frames_do_not_hide_the_keys_for_ever) {
+    Viewed_link link;
+    bool noted = false;
+    EXPECT_TRUE(link.session.until([&] {
+        link.send(build_frame("XY", "x"));
+        noted = noted || notes(link.session, "UNKNOWN XY");
+        return noted && link.session.row(23).rfind(" q quit", 0) == 0;
+    }));
+    EXPECT_TRUE(noted);
 }
 
 TEST(Live_view, goes_through_the_states_of_a_link) {
@@ -230,6 +288,15 @@ TEST(Live_view, follows_the_windows_size) {
     link.session.resize(ordinary);
     EXPECT_TRUE(link.session.until([&] { return link.session.row(23).rfind(" q quit", 0) == 0; }));
     EXPECT_THAT(link.session.row(4), StartsWith("~~      1"));
+}
+
+TEST(Live_view, knows_the_windows_size_better_than_the_environment) {
+    Terminal_session session(
+        "/bin/sh", {"-c", "LINES=24 COLUMNS=80 exec \"$0\" \"$1\" --view", RECEIVER_MONITOR, simulator_with("")},
+        large);
+    EXPECT_TRUE(session.until([&] { return session.row(39).rfind(" q quit", 0) == 0; })) << session.screen();
+    session.resize(ordinary);
+    EXPECT_TRUE(session.until([&] { return session.row(23).rfind(" q quit", 0) == 0; })) << session.screen();
 }
 
 // ---- Keys ----
@@ -310,9 +377,24 @@ TEST(Live_view, other_keys_do_nothing) {
     link.send(frame);
     ASSERT_TRUE(link.session.shows("~~      1"));
     link.session.press("x\r\n\t\x1b[A\x1b[5~\x7f\xC3\xA4");
+    link.session.press("\x1b[c\x1b[1;2c\x1bOc\x1bOq\x1b[ q"); // letters in them are no keys
     link.send(frame);
     EXPECT_TRUE(link.session.shows("~~      2"));
     EXPECT_THAT(link.session.screen(), Not(HasSubstr("PAUSED")));
+    link.session.press("\x1b");
+    link.session.press("q");
+    EXPECT_EQ(link.session.status_at_end(), 0);
+}
+
+TEST(Live_view, draws_the_screen_anew_when_asked) {
+    Viewed_link link;
+    link.send(frame);
+    ASSERT_TRUE(link.session.shows("~~      1"));
+    ASSERT_TRUE(link.session.settles());
+    const std::size_t before = link.session.output().size();
+    link.session.press("\x0C");
+    EXPECT_TRUE(link.session.until(
+        [&] { return link.session.output().find("receiver_monitor", before) != std::string::npos; }));
 }
 
 // ---- The terminal afterwards ----
@@ -328,7 +410,7 @@ TEST(Live_view, gives_the_terminal_back_after_an_interrupt) {
 }
 
 TEST(Live_view, gives_the_terminal_back_when_it_dies) {
-    for (const int number : {SIGABRT, SIGHUP, SIGQUIT, SIGXCPU})
+    for (const int number : {SIGABRT, SIGHUP, SIGQUIT, SIGXCPU, SIGUSR1, SIGUSR2, SIGALRM})
         EXPECT_EQ(status_after_signal(number), -number);
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     status_after_signal(SIGSEGV); // the sanitizer's own handler has the last word
@@ -339,35 +421,59 @@ TEST(Live_view, gives_the_terminal_back_when_it_dies) {
 }
 
 TEST(Live_view, a_stop_from_the_keyboard_gives_the_terminal_back_meanwhile) {
-    const Temporary_folder folder;
-    const std::string fifo = folder.make_fifo("link");
-    const int link = open(fifo.c_str(), O_RDWR | O_CLOEXEC);
-    // A shell with job control, so that there is somebody to go on with.
-    Terminal_session session("/bin/bash",
-                             {"--norc", "-i", "-c",
-                              "\"$0\" --view --device \"$1\"; echo stopped; read -r; fg; echo over", RECEIVER_MONITOR,
-                              fifo},
-                             ordinary);
-    write_all(link, frame);
-    ASSERT_TRUE(session.shows("~~      1")) << session.screen();
-    session.press("\x1a");
-    ASSERT_TRUE(session.shows("stopped")) << session.screen();
-    EXPECT_FALSE(session.is_on_alternate_screen());
-    EXPECT_NE(session.settings().c_lflag & ECHO, 0U);
-    session.press("\n");
-    EXPECT_TRUE(session.until([&] { return session.is_on_alternate_screen(); })) << session.screen();
-    EXPECT_TRUE(session.shows("~~      1"));
-    write_all(link, frame);
-    EXPECT_TRUE(session.shows("~~      2"));
-    session.press("q");
-    EXPECT_TRUE(session.shows("over"));
-    close(link);
+    Job job("fg; echo over");
+    job.stop();
+    EXPECT_NE(job.session.settings().c_lflag & ECHO, 0U);
+    job.session.press("\n");
+    EXPECT_TRUE(job.session.until([&] { return job.session.is_on_alternate_screen(); })) << job.session.screen();
+    EXPECT_TRUE(job.session.shows("~~      1"));
+    job.send(frame);
+    EXPECT_TRUE(job.session.shows("~~      2"));
+    job.session.press("q");
+    EXPECT_TRUE(job.session.shows("over"));
+}
+
+TEST(Live_view, goes_on_without_the_terminal_in_the_background) {
+    Job job("bg; read -r; fg; echo over");
+    job.stop();
+    job.session.press("\n");
+    job.send(frame);
+    job.session.watch(std::chrono::milliseconds(500));
+    EXPECT_FALSE(job.session.is_on_alternate_screen());
+    job.session.press("\n");
+    EXPECT_TRUE(job.session.shows("~~      2")) << job.session.screen();
+    job.session.press("q");
+    EXPECT_TRUE(job.session.shows("over"));
+}
+
+TEST(Live_view, ends_by_a_signal_while_it_is_stopped) {
+    for (const char* signal : {"TERM", "HUP"}) {
+        SCOPED_TRACE(signal);
+        Job job("kill -" + std::string(signal) + " %1; while kill -0 %1; do sleep 0.1; done 2>/dev/null; echo over");
+        job.stop();
+        const termios settings = job.session.settings();
+        job.session.press("\n");
+        EXPECT_TRUE(job.session.shows("over")) << job.session.screen();
+        EXPECT_FALSE(job.session.is_on_alternate_screen());
+        expect_same_settings(settings, job.session.settings());
+    }
+}
+
+TEST(Live_view, ends_on_a_terminal_that_somebody_holds) {
+    const int status = status_with_terminal_given_back([](Terminal_session& session) {
+        session.press(" "); // nothing is being drawn when it comes to be held
+        EXPECT_TRUE(session.shows("PAUSED"));
+        EXPECT_TRUE(session.settles());
+        session.press("\x13"); // XOFF
+        session.signal(SIGTERM);
+    });
+    EXPECT_EQ(status, 0);
 }
 
 TEST(Live_view, what_else_is_said_neither_spoils_the_screen_nor_is_lost) {
     const Talking_child child("child");
     Terminal_session session(RECEIVER_MONITOR, {child.specification(), "--view"}, ordinary);
-    EXPECT_TRUE(session.until([&] { return session.row(23) == " child"; }));
+    EXPECT_TRUE(session.until([&] { return notes(session, "child"); }));
     EXPECT_TRUE(session.shows("receiving good frames"));
     EXPECT_THAT(session.row(0), StartsWith(" receiver_monitor"));
     EXPECT_TRUE(session.shows(" q quit"));
@@ -380,7 +486,7 @@ TEST(Live_view, what_else_is_said_neither_spoils_the_screen_nor_is_lost) {
 TEST(Live_view, what_was_said_last_is_told_when_it_dies) {
     const Talking_child child("last words");
     Terminal_session session(RECEIVER_MONITOR, {child.specification(), "--view"}, ordinary);
-    EXPECT_TRUE(session.until([&] { return session.row(23) == " last words"; }));
+    EXPECT_TRUE(session.until([&] { return notes(session, "last words"); }));
     session.signal(SIGABRT);
     EXPECT_EQ(session.status_at_end(), -SIGABRT);
     EXPECT_FALSE(session.is_on_alternate_screen());
@@ -396,8 +502,11 @@ TEST(Live_view, leaves_room_on_a_line_of_9600_baud) {
     std::vector<std::unique_ptr<Terminal_session>> sessions;
     const Stopwatch stopwatch;
     for (const std::string& type : types)
-        sessions.push_back(std::make_unique<Terminal_session>(
-            RECEIVER_MONITOR, Arguments{simulator_with("--seed 1 --rate 10"), "--view"}, ordinary, type));
+        sessions.push_back(
+            std::make_unique<Terminal_session>("/bin/sh",
+                                               Arguments{"-c", "stty 9600; exec \"$0\" \"$1\" --view", RECEIVER_MONITOR,
+                                                         simulator_with("--seed 1 --rate 10")},
+                                               ordinary, type));
     while (stopwatch.elapsed() < duration)
         for (const auto& session : sessions)
             session->watch(std::chrono::milliseconds(1));
@@ -409,6 +518,19 @@ TEST(Live_view, leaves_room_on_a_line_of_9600_baud) {
         EXPECT_GT(rate, 50) << types[i]; // it does show something
         EXPECT_GT(number_behind(*sessions[i], "PG"), 50U) << types[i];
     }
+}
+
+TEST(Live_view, is_quick_at_first_on_a_line_that_seems_fast_but_not_in_the_long_run) {
+    constexpr double most_bytes_per_second = 900; // the terminal may be at the other end of a slower line
+    constexpr std::chrono::seconds duration(6);
+    Terminal_session session(RECEIVER_MONITOR, {simulator_with("--seed 1 --rate 10"), "--view"}, ordinary, "vt100");
+    session.watch(duration);
+    const std::size_t first = session.output().size();
+    session.watch(duration);
+    const std::size_t then = session.output().size() - first;
+    const auto seconds = static_cast<double>(duration.count());
+    EXPECT_LT(static_cast<double>(then), most_bytes_per_second * seconds);
+    EXPECT_GT(first, then);
 }
 
 // ---- Where it does not work ----

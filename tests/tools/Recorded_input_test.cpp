@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <optional>
+#include <string_view>
 
 namespace {
 
@@ -19,6 +20,7 @@ namespace {
 struct Onlooker : Link_watcher {
     void see_arrival(std::uint64_t) override {}
     void see_packet(int, unsigned char*, unsigned) override {}
+    void see_sentence(std::string_view) override {}
     void see_account(const Vesk_parser::Byte_counts&) override {}
     void see_end() override {
         ends = Atime::now() + 200;

@@ -99,7 +99,9 @@ TEST(View_layout, tells_the_state_of_the_link) {
     EXPECT_THAT(shown.behind("Link"), StartsWith("receiving only rubbish: wrong baud rate?"));
     shown.now = shown.now + 5000;
     EXPECT_THAT(shown.behind("Link"), StartsWith("silent for 5 s, nothing good before"));
+    shown.model.take_sentence("$GPGGA,*00", shown.now);
     shown.feed("\n");
+    EXPECT_THAT(shown.behind("Link"), StartsWith("receiving NMEA sentences, but no frames"));
     shown.feed_epochs(1);
     EXPECT_THAT(shown.behind("Link"), StartsWith("receiving good frames"));
     shown.now = shown.now + 12300;
@@ -144,6 +146,21 @@ TEST(View_layout, marks_what_has_changed) {
     EXPECT_EQ(shown.grid(rows, columns, &after).at(4, 8).style, Style::plain);
 }
 
+TEST(View_layout, does_not_mark_what_has_only_moved) {
+    Shown_model shown;
+    shown.feed(build_frame("||", "ab"));
+    const Grid before = shown.grid();
+    ASSERT_EQ(Shown_model::behind("Bytes", before), "9 = frames 9 + replies 0 + noise 0 + waiting 0  bad 0");
+    shown.feed(build_frame("||", "ab"));
+    const Grid after = shown.grid(rows, columns, &before);
+    ASSERT_EQ(Shown_model::behind("Bytes", after), "18 = frames 18 + replies 0 + noise 0 + waiting 0  bad 0");
+    std::string marked;
+    for (int column = 0; column < columns; ++column)
+        if (after.at(2, column).style == Style::changed)
+            marked += after.at(2, column).character;
+    EXPECT_EQ(marked, "1818");
+}
+
 TEST(View_layout, says_that_there_are_more_messages_than_places) {
     Shown_model shown;
     for (char second = 'A'; second <= 'Z'; ++second)
@@ -151,7 +168,7 @@ TEST(View_layout, says_that_there_are_more_messages_than_places) {
     const Grid grid = shown.grid();
     EXPECT_THAT(grid.row(4), StartsWith("XA      1    - XL      1"));
     EXPECT_THAT(grid.row(13), StartsWith("XJ      1    - XU      1"));
-    EXPECT_EQ(grid.text_at(14, 15, 10), "and others");
+    EXPECT_EQ(grid.text_at(14, 15, 10), "and 5 more");
     EXPECT_THAT(text_of(shown.grid(40, 120)), HasSubstr("XZ      1"));
 }
 
@@ -161,7 +178,7 @@ TEST(View_layout, tells_position_dilution_and_satellites_as_the_receiver_does) {
     Simulated_epoch epoch(shown.last_epoch);
     const auto pg = epoch.get<GNSS_messages::Msg_PG>();
     EXPECT_EQ(shown.behind("Position"),
-              formatted("lat %11.7f  lon %12.7f  hgt %.3f +- %.3f m  type %d", pg.get_lat_deg(), pg.get_lon_deg(),
+              formatted("lat %11.7f lon %12.7f deg  hgt %.3f +- %.3f m  type %d", pg.get_lat_deg(), pg.get_lon_deg(),
                         pg.get_hgt(), static_cast<double>(pg.get_sigma()), pg.get_type()));
     const auto dp = epoch.get<GNSS_messages::Msg_DP>();
     const auto ps = epoch.get<GNSS_messages::Msg_PS>();
@@ -181,7 +198,7 @@ TEST(View_layout, wide_screens_have_a_plot_of_positions) {
     shown.feed_epochs(50);
     EXPECT_THAT(text_of(shown.grid()), Not(HasSubstr("@")));
     EXPECT_THAT(text_of(shown.grid(24, 110)), HasSubstr("@"));
-    EXPECT_THAT(shown.grid(24, 110).row(3), HasSubstr("Scatter, | = "));
+    EXPECT_THAT(shown.grid(24, 110).row(3), HasSubstr("Scatter, 1 m/column"));
 }
 
 TEST(View_layout, tells_the_automations_state) {
@@ -208,10 +225,10 @@ TEST(View_layout, tells_replies_and_what_errors_mean) {
 
 TEST(View_layout, tells_the_log) {
     Shown_model shown;
-    EXPECT_EQ(shown.behind("Log"), "no log");
+    EXPECT_EQ(shown.behind("Log"), "none; --log DIR records one");
     shown.state.log.enabled = true;
     shown.state.log.history_bytes = 17;
-    EXPECT_EQ(shown.behind("Log"), "no file, in memory 17 bytes");
+    EXPECT_EQ(shown.behind("Log"), "no file; 17 bytes of history in memory");
     set_path(shown.state.log, "/data/receiver.log");
     shown.state.log.file_bytes = 12345;
     EXPECT_EQ(shown.behind("Log"), "12345 bytes in /data/receiver.log");
@@ -237,13 +254,28 @@ TEST(View_layout, has_help_a_pause_mark_and_notes) {
     shown.state.paused = true;
     EXPECT_THAT(shown.grid().row(0), testing::EndsWith("PAUSED"));
     shown.state.note = "UNKNOWN XY";
-    EXPECT_EQ(shown.grid().row(rows - 1), " UNKNOWN XY");
+    EXPECT_EQ(shown.grid().row(rows - 1), " UNKNOWN XY" + std::string(62, ' ') + "h help");
+    shown.state.note.assign(200, 'x');
+    EXPECT_EQ(shown.grid().row(rows - 1), ' ' + std::string(69, 'x') + "   h help");
     shown.state.help = true;
     const std::string help = text_of(shown.grid());
     for (const char* key :
          {"q      quit", "space  pause", "l      switch", "c      clear", "f      form", "h, ?   this"})
         EXPECT_THAT(help, HasSubstr(key));
+    EXPECT_THAT(help, HasSubstr("Bold values have changed")); // its last line
+    for (int row = 1; row < rows - 1; ++row)
+        EXPECT_EQ(shown.grid().at(row, columns - 1), Cell()) << "may be cut: " << shown.grid().row(row);
     EXPECT_THAT(help, Not(HasSubstr("Position")));
+}
+
+TEST(Pen, finds_a_moved_value_by_real_words_only) {
+    Grid before(1, 40);
+    Pen(before, nullptr).at(0, 0).text("a ").value("1").text(" a ").value("2").text(" of ").value("3");
+    Grid after(1, 40);
+    Pen(after, &before).at(0, 0).text("a ").value("2").text(" and of ").text(" of ").value("3");
+    EXPECT_EQ(after.at(0, 2).style, Style::changed); // the other "a 2" is another's
+    EXPECT_EQ(after.row(0), "a 2 and of  of 3");
+    EXPECT_EQ(after.at(0, 15).style, Style::plain);
 }
 
 // ---- Pictures ----
@@ -262,6 +294,17 @@ TEST(draw_sky, puts_satellites_where_they_stand) {
     EXPECT_EQ(grid.text_at(10, 11, 2), "04");
     EXPECT_EQ(grid.at(10, 11).style, Style::plain);
     EXPECT_EQ(grid.text_at(5, 6, 2), "05");
+}
+
+TEST(draw_sky, shows_the_strongest_of_those_in_one_place) {
+    const Satellite weak{1, 90, 0, 30, 0};
+    const Satellite strong{2, 90, 0, 50, 0};
+    for (const auto& both : {std::vector{weak, strong}, std::vector{strong, weak}}) {
+        Grid grid(11, 23);
+        Pen pen(grid, nullptr);
+        draw_sky(pen, {0, 0, 11, 23}, both);
+        EXPECT_EQ(grid.text_at(5, 11, 2), "02");
+    }
 }
 
 TEST(draw_sky, keeps_to_its_area_whatever_the_receiver_says) {

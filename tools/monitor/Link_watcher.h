@@ -5,6 +5,7 @@
 #include <platform/Atime.h>
 
 #include <cstdint>
+#include <string_view>
 
 /// Looks over a monitor's shoulder, and may tell it to end. Called by the monitor's thread alone.
 class Link_watcher {
@@ -16,6 +17,9 @@ class Link_watcher {
     virtual void see_arrival(std::uint64_t arrived) = 0;
     /// A packet was taken from the link: anything that the parser finds, frames with a wrong checksum too.
     virtual void see_packet(int kind, unsigned char* packet, unsigned len) = 0;
+    /// An NMEA sentence with a good checksum was found in the noise.
+    /// \param sentence  without its line end
+    virtual void see_sentence(std::string_view sentence) = 0;
     /// Where the bytes went that were taken so far.
     virtual void see_account(const Vesk_parser::Byte_counts& bytes) = 0;
 

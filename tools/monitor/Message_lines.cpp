@@ -66,7 +66,7 @@ int error_of(std::string_view reply) {
 
 } // namespace
 
-void Message_lines::print_frame(const Vesk_message& frame, char* line, unsigned room) const {
+bool Message_lines::print_frame(const Vesk_message& frame, char* line, unsigned room) const {
     line[0] = '\0';
     const int id = frame.get_msg_id();
     if (id == Msg_GS::id && is_whole_TIM_frame(frame))
@@ -76,7 +76,8 @@ void Message_lines::print_frame(const Vesk_message& frame, char* line, unsigned 
     else if (id == Msg_ES::id && is_whole_item_frame(frame))
         print_items(frame, line, room);
     else
-        printer_.snprint(frame, line, static_cast<int>(room));
+        return printer_.snprint(frame, line, static_cast<int>(room)) > 0;
+    return true;
 }
 
 void Message_lines::print_status(const Vesk_message& frame, char* line, unsigned room) const {

@@ -25,7 +25,8 @@ class Message_lines {
 
     /// Writes a frame's line, without its end, as far as there is room. Nothing when the printer has said something
     /// about the frame elsewhere instead.
-    void print_frame(const Vesk_message& frame, char* line, unsigned room) const;
+    /// \return whether it is known what the frame says; one that is not has been reported on standard error
+    bool print_frame(const Vesk_message& frame, char* line, unsigned room) const;
 
     /// Writes the line of a reply of `len` bytes: its text without its line end and, for an error that is known, its
     /// code and phrase.

@@ -172,6 +172,8 @@ void Monitor::show_sentence(std::string& sentence) {
         return;
     }
     sentences_.count_good(kind_of_sentence(sentence), sentence.size());
+    if (watcher_)
+        watcher_->see_sentence(sentence);
     const NMEA_messages::Msg_NMEA_GGA position(sentence.data(), static_cast<unsigned>(sentence.size()));
     if (options_.quiet || !position.is_GGA())
         return;

@@ -9,8 +9,9 @@
 //      and time    v  |                         |
 //               rubbish -------------------------
 //
-// No byte for a while leads from looking, good and rubbish to silent; a byte leads from there to looking. The end of
-// the link leads from anywhere to ended. The state is not kept: it follows from when things happened last.
+// While sentences come, looking and rubbish are sentences instead. No byte for a while leads from looking, good and
+// rubbish to silent; a byte leads from there to looking. The end of the link leads from anywhere to ended. The state is
+// not kept: it follows from when things happened last.
 
 #include "Link_condition.h"
 
@@ -41,6 +42,8 @@ Link_state Link_condition::state(Atime now) const {
     const bool patient = now - (good_since_it_began ? *last_good_ : began_) < patience_ms;
     if (good_since_it_began && patient)
         return Link_state::good;
+    if (last_sentence_ && now - *last_sentence_ < patience_ms)
+        return Link_state::sentences;
     const bool proof = bytes_since_good_ >= (has_been_good() ? later_proof : first_proof);
     return proof && !patient ? Link_state::rubbish : Link_state::looking;
 }

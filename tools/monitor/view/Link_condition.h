@@ -9,12 +9,13 @@ namespace live_view {
 
 /// What can be said about a link as a whole.
 enum class Link_state {
-    waiting, ///< no byte has come yet
-    looking, ///< bytes come; whether they make sense is not clear yet
-    good,    ///< good frames come
-    rubbish, ///< bytes come that are no frames: most often a wrong baud rate
-    silent,  ///< nothing comes any more
-    ended    ///< nothing will come any more
+    waiting,   ///< no byte has come yet
+    looking,   ///< bytes come; whether they make sense is not clear yet
+    good,      ///< good frames come
+    rubbish,   ///< bytes come that are no frames: most often a wrong baud rate
+    sentences, ///< bytes come that are NMEA sentences, but no frames
+    silent,    ///< nothing comes any more
+    ended      ///< nothing will come any more
 };
 
 /// Judges a link by when bytes and good frames came.
@@ -32,17 +33,19 @@ class Link_condition {
     // To be told in the order of time.
     void bytes_came(std::uint64_t count, Atime now);
     void good_frame_came(Atime now);
+    void sentence_came(Atime now) { last_sentence_ = now; }
     void link_ended() { ended_ = true; }
 
     Link_state state(Atime now) const;
     /// Milliseconds since the last byte; 0 before the first.
     std::int64_t quiet_for(Atime now) const { return last_byte_ ? now - *last_byte_ : 0; }
-    /// Whether a good frame has ever come.
-    bool has_been_good() const { return last_good_.has_value(); }
+    /// Whether a good frame or sentence has ever come.
+    bool has_been_good() const { return last_good_ || last_sentence_; }
 
   private:
     std::optional<Atime> last_byte_;
     std::optional<Atime> last_good_;
+    std::optional<Atime> last_sentence_;
     Atime began_; // the first byte, or the first after a silence
     std::uint64_t bytes_since_good_ = 0;
     bool ended_ = false;

@@ -79,11 +79,11 @@ void Link_model::take_frame(unsigned char* packet, unsigned len, Atime now) {
     look_into(frame, now);
     look_into_lists(frame);
 
-    // A frame that the printer does not know it reports, once is enough.
+    // A frame that is not known is reported, once is enough.
     char labelled[longest_text] = "";
     char comma[longest_text] = "";
-    if (labelled_.snprint(frame, labelled, sizeof labelled) > 0)
-        comma_.snprint(frame, comma, sizeof comma);
+    if (labelled_.print_frame(frame, labelled, sizeof labelled))
+        comma_.print_frame(frame, comma, sizeof comma);
     remember({printable(labelled), printable(comma[0] != '\0' ? comma : labelled)});
 }
 
@@ -99,6 +99,14 @@ void Link_model::take_reply(unsigned char* packet, unsigned len, Atime now) {
     replies_.push_back(std::move(reply));
     if (replies_.size() > most_recent)
         replies_.pop_front();
+}
+
+void Link_model::take_sentence(std::string_view sentence, Atime now) {
+    condition_.sentence_came(now);
+    if (sentence.size() >= 2)
+        count(Vesk_message::msg_id(sentence[0], sentence[1]), now);
+    const std::string text = printable(sentence);
+    remember({text, text});
 }
 
 void Link_model::count(int identifier, Atime now) {

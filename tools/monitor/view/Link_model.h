@@ -5,8 +5,9 @@
 #include "Rate_meter.h"
 #include "Sky_lists.h"
 
+#include "monitor/Message_lines.h"
+
 #include <glue/vesk/Vesk_parser.h>
-#include <glue/vesk/Vesk_printer.h>
 
 #include <platform/Atime.h>
 
@@ -14,6 +15,7 @@
 #include <deque>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 class Vesk_message;
@@ -69,6 +71,8 @@ class Link_model {
     // What happens on the link, in the order of time
     void take_arrival(std::uint64_t arrived, Atime now);
     void take_packet(int kind, unsigned char* packet, unsigned len, Atime now);
+    /// A sentence counts as one message with all others that begin with the same two characters.
+    void take_sentence(std::string_view sentence, Atime now);
     void take_account(const Vesk_parser::Byte_counts& bytes) { bytes_ = bytes; }
     void take_end() { condition_.link_ended(); }
 
@@ -86,7 +90,7 @@ class Link_model {
     const Rate_meter& frame_rate() const { return frame_rate_; }
     /// In the order of their first coming.
     const std::vector<Message>& messages() const { return messages_; }
-    /// Frames and replies beyond `most_messages` different ones.
+    /// Frames, replies and sentences beyond `most_messages` different ones.
     std::uint64_t other_messages() const { return other_messages_; }
     /// Oldest first.
     const std::deque<Text>& recent() const { return recent_; }
@@ -122,8 +126,8 @@ class Link_model {
     std::vector<Message> messages_;
     std::deque<Text> recent_;
     std::deque<Reply> replies_;
-    Vesk_printer labelled_{true};
-    Vesk_printer comma_{false};
+    Message_lines labelled_{true};
+    Message_lines comma_{false};
 
     std::optional<Position> position_;
     Position_scatter scatter_;

@@ -11,15 +11,21 @@ namespace {
 
 constexpr std::int64_t look_interval_ms = 50; // at keys
 constexpr std::int64_t show_interval_ms = 250;
+constexpr std::int64_t first_show_ms = 400; // a link that is alive has said something by then
 constexpr std::int64_t note_ms = 5000;
 
-// Bytes a second to the terminal, on average; less when the line to it carries less.
-constexpr unsigned most_bytes_per_second = 750;
+// Bytes a second to the terminal: on average over some time, and at any time as the line to it carries them.
+constexpr unsigned average_bytes_per_second = 750;
+constexpr std::int64_t averaged_ms = 6000;
 constexpr unsigned share_of_line_percent = 80;
 
-unsigned bytes_per_second(const Terminal& terminal) {
+unsigned line_bytes_per_second(const Terminal& terminal) {
     const unsigned line = terminal.bytes_per_second() * share_of_line_percent / 100;
-    return line > 0 ? std::min(line, most_bytes_per_second) : most_bytes_per_second;
+    return line > 0 ? line : average_bytes_per_second;
+}
+
+std::int64_t ms_for(unsigned bytes, unsigned bytes_per_second) {
+    return std::int64_t{bytes} * 1000 / bytes_per_second;
 }
 
 } // namespace
@@ -29,7 +35,8 @@ Live_view::Live_view(Options options) : options_(std::move(options)), model_(Ati
         diverted_.emplace();
     state_.source = options_.source;
     state_.labelled = options_.labelled;
-    next_look_ = next_show_ = Atime::now();
+    next_look_ = Atime::now();
+    next_show_ = next_look_ + first_show_ms;
 }
 
 void Live_view::see_arrival(std::uint64_t arrived) {
@@ -38,6 +45,10 @@ void Live_view::see_arrival(std::uint64_t arrived) {
 
 void Live_view::see_packet(int kind, unsigned char* packet, unsigned len) {
     model_.take_packet(kind, packet, len, Atime::now());
+}
+
+void Live_view::see_sentence(std::string_view sentence) {
+    model_.take_sentence(sentence, Atime::now());
 }
 
 void Live_view::see_account(const Vesk_parser::Byte_counts& bytes) {
@@ -56,8 +67,8 @@ bool Live_view::attend() {
     if (terminal_.is_gone() || !obey_keys(now))
         return false;
     const std::string said = diverted_->last_new_line();
-    if (!said.empty())
-        note(said, now);
+    if (!said.empty() && said != said_last_) // what is said again and again would hide the keys for ever
+        note(said_last_ = said, now);
     if ((hurries_ || now >= next_show_) && terminal_.is_ready())
         show(now);
     return true;
@@ -141,6 +152,7 @@ void Live_view::show(Atime now) {
 
 /// A redraw out of turn, after a key, puts the next one off all the more.
 void Live_view::pace(unsigned bytes, Atime now) {
-    const std::int64_t sending_ms = std::int64_t{bytes} * 1000 / bytes_per_second(terminal_);
-    next_show_ = std::max(next_show_, now) + std::max(sending_ms, show_interval_ms);
+    line_is_free_ = std::max(line_is_free_, now) + ms_for(bytes, line_bytes_per_second(terminal_));
+    share_is_free_ = std::max(share_is_free_, now + -averaged_ms) + ms_for(bytes, average_bytes_per_second);
+    next_show_ = std::max({now + show_interval_ms, line_is_free_, share_is_free_});
 }

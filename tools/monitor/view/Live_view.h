@@ -32,6 +32,7 @@ class Live_view : public Link_watcher {
 
     void see_arrival(std::uint64_t arrived) override;
     void see_packet(int kind, unsigned char* packet, unsigned len) override;
+    void see_sentence(std::string_view sentence) override;
     void see_account(const Vesk_parser::Byte_counts& bytes) override;
     void see_end() override;
     /// \return false when the user wants to quit, or the terminal is gone
@@ -58,10 +59,13 @@ class Live_view : public Link_watcher {
     live_view::Link_model model_;
     std::optional<Snapshot> paused_;
     live_view::View_state state_;
+    std::string said_last_;
     Atime note_ends_;
     live_view::Grid shown_{0, 0};
     bool marks_changes_ = false; // not when another page was shown
     bool hurries_ = false;
     Atime next_look_;
     Atime next_show_;
+    Atime line_is_free_;
+    Atime share_is_free_;
 };

@@ -5,6 +5,12 @@
 
 namespace live_view {
 
+namespace {
+
+constexpr std::size_t shortest_words = 3; // shorter ones are found in too many places
+
+}
+
 std::string formatted(const char* format, ...) {
     char text[160];
     std::va_list values;
@@ -12,6 +18,13 @@ std::string formatted(const char* format, ...) {
     std::vsnprintf(text, sizeof text, format, values);
     va_end(values);
     return text;
+}
+
+bool Pen::stood_before(std::string_view text) const {
+    if (before_->text_at(row_, column_, static_cast<int>(text.size())) == text)
+        return true;
+    return words_.size() >= shortest_words &&
+           (before_->row(row_) + ' ').find(words_ + std::string(text) + ' ') != std::string::npos;
 }
 
 } // namespace live_view

@@ -5,13 +5,16 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #define NCURSES_NOMACROS
 #include <curses.h>
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
+#include <utility>
 
 namespace live_view {
 
@@ -43,15 +46,52 @@ int open_terminal() {
     return open(name, O_RDWR | O_NOCTTY | O_CLOEXEC);
 }
 
+/// LINES and COLUMNS are for terminals that do not know their size. Curses would believe them before the others too,
+/// and never see a change.
+void forget_size_of_environment(int fd) {
+    winsize size{};
+    if (ioctl(fd, TIOCGWINSZ, &size) != 0 || size.ws_row == 0 || size.ws_col == 0)
+        return;
+    unsetenv("LINES");
+    unsetenv("COLUMNS");
+}
+
 short events(int fd, short wanted) {
     pollfd look{fd, wanted, 0};
     return poll(&look, 1, 0) > 0 ? look.revents : short(0);
 }
 
+/// Knows what keys send that send more than a character: ESC [ ... and a letter or "~", or ESC O and a character.
+/// Letters in there are no keys.
+class Key_sequence {
+  public:
+    /// Whether the next character belongs to one.
+    bool takes(int character) {
+        constexpr int escape = 0x1B;
+        const Part part = std::exchange(part_, Part::none);
+        if (part == Part::parameters) {
+            if (character < 0x40 || character > 0x7E)
+                part_ = Part::parameters;
+        } else if (part == Part::introducer && (character == '[' || character == 'O')) {
+            part_ = character == '[' ? Part::parameters : Part::last;
+        } else if (character == escape) {
+            part_ = Part::introducer;
+        } else {
+            return part == Part::last;
+        }
+        return true;
+    }
+
+  private:
+    enum class Part { none, introducer, parameters, last }; // what is expected
+    Part part_ = Part::none;
+};
+
 } // namespace
 
 struct Terminal::Curses {
     std::FILE* file = nullptr;
+    Key_sequence sequence;
     SCREEN* screen = nullptr;
     chtype attributes[static_cast<int>(Style::bad) + 1] = {};
 
@@ -92,6 +132,7 @@ bool Terminal::open() {
         return false;
     termios settings{};
     tcgetattr(fd, &settings);
+    forget_size_of_environment(fd);
     // With handlers of ours in their places none of curses's run, which do more than a handler may.
     handle_stop(note_stop);
     SCREEN* const screen = newterm(nullptr, file, file);
@@ -108,6 +149,7 @@ bool Terminal::open() {
     curses_ = std::make_unique<Curses>();
     curses_->file = file;
     curses_->screen = screen;
+    under_job_control_ = tcgetpgrp(fd) >= 0;
     rescue::prepare(fd, settings);
     cbreak();
     noecho();
@@ -122,7 +164,10 @@ bool Terminal::open() {
 Terminal::~Terminal() {
     if (!curses_)
         return;
-    endwin();
+    if (is_ours()) {
+        let_flow();
+        endwin();
+    }
     rescue::forget();
     handle_stop(SIG_DFL);
     delscreen(curses_->screen);
@@ -139,31 +184,63 @@ unsigned Terminal::bytes_per_second() const {
 }
 
 int Terminal::key() {
-    if (stop_is_wanted) {
+    constexpr int control_l = 'L' & 0x1F;
+    if (stop_is_wanted)
         stop();
+    if (!rescue::is_in_foreground(curses_->fd())) {
+        given_back_ = true;
+        return no_key;
+    }
+    if (given_back_) {
+        if (has_lost_control())
+            return no_key;
+        given_back_ = false;
+        clearok(curscr, TRUE);
+        refresh();
         return changed;
     }
     const int key = getch();
-    if (key == KEY_RESIZE) {
+    if (key == ERR)
+        return no_key;
+    if (key == KEY_RESIZE || key == control_l) {
         clearok(curscr, TRUE);
         return changed;
     }
-    return key == ERR ? no_key : key;
+    return curses_->sequence.takes(key) ? other_key : key;
 }
 
-/// As a program that knows nothing of this would stop; then takes the terminal again.
+/// As a program that knows nothing of this would stop.
 void Terminal::stop() {
     stop_is_wanted = 0;
-    endwin();
+    if (is_ours())
+        endwin();
+    given_back_ = true;
     handle_stop(SIG_DFL);
     raise(SIGTSTP);
     handle_stop(note_stop);
-    clearok(curscr, TRUE);
-    refresh();
+}
+
+/// Whether the session that the terminal was to be taken back in has ended meanwhile.
+bool Terminal::has_lost_control() const {
+    return under_job_control_ && tcgetpgrp(curses_->fd()) < 0;
+}
+
+/// Whoever touches the terminal in the background is stopped for it.
+bool Terminal::is_ours() const {
+    return !given_back_ && rescue::is_in_foreground(curses_->fd());
+}
+
+/// Output that somebody holds would hold the program's end up. Without flow control nothing is held.
+void Terminal::let_flow() {
+    termios settings{};
+    if (is_ready() || tcgetattr(curses_->fd(), &settings) != 0)
+        return;
+    settings.c_iflag &= ~static_cast<tcflag_t>(IXON);
+    tcsetattr(curses_->fd(), TCSANOW, &settings);
 }
 
 bool Terminal::is_ready() const {
-    return (events(curses_->fd(), POLLOUT) & POLLOUT) != 0;
+    return is_ours() && (events(curses_->fd(), POLLOUT) & POLLOUT) != 0;
 }
 
 bool Terminal::is_gone() const {

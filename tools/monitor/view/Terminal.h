@@ -11,7 +11,7 @@ namespace live_view {
 ///
 /// It does so also when the process dies: of a crash, an abort, a hang-up or a quit signal, which then end the process
 /// as they would have. SIGINT and SIGTERM are the program's to handle. A stop from the keyboard gives the terminal back
-/// for as long as it lasts.
+/// until the program is in the foreground again; in the background it goes on without.
 ///
 /// At most one lives at a time, and one thread uses it.
 class Terminal {
@@ -37,7 +37,10 @@ class Terminal {
     /// A key that was pressed; `no_key` when there is none. Does not wait.
     int key();
     static constexpr int no_key = -1;
-    /// From `key`: the size has changed, or somebody else has had the terminal meanwhile. All of it is to be shown.
+    /// From `key`: a key, or a part of one, that sends more than a character.
+    static constexpr int other_key = -3;
+    /// From `key`: Ctrl-L was pressed, the size has changed, or somebody else has had the terminal meanwhile. All of it
+    /// is to be shown.
     static constexpr int changed = -2;
 
     /// Whether the terminal takes what is shown now without a wait: it has taken what came before.
@@ -52,8 +55,13 @@ class Terminal {
 
     bool open();
     void stop();
+    bool is_ours() const;
+    bool has_lost_control() const;
+    void let_flow();
 
     std::string problem_;
+    bool under_job_control_ = false;
+    bool given_back_ = false; // for a stop, and in the background
     std::unique_ptr<Curses> curses_;
 };
 

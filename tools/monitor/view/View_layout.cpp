@@ -20,22 +20,27 @@ constexpr int least_scatter_columns = 21;
 
 constexpr const char* keys_line = " q quit   space pause   l log   c clear   f form   h help";
 
+constexpr std::string_view keys_beside_note = "   h help ";
+
 constexpr const char* help_lines[] = {
     "q      quit",
     "space  pause: the screen stands still, everything is counted on; again: go on",
     "l      switch the log of the receiver's traffic on or off",
     "c      clear: counts, rates, scatter and the last messages begin anew",
     "f      form of the last messages: labelled for people, comma for files",
-    "h, ?   this page, and back",
+    "h, ?   this page, and back; Ctrl-L draws the screen anew",
     "",
-    "Link         waiting, receiving good frames, only rubbish (most often a wrong",
-    "             baud rate), silent or ended",
+    "Link         waiting, receiving good frames, only NMEA sentences or rubbish",
+    "             (most often a wrong baud rate), silent or ended",
     "Bytes        where every byte went: frames, replies, acknowledgements, noise;",
     "             'bad' are frames with a wrong checksum",
-    "Messages     identifier, count, how many a second over the last ten",
+    "id           of each message: count, how many a second over the last ten;",
+    "             $G are NMEA sentences",
     "Sky          satellites by their number: zenith in the middle, north up",
-    "Satellites   number, elevation, azimuth, signal; '-': not used",
-    "Scatter      spread of the positions of the last minute, from their mean",
+    "sv           satellite: elevation and azimuth in degrees, signal in dB-Hz;",
+    "             '-': the position is found without it",
+    "Scatter      of the last minute's positions around their mean, to north, east",
+    "             and up; m/column: metres that a column of the plot stands for",
     "Last         the messages that came last",
     "",
     "Bold values have changed since the screen was drawn before.",
@@ -64,7 +69,7 @@ class Layout {
         const int replies = std::max(1, spare / 3);
         row = this->replies(row, replies);
         last(row, spare - replies);
-        last_line(state_.note.empty() ? keys_line : " " + state_.note);
+        last_line(state_.note.empty() ? keys_line : note_line());
     }
 
   private:
@@ -74,6 +79,12 @@ class Layout {
     void last_line(std::string text) {
         text.resize(static_cast<std::size_t>(grid_.columns()), ' ');
         pen_.at(grid_.rows() - 1, 0).text(text, Style::title);
+    }
+
+    std::string note_line() const {
+        std::string text = " " + state_.note;
+        text.resize(static_cast<std::size_t>(grid_.columns()) - keys_beside_note.size(), ' ');
+        return text.append(keys_beside_note);
     }
 
     void title() {
@@ -109,6 +120,9 @@ class Layout {
             break;
         case Link_state::good:
             pen.text("receiving good frames", Style::good);
+            break;
+        case Link_state::sentences:
+            pen.text("receiving NMEA sentences, but no frames", Style::doubtful);
             break;
         case Link_state::rubbish:
             pen.text("receiving only rubbish: wrong baud rate?", Style::bad);
@@ -172,7 +186,7 @@ class Layout {
         if (area.columns >= least_scatter_columns) {
             const double scale = draw_scatter(pen_, area, model_.scatter());
             pen_.at(heading, area.column)
-                .text(scale > 0 ? formatted("Scatter, | = %g m", scale) : "Scatter", Style::heading);
+                .text(scale > 0 ? formatted("Scatter, %g m/column", scale) : "Scatter", Style::heading);
         }
         return first_picture_row + rows;
     }
@@ -183,8 +197,8 @@ class Layout {
         if (!position)
             return nothing_yet();
         pen.text("lat ").value(formatted("%11.7f", position->latitude));
-        pen.text("  lon ").value(formatted("%12.7f", position->longitude));
-        pen.text("  hgt ").value(formatted("%.3f", position->height));
+        pen.text(" lon ").value(formatted("%12.7f", position->longitude));
+        pen.text(" deg  hgt ").value(formatted("%.3f", position->height));
         pen.text(" +- ").value(formatted("%.3f", static_cast<double>(position->sigma))).text(" m");
         pen.text("  type ").value(std::to_string(position->type));
     }
@@ -236,12 +250,12 @@ class Layout {
         Pen& pen = line(row, "Log");
         const logging_source_status& log = state_.log;
         if (log.path[0] == '\0' && !log.enabled) {
-            pen.text("no log");
+            pen.text("none; --log DIR records one");
             return;
         }
         pen.text(log.enabled ? "" : "off: ");
         if (log.path[0] == '\0')
-            pen.text("no file, in memory ").value(std::to_string(log.history_bytes)).text(" bytes");
+            pen.text("no file; ").value(std::to_string(log.history_bytes)).text(" bytes of history in memory");
         else
             pen.value(std::to_string(log.file_bytes)).text(" bytes in ").text(log.path);
         if (log.dropped > 0)

@@ -2,6 +2,7 @@
 
 #include <csignal>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <initializer_list>
 #define NCURSES_NOMACROS
@@ -20,8 +21,10 @@ struct Fatal_signal {
     int number;
     struct sigaction action_before;
 };
-Fatal_signal fatal_signals[] = {{SIGHUP, {}}, {SIGQUIT, {}}, {SIGILL, {}}, {SIGTRAP, {}}, {SIGABRT, {}}, {SIGBUS, {}},
-                                {SIGFPE, {}}, {SIGSEGV, {}}, {SIGSYS, {}}, {SIGXCPU, {}}, {SIGXFSZ, {}}};
+Fatal_signal fatal_signals[] = {{SIGHUP, {}},  {SIGQUIT, {}}, {SIGILL, {}},  {SIGTRAP, {}},   {SIGABRT, {}},
+                                {SIGBUS, {}},  {SIGFPE, {}},  {SIGSEGV, {}}, {SIGSYS, {}},    {SIGXCPU, {}},
+                                {SIGXFSZ, {}}, {SIGUSR1, {}}, {SIGUSR2, {}}, {SIGPIPE, {}},   {SIGALRM, {}},
+                                {SIGPROF, {}}, {SIGPOLL, {}}, {SIGPWR, {}},  {SIGVTALRM, {}}, {SIGSTKFLT, {}}};
 
 // What the handler needs. All of it is set before a handler stands, and never moves.
 int terminal = -1;
@@ -70,8 +73,10 @@ void tell_the_rest() {
 /// Calls nothing but what a handler may. The signal comes again when the handler returns, and does then what it would
 /// have done.
 extern "C" void give_terminal_back(int number) {
-    write_within_limit(terminal, give_back, give_back_length);
-    tcsetattr(terminal, TCSANOW, &settings_before);
+    if (is_in_foreground(terminal)) {
+        write_within_limit(terminal, give_back, give_back_length);
+        tcsetattr(terminal, TCSANOW, &settings_before);
+    }
     if (told_from >= 0 && told_to >= 0)
         tell_the_rest();
     for (const Fatal_signal& signal : fatal_signals)
@@ -102,8 +107,12 @@ void prepare(int fd, const termios& settings) {
 }
 
 void forget() {
-    for (const Fatal_signal& signal : fatal_signals)
-        sigaction(signal.number, &signal.action_before, nullptr);
+    for (const Fatal_signal& signal : fatal_signals) {
+        struct sigaction now {};
+        sigaction(signal.number, nullptr, &now);
+        if (now.sa_handler == give_terminal_back)
+            sigaction(signal.number, &signal.action_before, nullptr);
+    }
     stack_t none{};
     none.ss_flags = SS_DISABLE;
     sigaltstack(&none, nullptr);
@@ -114,9 +123,14 @@ void tell(int from, int to) {
     told_from = from;
 }
 
+bool is_in_foreground(int fd) {
+    const pid_t group = tcgetpgrp(fd);
+    return group < 0 || group == getpgrp(); // less than 0: no terminal of this session, or none any more
+}
+
 const char* capability(const char* name) {
     const char* const text = tigetstr(name);
-    return text == reinterpret_cast<const char*>(-1) ? nullptr : text;
+    return reinterpret_cast<std::intptr_t>(text) == -1 ? nullptr : text;
 }
 
 } // namespace live_view::rescue

@@ -47,7 +47,7 @@ void draw_messages(Pen& pen, Area area, const Link_model& model, Atime now) {
     }
     if (last < count || model.other_messages() > 0) {
         go_to(pen, area, std::min(last, count), entry_columns);
-        pen.text("and others");
+        pen.text(model.other_messages() > 0 ? "and others" : formatted("and %d more", count - last));
     }
 }
 
