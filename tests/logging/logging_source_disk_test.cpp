@@ -4,6 +4,8 @@
 
 #include <support/Captured_descriptor.h>
 #include <support/Limited_file_size.h>
+#include <support/Numbered_pieces.h>
+#include <support/Random.h>
 #include <support/Replaced_file_calls.h>
 #include <support/Traffic_log.h>
 #include <support/waiting.h>
@@ -116,6 +118,28 @@ TEST(logging_source_disk, full_disk_loses_what_it_refuses_and_counts_it) {
     log.settle();
     EXPECT_THAT(errors.text(), HasSubstr("background log write fail: File too large\n"));
     EXPECT_THAT(log.contents(), testing::UnorderedElementsAre("whole ", most + "ref and on"));
+}
+
+TEST(logging_source_disk, rotation_onto_a_full_disk_loses_what_is_refused_and_counts_it) {
+    Traffic_log log;
+    log.keep_history();
+    log.write("whole");
+    log.rotate();
+    log.write(std::string(99, 'x') + "refused");
+    const Captured_descriptor errors(2);
+    {
+        const Limited_file_size disk(99);
+        log.rotate();
+    }
+    EXPECT_EQ(log.dropped(), 7U);
+    EXPECT_EQ(log.status().history_bytes, 0U) << "it is not tried again";
+    EXPECT_EQ(errors.text(), "background log write fail: File too large\n");
+    log.write("next");
+    log.rotate();
+    std::string all;
+    for (const std::string& name : log.files())
+        all += log.folder().content_of(name) + "|";
+    EXPECT_EQ(all, "whole|" + std::string(99, 'x') + "|next|");
 }
 
 TEST(logging_source_disk, disk_that_does_not_answer_blocks_nobody_who_logs) {
@@ -344,7 +368,7 @@ TEST(logging_source_disk, process_that_exits_has_written_everything) {
     EXPECT_EQ(log.content().size(), 100000U);
 }
 
-TEST(logging_source_disk, process_that_exits_does_not_wait_long_for_a_dead_disk) {
+TEST(logging_source_disk, process_that_exits_with_a_full_queue_does_not_wait_long_for_a_dead_disk) {
     Traffic_log log(used_in_children);
     const Stopwatch watch;
     const pid_t child = fork();
@@ -354,8 +378,8 @@ TEST(logging_source_disk, process_that_exits_does_not_wait_long_for_a_dead_disk)
         log.enable();
         Disk disk;
         disk.before_write([] { pause(); });
-        log.write("never written");
-        eventually([] { return false; }, std::chrono::milliseconds(50));
+        while (log.dropped() == 0)
+            log.write(std::string(1000, 'x')); // until the queue is full
         std::exit(0);
     }
     int status = 0;
@@ -392,16 +416,51 @@ TEST(logging_source_disk, killed_process_leaves_the_beginning_of_what_it_wrote) 
     }
 }
 
+TEST(logging_source_disk, process_killed_between_rotations_leaves_files_that_follow_each_other) {
+    std::string all;
+    for (int i = 0; i < 2000000; ++i)
+        all += std::to_string(i) + "\n";
+    Random random;
+    for (int round = 0; round < 8; ++round) {
+        Traffic_log log(used_in_children);
+        const pid_t child = fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            const Disk no_real_sync;
+            log.configure(0, 0);
+            log.enable();
+            log.configure(Traffic_log::long_span, 10000);
+            for (std::size_t at = 0; at < all.size(); at += 1000) {
+                log.write(all.substr(at, 1000));
+                if (at % 5000 == 0)
+                    log.rotate(); // waits until it is written: nothing is dropped
+            }
+            _exit(0);
+        }
+        const unsigned files = random.between(1, 40);
+        EXPECT_TRUE(eventually([&] { return log.files().size() > files; }));
+        std::this_thread::sleep_for(std::chrono::microseconds(random.between(0, 2000)));
+        kill(child, SIGKILL);
+        ASSERT_EQ(waitpid(child, nullptr, 0), child);
+        std::string found;
+        for (const std::string& name : log.files())
+            found += log.folder().content_of(name);
+        EXPECT_EQ(found, all.substr(0, found.size())) << "in the order of their names";
+    }
+}
+
 TEST(logging_source_disk, many_callers_beside_the_writer_lose_nothing_uncounted) {
     Traffic_log log;
     log.keep_history(Traffic_log::long_span, 1 << 20);
-    constexpr int callers = 8;
     constexpr int pieces = 2000;
+    std::atomic<std::size_t> written{0};
     std::vector<std::thread> threads;
-    for (int caller = 0; caller < callers; ++caller)
-        threads.emplace_back([&log, caller] {
+    for (int caller = 0; caller < Numbered_pieces::callers; ++caller)
+        threads.emplace_back([&, caller] {
             for (int i = 0; i < pieces; ++i) {
-                log.write(std::string(1, static_cast<char>('a' + caller)) + std::to_string(i) + "\n");
+                const std::string piece = Numbered_pieces::piece(caller, i);
+                log.write(piece);
+                written += piece.size();
                 if (caller == 0 && i % 500 == 250)
                     logging_source_flush(logging_source_receiver, true);
                 if (caller == 1 && i % 700 == 350)
@@ -416,26 +475,10 @@ TEST(logging_source_disk, many_callers_beside_the_writer_lose_nothing_uncounted)
     log.settle();
     log.configure(Traffic_log::long_span, 1 << 20);
 
-    std::size_t written = 0;
-    for (int caller = 0; caller < callers; ++caller)
-        for (int i = 0; i < pieces; ++i)
-            written += 2 + std::to_string(i).size();
-    std::size_t found = 0;
-    for (const std::string& content : log.contents()) {
-        found += content.size();
-        int last[callers];
-        std::fill(std::begin(last), std::end(last), -1);
-        for (std::size_t at = 0; at < content.size();) {
-            const std::size_t end = content.find('\n', at);
-            ASSERT_NE(end, std::string::npos) << "a piece is never cut";
-            int& before_this = last[content[at] - 'a'];
-            const int number = std::stoi(content.substr(at + 1));
-            EXPECT_GT(number, before_this) << "each caller's pieces stay in order";
-            before_this = number;
-            at = end + 1;
-        }
-    }
-    EXPECT_EQ(found + log.dropped(), written);
+    Numbered_pieces found;
+    for (const std::string& name : log.files())
+        found.expect_whole_and_in_order(log.folder().content_of(name));
+    EXPECT_EQ(found.bytes() + log.dropped(), written);
 }
 
 TEST(logging_source_disk, disk_that_is_full_in_the_middle_of_small_pieces_is_accounted_for_to_the_byte) {

@@ -138,6 +138,19 @@ TEST_F(Logging_source, direct_source_writes_without_history) {
     EXPECT_EQ(log.dropped(), 13U);
 }
 
+TEST_F(Logging_source, direct_source_drops_what_comes_after_a_rotation_until_it_is_switched_on) {
+    log.configure(1000, 100, true, true);
+    log.enable();
+    log.write("one");
+    log.rotate();
+    EXPECT_TRUE(log.write("dropped"));
+    EXPECT_EQ(log.dropped(), 7U);
+    log.enable();
+    log.write("two");
+    log.settle();
+    EXPECT_THAT(log.contents(), ElementsAre("one", "", "two"));
+}
+
 TEST_F(Logging_source, open_now_is_for_direct_sources_only) {
     log.configure(1000, 100, false, true);
     EXPECT_THAT(log.files(), ElementsAre());
@@ -341,6 +354,22 @@ TEST_F(Logging_source, clock_that_jumps_back_overwrites_nothing) {
     EXPECT_EQ(log.folder().content_of(stem + "_000000.log"), "second");
 }
 
+TEST_F(Logging_source, clock_that_jumps_makes_no_history_older_or_younger) {
+    Stopped_clock clock;
+    log.keep_history(1000);
+    log.write("a");
+    wall_clock_ms += 86400000;
+    clock.advance(500);
+    log.write("b");
+    wall_clock_ms -= 2 * 86400000L;
+    clock.advance(500);
+    log.write("c");
+    EXPECT_EQ(log.status().history_bytes, 3U);
+    clock.advance(1);
+    log.write("d");
+    EXPECT_EQ(log.status().history_bytes, 3U) << "a has become too old";
+}
+
 TEST_F(Logging_source, slash_and_underscore_are_not_doubled) {
     const std::string directory = log.folder().path() + "/";
     logging_source_configure(logging_source_receiver, true, 0, 0, directory.c_str(), "n", "s_", true);
@@ -416,6 +445,15 @@ TEST_F(Logging_source, deleting_old_files_spares_the_one_opened_last) {
     EXPECT_THAT(log.files(), ElementsAre("other_raw_20250512_063000.log", stem + "_000001.log", "traffic_rawest.log"));
     logging_source_delete_all(logging_source_receiver);
     EXPECT_THAT(log.files(), ElementsAre("other_raw_20250512_063000.log", "traffic_rawest.log"));
+}
+
+TEST_F(Logging_source, deleting_takes_every_name_that_begins_like_the_files) {
+    log.configure();
+    log.folder().make_file("traffic_raw_notes.txt", "not even a log");
+    log.folder().make_file("traffic_raw_other_20250512_063000.log", "of a source with a longer suffix");
+    log.folder().make_file("traffic_ra_20250512_063000.log", "of one with a shorter suffix");
+    logging_source_delete_old(logging_source_receiver);
+    EXPECT_THAT(log.files(), ElementsAre("traffic_ra_20250512_063000.log"));
 }
 
 TEST_F(Logging_source, file_that_is_open_may_be_deleted) {

@@ -23,7 +23,8 @@
 /// in order, none twice, none missing but those dropped. After a rotation (`logging_source_flush` with `rotate`): the
 /// history alone; the source has no file then, and keeps history again for the next rotation. A source that is rotated
 /// at least once in the time that its history reaches back has all of its traffic in files, but for what comes while
-/// one is being written: that is dropped.
+/// one is being written: that is dropped. A direct source has no history: what comes after a rotation is dropped, too,
+/// until it is switched on again.
 ///
 /// **What is dropped** is counted, see `logging_source_get_status`: bytes that come while a rotation is being written;
 /// a piece that is as large as the history or larger, without a file; a piece that does not fit the queue of a file
@@ -87,7 +88,9 @@ GLUE_EXPORT bool logging_source_write(logging_source_t source, const char* text)
 /// enabled or a rotation is being written. Returns when the rotation has begun; two who rotate take turns.
 GLUE_EXPORT void logging_source_flush(logging_source_t source, bool rotate);
 
-/// Removes the source's log files, all but the one opened last.
+/// Removes the source's log files, all but the one opened last. On purpose that is everything whose name begins as
+/// theirs do, up to the time: also the files of a source in the same directory whose suffix is this one, a "_" and
+/// more.
 GLUE_EXPORT void logging_source_delete_old(logging_source_t source);
 /// Removes all of the source's log files.
 GLUE_EXPORT void logging_source_delete_all(logging_source_t source);
