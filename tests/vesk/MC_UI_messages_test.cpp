@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <limits>
 #include <string>
+#include <type_traits>
 
 namespace {
 
@@ -47,6 +48,19 @@ TEST(MC_UI_messages, modem_powers_have_names) {
     for (int power = 0; power < 4; ++power)
         EXPECT_EQ(name<modem_power_t>(power), names[power]);
     EXPECT_EQ(name<modem_power_t>(4), "Unknown modem_power_t");
+}
+
+TEST(MC_UI_messages, modes_hold_any_number_of_a_link) {
+    for (const int number : {std::numeric_limits<int>::min(), -1000, 1000, std::numeric_limits<int>::max()}) {
+        EXPECT_EQ(name<control_mode_t>(number), "Unknown control_mode_t");
+        EXPECT_EQ(name<mc_implement_t>(number), "Unknown mc_implement_t");
+        EXPECT_EQ(name<calibration_mode_t>(number), "Unknown calibration_mode_t");
+        EXPECT_EQ(name<modem_power_t>(number), "Unknown modem_power_t");
+    }
+    static_assert(std::is_same_v<std::underlying_type_t<control_mode_t>, int>);
+    static_assert(std::is_same_v<std::underlying_type_t<mc_implement_t>, int>);
+    static_assert(std::is_same_v<std::underlying_type_t<calibration_mode_t>, int>);
+    static_assert(std::is_same_v<std::underlying_type_t<modem_power_t>, int>);
 }
 
 TEST(Msg_ES, ten_items_make_a_frame_of_52_bytes) {

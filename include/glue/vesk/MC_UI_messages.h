@@ -4,10 +4,11 @@
 
 #include <cstdint>
 
-/// What a machine-control display shows: numbers in a frame, and the names of its modes.
+/// What a machine-control display shows: numbers in a frame, and the names of its modes. Any number that comes over
+/// a link may be cast to a mode.
 namespace MC_UI_messages {
 
-enum control_mode_t {
+enum control_mode_t : int {
     control_none = 0,
     control_closed_loop = 1,
     control_open_loop = 2,
@@ -18,11 +19,16 @@ enum control_mode_t {
 };
 
 /// Where the implement is. On purpose these begin at -1.
-enum mc_implement_t { implement_rear = -1, implement_towed = 0, implement_front = 1 };
+enum mc_implement_t : int { implement_rear = -1, implement_towed = 0, implement_front = 1 };
 
-enum calibration_mode_t { calibration_none = 0, calibration_stop = 1, calibration_compass = 2, calibration_max = 3 };
+enum calibration_mode_t : int {
+    calibration_none = 0,
+    calibration_stop = 1,
+    calibration_compass = 2,
+    calibration_max = 3
+};
 
-enum modem_power_t {
+enum modem_power_t : int {
     modem_both_off = 0,
     modem_int_on_ext_off = 1,
     modem_int_on_ext_100 = 2,

@@ -9,7 +9,7 @@ GLUE_EXPORT const char* errcode2str(int code);
 namespace Vesk {
 
 /// What the receiver's error replies are about. The names follow its phrases.
-enum vesk_ret_t {
+enum vesk_ret_t : int {
     err_wrong_command = 1,
     err_1st_parameter_missed,
     err_wrong_1st_parameter,
