@@ -56,7 +56,7 @@ struct Minutes {
 };
 
 /// A number with so many decimals, on every locale with a point.
-void print_decimal(char (&text)[32], double value, int decimals) {
+void print_decimal(char (&text)[48], double value, int decimals) {
     const double step = std::pow(10, decimals);
     const long long scaled = std::llround(std::fabs(value) * step);
     const auto unit = static_cast<long long>(step);
@@ -146,9 +146,9 @@ double Msg_NMEA_GGA::get_altitude() const {
 unsigned compose(const GGA& fix, char* text, unsigned capacity) {
     const Minutes latitude(fix.latitude);
     const Minutes longitude(fix.longitude);
-    char hdop[32];
-    char altitude[32];
-    char geoid_height[32];
+    char hdop[48];
+    char altitude[48];
+    char geoid_height[48];
     print_decimal(hdop, fix.hdop, 1);
     print_decimal(altitude, fix.altitude, 3);
     print_decimal(geoid_height, fix.geoid_height, 3);
