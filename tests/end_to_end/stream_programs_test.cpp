@@ -60,6 +60,9 @@ TEST_F(Stream_programs, monitor_traces_when_asked_to) {
     const Pty_pair line;
     const auto traced = Program(RECEIVER_MONITOR, {line.path(), "--send", "VER", "--trace", "--duration", "0.1"}).run();
     EXPECT_THAT(traced.errors, HasSubstr("[WR](5): VER\\r\\n\n"));
+    const auto child = Program(RECEIVER_MONITOR, {"exec:cat", "--send", "VER", "--trace", "--duration", "0.5"}).run();
+    EXPECT_THAT(child.errors, HasSubstr("exec:cat[WR](5/5): VER\\r\\n\n"));
+    EXPECT_THAT(child.errors, HasSubstr("exec:cat[RD](5/5): VER\\r\\n\n"));
 }
 
 } // namespace

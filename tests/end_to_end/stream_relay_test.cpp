@@ -26,6 +26,7 @@
 
 namespace {
 
+using testing::ContainsRegex;
 using testing::HasSubstr;
 
 /// Sends and receives at once, and says what came; gives up when nothing moves any more. Makes the descriptor
@@ -149,6 +150,14 @@ TEST_F(Stream_relay, traces_and_counts_when_asked_to) {
     EXPECT_THAT(result.errors, HasSubstr("[WR](3): abc\n"));
     const std::string line = first.path() + " -> " + second.path() + ": 4 bytes\n";
     EXPECT_NE(result.errors.find(line), result.errors.rfind(line)); // more than once
+}
+
+TEST_F(Stream_relay, traces_children_and_frames_too) {
+    const auto child = Program(STREAM_RELAY, {"exec:printf abc", "exec:cat", "--log"}).run();
+    EXPECT_THAT(child.errors, HasSubstr("exec:printf abc[RD](3/3): abc\n"));
+    EXPECT_THAT(child.errors, HasSubstr("exec:cat[WR](3/3): abc\n"));
+    const auto framed = Program(STREAM_RELAY, {"exec:printf abc", "aim,exec:cat", "--log"}).run();
+    EXPECT_THAT(framed.errors, ContainsRegex("exec:cat.WR.*: >>006xabc"));
 }
 
 TEST_F(Stream_relay, stream_that_cannot_be_made_ends_it) {
