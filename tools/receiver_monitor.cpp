@@ -189,13 +189,12 @@ std::unique_ptr<Link_input> open_input(const CLI::App& app, const Command_line& 
     auto stream = streams::open(line.specification);
     if (!stream)
         return nullptr;
-    if (line.trace)
-        streams::trace(*stream);
-    if (line.to_send && !send(*stream, *line.to_send)) {
+    auto input = std::make_unique<Stream_input>(std::move(stream), line.trace);
+    if (line.to_send && !send(*input, *line.to_send)) {
         complain(app, "cannot send to " + line.specification);
         return nullptr;
     }
-    return std::make_unique<Stream_input>(std::move(stream));
+    return input;
 }
 
 /// Whether the link is what somebody types.

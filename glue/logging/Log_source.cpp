@@ -170,8 +170,9 @@ void Log_source::resize_queue() {
 void Log_source::let_go_of_file() {
     if (!file_)
         return;
-    segments_.push_back({std::move(file_), 0});
+    finished_.push_back({std::move(file_), bytes_for_file_});
     file_ = nullptr;
+    bytes_for_file_ = 0;
     wake_writer();
 }
 
@@ -208,9 +209,7 @@ bool Log_source::queue(const unsigned char* bytes, unsigned count) {
         return true;
     queue_->append(bytes, count);
     queued_ += count;
-    if (segments_.empty() || segments_.back().file != file_)
-        segments_.push_back({file_, 0});
-    segments_.back().bytes += count;
+    bytes_for_file_ += count;
     wake_writer();
     return true;
 }
@@ -264,17 +263,17 @@ bool Log_source::ends() {
 bool Log_source::write_queue(std::vector<unsigned char>& piece) {
     Lock lock(mutex_);
     std::shared_ptr<Log_file> last;
-    while (!segments_.empty()) {
-        Segment& segment = segments_.front();
-        const std::shared_ptr<Log_file> file = segment.file;
-        const unsigned count = std::min(segment.bytes, largest_write);
+    while (!finished_.empty() || bytes_for_file_ > 0) {
+        const std::shared_ptr<Log_file> file = finished_.empty() ? file_ : finished_.front().file;
+        unsigned& bytes = finished_.empty() ? bytes_for_file_ : finished_.front().bytes;
+        const unsigned count = std::min(bytes, largest_write);
         if (count > 0) {
             queue_->peek(piece.data(), count, 0);
             queue_->consume(count);
-            segment.bytes -= count;
+            bytes -= count;
         }
-        if (segment.bytes == 0)
-            segments_.pop_front();
+        if (!finished_.empty() && finished_.front().bytes == 0)
+            finished_.pop_front();
         lock.unlock();
         const std::size_t written = count > 0 ? file->write(piece.data(), count) : 0;
         if (last && last != file)
@@ -292,7 +291,7 @@ bool Log_source::write_queue(std::vector<unsigned char>& piece) {
         last->flush();
     last.reset(); // closed here, without the lock, when nobody else has it
     lock.lock();
-    return rotation_wanted_ && segments_.empty();
+    return rotation_wanted_ && finished_.empty();
 }
 
 /// Takes the file over and writes the history into it. Who asked for it goes on meanwhile.

@@ -25,9 +25,9 @@
 ///        +--------------------------------+------------------------------+
 ///                     configure                         written
 ///
-/// Bytes for an open file go through a queue, in which stand side by side how many of them are for which file; the
-/// writer takes them out, writes them without the lock, and closes a file that has become superfluous. A rotation that
-/// is asked for comes after all of them; until it begins, what is logged still goes into the history.
+/// Bytes for an open file go through a queue, with those for files before it in front; the writer takes them out,
+/// writes them without the lock, and closes a file that is finished. A rotation that is asked for comes after all of
+/// them; until it begins, what is logged still goes into the history.
 class Log_source {
   public:
     explicit Log_source(const char* task_name) : task_(task_name) {}
@@ -56,8 +56,8 @@ class Log_source {
   private:
     using Lock = std::unique_lock<std::mutex>;
 
-    /// Bytes of the queue that belong to one file.
-    struct Segment {
+    /// A file that is closed when the bytes of the queue that belong to it are written.
+    struct Finished_file {
         std::shared_ptr<Log_file> file;
         unsigned bytes;
     };
@@ -108,9 +108,10 @@ class Log_source {
     bool open_failure_told_ = false;
     bool start_failure_told_ = false;
     std::unique_ptr<Owned_ring<unsigned char>> queue_;
-    std::deque<Segment> segments_;
-    std::uint64_t queued_ = 0;  ///< bytes that ever went into the queue
-    std::uint64_t written_ = 0; ///< those of them that the writer has dealt with
+    std::deque<Finished_file> finished_; ///< in the order of their bytes in the queue
+    unsigned bytes_for_file_ = 0;        ///< those of the open file, behind them
+    std::uint64_t queued_ = 0;           ///< bytes that ever went into the queue
+    std::uint64_t written_ = 0;          ///< those of them that the writer has dealt with
     bool rotation_wanted_ = false;
     bool started_ = false;
 

@@ -542,7 +542,7 @@ TEST_F(TCP_client_data_stream_test, attempt_ends_after_the_time_that_the_stream_
     std::atomic<int> attempts{0};
     count_attempts(calls, attempts);
     const TCP_client_data_stream stream(modules, "127.0.0.1", hanging.port(), 1, 20);
-    EXPECT_TRUE(eventually([&] { return attempts == 4; })); // the usual 10 s each would take too long
+    EXPECT_TRUE(eventually([&] { return attempts >= 4; })); // the usual 10 s each would take too long
 }
 
 TEST_F(TCP_client_data_stream_test, attempt_takes_as_long_as_it_needs_when_no_time_is_given) {

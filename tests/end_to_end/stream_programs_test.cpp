@@ -60,6 +60,10 @@ TEST_F(Stream_programs, monitor_traces_when_asked_to) {
     const Pty_pair line;
     const auto traced = Program(RECEIVER_MONITOR, {line.path(), "--send", "VER", "--trace", "--duration", "0.1"}).run();
     EXPECT_THAT(traced.errors, HasSubstr("[WR](5): VER\\r\\n\n"));
+    const std::string served = "exec:" + simulator + " --stream cons: --epochs 10";
+    const auto child = Program(RECEIVER_MONITOR, {served, "--send", "version", "--trace", "--quiet"}).run();
+    EXPECT_THAT(child.errors, HasSubstr("[WR](9/9): version\\r\\n\n"));
+    EXPECT_THAT(child.errors, HasSubstr("{receiver_simulator}\\r\\n"));
 }
 
 } // namespace

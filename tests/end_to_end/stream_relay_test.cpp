@@ -1,5 +1,6 @@
 // The relay between streams of every kind, with socat and with relays at the other end.
 
+#include <support/Child_program.h>
 #include <support/Program.h>
 #include <support/Pty_pair.h>
 #include <support/Random.h>
@@ -26,6 +27,7 @@
 
 namespace {
 
+using testing::ContainsRegex;
 using testing::HasSubstr;
 
 /// Sends and receives at once, and says what came; gives up when nothing moves any more. Makes the descriptor
@@ -149,6 +151,15 @@ TEST_F(Stream_relay, traces_and_counts_when_asked_to) {
     EXPECT_THAT(result.errors, HasSubstr("[WR](3): abc\n"));
     const std::string line = first.path() + " -> " + second.path() + ": 4 bytes\n";
     EXPECT_NE(result.errors.find(line), result.errors.rfind(line)); // more than once
+}
+
+TEST_F(Stream_relay, traces_children_and_frames_too) {
+    const std::string echo = "exec:" + path_of_echo();
+    const auto child = Program(STREAM_RELAY, {"exec:printf abc", echo, "--log"}).run();
+    EXPECT_THAT(child.errors, HasSubstr("exec:printf abc[RD](3/3): abc\n"));
+    EXPECT_THAT(child.errors, HasSubstr("[WR](3/3): abc\n"));
+    const auto framed = Program(STREAM_RELAY, {"exec:printf abc", "aim," + echo, "--log"}).run();
+    EXPECT_THAT(framed.errors, ContainsRegex("WR.*: >>006xabc"));
 }
 
 TEST_F(Stream_relay, stream_that_cannot_be_made_ends_it) {

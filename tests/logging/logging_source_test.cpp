@@ -1,5 +1,6 @@
 #include <glue/logging/logging_source.h>
 
+#include <support/Allocation_counter.h>
 #include <support/Captured_descriptor.h>
 #include <support/Replaced_calls.h>
 #include <support/Stopped_clock.h>
@@ -177,6 +178,26 @@ TEST_F(Logging_source, large_pieces_go_through) {
 }
 
 // What is dropped
+
+TEST_F(Logging_source, writing_takes_nothing_from_the_heap) {
+    log.keep_history(Traffic_log::long_span, 2000);
+    const std::string piece(100, 'x');
+    unsigned allocations = 0;
+    const auto write_piece = [&] {
+        const Allocation_counter counter;
+        log.write(piece);
+        allocations += counter.count();
+    };
+    for (int i = 0; i < 100; ++i)
+        write_piece();
+    EXPECT_EQ(allocations, 0U) << "into the history";
+    log.enable();
+    for (int i = 0; i < 100; ++i) {
+        write_piece();
+        log.settle(); // so that each finds the queue empty
+    }
+    EXPECT_EQ(allocations, 0U) << "for a file";
+}
 
 TEST_F(Logging_source, source_that_is_off_takes_nothing) {
     log.configure();

@@ -220,7 +220,7 @@ TEST(TCP_client_task_test, socket_that_the_system_cannot_watch_is_an_attempt_tha
     TCP_socket server = port.accept();
     failing = true;
     server.close();
-    EXPECT_TRUE(eventually([&] { return failures == 3; }));
+    EXPECT_TRUE(eventually([&] { return failures >= 3; }));
     failing = false;
     EXPECT_TRUE(eventually([&] { return client.is_connected(); }));
     client.close();
@@ -273,7 +273,7 @@ TEST(TCP_client_task_test, waits_twice_as_long_after_each_attempt_that_fails) {
     };
     Client client(nobody_there, 20);
     client.open();
-    EXPECT_TRUE(eventually([&] { return attempts_so_far().size() == 6; }));
+    EXPECT_TRUE(eventually([&] { return attempts_so_far().size() >= 6; }));
     client.close();
     const std::vector<Time> made = attempts_so_far();
     for (std::size_t i = 0; i + 1 < made.size(); ++i)

@@ -2,7 +2,6 @@
 
 #include <glue/data_stream/Data_stream_factory.h>
 #include <glue/data_stream/Process_data_stream.h>
-#include <glue/data_stream/port_logging.h>
 
 #include <platform/module_man.h>
 
@@ -29,11 +28,6 @@ std::unique_ptr<Event_sender_data_stream> open(const std::string& specification)
 bool has_ended(const Event_sender_data_stream& stream) {
     const auto* const process = dynamic_cast<const Process_data_stream*>(&stream);
     return process && !process->is_running();
-}
-
-void trace(Event_sender_data_stream& stream) {
-    Debug::Print::enable(port_logging_category, true);
-    stream.set_port_logging(Data_stream::log_all);
 }
 
 } // namespace streams

@@ -15,7 +15,4 @@ std::unique_ptr<Event_sender_data_stream> open(const std::string& specification)
 /// been received. Every other stream may come back.
 bool has_ended(const Event_sender_data_stream& stream);
 
-/// Switches the tracing of a stream's traffic on, to standard error.
-void trace(Event_sender_data_stream& stream);
-
 } // namespace streams

@@ -17,7 +17,8 @@ bool is_readable(int descriptor) {
 
 } // namespace
 
-Stream_input::Stream_input(std::unique_ptr<Event_sender_data_stream> source) : source_(std::move(source)) {
+Stream_input::Stream_input(std::unique_ptr<Event_sender_data_stream> source, bool traced)
+    : source_(std::move(source)), trace_(traced ? Stream_trace(*source_) : Stream_trace()) {
     source_->reg_rx_waiter(&waiter_, false);
 }
 
@@ -55,6 +56,7 @@ bool Stream_input::take() {
         if (count == 0 || !source_->get_data(room.begin, count, 0))
             break;
         source_->drop(count);
+        trace_.tell_read(room.begin, count);
         rx_buffer.commit(count);
     }
     const unsigned taken = rx_buffer.size() - before;
@@ -67,5 +69,8 @@ int Stream_input::get_data(int n) {
 }
 
 int Stream_input::_write(const unsigned char* data, unsigned int len) {
-    return source_->__write(data, len);
+    const int written = source_->__write(data, len);
+    if (written > 0)
+        trace_.tell_written(data, static_cast<unsigned>(written));
+    return written;
 }

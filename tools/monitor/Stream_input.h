@@ -2,6 +2,8 @@
 
 #include "Link_input.h"
 
+#include "common/Stream_trace.h"
+
 #include <glue/data_stream/Event_sender_data_stream.h>
 
 #include <platform/waiter.h>
@@ -12,7 +14,8 @@
 class Stream_input : public Data_stream, public Link_input {
   public:
     /// Takes `source` over.
-    explicit Stream_input(std::unique_ptr<Event_sender_data_stream> source);
+    /// \param traced  show its traffic on standard error
+    explicit Stream_input(std::unique_ptr<Event_sender_data_stream> source, bool traced = false);
     ~Stream_input() override;
 
     /// Ends when the source is a child process that has ended and said all. Other streams come back by themselves, so
@@ -31,4 +34,5 @@ class Stream_input : public Data_stream, public Link_input {
 
     waiter_descriptor waiter_;
     std::unique_ptr<Event_sender_data_stream> source_;
+    Stream_trace trace_;
 };

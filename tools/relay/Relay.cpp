@@ -33,9 +33,9 @@ bool Relay::open_side(int side) {
 }
 
 void Relay::join() {
-    forward_ = std::make_unique<Relay_direction>(sides_[0]->stream(), sides_[1]->stream());
+    forward_ = std::make_unique<Relay_direction>(sides_[0]->end(), sides_[1]->end());
     if (!options_.one_way)
-        backward_ = std::make_unique<Relay_direction>(sides_[1]->stream(), sides_[0]->stream());
+        backward_ = std::make_unique<Relay_direction>(sides_[1]->end(), sides_[0]->end());
 }
 
 /// Leaves nothing of the sides, so that they can be replaced.

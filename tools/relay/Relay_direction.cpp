@@ -11,12 +11,12 @@ constexpr unsigned nearly_full = Relay_direction::buffer_size / 4; // of room le
 
 } // namespace
 
-Relay_direction::Relay_direction(Event_sender_data_stream& source, Event_sender_data_stream& destination)
+Relay_direction::Relay_direction(End source, End destination)
     : source_(source), destination_(destination), buffer_(storage_, buffer_size) {}
 
 Relay_direction::~Relay_direction() {
     if (paused_)
-        dynamic_cast<Posix_threaded_data_stream&>(source_).resume();
+        dynamic_cast<Posix_threaded_data_stream&>(source_.stream).resume();
 }
 
 bool Relay_direction::move() {
@@ -30,10 +30,12 @@ bool Relay_direction::take() {
     bool took = false;
     for (;;) {
         const auto room = buffer_.free_region();
-        const unsigned count = std::min(room.size, source_.bytes_avail());
-        if (count == 0 || !static_cast<Data_stream&>(source_).get_data(room.begin, count, 0))
+        const unsigned count = std::min(room.size, source_.stream.bytes_avail());
+        if (count == 0 || !static_cast<Data_stream&>(source_.stream).get_data(room.begin, count, 0))
             return took;
-        source_.drop(count);
+        source_.stream.drop(count);
+        if (source_.trace)
+            source_.trace->tell_read(room.begin, count);
         buffer_.commit(count);
         took = true;
     }
@@ -44,9 +46,11 @@ bool Relay_direction::give() {
     for (;;) {
         const auto waiting = buffer_.used_region();
         const unsigned count = std::min(waiting.size, largest_write);
-        const int written = count == 0 ? 0 : destination_.__write(waiting.begin, count);
+        const int written = count == 0 ? 0 : destination_.stream.__write(waiting.begin, count);
         if (written <= 0)
             return gave;
+        if (destination_.trace)
+            destination_.trace->tell_written(waiting.begin, static_cast<unsigned>(written));
         buffer_.consume(static_cast<unsigned>(written));
         moved_ += static_cast<unsigned>(written);
         gave = true;
@@ -56,7 +60,7 @@ bool Relay_direction::give() {
 /// A stream over a descriptor gives up on a reader after half a second. It is paused before that can happen, while
 /// there is still room for what its thread has in hand.
 void Relay_direction::hold_source_back() {
-    auto* const source = dynamic_cast<Posix_threaded_data_stream*>(&source_);
+    auto* const source = dynamic_cast<Posix_threaded_data_stream*>(&source_.stream);
     if (!source)
         return;
     if (!paused_ && buffer_.room() < nearly_full) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "common/Stream_trace.h"
+
 #include <glue/data_stream/Event_sender_data_stream.h>
 
 #include <platform/Cbuf.h>
@@ -15,8 +17,16 @@ class Relay_direction {
   public:
     static constexpr unsigned buffer_size = 65536;
 
-    /// Both streams outlive this.
-    Relay_direction(Event_sender_data_stream& source, Event_sender_data_stream& destination);
+    /// Where bytes come from or go to, and who is told of them.
+    struct End {
+        End(Event_sender_data_stream& the_stream, Stream_trace* told = nullptr) : stream(the_stream), trace(told) {}
+
+        Event_sender_data_stream& stream;
+        Stream_trace* trace;
+    };
+
+    /// Both ends outlive this.
+    Relay_direction(End source, End destination);
     /// Lets a paused source go on.
     ~Relay_direction();
     Relay_direction(const Relay_direction&) = delete;
@@ -35,8 +45,8 @@ class Relay_direction {
     bool give();
     void hold_source_back();
 
-    Event_sender_data_stream& source_;
-    Event_sender_data_stream& destination_;
+    End source_;
+    End destination_;
     unsigned char storage_[buffer_size];
     Cbuf_templ<unsigned char> buffer_;
     std::uint64_t moved_ = 0;

@@ -33,10 +33,9 @@ std::unique_ptr<Relay_side> Relay_side::open(const std::string& specification, b
     auto transport = streams::open(of_transport);
     if (!transport)
         return nullptr;
-    if (log)
-        streams::trace(*transport);
-
     std::unique_ptr<Relay_side> side(new Relay_side(std::move(transport)));
+    if (log)
+        side->trace_ = Stream_trace(*side->transport_);
     side->transport_->reg_rx_waiter(&waiter, false);
     side->transport_->reg_tx_waiter(&waiter, false);
     if (framed) {
@@ -61,14 +60,14 @@ void Relay_side::put_frames_over(const std::string& specification) {
     frames_queue_ = outer.get();
     frames_ = std::make_unique<AIM_data_stream_adapter>(modules, std::move(outer), aim_channel);
     frames_->set_description(specification.c_str());
-    inwards_ = std::make_unique<Relay_direction>(*transport_, *queue_);
-    outwards_ = std::make_unique<Relay_direction>(*queue_, *transport_);
+    inwards_ = std::make_unique<Relay_direction>(Relay_direction::End{*transport_, &trace_}, *queue_);
+    outwards_ = std::make_unique<Relay_direction>(*queue_, Relay_direction::End{*transport_, &trace_});
 }
 
-Event_sender_data_stream& Relay_side::stream() {
+Relay_direction::End Relay_side::end() {
     if (frames_)
         return *frames_;
-    return *transport_;
+    return {*transport_, &trace_};
 }
 
 bool Relay_side::move() {

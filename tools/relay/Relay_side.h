@@ -25,8 +25,8 @@ class Relay_side {
     Relay_side(const Relay_side&) = delete;
     Relay_side& operator=(const Relay_side&) = delete;
 
-    /// What a direction reads and writes.
-    Event_sender_data_stream& stream();
+    /// What a direction reads or writes.
+    Relay_direction::End end();
 
     /// Moves what can be moved at once between queue and transport. \return whether anything was
     bool move();
@@ -41,6 +41,7 @@ class Relay_side {
 
     // In the order in which they are needed: the last goes first.
     std::unique_ptr<Event_sender_data_stream> transport_;
+    Stream_trace trace_;
     std::unique_ptr<Queue_end> queue_;
     Queue_end* frames_queue_ = nullptr; ///< the other end of it, which is the adapter's
     std::unique_ptr<AIM_data_stream_adapter> frames_;
