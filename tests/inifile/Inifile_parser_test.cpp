@@ -33,9 +33,9 @@ struct Inifile_parser_test : testing::Test {
         }
         return found;
     }
-    std::vector<Line> lines_of(const std::string& text, bool take_partial = false) {
+    std::vector<Line> lines_of(const std::string& text, bool take_partial = false, int size = 4200) {
         stream.receive(text);
-        return lines(take_partial);
+        return lines(take_partial, size);
     }
 
     Scripted_stream stream;
@@ -104,6 +104,37 @@ TEST_F(Inifile_parser_test, line_longer_than_4197_bytes_is_cut) {
     EXPECT_EQ(lines_of(std::string(4197, 'x') + rest), (Lines{{2, std::string(4197, 'x')}}));
     EXPECT_EQ(lines_of("\n"), (Lines{{1, rest}}));
     EXPECT_EQ(lines_of(std::string(4197, 'x') + "\n"), (Lines{{1, std::string(4197, 'x')}}));
+}
+
+TEST_F(Inifile_parser_test, line_longer_than_4197_bytes_is_cut_whatever_the_buffer_holds) {
+    stream.receive(std::string(4197, 'x') + "yyy");
+    EXPECT_EQ(lines(false, 10000), (Lines{{2, std::string(4197, 'x')}}));
+    EXPECT_EQ(stream.buffered(), "yyy");
+}
+
+TEST_F(Inifile_parser_test, any_bytes_with_every_line_end_give_the_lines_of_a_model) {
+    Random random;
+    for (int round = 0; round < 500; ++round) {
+        const int size = static_cast<int>(random.between(4, 60));
+        const auto longest = static_cast<std::size_t>(size - 3);
+        std::string text;
+        while (text.size() < 1000) {
+            std::string line(random.between(0, 80), '\0'); // NULs, and all else but line ends
+            for (char& c : line)
+                c = "\0\xFF\x80=# []a"[random.between(0, 8)];
+            const char* const ends[] = {"\r\n", "\n\r", "\n", "\r"};
+            text += line + ends[random.between(0, 3)];
+        }
+        Lines expected;
+        for (std::size_t at = 0; at < text.size();) {
+            const std::size_t end = std::min(text.find_first_of("\r\n", at), at + longest);
+            const bool ends_here = text[end] == '\r' || text[end] == '\n';
+            expected.push_back({ends_here ? 1 : 2, text.substr(at, end - at)});
+            const char other = text[end] == '\r' ? '\n' : '\r';
+            at = end + (ends_here ? 1 : 0) + (ends_here && end + 1 < text.size() && text[end + 1] == other ? 1 : 0);
+        }
+        ASSERT_EQ(lines_of(text, false, size), expected);
+    }
 }
 
 TEST_F(Inifile_parser_test, buffer_of_three_bytes_or_fewer_holds_nothing) {
