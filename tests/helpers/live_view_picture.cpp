@@ -95,7 +95,7 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "usage: live_view_picture MONITOR SIMULATOR COLUMNSxROWS SECONDS >picture.svg\n");
         return 1;
     }
-    const std::string simulator = "exec:" + std::string(argv[2]) + " --seed 1";
+    const std::string simulator = "exec:" + std::string(argv[2]) + " --automation --nmea";
     Terminal_session session(argv[1], {simulator, "--view"}, size);
     if (!session.shows("receiving good frames")) {
         std::fprintf(stderr, "live_view_picture: nothing to see:\n%s", session.screen().c_str());
