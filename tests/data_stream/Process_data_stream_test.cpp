@@ -22,6 +22,7 @@
 #include <cerrno>
 #include <climits>
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -401,9 +402,9 @@ TEST(Process_data_stream_output, that_finds_its_room_taken_is_reported_and_lost)
 
 TEST(Process_data_stream_output, is_waited_for_ten_milliseconds_at_a_time) {
     Replaced_calls calls;
-    std::atomic<long> us{0};
+    std::atomic<std::int64_t> us{0};
     calls.select = [&](timeval* left) {
-        us = left->tv_sec * 1000000L + left->tv_usec;
+        us = std::int64_t{left->tv_sec} * 1000000 + left->tv_usec;
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
         return 0;
     };
