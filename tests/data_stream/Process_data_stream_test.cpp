@@ -7,6 +7,7 @@
 #include <support/Captured_descriptor.h>
 #include <support/Child_program.h>
 #include <support/Limited_descriptors.h>
+#include <support/No_room_for_threads.h>
 #include <support/Random.h>
 #include <support/Recording_waiter.h>
 #include <support/Replaced_calls.h>
@@ -26,7 +27,6 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <limits>
 #include <memory>
 #include <pthread.h>
 #include <thread>
@@ -272,18 +272,11 @@ TEST_F(Process_data_stream_starting, without_room_for_a_process_fails_and_keeps_
 }
 
 TEST_F(Process_data_stream_starting, without_room_for_a_thread_fails_and_leaves_no_child) {
-    pthread_attr_t before;
-    pthread_attr_t immense;
-    pthread_getattr_default_np(&before);
-    pthread_getattr_default_np(&immense);
-    pthread_attr_setstacksize(&immense, (std::numeric_limits<std::size_t>::max() / 2 + 1) & ~std::size_t{0xFFFF});
-    ASSERT_EQ(pthread_setattr_default_np(&immense), 0);
-    const bool started = run(echo());
-    pthread_setattr_default_np(&before);
-    EXPECT_FALSE(started);
+    {
+        const No_room_for_threads no_room;
+        EXPECT_FALSE(run(echo()));
+    }
     expect_not_started();
-    pthread_attr_destroy(&immense);
-    pthread_attr_destroy(&before);
 }
 
 // ---- Reading what the child prints ----
