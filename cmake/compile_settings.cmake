@@ -2,6 +2,11 @@
 
 function(glue_compile_settings target)
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wconversion -Wshadow -Woverloaded-virtual)
+    if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+        # Files of more than 2 GiB and times after January 2038, as with 64 bits.
+        target_compile_definitions(${target} PRIVATE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
+        target_compile_options(${target} PRIVATE -Wno-psabi) # notes that GCC 6 and older would pass some things otherwise
+    endif()
     if(GLUE_WARNINGS_AS_ERRORS)
         target_compile_options(${target} PRIVATE -Werror)
     endif()
@@ -10,6 +15,10 @@ function(glue_compile_settings target)
         target_compile_options(${target} PRIVATE -fsanitize=${GLUE_SANITIZE} -fno-omit-frame-pointer
                                                  -fno-sanitize-recover=all -g)
         target_link_options(${target} PUBLIC -fsanitize=${GLUE_SANITIZE})
+    endif()
+    get_target_property(type ${target} TYPE)
+    if(CMAKE_CROSSCOMPILING_EMULATOR AND type STREQUAL EXECUTABLE)
+        glue_run_in_emulator(${target})
     endif()
     if(GLUE_FUZZ) # lets the fuzzer see which way an input takes
         target_compile_options(${target} PRIVATE -fsanitize=fuzzer-no-link)
@@ -26,4 +35,18 @@ function(glue_test_compile_settings target)
         # Lines are enough for a report; where each variable of a test lives takes the compiler minutes to find out.
         target_compile_options(${target} PRIVATE -g1)
     endif()
+endfunction()
+
+# A script takes the program's place and runs it in the emulator: so it is started as any other, by people, shells and
+# tests, also by itself.
+function(glue_run_in_emulator target)
+    list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " emulator)
+    set(script ${CMAKE_BINARY_DIR}/emulated/${target})
+    file(GENERATE OUTPUT ${script}
+         CONTENT "#!/bin/sh\nexec ${emulator} -0 \"$0\" '$<TARGET_FILE:${target}>.elf' \"$@\"\n"
+         FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+    add_custom_command(TARGET ${target} POST_BUILD VERBATIM
+                       COMMAND ${CMAKE_COMMAND} -E rename $<TARGET_FILE:${target}> $<TARGET_FILE:${target}>.elf
+                       COMMAND ${CMAKE_COMMAND} -E copy ${script} $<TARGET_FILE:${target}>)
+    set_target_properties(${target} PROPERTIES CROSSCOMPILING_EMULATOR "")
 endfunction()

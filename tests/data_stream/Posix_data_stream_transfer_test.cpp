@@ -15,6 +15,7 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
 #include <deque>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -175,7 +176,7 @@ TEST_F(Posix_data_stream_reading, times_out_with_what_came_in_the_ring) {
 TEST_F(Posix_data_stream_reading, bytes_that_come_one_by_one_share_the_timeout) {
     stream.set_read_timeout(100);
     make_non_blocking(stream.get_read_fd());
-    std::vector<long> waits_ms;
+    std::vector<std::int64_t> waits_ms;
     Replaced_calls calls;
     calls.select = [&](timeval* left) { // a byte every 40 ms
         waits_ms.push_back(left->tv_sec * 1000 + left->tv_usec / 1000);
@@ -188,7 +189,7 @@ TEST_F(Posix_data_stream_reading, bytes_that_come_one_by_one_share_the_timeout) 
         return 1;
     };
     EXPECT_FALSE(stream.get_data(5));
-    EXPECT_EQ(waits_ms, (std::vector<long>{100, 60, 20}));
+    EXPECT_EQ(waits_ms, (std::vector<std::int64_t>{100, 60, 20}));
     EXPECT_EQ(buffered(stream), "xx");
 }
 
@@ -457,9 +458,9 @@ TEST_F(Posix_data_stream_writing, with_a_timeout_to_a_descriptor_too_high_for_se
 /// Writes in rounds: before each the pipe is emptied, while the waiting and the clock go as the test says.
 struct Posix_data_stream_write_timing : Posix_data_stream_writing {
     Replaced_calls calls;
-    std::vector<long> waits_ms;
-    long waited_ms = 0;       ///< what each wait takes, off the time left
-    std::vector<long> clocks; ///< what the wall clock says, call by call; the last value stays
+    std::vector<std::int64_t> waits_ms;
+    long waited_ms = 0;               ///< what each wait takes, off the time left
+    std::vector<std::int64_t> clocks; ///< what the wall clock says, call by call; the last value stays
 
     int write_in_rounds(int timeout_ms, int rounds) {
         calls.select = [this](timeval* left) {
@@ -481,13 +482,13 @@ struct Posix_data_stream_write_timing : Posix_data_stream_writing {
 TEST_F(Posix_data_stream_write_timing, each_wait_gets_what_the_wall_clock_has_left_of_the_timeout) {
     clocks = {1000000, 1000040, 1000080, 1000120};
     EXPECT_EQ(write_in_rounds(100, 10), 3 * room);
-    EXPECT_EQ(waits_ms, (std::vector<long>{100, 60, 20}));
+    EXPECT_EQ(waits_ms, (std::vector<std::int64_t>{100, 60, 20}));
 }
 
 TEST_F(Posix_data_stream_write_timing, exactly_the_timeout_is_not_over_it) {
     clocks = {1000000, 1000050, 1000100, 1000101};
     EXPECT_EQ(write_in_rounds(100, 10), 3 * room);
-    EXPECT_EQ(waits_ms, (std::vector<long>{100, 50, 0}));
+    EXPECT_EQ(waits_ms, (std::vector<std::int64_t>{100, 50, 0}));
 }
 
 TEST_F(Posix_data_stream_write_timing, everything_out_after_the_timeout_still_counts) {
@@ -499,7 +500,7 @@ TEST_F(Posix_data_stream_write_timing, a_wall_clock_that_is_set_back_never_makes
     clocks = {3000000000, 0}; // by five weeks, more milliseconds than an int holds
     waited_ms = 30;
     EXPECT_EQ(write_in_rounds(100, 10), 3 * room);
-    EXPECT_EQ(waits_ms, (std::vector<long>{100, 70, 40, 10}));
+    EXPECT_EQ(waits_ms, (std::vector<std::int64_t>{100, 70, 40, 10}));
 }
 
 } // namespace

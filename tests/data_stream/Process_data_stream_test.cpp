@@ -7,6 +7,7 @@
 #include <support/Captured_descriptor.h>
 #include <support/Child_program.h>
 #include <support/Limited_descriptors.h>
+#include <support/No_room_for_threads.h>
 #include <support/Random.h>
 #include <support/Recording_waiter.h>
 #include <support/Replaced_calls.h>
@@ -22,10 +23,10 @@
 #include <cerrno>
 #include <climits>
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <limits>
 #include <memory>
 #include <pthread.h>
 #include <thread>
@@ -271,18 +272,11 @@ TEST_F(Process_data_stream_starting, without_room_for_a_process_fails_and_keeps_
 }
 
 TEST_F(Process_data_stream_starting, without_room_for_a_thread_fails_and_leaves_no_child) {
-    pthread_attr_t before;
-    pthread_attr_t immense;
-    pthread_getattr_default_np(&before);
-    pthread_getattr_default_np(&immense);
-    pthread_attr_setstacksize(&immense, (std::numeric_limits<std::size_t>::max() / 2 + 1) & ~std::size_t{0xFFFF});
-    ASSERT_EQ(pthread_setattr_default_np(&immense), 0);
-    const bool started = run(echo());
-    pthread_setattr_default_np(&before);
-    EXPECT_FALSE(started);
+    {
+        const No_room_for_threads no_room;
+        EXPECT_FALSE(run(echo()));
+    }
     expect_not_started();
-    pthread_attr_destroy(&immense);
-    pthread_attr_destroy(&before);
 }
 
 // ---- Reading what the child prints ----
@@ -401,9 +395,9 @@ TEST(Process_data_stream_output, that_finds_its_room_taken_is_reported_and_lost)
 
 TEST(Process_data_stream_output, is_waited_for_ten_milliseconds_at_a_time) {
     Replaced_calls calls;
-    std::atomic<long> us{0};
+    std::atomic<std::int64_t> us{0};
     calls.select = [&](timeval* left) {
-        us = left->tv_sec * 1000000L + left->tv_usec;
+        us = std::int64_t{left->tv_sec} * 1000000 + left->tv_usec;
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
         return 0;
     };

@@ -8,12 +8,12 @@
 #include <support/Random.h>
 #include <support/Replaced_file_calls.h>
 #include <support/Traffic_log.h>
+#include <support/in_c_library.h>
 #include <support/waiting.h>
 
 #include <atomic>
 #include <cerrno>
 #include <csignal>
-#include <dlfcn.h>
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -91,8 +91,7 @@ std::atomic<bool> no_more_threads{false};
 
 extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*entry)(void*),
                               void* argument) noexcept {
-    static const auto original = reinterpret_cast<int (*)(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*)>(
-        dlsym(RTLD_NEXT, "pthread_create"));
+    static const auto original = in_c_library(pthread_create);
     return no_more_threads ? EAGAIN : original(thread, attributes, entry, argument);
 }
 

@@ -5,12 +5,13 @@
 #include <support/Replaced_calls.h>
 #include <support/Stopped_clock.h>
 #include <support/Traffic_log.h>
+#include <support/in_c_library.h>
 #include <support/waiting.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <ctime>
 #include <dirent.h>
-#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
@@ -27,7 +28,7 @@ struct Logging_source : testing::Test {
         calls.wall_clock_ms = [this] { return wall_clock_ms; };
     }
 
-    long wall_clock_ms = 1747031400123; // 2025-05-12 06:30:00
+    std::int64_t wall_clock_ms = 1747031400123; // 2025-05-12 06:30:00
     Replaced_calls calls;
     Traffic_log log;
 };
@@ -42,13 +43,12 @@ std::string last_folder_read;
 // The program's own definitions win over those of the shared libraries.
 
 extern "C" std::tm* gmtime_r(const std::time_t* time, std::tm* result) noexcept {
-    static const auto original =
-        reinterpret_cast<std::tm* (*)(const std::time_t*, std::tm*)>(dlsym(RTLD_NEXT, "gmtime_r"));
+    static const auto original = in_c_library(gmtime_r);
     return calendar_fails ? nullptr : original(time, result);
 }
 
 extern "C" DIR* opendir(const char* name) {
-    static const auto original = reinterpret_cast<DIR* (*)(const char*)>(dlsym(RTLD_NEXT, "opendir"));
+    static const auto original = in_c_library(opendir);
     last_folder_read = name;
     return original(name);
 }

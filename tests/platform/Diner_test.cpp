@@ -269,9 +269,9 @@ TEST_F(Diner_test, timeouts_go_off_in_the_order_of_time) {
         EXPECT_FALSE(due.pending());
         loop.note(&due == &first ? 1 : &due == &second ? 2 : 3);
     };
-    third.set(30);
-    first.set(10);
-    second.set(20);
+    third.set(600); // with more between them than setting them takes on a busy machine
+    first.set(200);
+    second.set(400);
     EXPECT_TRUE(second.pending());
     ASSERT_TRUE(loop.start());
     EXPECT_TRUE(loop.handles({1, 2, 3}));

@@ -1,7 +1,8 @@
 #include <support/Replaced_calls.h>
 
+#include <support/in_c_library.h>
+
 #include <atomic>
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/epoll.h>
 #include <termios.h>
@@ -10,11 +11,6 @@
 namespace {
 
 std::atomic<Replaced_calls*> replaced{nullptr};
-
-template <typename Function>
-Function* in_c_library(const char* name) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
 
 size_t size_to_read(size_t size) {
     const Replaced_calls* const instead = replaced;
@@ -40,7 +36,7 @@ Replaced_calls::~Replaced_calls() {
 // The program's own definitions win over those of the shared libraries.
 
 extern "C" int select(int count, fd_set* readable, fd_set* writable, fd_set* exceptional, timeval* left) {
-    static const auto original = in_c_library<decltype(select)>("select");
+    static const auto original = in_c_library(select);
     const Replaced_calls* const instead = replaced;
     if (instead && instead->select)
         return instead->select(left);
@@ -48,7 +44,7 @@ extern "C" int select(int count, fd_set* readable, fd_set* writable, fd_set* exc
 }
 
 extern "C" int poll(pollfd* descriptors, nfds_t count, int limit) {
-    static const auto original = in_c_library<decltype(poll)>("poll");
+    static const auto original = in_c_library(poll);
     const Replaced_calls* const instead = replaced;
     if (instead && instead->poll)
         return instead->poll(descriptors, count);
@@ -56,18 +52,18 @@ extern "C" int poll(pollfd* descriptors, nfds_t count, int limit) {
 }
 
 extern "C" int gettimeofday(timeval* now, void* zone) noexcept {
-    static const auto original = in_c_library<int(timeval*, void*)>("gettimeofday");
+    static const auto original = in_c_library(gettimeofday);
     const Replaced_calls* const instead = replaced;
     if (!instead || !instead->wall_clock_ms)
         return original(now, zone);
-    const long ms = instead->wall_clock_ms();
-    now->tv_sec = ms / 1000;
-    now->tv_usec = ms % 1000 * 1000;
+    const std::int64_t ms = instead->wall_clock_ms();
+    now->tv_sec = static_cast<time_t>(ms / 1000);
+    now->tv_usec = static_cast<suseconds_t>(ms % 1000 * 1000);
     return 0;
 }
 
 extern "C" ssize_t read(int fd, void* destination, size_t size) {
-    static const auto original = in_c_library<decltype(read)>("read");
+    static const auto original = in_c_library(read);
     const Replaced_calls* const instead = replaced;
     auto answer = instead && instead->read ? instead->read(fd) : std::nullopt;
     if (!answer && instead && instead->read_into)
@@ -76,12 +72,12 @@ extern "C" ssize_t read(int fd, void* destination, size_t size) {
 }
 
 extern "C" ssize_t recv(int fd, void* destination, size_t size, int flags) {
-    static const auto original = in_c_library<decltype(recv)>("recv");
+    static const auto original = in_c_library(recv);
     return original(fd, destination, size_to_read(size), flags);
 }
 
 extern "C" ssize_t write(int fd, const void* source, size_t size) {
-    static const auto original = in_c_library<decltype(write)>("write");
+    static const auto original = in_c_library(write);
     const Replaced_calls* const instead = replaced;
     auto answer = instead && instead->write ? instead->write(fd) : std::nullopt;
     if (!answer && instead && instead->write_from)
@@ -90,18 +86,18 @@ extern "C" ssize_t write(int fd, const void* source, size_t size) {
 }
 
 extern "C" ssize_t send(int fd, const void* source, size_t size, int flags) {
-    static const auto original = in_c_library<decltype(send)>("send");
+    static const auto original = in_c_library(send);
     return original(fd, source, size_to_write(size), flags);
 }
 
 extern "C" int bind(int fd, const sockaddr* address, socklen_t size) noexcept {
-    static const auto original = in_c_library<int(int, const sockaddr*, socklen_t)>("bind");
+    static const auto original = in_c_library(bind);
     const Replaced_calls* const instead = replaced;
     return instead && instead->bind ? instead->bind(address) : original(fd, address, size);
 }
 
 extern "C" int connect(int fd, const sockaddr* address, socklen_t size) {
-    static const auto original = in_c_library<decltype(connect)>("connect");
+    static const auto original = in_c_library(connect);
     const Replaced_calls* const instead = replaced;
     if (instead && instead->before_connect)
         instead->before_connect(fd);
@@ -109,13 +105,13 @@ extern "C" int connect(int fd, const sockaddr* address, socklen_t size) {
 }
 
 extern "C" int accept4(int fd, sockaddr* address, socklen_t* size, int flags) {
-    static const auto original = in_c_library<decltype(accept4)>("accept4");
+    static const auto original = in_c_library(accept4);
     const Replaced_calls* const instead = replaced;
     return instead && instead->accept4_fails && instead->accept4_fails() ? -1 : original(fd, address, size, flags);
 }
 
 extern "C" int epoll_ctl(int epoll, int operation, int fd, epoll_event* event) noexcept {
-    static const auto original = in_c_library<int(int, int, int, epoll_event*)>("epoll_ctl");
+    static const auto original = in_c_library(epoll_ctl);
     const Replaced_calls* const instead = replaced;
     if (operation == EPOLL_CTL_ADD && instead && instead->epoll_add_fails && instead->epoll_add_fails(fd))
         return -1;
@@ -123,7 +119,7 @@ extern "C" int epoll_ctl(int epoll, int operation, int fd, epoll_event* event) n
 }
 
 extern "C" int tcsendbreak(int fd, int duration) noexcept {
-    static const auto original = in_c_library<int(int, int)>("tcsendbreak");
+    static const auto original = in_c_library(tcsendbreak);
     const Replaced_calls* const instead = replaced;
     return instead && instead->send_break ? instead->send_break(fd, duration) : original(fd, duration);
 }

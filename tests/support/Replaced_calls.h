@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <poll.h>
@@ -25,7 +26,7 @@ class Replaced_calls {
     /// What `poll` answers, having set what it says of each descriptor.
     std::function<int(pollfd* descriptors, nfds_t count)> poll;
     /// What `gettimeofday` says, in milliseconds.
-    std::function<long()> wall_clock_ms;
+    std::function<std::int64_t()> wall_clock_ms;
     /// What `read` and `write` answer for a descriptor; nothing: what the C library answers.
     std::function<std::optional<ssize_t>(int fd)> read;
     std::function<std::optional<ssize_t>(int fd)> write;

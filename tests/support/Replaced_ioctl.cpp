@@ -1,7 +1,8 @@
 #include <support/Replaced_ioctl.h>
 
+#include <support/in_c_library.h>
+
 #include <cstdarg>
-#include <dlfcn.h>
 #include <sys/ioctl.h>
 
 namespace {
@@ -15,8 +16,7 @@ Replaced_ioctl::Replaced_ioctl(Ioctl_answer how) : answer_(how), next_(first) {
 }
 
 extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
-    using Function = int(int, unsigned long, ...);
-    static const auto original = reinterpret_cast<Function*>(dlsym(RTLD_NEXT, "ioctl"));
+    static const auto original = in_c_library(ioctl);
     va_list arguments;
     va_start(arguments, request);
     void* const argument = va_arg(arguments, void*);

@@ -1,6 +1,7 @@
 #include <support/Replaced_process_calls.h>
 
-#include <dlfcn.h>
+#include <support/in_c_library.h>
+
 #include <gtest/gtest.h>
 #include <mutex>
 
@@ -14,11 +15,6 @@ template <typename Replacement>
 Replacement replacement_of(Replacement Replaced_process_calls::*call) {
     const std::lock_guard<std::mutex> guard(replaced_mutex);
     return replaced ? replaced->*call : Replacement();
-}
-
-template <typename Function>
-Function* in_c_library(const char* name) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
 } // namespace
@@ -35,14 +31,14 @@ Replaced_process_calls::~Replaced_process_calls() {
 }
 
 pid_t original_waitpid(pid_t pid, int* status, int options) {
-    static const auto original = in_c_library<pid_t(pid_t, int*, int)>("waitpid");
+    static const auto original = in_c_library(waitpid);
     return original(pid, status, options);
 }
 
 // The program's own definitions win over those of the shared libraries.
 
 extern "C" pid_t fork() noexcept {
-    static const auto original = in_c_library<pid_t()>("fork");
+    static const auto original = in_c_library(fork);
     const auto replacement = replacement_of(&Replaced_process_calls::fork);
     return replacement ? replacement() : original();
 }
@@ -53,19 +49,19 @@ extern "C" pid_t waitpid(pid_t pid, int* status, int options) {
 }
 
 extern "C" int kill(pid_t pid, int signal) noexcept {
-    static const auto original = in_c_library<int(pid_t, int)>("kill");
+    static const auto original = in_c_library(kill);
     const auto replacement = replacement_of(&Replaced_process_calls::kill);
     return replacement ? replacement(pid, signal) : original(pid, signal);
 }
 
 extern "C" int wordexp(const char* text, wordexp_t* words, int flags) {
-    static const auto original = in_c_library<int(const char*, wordexp_t*, int)>("wordexp");
+    static const auto original = in_c_library(wordexp);
     const auto replacement = replacement_of(&Replaced_process_calls::wordexp);
     return replacement ? replacement(text) : original(text, words, flags);
 }
 
 extern "C" void wordfree(wordexp_t* words) noexcept {
-    static const auto original = in_c_library<void(wordexp_t*)>("wordfree");
+    static const auto original = in_c_library(wordfree);
     const auto replacement = replacement_of(&Replaced_process_calls::wordfree);
     if (replacement)
         replacement();

@@ -1,10 +1,10 @@
 #include <support/Replaced_ioctl.h>
 #include <support/Simulated_line.h>
+#include <support/in_c_library.h>
 
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <utility>
@@ -19,11 +19,6 @@ std::atomic<Simulated_line*> simulated{nullptr};
 Simulated_line* line_behind(int fd) {
     Simulated_line* const line = simulated;
     return line && line->is_behind(fd) ? line : nullptr;
-}
-
-template <typename Function>
-Function* in_c_library(const char* name) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
 /// As a line is that people type on, with the handshake by characters and HUPCL.
@@ -145,13 +140,13 @@ bool Simulated_line::control(unsigned long request, void* argument, int& result)
 // The program's own definitions win over those of the shared libraries.
 
 extern "C" int tcgetattr(int fd, termios* settings) noexcept {
-    static const auto original = in_c_library<int(int, termios*)>("tcgetattr");
+    static const auto original = in_c_library(tcgetattr);
     Simulated_line* const line = line_behind(fd);
     return line ? line->get(settings) : original(fd, settings);
 }
 
 extern "C" int tcsetattr(int fd, int action, const termios* settings) noexcept {
-    static const auto original = in_c_library<int(int, int, const termios*)>("tcsetattr");
+    static const auto original = in_c_library(tcsetattr);
     Simulated_line* const line = line_behind(fd);
     return line ? line->set(action, settings) : original(fd, action, settings);
 }

@@ -1,11 +1,14 @@
 #include <support/descriptors.h>
 
+#include <support/waiting.h>
+
 #include <algorithm>
 #include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <iterator>
 #include <poll.h>
+#include <string>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <thread>
@@ -17,6 +20,14 @@ namespace {
 int entries_of(const char* folder) {
     const std::filesystem::directory_iterator all(folder);
     return static_cast<int>(std::distance(begin(all), end(all)));
+}
+
+/// Starts a thread and waits until the system does not list it any more, which it may do a little after its end.
+bool thread_has_come_and_gone() {
+    pid_t thread = 0;
+    std::thread([&] { thread = gettid(); }).join();
+    const std::string listed = "/proc/self/task/" + std::to_string(thread);
+    return eventually([&] { return access(listed.c_str(), F_OK) != 0; });
 }
 
 } // namespace
@@ -38,7 +49,7 @@ int next_descriptor() {
 /// The first thread that a program starts may bring one of a sanitizer's own along, which stays: it is there before
 /// anything is counted.
 int threads() {
-    static const bool all_are_there = (std::thread([] {}).join(), true);
+    static const bool all_are_there = thread_has_come_and_gone();
     static_cast<void>(all_are_there);
     return entries_of("/proc/self/task");
 }

@@ -8,7 +8,8 @@
 
 /// Whether a process waits for something: its first thread, if it has several.
 inline bool sleeps(pid_t process) {
-    std::ifstream file("/proc/" + std::to_string(process) + "/stat");
+    const std::string id = std::to_string(process);
+    std::ifstream file("/proc/" + id + "/task/" + id + "/stat"); // an emulator answers for the process itself
     std::string number;
     std::string name;
     std::string state;

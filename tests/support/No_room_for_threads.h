@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstdint>
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+/// While it lives, no thread can be started: each would get a stack for which no address space has room.
+class No_room_for_threads {
+  public:
+    No_room_for_threads() {
+        constexpr std::size_t nearly_all_addresses = SIZE_MAX - 0xFFFFFFF;
+        pthread_attr_t immense;
+        pthread_getattr_default_np(&before_);
+        pthread_getattr_default_np(&immense);
+        pthread_attr_setstacksize(&immense, nearly_all_addresses);
+        EXPECT_EQ(pthread_setattr_default_np(&immense), 0);
+        pthread_attr_destroy(&immense);
+    }
+    ~No_room_for_threads() {
+        pthread_setattr_default_np(&before_);
+        pthread_attr_destroy(&before_);
+    }
+    No_room_for_threads(const No_room_for_threads&) = delete;
+    No_room_for_threads& operator=(const No_room_for_threads&) = delete;
+
+  private:
+    pthread_attr_t before_;
+};
