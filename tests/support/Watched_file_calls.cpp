@@ -34,7 +34,9 @@ Watched_file_calls::Watched_file_calls(const std::string& folder, Decision decis
     calls_.flock = [this](int fd) { return as_int(by_descriptor("lock", fd)); };
     calls_.fchmod = [this](int fd) { return as_int(by_descriptor("mode", fd)); };
     calls_.fchown = [this](int fd) { return as_int(by_descriptor("owner", fd)); };
-    calls_.ftruncate = [this](int fd, off_t length) { return as_int(by_descriptor("truncate", fd, static_cast<long>(length))); };
+    calls_.ftruncate = [this](int fd, off_t length) {
+        return as_int(by_descriptor("truncate", fd, static_cast<long>(length)));
+    };
     calls_.ioctl = [this](int fd, unsigned long request) {
         return as_int(by_descriptor("ioctl", fd, static_cast<long>(request)));
     };
