@@ -27,7 +27,7 @@ namespace {
 constexpr unsigned piece_size = 100;
 constexpr std::int64_t pieces_at_once = 2000; // for what two threads do together: 200 kB
 
-// A ring
+// ---- A ring ----
 
 constexpr unsigned ring_size = 4200;
 
@@ -55,7 +55,7 @@ void fill_ring_of_boosts(benchmark::State& state) {
     state.SetBytesProcessed(state.iterations() * piece_size);
 }
 
-// From thread to thread
+// ---- From thread to thread ----
 
 /// Measures pieces that one thread writes and another reads. `write` and `read` move one piece; false when they cannot.
 template <typename Write, typename Read>
@@ -191,7 +191,7 @@ void talk_over_sockets(benchmark::State& state) {
         state, [&] { return write_piece(connection.writer); }, [&] { return read_piece(connection.reader); });
 }
 
-// Events
+// ---- Events ----
 
 constexpr int rounds_at_once = 1000;
 
@@ -230,7 +230,7 @@ struct Waiter {
 struct Standard_queue {
     void put() {
         {
-            const std::lock_guard<std::mutex> held(mutex);
+            const std::lock_guard held(mutex);
             events.push(waiter_event());
         }
         arrived.notify_one();
@@ -245,7 +245,7 @@ struct Standard_queue {
     std::queue<waiter_event> events;
 };
 
-// A lock that nobody else wants
+// ---- A lock that nobody else wants ----
 
 template <typename Lock>
 void take_lock(benchmark::State& state) {

@@ -5,8 +5,8 @@
 // Whatever the bytes: nothing is read beyond them, a value that loading reports as intact is saved and loaded again as
 // it is, and the pointer leads into the tree.
 
-#include "../tests/support/mended_checksums.h"
 #include "fuzz_target.h"
+#include <support/builders/mended_checksums.h>
 
 #include <glue/NV_store/NV_buffer_iterator.h>
 #include <glue/NV_store/NV_enum.h>

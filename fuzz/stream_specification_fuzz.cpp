@@ -6,7 +6,7 @@
 
 #include <glue/data_stream/Data_stream_factory.h>
 
-#include <data_stream/stream_specification.h>
+#include <data_stream/core/stream_specification.h>
 
 #include <cctype>
 #include <limits>

@@ -1,8 +1,9 @@
-#include "record.h"
-
-#include "../assertion.h"
-
 #include <glue/NV_store/NV_container.h>
+
+#include "NV_store/record.h"
+
+#include "detail/assertion.h"
+
 #include <glue/NV_store/NV_root.h>
 
 #include <platform/Debug.h>
@@ -97,7 +98,7 @@ NV_container::NV_container(NV_container* parent, NV_root* root, unsigned short i
 
 NV_container::NV_container(unsigned short id, const char* name) : NV_container(nullptr, nullptr, id, name) {}
 
-// Children
+// ---- Children ----
 
 bool NV_container::add_child(NV_item* child) {
     if (!child)
@@ -163,7 +164,7 @@ bool NV_container::children_named() const {
     return true;
 }
 
-// Paths of ids
+// ---- Paths of ids ----
 
 int NV_container::build_path(NV_path* path, const NV_item* target) const {
     if (target == this)
@@ -188,7 +189,7 @@ NV_item* NV_container::__follow_path(NV_path* path) {
     return nullptr;
 }
 
-// Data numbers and names
+// ---- Data numbers and names ----
 
 void NV_container::set_minmax(unsigned short& lo, unsigned short& hi) {
     min_id_ = max_id_ = data_number();
@@ -226,7 +227,7 @@ Data_item* NV_container::find_data_item(const char* path) {
     return nullptr;
 }
 
-// Searching by a path of names and positions
+// ---- Searching by a path of names and positions ----
 
 NV_item* NV_container::_search(const char* spec, char separator) {
     constexpr std::size_t longest_component = 255;
@@ -269,7 +270,7 @@ NV_item* NV_container::get_next_in_tree(NV_item* stop) {
     return child ? child : NV_item::get_next_in_tree(stop);
 }
 
-// Text
+// ---- Text ----
 
 int NV_container::_to_string(char* buf, int len) const {
     Text_writer text(buf, len);
@@ -311,7 +312,7 @@ void NV_container::_print(Debug::Dumper& dumper, const char* name) const {
     dumper.end_group();
 }
 
-// Defaults and notification
+// ---- Defaults and notification ----
 
 bool NV_container::set_default(bool all) {
     if (!all)
@@ -328,7 +329,7 @@ void NV_container::signal_all(NV_root* root) {
     NV_item::signal_all(root);
 }
 
-// Saving and loading
+// ---- Saving and loading ----
 
 bool NV_container::serialise(NV_iterator* it) {
     bool ok = false;
@@ -441,7 +442,7 @@ bool NV_container::deserialise_unknown(NV_iterator* it) {
     return true;
 }
 
-// Values for a peer
+// ---- Values for a peer ----
 
 template <typename Buffer, typename Operation>
 Data_item::Serial_ret NV_container::for_each_child(Buffer& buffer, unsigned short& counter, Operation operation) {

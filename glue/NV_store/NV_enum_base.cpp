@@ -1,6 +1,6 @@
-#include "record.h"
-
 #include <glue/NV_store/NV_enum_base.h>
+
+#include "NV_store/record.h"
 
 namespace NV_store {
 

@@ -1,7 +1,7 @@
-#include "../data_stream/descriptors.h"
-#include "modes.h"
-
 #include <glue/NV_store/NV_file_iterator.h>
+
+#include "NV_store/modes.h"
+#include "detail/descriptors.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -58,13 +58,13 @@ NV_file_iterator::~NV_file_iterator() {
         close_atomic(file_);
 }
 
-// Opening and closing
+// ---- Opening and closing ----
 
 std::pair<int, bool> NV_file_iterator::open_atomic_fallback(const char* path, int flags, int fallback_flags,
                                                             int permissions) {
     if (flags & asks_for_writing) {
         // Cut to nothing only once nothing of that is kept before the commit.
-        const int fd = open_above_standard(AT_FDCWD, path, flags & ~O_TRUNC, permissions);
+        const int fd = glue_detail::open_above_standard(AT_FDCWD, path, flags & ~O_TRUNC, permissions);
         if (fd >= 0) {
             const bool atomic = ::ioctl(fd, start_atomic_write) == 0;
             if (atomic && (!(flags & O_TRUNC) || ::ftruncate(fd, 0) == 0))
@@ -72,7 +72,7 @@ std::pair<int, bool> NV_file_iterator::open_atomic_fallback(const char* path, in
             ::close(fd);
         }
     }
-    return {open_above_standard(AT_FDCWD, path, fallback_flags, permissions), false};
+    return {glue_detail::open_above_standard(AT_FDCWD, path, fallback_flags, permissions), false};
 }
 
 int NV_file_iterator::close_atomic(std::pair<int, bool> file) {
@@ -86,7 +86,7 @@ int NV_file_iterator::close_atomic(std::pair<int, bool> file) {
 
 std::pair<int, bool> NV_file_iterator::open_for(modes_t mode) const {
     if (mode == reading)
-        return {open_above_standard(AT_FDCWD, path_.c_str(), O_RDONLY, 0), false};
+        return {glue_detail::open_above_standard(AT_FDCWD, path_.c_str(), O_RDONLY, 0), false};
     const int flags = O_WRONLY | O_CREAT | (is_for_appending(mode) ? O_APPEND : O_TRUNC);
     return open_atomic_fallback(path_.c_str(), flags, flags, new_file_permissions);
 }
@@ -115,7 +115,7 @@ bool NV_file_iterator::is_readable() {
     return file_.first >= 0;
 }
 
-// Bytes
+// ---- Bytes ----
 
 int NV_file_iterator::blocking_write(int fd, const unsigned char* bytes, int count) {
     return move_all(bytes, count,

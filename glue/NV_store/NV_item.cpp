@@ -1,5 +1,7 @@
-#include "record.h"
-#include "skip_unknown_number.h"
+#include <glue/NV_store/NV_item.h>
+
+#include "NV_store/record.h"
+#include "NV_store/skip_unknown_number.h"
 
 #include <glue/NV_store/NV_container.h>
 #include <glue/NV_store/NV_root.h>

@@ -1,7 +1,7 @@
-#include "record.h"
-#include "skip_unknown_number.h"
-
 #include <glue/NV_store/NV_number.h>
+
+#include "NV_store/record.h"
+#include "NV_store/skip_unknown_number.h"
 
 #include <platform/Data_item_text.h>
 #include <platform/Debug.h>
@@ -118,7 +118,7 @@ int NV_number<T, Type>::get_type() const {
     return Type;
 }
 
-// The value
+// ---- The value ----
 
 template <typename T, int Type>
 void NV_number<T, Type>::_get_range(T& low, T& high) const {
@@ -253,7 +253,7 @@ bool NV_number<T, Type>::set_default(bool) {
     return true;
 }
 
-// Text
+// ---- Text ----
 
 template <typename T, int Type>
 int NV_number<T, Type>::_to_string(char* buf, int len) const {
@@ -276,7 +276,7 @@ void NV_number<T, Type>::_print(Debug::Dumper& dumper, const char* name) const {
     dumper.print_field(name, text);
 }
 
-// Saving and loading
+// ---- Saving and loading ----
 
 template <typename T, int Type>
 bool NV_number<T, Type>::serialise(NV_iterator* it) {
@@ -328,7 +328,7 @@ bool NV_number<T, Type>::deserialise_unknown_array(NV_iterator* it, DTS::Defs::S
     return count == 0;
 }
 
-// Values for a peer
+// ---- Values for a peer ----
 
 template <typename T, int Type>
 bool NV_number<T, Type>::raw_serialise(Send_buffer& buffer, T value) {

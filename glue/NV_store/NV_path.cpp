@@ -1,7 +1,8 @@
-#include "record.h"
+#include <glue/NV_store/NV_path.h>
+
+#include "NV_store/record.h"
 
 #include <glue/NV_store/NV_item.h>
-#include <glue/NV_store/NV_path.h>
 
 #include <algorithm>
 #include <iterator>

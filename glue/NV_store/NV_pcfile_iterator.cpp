@@ -1,6 +1,6 @@
-#include "modes.h"
-
 #include <glue/NV_store/NV_pcfile_iterator.h>
+
+#include "NV_store/modes.h"
 
 #include <platform/stzncpy.h>
 

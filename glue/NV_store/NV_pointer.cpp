@@ -1,6 +1,7 @@
-#include "record.h"
-
 #include <glue/NV_store/NV_pointer.h>
+
+#include "NV_store/record.h"
+
 #include <glue/NV_store/NV_root.h>
 
 #include <platform/Debug.h>

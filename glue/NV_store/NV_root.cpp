@@ -1,6 +1,6 @@
-#include "record.h"
-
 #include <glue/NV_store/NV_root.h>
+
+#include "NV_store/record.h"
 
 #include <platform/module_man.h>
 

@@ -8,11 +8,12 @@
 //
 // The unfinished file is locked (flock) by whoever writes it. One that nobody holds the lock of is a leftover.
 
-#include "../data_stream/descriptors.h"
-#include "modes.h"
+#include <glue/NV_store/NV_safe_file_iterator.h>
+
+#include "NV_store/modes.h"
+#include "detail/descriptors.h"
 
 #include <glue/NV_store/NV_root.h>
-#include <glue/NV_store/NV_safe_file_iterator.h>
 
 #include <platform/Debug.h>
 
@@ -129,7 +130,7 @@ bool NV_safe_file_iterator::failed(const char* what) const {
     return false;
 }
 
-// A whole save
+// ---- A whole save ----
 
 bool NV_safe_file_iterator::save(NV_item& tree, modes_t mode) {
     if (!is_for_writing(mode))
@@ -152,7 +153,7 @@ bool NV_safe_file_iterator::save(NV_item& tree, modes_t mode) {
     return false;
 }
 
-// Its steps
+// ---- Its steps ----
 
 void NV_safe_file_iterator::set_mode(modes_t mode) {
     if (is_for_writing(mode_)) {
@@ -213,7 +214,8 @@ bool NV_safe_file_iterator::locate() {
     const std::string folder = folder_part(whole);
     name_ = whole.substr(folder.size());
     unfinished_ = name_ + suffix;
-    folder_ = open_above_standard(AT_FDCWD, folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY, 0);
+    folder_ =
+        glue_detail::open_above_standard(AT_FDCWD, folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY, 0);
     return folder_ >= 0 || failed("cannot open the folder");
 }
 
@@ -235,8 +237,8 @@ bool NV_safe_file_iterator::look_at_previous() {
 bool NV_safe_file_iterator::make_unfinished() {
     const int permissions = previous_.exists ? private_permissions : new_file_permissions;
     for (int attempt = 0; attempt <= most_leftovers; ++attempt) {
-        const int fd =
-            open_above_standard(folder_, unfinished_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, permissions);
+        const int fd = glue_detail::open_above_standard(folder_, unfinished_.c_str(),
+                                                        O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, permissions);
         if (fd >= 0 && take(fd))
             return true;
         if (fd < 0 && errno != EEXIST)
@@ -260,7 +262,8 @@ bool NV_safe_file_iterator::take(int fd) {
 
 /// Removes what a killed process has left, if there is something. \return false when it is not to be removed
 bool NV_safe_file_iterator::remove_leftover() const {
-    const int fd = open_above_standard(folder_, unfinished_.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, 0);
+    const int fd = glue_detail::open_above_standard(folder_, unfinished_.c_str(),
+                                                    O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, 0);
     if (fd < 0)
         return errno == ENOENT || failed("cannot look at a leftover");
     bool done = true;
@@ -284,7 +287,7 @@ bool NV_safe_file_iterator::is_unfinished_file(int fd) const {
 bool NV_safe_file_iterator::copy_previous() const {
     if (!previous_.exists)
         return true;
-    const int from = open_above_standard(folder_, name_.c_str(), O_RDONLY | O_NOFOLLOW, 0);
+    const int from = glue_detail::open_above_standard(folder_, name_.c_str(), O_RDONLY | O_NOFOLLOW, 0);
     if (from < 0)
         return failed("cannot open the old file");
     unsigned char block[4096];
@@ -319,8 +322,8 @@ bool NV_safe_file_iterator::put_in_place() {
 void NV_safe_file_iterator::release() {
     if (file_.first >= 0 && !in_place_)
         ::unlinkat(folder_, unfinished_.c_str(), 0);
-    close_if_open(file_.first);
-    close_if_open(folder_);
+    glue_detail::close_if_open(file_.first);
+    glue_detail::close_if_open(folder_);
     file_ = no_file;
     folder_ = -1;
     mode_ = closed;

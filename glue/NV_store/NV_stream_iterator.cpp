@@ -1,6 +1,7 @@
-#include "modes.h"
-
 #include <glue/NV_store/NV_stream_iterator.h>
+
+#include "NV_store/modes.h"
+
 #include <glue/data_stream/Data_stream.h>
 
 namespace NV_store {

@@ -1,6 +1,7 @@
+#include <glue/NV_store/NV_waiter.h>
+
 #include <glue/NV_store/NV_item.h>
 #include <glue/NV_store/NV_root.h>
-#include <glue/NV_store/NV_waiter.h>
 
 #include <platform/waiter.h>
 

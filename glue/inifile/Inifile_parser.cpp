@@ -1,5 +1,6 @@
-#include <glue/data_stream/Data_stream.h>
 #include <glue/inifile/Inifile_parser.h>
+
+#include <glue/data_stream/Data_stream.h>
 #include <glue/inifile/Inifile_record.h>
 
 #include <algorithm>

@@ -1,5 +1,6 @@
-#include <glue/data_stream/Data_stream.h>
 #include <glue/inifile/Inifile_record.h>
+
+#include <glue/data_stream/Data_stream.h>
 
 #include <algorithm>
 #include <cctype>
@@ -127,7 +128,7 @@ void Inifile_record::init() {
     value_text = text;
 }
 
-// Finding out what a line is
+// ---- Finding out what a line is ----
 
 void Inifile_record::parse() {
     text[longest_line] = '\0';
@@ -219,7 +220,7 @@ bool Inifile_record::parse_byte_array() {
     return true;
 }
 
-// Reading the value
+// ---- Reading the value ----
 
 const char* Inifile_record::get_name() const {
     return type == type_section ? value_text : text;
@@ -329,7 +330,7 @@ const char* Inifile_record::as_byte_array(unsigned int& count) const {
     return value_text;
 }
 
-// Writing
+// ---- Writing ----
 
 bool Inifile_record::start_section(Data_stream& stream, const char* name) {
     return write_line(stream, {"\n[", name, "]\n"});

@@ -1,4 +1,4 @@
-#include "Log_file.h"
+#include "logging/Log_file.h"
 
 #include <ctime>
 #include <sys/stat.h>

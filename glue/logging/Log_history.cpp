@@ -1,4 +1,4 @@
-#include "Log_history.h"
+#include "logging/Log_history.h"
 
 void Log_history::resize(bool keeps_moments, unsigned bytes) {
     data_ = bytes > 0 ? std::make_unique<Owned_ring<unsigned char>>(bytes) : nullptr;

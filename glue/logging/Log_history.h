@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Owned_ring.h"
+#include "logging/Owned_ring.h"
 
 #include <cstdint>
 #include <functional>

@@ -1,4 +1,4 @@
-#include "Log_source.h"
+#include "logging/Log_source.h"
 
 #include <platform/Atime.h>
 #include <platform/Scoped_priority_change.h>
@@ -32,7 +32,7 @@ void Log_source::set_period(unsigned ms) {
         period_ms = ms;
 }
 
-// What applications ask for
+// ---- What applications ask for ----
 
 void Log_source::configure(bool direct, unsigned span, unsigned history_size, Log_file_naming naming, bool open_now) {
     Lock lock(mutex_);
@@ -116,7 +116,7 @@ logging_source_status Log_source::status() {
     return status;
 }
 
-// With the lock held
+// ---- With the lock held ----
 
 /// The writer is there from the first file on. \return false when there is none, or none any more
 bool Log_source::start_writer() {
@@ -232,7 +232,7 @@ void Log_source::wake_writer() {
     post_once(request_);
 }
 
-// The writer
+// ---- The writer ----
 
 void* Log_source::run_writer(void* source) {
     static_cast<Log_source*>(source)->run();

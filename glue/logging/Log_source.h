@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Log_file.h"
-#include "Log_history.h"
+#include "logging/Log_file.h"
+#include "logging/Log_history.h"
 
 #include <glue/logging/logging_source.h>
 

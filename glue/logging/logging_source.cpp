@@ -1,5 +1,7 @@
-#include "../assertion.h"
-#include "Log_source.h"
+#include <glue/logging/logging_source.h>
+
+#include "detail/assertion.h"
+#include "logging/Log_source.h"
 
 #include <platform/Atime.h>
 

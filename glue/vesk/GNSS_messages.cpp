@@ -1,6 +1,6 @@
 #include <glue/vesk/GNSS_messages.h>
 
-#include "../assertion.h"
+#include "detail/assertion.h"
 
 #include <algorithm>
 #include <cmath>
@@ -74,7 +74,7 @@ float Msg_DP::get_pdop() const {
     return static_cast<float>(std::sqrt(h * h + v * v));
 }
 
-// Position blocks
+// ---- Position blocks ----
 
 namespace {
 
@@ -150,7 +150,7 @@ bool Msg_PA::set_fallback(const block_t& block) {
     return set_block(fallback_block, block);
 }
 
-// Chains of blocks
+// ---- Chains of blocks ----
 
 namespace {
 

@@ -1,6 +1,6 @@
 #include <glue/vesk/NMEA_messages.h>
 
-#include "../hex_digits.h"
+#include "detail/hex_digits.h"
 
 #include <platform/Debug.h>
 

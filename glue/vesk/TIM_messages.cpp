@@ -71,22 +71,21 @@ bool TIM_Vesk_message::init_frame(const char* identifier) {
 }
 
 void TIM_Vesk_message::print(unsigned level) const {
-    using Debug::Print;
     const char* const state = state_text(get_state());
     if (get_msg_id() == Msg_GC::id) {
         if (has_wrong_length(*this, "GC"))
             return;
         const auto flag = [this](unsigned bit) { return static_cast<int>(get_bit_msb(flags, bit)); };
-        Print::print_ts(level, "GC: RDY %d, RQ %d:%d:%d:%d:%d:%d:%f HEART %X STATE %s PROD %d\n", flag(ready_bit),
-                        flag(5), flag(4), flag(3), flag(2), flag(1), flag(0), static_cast<double>(get_curv()),
-                        get_heart(), state, static_cast<int>(get_prod()));
+        Debug::Print::print_ts(level, "GC: RDY %d, RQ %d:%d:%d:%d:%d:%d:%f HEART %X STATE %s PROD %d\n",
+                               flag(ready_bit), flag(5), flag(4), flag(3), flag(2), flag(1), flag(0),
+                               static_cast<double>(get_curv()), get_heart(), state, static_cast<int>(get_prod()));
         return;
     }
     const bool is_status = get_msg_id() == Msg_GS::id;
     if (is_status && has_wrong_length(*this, "GS"))
         return;
-    Print::print_ts(level, "%s: HEART %X, STATE %s, PROD %d, CURV %f\n", is_status ? "GS" : "??", get_heart(), state,
-                    static_cast<int>(get_prod()), static_cast<double>(get_curv()));
+    Debug::Print::print_ts(level, "%s: HEART %X, STATE %s, PROD %d, CURV %f\n", is_status ? "GS" : "??", get_heart(),
+                           state, static_cast<int>(get_prod()), static_cast<double>(get_curv()));
 }
 
 unsigned TIM_Vesk_message::get_heart() const {

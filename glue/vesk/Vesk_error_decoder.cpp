@@ -1,6 +1,6 @@
-#include "../assertion.h"
-
 #include <glue/vesk/Vesk_error_decoder.h>
+
+#include "detail/assertion.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,7 +1,7 @@
 #include <glue/vesk/Vesk_message.h>
 
-#include "../hex_digits.h"
-#include "line_end.h"
+#include "detail/hex_digits.h"
+#include "detail/line_end.h"
 
 #include <algorithm>
 #include <cstring>

@@ -12,8 +12,8 @@
 #include <glue/data_stream/Data_stream.h>
 #include <glue/vesk/Vesk_message.h>
 
-#include "../hex_digits.h"
-#include "line_end.h"
+#include "detail/hex_digits.h"
+#include "detail/line_end.h"
 
 #include <platform/Debug.h>
 
@@ -248,7 +248,7 @@ bool Vesk_parser::find_end_of_noise(unsigned& index) {
     return true;
 }
 
-// Taking
+// ---- Taking ----
 
 int Vesk_parser::take_acknowledgement(unsigned char* buf, unsigned size, int& len) {
     len = static_cast<int>(take(1, buf, size, counts_.acknowledgements));

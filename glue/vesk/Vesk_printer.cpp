@@ -1,6 +1,6 @@
 #include <glue/vesk/Vesk_printer.h>
 
-#include "Line_writer.h"
+#include "detail/Line_writer.h"
 
 #include <platform/Ascii_message.h>
 
@@ -107,60 +107,61 @@ int Vesk_printer::snprint(const Vesk_message& m, char* buf, int size) const {
 
 int Vesk_printer::snprint(const Msg_PG& m, char* buf, int size) const {
     return print_line(buf, size,
-                      verbose ? "    PG lat=%.10f lon=%.10f hgt=%.3fm sigma=%.2f type=%d"
-                              : "    PG,%.10f,%.10f,%.3f,%.2f,%d",
+                      verbose_ ? "    PG lat=%.10f lon=%.10f hgt=%.3fm sigma=%.2f type=%d"
+                               : "    PG,%.10f,%.10f,%.3f,%.2f,%d",
                       m.get_lat_deg(), m.get_lon_deg(), m.get_hgt(), m.get_sigma(), m.get_type());
 }
 
 int Vesk_printer::snprint(const Msg_RT& m, char* buf, int size) const {
-    return print_line(buf, size, verbose ? "RT ms=%u" : "RT,%u", m.get_ms());
+    return print_line(buf, size, verbose_ ? "RT ms=%u" : "RT,%u", m.get_ms());
 }
 
 int Vesk_printer::snprint(const Msg_RD& m, char* buf, int size) const {
-    return print_line(buf, size, verbose ? "RD date=%02d/%02d/%02d base=%d" : "RD,%02d/%02d/%02d,%d", m.get_day(),
+    return print_line(buf, size, verbose_ ? "RD date=%02d/%02d/%02d base=%d" : "RD,%02d/%02d/%02d,%d", m.get_day(),
                       m.get_month(), m.get_year(), m.get_base());
 }
 
 int Vesk_printer::snprint(const Msg_GT& m, char* buf, int size) const {
-    return print_line(buf, size, verbose ? "    GT ms=%d week=%d" : "    GT,%d,%d", as_signed(m.get_ms()),
+    return print_line(buf, size, verbose_ ? "    GT ms=%d week=%d" : "    GT,%d,%d", as_signed(m.get_ms()),
                       m.get_week());
 }
 
 int Vesk_printer::snprint(const Msg_NT& m, char* buf, int size) const {
-    return print_line(buf, size, verbose ? "    NT ms=%d day=%d" : "    NT,%d,%d", as_signed(m.get_ms()), m.get_day());
+    return print_line(buf, size, verbose_ ? "    NT ms=%d day=%d" : "    NT,%d,%d", as_signed(m.get_ms()), m.get_day());
 }
 
 int Vesk_printer::snprint(const Msg_SG& m, char* buf, int size) const {
-    return print_line(
-        buf, size, verbose ? "    SG hpos=%.2f vpos=%.2f hvel=%.2f vvel=%.2f type=%d" : "    SG,%.2f,%.2f,%.2f,%.2f,%d",
-        m.get_hpos(), m.get_vpos(), m.get_hvel(), m.get_vvel(), m.get_type());
+    return print_line(buf, size,
+                      verbose_ ? "    SG hpos=%.2f vpos=%.2f hvel=%.2f vvel=%.2f type=%d"
+                               : "    SG,%.2f,%.2f,%.2f,%.2f,%d",
+                      m.get_hpos(), m.get_vpos(), m.get_hvel(), m.get_vvel(), m.get_type());
 }
 
 int Vesk_printer::snprint(const Msg_PS& m, char* buf, int size) const {
     return print_line(buf, size,
-                      verbose ? "    PS type=%d locked={%d,%d} avail={%d,%d} used={%d,%d} fix=%d"
-                              : "    PS,%d,{%d,%d},{%d,%d},{%d,%d},%d",
+                      verbose_ ? "    PS type=%d locked={%d,%d} avail={%d,%d} used={%d,%d} fix=%d"
+                               : "    PS,%d,{%d,%d},{%d,%d},{%d,%d},%d",
                       m.get_type(), m.get_locked(0), m.get_locked(1), m.get_avail(0), m.get_avail(1), m.get_used(0),
                       m.get_used(1), m.get_fix());
 }
 
 int Vesk_printer::snprint(const Msg_PV& m, char* buf, int size) const {
     return print_line(buf, size,
-                      verbose ? "    PV pos={%.3f,%.3f,%.3f} psigma=%.3f vel={%.3f,%.3f,%.3f} vsigma=%.3f type=%d"
-                              : "    PV,{%.3f,%.3f,%.3f},%.3f,{%.3f,%.3f,%.3f},%.3f,%d",
+                      verbose_ ? "    PV pos={%.3f,%.3f,%.3f} psigma=%.3f vel={%.3f,%.3f,%.3f} vsigma=%.3f type=%d"
+                               : "    PV,{%.3f,%.3f,%.3f},%.3f,{%.3f,%.3f,%.3f},%.3f,%d",
                       m.get_x(), m.get_y(), m.get_z(), m.get_psigma(), m.get_vx(), m.get_vy(), m.get_vz(),
                       m.get_vsigma(), m.get_type());
 }
 
 int Vesk_printer::snprint(const Msg_DP& m, char* buf, int size) const {
     return print_line(buf, size,
-                      verbose ? "    DP hdop=%.2f vdop=%.2f tdop=%.2f gdop=%.2f pdop=%.2f type=%d"
-                              : "    DP,%.2f,%.2f,%.2f,%.2f,%.2f,%d",
+                      verbose_ ? "    DP hdop=%.2f vdop=%.2f tdop=%.2f gdop=%.2f pdop=%.2f type=%d"
+                               : "    DP,%.2f,%.2f,%.2f,%.2f,%.2f,%d",
                       m.get_hdop(), m.get_vdop(), m.get_tdop(), m.get_gdop(), m.get_pdop(), m.get_type());
 }
 
 int Vesk_printer::snprint(const Msg_ST& m, char* buf, int size) const {
-    return print_line(buf, size, verbose ? "ST ms=%d type=%d" : "ST,%d,%d", as_signed(m.get_ms()), m.get_type());
+    return print_line(buf, size, verbose_ ? "ST ms=%d type=%d" : "ST,%d,%d", as_signed(m.get_ms()), m.get_type());
 }
 
 int Vesk_printer::snprint(const Msg_EE&, char* buf, int size) const {
@@ -169,56 +170,56 @@ int Vesk_printer::snprint(const Msg_EE&, char* buf, int size) const {
 
 int Vesk_printer::snprint(const Msg_GA& m, char* buf, int size) const {
     return print_line(buf, size,
-                      verbose ? "GA sv=%d week=%d ms=%d healthA=%x healthS=%x config=%x af1=%.3e af0=%.3e rootA=%.3e "
-                                "ecc=%.3e m0=%.3e omega0=%.3e argPer=%.3e deli=%.3e omegaDot=%.3e"
-                              : "GA,%d,%d,%d,%x,%x,%x,%.3e,%.3e,%.3e,%.3e,%.3e,%.3e,%.3e,%.3e,%.3e",
+                      verbose_ ? "GA sv=%d week=%d ms=%d healthA=%x healthS=%x config=%x af1=%.3e af0=%.3e rootA=%.3e "
+                                 "ecc=%.3e m0=%.3e omega0=%.3e argPer=%.3e deli=%.3e omegaDot=%.3e"
+                               : "GA,%d,%d,%d,%x,%x,%x,%.3e,%.3e,%.3e,%.3e,%.3e,%.3e,%.3e,%.3e,%.3e",
                       m.get_sv(), m.get_week(), m.get_ms(), m.get_health_a(), m.get_health_s(), m.get_config(),
                       m.get_af1(), m.get_af0(), m.get_root_a(), m.get_ecc(), m.get_m0(), m.get_omega0(),
                       m.get_arg_per(), m.get_deli(), m.get_omega_dot());
 }
 
 int Vesk_printer::snprint(const Msg_NA& m, char* buf, int size) const {
-    return print_line(buf, size,
-                      verbose ? "NA sv=%d freq=%d day=%d time=%.3f health=%x tauN=%.3e tauSys=%.3e ecc%.3e lambda=%.3e "
-                                "argPer=%.3e delT=%.3e delTdt=%.3e deli=%.3e"
-                              : "NA,%d,%d,%d,%.3f,%x,%.3e,%.3e,%.3e,%.3e,%.3e,%.3e,%.3e,%.3e",
-                      m.get_sv(), m.get_freq(), m.get_day(), m.get_time(), m.get_health(), m.get_tau_n(),
-                      m.get_tau_sys(), m.get_ecc(), m.get_lambda(), m.get_arg_per(), m.get_del_t(), m.get_del_t_dt(),
-                      m.get_deli());
+    return print_line(
+        buf, size,
+        verbose_ ? "NA sv=%d freq=%d day=%d time=%.3f health=%x tauN=%.3e tauSys=%.3e ecc%.3e lambda=%.3e "
+                   "argPer=%.3e delT=%.3e delTdt=%.3e deli=%.3e"
+                 : "NA,%d,%d,%d,%.3f,%x,%.3e,%.3e,%.3e,%.3e,%.3e,%.3e,%.3e,%.3e",
+        m.get_sv(), m.get_freq(), m.get_day(), m.get_time(), m.get_health(), m.get_tau_n(), m.get_tau_sys(),
+        m.get_ecc(), m.get_lambda(), m.get_arg_per(), m.get_del_t(), m.get_del_t_dt(), m.get_deli());
 }
 
 int Vesk_printer::snprint(const Msg_SI& m, char* buf, int size) const {
-    return print_list(m, verbose, buf, size);
+    return print_list(m, verbose_, buf, size);
 }
 
 int Vesk_printer::snprint(const Msg_NN& m, char* buf, int size) const {
-    return print_list(m, verbose, buf, size);
+    return print_list(m, verbose_, buf, size);
 }
 
 int Vesk_printer::snprint(const Msg_SS& m, char* buf, int size) const {
-    return print_list(m, verbose, buf, size);
+    return print_list(m, verbose_, buf, size);
 }
 
 int Vesk_printer::snprint(const Msg_TC& m, char* buf, int size) const {
-    return print_list(m, verbose, buf, size);
+    return print_list(m, verbose_, buf, size);
 }
 
 int Vesk_printer::snprint(const Msg_EL& m, char* buf, int size) const {
-    return print_list(m, verbose, buf, size);
+    return print_list(m, verbose_, buf, size);
 }
 
 int Vesk_printer::snprint(const Msg_AZ& m, char* buf, int size) const {
-    return print_list(m, verbose, buf, size, Msg_AZ::unit);
+    return print_list(m, verbose_, buf, size, Msg_AZ::unit);
 }
 
 int Vesk_printer::snprint(const Msg_EC& m, char* buf, int size) const {
-    return print_list(m, verbose, buf, size);
+    return print_list(m, verbose_, buf, size);
 }
 
 int Vesk_printer::snprint(const Msg_E1& m, char* buf, int size) const {
-    return print_list(m, verbose, buf, size);
+    return print_list(m, verbose_, buf, size);
 }
 
 int Vesk_printer::snprint(const Msg_E2& m, char* buf, int size) const {
-    return print_list(m, verbose, buf, size);
+    return print_list(m, verbose_, buf, size);
 }

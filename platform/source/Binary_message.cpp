@@ -1,6 +1,6 @@
-#include "little_endian.h"
-
 #include <platform/Binary_message.h>
+
+#include "little_endian.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,6 +1,6 @@
-#include "readable.h"
-
 #include <platform/Debug.h>
+
+#include "readable.h"
 
 #include <array>
 #include <atomic>
@@ -80,7 +80,7 @@ void write_to_standard_error(std::string_view text) {
 void deliver(std::string_view text) {
     if (inside_sink || text.empty())
         return;
-    const std::lock_guard<std::mutex> guard(shared().sink_mutex);
+    const std::lock_guard guard(shared().sink_mutex);
     inside_sink = true;
     if (shared().sink)
         shared().sink(text);
@@ -198,7 +198,7 @@ void Print::enable(unsigned category, bool on) {
 }
 
 void Print::set_sink(Sink sink) {
-    const std::lock_guard<std::mutex> guard(shared().sink_mutex);
+    const std::lock_guard guard(shared().sink_mutex);
     shared().sink = std::move(sink);
 }
 

@@ -36,7 +36,7 @@ Diner::~Diner() {
     task_.reset(); // its thread lets go of the lock, which is a member, as the last thing it does
 }
 
-// Life
+// ---- Life ----
 
 void Diner::init(module_man& modules, [[maybe_unused]] Diner_selector* selector, const Descriptor& descriptor,
                  int priority, int stack_size, [[maybe_unused]] bool option_a, [[maybe_unused]] bool option_b) {
@@ -101,7 +101,7 @@ bool Diner::is_locked() const {
     return state_ == State::idle || state_ == State::ended || std::this_thread::get_id() == thread_;
 }
 
-// The loop
+// ---- The loop ----
 
 void Diner::run_main_loop() {
     diner_start();
@@ -146,7 +146,7 @@ bool Diner::is_wake_call(const waiter_event& event) const {
            event.target == reinterpret_cast<std::uintptr_t>(this);
 }
 
-// Timeouts
+// ---- Timeouts ----
 
 void Diner::handle_timeout() {
     Timeout* due = nullptr;

@@ -1,5 +1,6 @@
-#include <platform/Debug.h>
 #include <platform/Dumper.h>
+
+#include <platform/Debug.h>
 
 namespace Debug {
 

@@ -17,8 +17,6 @@ namespace platform_detail {
 
 namespace {
 
-using Guard = std::lock_guard<std::mutex>;
-
 void report(const char* what, const std::string& name) {
     Debug::Print::dprint("File store: %s \"%s\": %s\n", what, name.c_str(), std::strerror(errno));
 }
@@ -65,7 +63,7 @@ void File_store::Open_file::close() {
 // ---- Mounting ----
 
 bool File_store::mount(const char* directory, std::uint32_t total) {
-    const Guard guard(mutex_);
+    const std::lock_guard guard(mutex_);
     if (directory_ >= 0)
         return false;
     directory_ = open_in(AT_FDCWD, directory, O_RDONLY | O_DIRECTORY);
@@ -108,7 +106,7 @@ void File_store::note_file(const char* name) {
 }
 
 void File_store::unmount() {
-    const Guard guard(mutex_);
+    const std::lock_guard guard(mutex_);
     if (directory_ < 0)
         return;
     reading_.close();
@@ -120,14 +118,14 @@ void File_store::unmount() {
 }
 
 bool File_store::is_mounted() {
-    const Guard guard(mutex_);
+    const std::lock_guard guard(mutex_);
     return directory_ >= 0;
 }
 
 // ---- The store as a whole ----
 
 bool File_store::info(PcfInfo& info) {
-    const Guard guard(mutex_);
+    const std::lock_guard guard(mutex_);
     if (directory_ < 0)
         return false;
     info.total = total_;
@@ -140,17 +138,17 @@ std::uint32_t File_store::room() const {
 }
 
 const char* File_store::path() {
-    const Guard guard(mutex_);
+    const std::lock_guard guard(mutex_);
     return path_.c_str();
 }
 
 int File_store::count() {
-    const Guard guard(mutex_);
+    const std::lock_guard guard(mutex_);
     return static_cast<int>(files_.size());
 }
 
 bool File_store::name_at(int index, char* name) {
-    const Guard guard(mutex_);
+    const std::lock_guard guard(mutex_);
     if (index < 0 || static_cast<std::size_t>(index) >= files_.size())
         return false;
     stzncpy(name, std::next(files_.begin(), index)->first.c_str(), pcf_longest_name + 1);
@@ -158,12 +156,12 @@ bool File_store::name_at(int index, char* name) {
 }
 
 bool File_store::exists(std::string_view name) {
-    const Guard guard(mutex_);
+    const std::lock_guard guard(mutex_);
     return files_.find(name) != files_.end();
 }
 
 bool File_store::remove(std::string_view name) {
-    const Guard guard(mutex_);
+    const std::lock_guard guard(mutex_);
     const auto file = files_.find(name);
     if (file == files_.end() || is_open(file))
         return false;
@@ -186,7 +184,7 @@ bool File_store::is_open(Files::iterator file) const {
 // ---- Reading ----
 
 PcfResult File_store::open_read(std::string_view name, unsigned long offset) {
-    const Guard guard(mutex_);
+    const std::lock_guard guard(mutex_);
     const auto file = files_.find(name);
     if (file == files_.end())
         return pcf_missing;
@@ -212,7 +210,7 @@ bool File_store::put_into(Open_file& place, Files::iterator file, int flags) {
 }
 
 int File_store::read(void* buffer, int size, PcfResult& result) {
-    const Guard guard(mutex_);
+    const std::lock_guard guard(mutex_);
     result = reading_.taken() ? pcf_ok : pcf_wrong_state;
     if (!reading_.taken() || size <= 0)
         return 0;
@@ -229,7 +227,7 @@ int File_store::read(void* buffer, int size, PcfResult& result) {
 }
 
 PcfResult File_store::close_read() {
-    const Guard guard(mutex_);
+    const std::lock_guard guard(mutex_);
     if (!reading_.taken())
         return pcf_wrong_state;
     reading_.close();
@@ -239,13 +237,13 @@ PcfResult File_store::close_read() {
 // ---- Writing ----
 
 bool File_store::open_write(std::string_view name) {
-    const Guard guard(mutex_);
+    const std::lock_guard guard(mutex_);
     const auto file = files_.find(name);
     return file != files_.end() && !writing_.taken() && put_into(writing_, file, O_WRONLY | O_APPEND);
 }
 
 bool File_store::create_write(const char* name) {
-    const Guard guard(mutex_);
+    const std::lock_guard guard(mutex_);
     if (directory_ < 0 || writing_.taken() || !is_valid(name))
         return false;
     const auto [file, is_new] = files_.emplace(name, 0);
@@ -258,7 +256,7 @@ bool File_store::create_write(const char* name) {
 }
 
 int File_store::write(const void* data, int size) {
-    const Guard guard(mutex_);
+    const std::lock_guard guard(mutex_);
     if (!writing_.taken() || size <= 0)
         return 0;
     const std::size_t fits = std::min<std::size_t>(static_cast<std::size_t>(size), room());
@@ -271,7 +269,7 @@ int File_store::write(const void* data, int size) {
 }
 
 bool File_store::close_write() {
-    const Guard guard(mutex_);
+    const std::lock_guard guard(mutex_);
     return writing_.taken() && finish_writing();
 }
 

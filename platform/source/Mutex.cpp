@@ -1,5 +1,6 @@
-#include <platform/Debug.h>
 #include <platform/Mutex.h>
+
+#include <platform/Debug.h>
 
 #include <cstdlib>
 #include <pthread.h>

@@ -1,6 +1,7 @@
+#include <platform/NV_iterator.h>
+
 #include "little_endian.h"
 
-#include <platform/NV_iterator.h>
 #include <platform/Util.h>
 
 #include <algorithm>

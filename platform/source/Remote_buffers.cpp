@@ -1,6 +1,6 @@
-#include "little_endian.h"
-
 #include <platform/Remote_buffers.h>
+
+#include "little_endian.h"
 
 #include <cstring>
 

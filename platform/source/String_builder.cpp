@@ -1,6 +1,6 @@
-#include "readable.h"
-
 #include <platform/String_builder.h>
+
+#include "readable.h"
 
 #include <algorithm>
 #include <cstdarg>

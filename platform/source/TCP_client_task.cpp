@@ -1,7 +1,8 @@
+#include <platform/TCP_client_task.h>
+
 #include "TCP_client_loop.h"
 
 #include <platform/Debug.h>
-#include <platform/TCP_client_task.h>
 
 #include <system_error>
 

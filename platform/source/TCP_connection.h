@@ -23,7 +23,7 @@ class TCP_connection {
     int id() const { return id_; }
     asio::posix::stream_descriptor& socket() { return socket_; }
 
-    // Sending
+    // ---- Sending ----
 
     /// Whether it is still worth writing to.
     bool takes_writes() const { return takes_writes_; }
@@ -41,7 +41,7 @@ class TCP_connection {
     /// The server's thread waits until the socket is writable.
     bool waits_to_send = false;
 
-    // Receiving
+    // ---- Receiving ----
 
     /// Reads from the socket into somebody else's memory.
     /// \return as `recv`

@@ -19,14 +19,14 @@ constexpr unsigned head_size = 200;
 } // namespace
 
 void TCP_log::set(bool on, const char* name) {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const std::lock_guard guard(mutex_);
     stzncpy(name_, name ? name : "", sizeof name_);
     on_ = on;
 }
 
 /// A copy, so that no lock is held while others see the text: the application's logger may write to the port.
 void TCP_log::copy_name(char* destination) {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const std::lock_guard guard(mutex_);
     stzncpy(destination, name_, name_size);
 }
 

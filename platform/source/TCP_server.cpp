@@ -1,6 +1,6 @@
-#include "TCP_server_core.h"
-
 #include <platform/TCP_server.h>
+
+#include "TCP_server_core.h"
 
 TCP_server::TCP_server() : TCP_server_base(Kind::plain) {}
 

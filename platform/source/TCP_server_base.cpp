@@ -1,7 +1,7 @@
+#include <platform/TCP_server_base.h>
+
 #include "TCP_server_core.h"
 #include "bind_address.h"
-
-#include <platform/TCP_server_base.h>
 
 TCP_server_base::TCP_server_base(Kind kind) : core_(std::make_unique<Core>(*this, kind)) {}
 

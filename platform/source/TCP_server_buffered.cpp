@@ -1,6 +1,6 @@
-#include "TCP_server_core.h"
-
 #include <platform/TCP_server_buffered.h>
+
+#include "TCP_server_core.h"
 
 TCP_server_buffered::TCP_server_buffered(int port) : TCP_server_base(Kind::buffered), port_(port) {}
 

@@ -64,7 +64,7 @@ bool TCP_server_base::Core::open(int port) {
 
 void TCP_server_base::Core::run() {
     {
-        const std::lock_guard<std::mutex> guard(end_mutex_);
+        const std::lock_guard guard(end_mutex_);
         if (quit_ || !loop_)
             return;
         finished_ = false;
@@ -74,13 +74,13 @@ void TCP_server_base::Core::run() {
     loop_->io.run();
     close_all();
 
-    const std::lock_guard<std::mutex> guard(end_mutex_);
+    const std::lock_guard guard(end_mutex_);
     finished_ = true;
     ended_.notify_all();
 }
 
 void TCP_server_base::Core::quit() {
-    const std::lock_guard<std::mutex> guard(end_mutex_);
+    const std::lock_guard guard(end_mutex_);
     quit_ = true;
     if (loop_)
         loop_->io.stop();
@@ -92,7 +92,7 @@ void TCP_server_base::Core::wait_until_finished() {
 }
 
 void TCP_server_base::Core::close_all() {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const std::lock_guard guard(mutex_);
     for (const Connection_ptr& connection : connections_)
         connection->socket().close();
     connections_.clear();
@@ -103,7 +103,7 @@ void TCP_server_base::Core::close_all() {
 // ---- Clients come and go ----
 
 unsigned TCP_server_base::Core::connection_count() const {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const std::lock_guard guard(mutex_);
     return static_cast<unsigned>(connections_.size());
 }
 
@@ -135,7 +135,7 @@ void TCP_server_base::Core::welcome(int fd) {
     }
     log.came(connection->id(), platform_detail::peer_of(fd));
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const std::lock_guard guard(mutex_);
         connections_.push_back(connection);
     }
     wait_for_bytes(connection);
@@ -162,7 +162,7 @@ void TCP_server_base::Core::close(const Connection_ptr& connection) {
     if (!connection->socket().is_open())
         return;
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const std::lock_guard guard(mutex_);
         connection->stop_sending();
         connection->socket().close();
         connections_.erase(std::find(connections_.begin(), connections_.end(), connection));
@@ -288,7 +288,7 @@ bool TCP_server_base::Core::write_to_all(const unsigned char* data, unsigned len
 }
 
 bool TCP_server_base::Core::send_to_all(const unsigned char* data, unsigned len, int except) {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const std::lock_guard guard(mutex_);
     const auto gets_it = [except](const Connection_ptr& connection) {
         return connection->takes_writes() && connection->id() != except;
     };
@@ -346,7 +346,7 @@ void TCP_server_base::Core::wait_to_send(const Connection_ptr& connection) {
 
 void TCP_server_base::Core::send_queued(const Connection_ptr& connection) {
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const std::lock_guard guard(mutex_);
         connection->send_queued();
         connection->waits_to_send = connection->has_queued();
         if (!connection->waits_to_send)

@@ -24,7 +24,7 @@ Setting& setting() {
 
 std::string bind_address() {
     {
-        const std::lock_guard<std::mutex> guard(setting().mutex);
+        const std::lock_guard guard(setting().mutex);
         if (!setting().address.empty())
             return setting().address;
     }
@@ -35,7 +35,7 @@ std::string bind_address() {
 } // namespace
 
 void set_bind_address(const std::string& address) {
-    const std::lock_guard<std::mutex> guard(setting().mutex);
+    const std::lock_guard guard(setting().mutex);
     setting().address = address;
 }
 

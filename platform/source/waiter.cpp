@@ -1,6 +1,7 @@
+#include <platform/waiter.h>
+
 #include <platform/Debug.h>
 #include <platform/module_man.h>
-#include <platform/waiter.h>
 
 #include <algorithm>
 #include <chrono>
@@ -30,7 +31,7 @@ bool waiter_descriptor::send_event(waiter_event& event, [[maybe_unused]] bool ur
     void* lost_payload = nullptr;
     bool first_loss = false;
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const std::lock_guard guard(mutex_);
         if (events_.full()) {
             if (merge && merge_with_waiting(event))
                 return true;
@@ -73,12 +74,12 @@ int waiter_descriptor::get_event(waiter_event& event) {
 }
 
 unsigned waiter_descriptor::waiting() const {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const std::lock_guard guard(mutex_);
     return events_.size();
 }
 
 unsigned waiter_descriptor::dropped() const {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const std::lock_guard guard(mutex_);
     return dropped_;
 }
 

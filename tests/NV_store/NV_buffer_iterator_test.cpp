@@ -1,6 +1,6 @@
 #include <glue/NV_store/NV_buffer_iterator.h>
 
-#include <support/Settings_tree.h>
+#include <support/settings/Settings_tree.h>
 
 #include <cstring>
 #include <gtest/gtest.h>

@@ -1,11 +1,11 @@
 #include <glue/NV_store/NV_container.h>
 
-#include <support/Captured_debug.h>
-#include <support/Random.h>
-#include <support/Record_builder.h>
-#include <support/Settings_bytes.h>
-#include <support/Settings_nodes.h>
-#include <support/Settings_tree.h>
+#include <support/builders/Random.h>
+#include <support/builders/Record_builder.h>
+#include <support/fakes/Captured_debug.h>
+#include <support/settings/Settings_bytes.h>
+#include <support/settings/Settings_nodes.h>
+#include <support/settings/Settings_tree.h>
 
 #include <memory>
 
@@ -123,7 +123,7 @@ TEST_F(Loading, many_children_with_the_same_id_keep_their_order) {
         EXPECT_EQ(children[static_cast<std::size_t>(i)]->get(), i % 2 == 0 ? i : 0);
 }
 
-// Not a record of this container
+// ---- Not a record of this container ----
 
 TEST_F(Loading, nothing_there) {
     for (const char* bytes : {"", "00", "00 00 01"}) {
@@ -172,7 +172,7 @@ TEST_F(Loading, no_byte_may_be_missing) {
     EXPECT_TRUE(load(saved.bytes()));
 }
 
-// Damage
+// ---- Damage ----
 
 TEST_F(Loading, damaged_container_returns_to_its_defaults_and_nothing_else_does) {
     tree.lamp.set(1);
@@ -259,7 +259,7 @@ TEST_F(Loading, random_bytes_do_no_harm) {
     EXPECT_TRUE(load(saved.bytes()));
 }
 
-// Records that no node is there for
+// ---- Records that no node is there for ----
 
 TEST_F(Loading, unknown_numbers_are_passed_over) {
     const std::pair<int, int> sizes[] = {{2, 1}, {3, 1}, {4, 1},  {5, 2},  {6, 4},  {7, 1},

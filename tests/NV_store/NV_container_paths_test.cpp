@@ -1,6 +1,6 @@
 #include <glue/NV_store/NV_container.h>
 
-#include <support/Settings_tree.h>
+#include <support/settings/Settings_tree.h>
 
 namespace {
 

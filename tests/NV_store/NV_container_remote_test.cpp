@@ -1,9 +1,9 @@
 #include <glue/NV_store/NV_container.h>
 #include <glue/NV_store/array_size.h>
 
-#include <support/Record_builder.h>
-#include <support/Settings_nodes.h>
-#include <support/Settings_tree.h>
+#include <support/builders/Record_builder.h>
+#include <support/settings/Settings_nodes.h>
+#include <support/settings/Settings_tree.h>
 
 namespace {
 
@@ -111,7 +111,7 @@ TEST(NV_container, empty_one_has_nothing_for_a_peer) {
     EXPECT_EQ(static_cast<short>(counter), -1);
 }
 
-// The shape of a tree
+// ---- The shape of a tree ----
 
 std::string structure(NV_item& item, int depth) {
     Sent sent(1000);
@@ -172,7 +172,7 @@ TEST_F(Structure, says_when_there_is_no_room) {
     EXPECT_TRUE(tree.serialise_structure(sent, 255));
 }
 
-// The number of elements in front of an array
+// ---- The number of elements in front of an array ----
 
 TEST(array_size, is_one_byte) {
     Sent sent(1);

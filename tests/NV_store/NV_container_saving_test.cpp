@@ -1,14 +1,14 @@
 #include <glue/NV_store/NV_container.h>
 
-#include <support/Captured_debug.h>
-#include <support/Record_builder.h>
-#include <support/Settings_bytes.h>
-#include <support/Settings_nodes.h>
-#include <support/Settings_tree.h>
+#include <support/builders/Record_builder.h>
+#include <support/fakes/Captured_debug.h>
+#include <support/settings/Settings_bytes.h>
+#include <support/settings/Settings_nodes.h>
+#include <support/settings/Settings_tree.h>
 
 #include <chrono>
 #include <memory>
-#include <support/processor_time.h>
+#include <support/processes/processor_time.h>
 
 namespace {
 
@@ -63,7 +63,7 @@ TEST(NV_container, empty_one_is_saved_with_its_type) {
     EXPECT_EQ(saved(list, NV_iterator::writing_all), Record_builder().open(13, 0xFFFF).close().bytes());
 }
 
-// Which nodes are saved in which mode
+// ---- Which nodes are saved in which mode ----
 
 TEST(NV_container, pristine_items_are_left_out_of_what_was_set) {
     Settings_tree tree;
@@ -153,7 +153,7 @@ TEST(NV_container, selector_leaves_a_branch_out) {
     EXPECT_NE(tree.guidance.get_flags() & NV_item::dirty_change, 0);
 }
 
-// Failing
+// ---- Failing ----
 
 TEST(NV_container, without_room_it_says_where_it_failed_and_stays_dirty) {
     Settings_tree tree;
@@ -209,7 +209,7 @@ TEST(NV_container, whatever_fails_no_checksum_stays_with_the_iterator) {
     }
 }
 
-// Work
+// ---- Work ----
 
 /// Containers of numbers, each with `children` of them, in a list of `containers`.
 struct Large_tree {

@@ -1,10 +1,10 @@
 #include <glue/NV_store/NV_container.h>
 
-#include <support/Captured_debug.h>
-#include <support/Recorded_fields.h>
-#include <support/Settings_nodes.h>
-#include <support/Settings_tree.h>
-#include <support/Vtable_slot.h>
+#include <support/checks/Vtable_slot.h>
+#include <support/fakes/Captured_debug.h>
+#include <support/fakes/Recorded_fields.h>
+#include <support/settings/Settings_nodes.h>
+#include <support/settings/Settings_tree.h>
 
 namespace {
 
@@ -17,7 +17,7 @@ TEST(NV_container, virtual_operations_have_their_slots) {
     EXPECT_EQ(vtable_slot(&NV_container::children_named), behind_those_of_an_item + 2);
 }
 
-// Children
+// ---- Children ----
 
 TEST(NV_container, keeps_its_children_in_order) {
     Settings_family<> family(3);
@@ -117,7 +117,7 @@ TEST(NV_container, types_are_those_of_the_text_on_formats) {
     EXPECT_EQ(NV_struct(1, "struct").get_dimension(), 0);
 }
 
-// Data numbers
+// ---- Data numbers ----
 
 /// Gives the nodes of a tree numbers from `first` on, in the order of a walk.
 void number(NV_item& tree, unsigned short first) {
@@ -193,7 +193,7 @@ TEST(NV_container, numbers_are_found_up_to_the_largest) {
     EXPECT_EQ(tree.find_data_item(static_cast<unsigned short>(6)), &tree.lamp);
 }
 
-// Names
+// ---- Names ----
 
 TEST(NV_container, finds_by_dotted_name) {
     Captured_debug debug;
@@ -321,7 +321,7 @@ TEST_F(Nested_arrays, print_by_position_and_by_name) {
                              "rows{0{0=0;1=0;}1{0=0;1=7;}2{0=0;1=0;}}}");
 }
 
-// Defaults
+// ---- Defaults ----
 
 TEST(NV_container, default_of_all_stops_at_the_first_that_refuses) {
     NV_struct container(1, "container");

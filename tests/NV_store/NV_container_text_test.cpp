@@ -1,7 +1,7 @@
 #include <glue/NV_store/NV_container.h>
 
-#include <support/Settings_nodes.h>
-#include <support/Settings_tree.h>
+#include <support/settings/Settings_nodes.h>
+#include <support/settings/Settings_tree.h>
 
 #include <cstring>
 

@@ -1,11 +1,11 @@
 #include <glue/NV_store/NV_enum.h>
 #include <glue/NV_store/NV_root.h>
 
-#include <support/Number_forms.h>
-#include <support/Recorded_fields.h>
-#include <support/Settings_bytes.h>
-#include <support/Vtable_slot.h>
-#include <support/taken_locks.h>
+#include <support/builders/Number_forms.h>
+#include <support/checks/Vtable_slot.h>
+#include <support/fakes/Recorded_fields.h>
+#include <support/settings/Settings_bytes.h>
+#include <support/settings/taken_locks.h>
 
 #include <gtest/gtest.h>
 
@@ -90,7 +90,7 @@ TEST_F(NV_enum_DeathTest, takes_the_lock_also_as_a_number) {
     expect_each_takes_the_lock(root, operations);
 }
 
-// Records
+// ---- Records ----
 
 TEST_F(NV_enum_in_a_tree, is_stored_in_as_few_bytes_as_it_takes) {
     const struct {
@@ -197,7 +197,7 @@ TEST(NV_enum, with_a_sign_comes_back_as_it_was) {
     EXPECT_EQ(direction.value(), Direction::backward);
 }
 
-// Values for a peer, and text
+// ---- Values for a peer, and text ----
 
 TEST_F(NV_enum_in_a_tree, is_sent_as_four_bytes) {
     unsigned char bytes[4];
@@ -248,7 +248,7 @@ TEST_F(NV_enum_in_a_tree, is_a_number_as_text) {
     EXPECT_EQ(fields.text(), "mode=0;");
 }
 
-// What is part of the binary interface
+// ---- What is part of the binary interface ----
 
 struct Slots : NV_enum<Steering> {
     static std::size_t getter() { return vtable_slot(&Slots::get_value); }

@@ -1,13 +1,13 @@
 #include <glue/NV_store/NV_file_iterator.h>
 
-#include <support/Captured_debug.h>
-#include <support/Captured_descriptor.h>
-#include <support/Iterator_bytes.h>
-#include <support/Settings_tree.h>
-#include <support/Simulated_F2FS.h>
-#include <support/Temporary_folder.h>
-#include <support/Watched_file_calls.h>
-#include <support/descriptors.h>
+#include <support/fakes/Captured_debug.h>
+#include <support/fakes/Captured_descriptor.h>
+#include <support/fakes/Simulated_F2FS.h>
+#include <support/faults/Watched_file_calls.h>
+#include <support/files/Temporary_folder.h>
+#include <support/files/descriptors.h>
+#include <support/settings/Iterator_bytes.h>
+#include <support/settings/Settings_tree.h>
 
 #include <cerrno>
 #include <cstdio>

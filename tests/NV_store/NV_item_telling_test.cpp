@@ -1,10 +1,10 @@
 #include <glue/NV_store/NV_item.h>
 
-#include <support/Captured_debug.h>
-#include <support/Recording_waiter.h>
-#include <support/Settings_bytes.h>
-#include <support/Settings_nodes.h>
-#include <support/Settings_tree.h>
+#include <support/fakes/Captured_debug.h>
+#include <support/fakes/Recording_waiter.h>
+#include <support/settings/Settings_bytes.h>
+#include <support/settings/Settings_nodes.h>
+#include <support/settings/Settings_tree.h>
 
 namespace {
 
@@ -163,7 +163,7 @@ TEST_F(Telling_of_changes, slots_of_one_signal_are_not_called_for_the_other) {
     EXPECT_EQ(emitted.names().size(), 4U) << "speed's and the root's";
 }
 
-// Registering
+// ---- Registering ----
 
 TEST_F(Telling_of_changes, registrations_of_every_kind_come_and_go) {
     Access_base access(&tree.speed);
@@ -225,7 +225,7 @@ TEST_F(Telling_of_changes, item_without_a_root_knows_no_event) {
     EXPECT_EQ(debug.text(), "NULL ROOT\r\n");
 }
 
-// Within a notification
+// ---- Within a notification ----
 
 TEST_F(Telling_of_changes, slot_may_set_the_node_again) {
     on_change(tree.speed, [&] {

@@ -1,12 +1,12 @@
 #include <glue/NV_store/NV_item.h>
 
-#include <support/Captured_debug.h>
-#include <support/Recorded_fields.h>
-#include <support/Recording_waiter.h>
-#include <support/Settings_bytes.h>
-#include <support/Settings_nodes.h>
-#include <support/Settings_tree.h>
-#include <support/Vtable_slot.h>
+#include <support/checks/Vtable_slot.h>
+#include <support/fakes/Captured_debug.h>
+#include <support/fakes/Recorded_fields.h>
+#include <support/fakes/Recording_waiter.h>
+#include <support/settings/Settings_bytes.h>
+#include <support/settings/Settings_nodes.h>
+#include <support/settings/Settings_tree.h>
 
 #include <QMetaMethod>
 
@@ -330,7 +330,7 @@ TEST(NV_item, walk_visits_a_subtree_once_parents_first) {
     EXPECT_EQ(Bare_item(nullptr, 1, "free").get_next_in_tree(nullptr), nullptr);
 }
 
-// Which items take part in saving
+// ---- Which items take part in saving ----
 
 TEST(NV_item, takes_part_as_the_mode_says) {
     Settings_bytes it(NV_iterator::closed);

@@ -1,7 +1,7 @@
 #include <glue/NV_store/NV_number.h>
 #include <glue/NV_store/NV_root.h>
 
-#include <support/taken_locks.h>
+#include <support/settings/taken_locks.h>
 
 #include <atomic>
 #include <functional>

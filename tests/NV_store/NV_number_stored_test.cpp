@@ -1,10 +1,10 @@
 #include <glue/NV_store/NV_number.h>
 #include <glue/NV_store/NV_root.h>
 
-#include <support/Captured_debug.h>
-#include <support/Number_forms.h>
-#include <support/Random.h>
-#include <support/Settings_bytes.h>
+#include <support/builders/Number_forms.h>
+#include <support/builders/Random.h>
+#include <support/fakes/Captured_debug.h>
+#include <support/settings/Settings_bytes.h>
 
 #include <gtest/gtest.h>
 
@@ -157,7 +157,7 @@ TYPED_TEST(NV_number_stored, is_not_interchangeable_with_the_form_of_another_cod
     EXPECT_FALSE(this->number.deserialise(&array));
 }
 
-// Values for a peer
+// ---- Values for a peer ----
 
 TYPED_TEST(NV_number_stored, is_sent_as_the_value_alone) {
     using Value = typename TestFixture::Held;
@@ -238,7 +238,7 @@ TYPED_TEST(NV_number_stored, is_passed_over_while_the_counter_says_so) {
     EXPECT_EQ(this->number.get(), some_value<Value>);
 }
 
-// Records without a node
+// ---- Records without a node ----
 
 template <typename Number>
 struct NV_unknown_number : testing::Test {
@@ -342,7 +342,7 @@ TEST(NV_number_stored_bool, is_true_for_every_byte_but_zero) {
     }
 }
 
-// Values whose bits are all there is to them
+// ---- Values whose bits are all there is to them ----
 
 template <typename Number>
 struct NV_random_bits : testing::Test {};

@@ -1,10 +1,10 @@
 #include <glue/NV_store/NV_number.h>
 #include <glue/NV_store/NV_root.h>
 
-#include <support/Number_forms.h>
-#include <support/Recorded_fields.h>
-#include <support/Recording_waiter.h>
-#include <support/Vtable_slot.h>
+#include <support/builders/Number_forms.h>
+#include <support/checks/Vtable_slot.h>
+#include <support/fakes/Recorded_fields.h>
+#include <support/fakes/Recording_waiter.h>
 
 #include <gtest/gtest.h>
 #include <type_traits>
@@ -345,7 +345,7 @@ TYPED_TEST(NV_number_of, is_printed_whole_however_long_it_is) {
     }
 }
 
-// Numbers that are none
+// ---- Numbers that are none ----
 
 template <typename Number>
 struct NV_floating_number : testing::Test {
@@ -378,7 +378,7 @@ TYPED_TEST(NV_floating_number, has_a_range_without_zero_and_below) {
     EXPECT_GT(low, 0);
 }
 
-// What is part of the binary interface
+// ---- What is part of the binary interface ----
 
 TEST(NV_number, adds_its_range_behind_the_slots_of_an_item) {
     EXPECT_EQ(vtable_slot(&NV_number<int, 9>::_get_range), vtable_slot(&NV_item::print) + 1);

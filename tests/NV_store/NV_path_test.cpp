@@ -1,11 +1,11 @@
 #include <glue/NV_store/NV_path.h>
 
-#include <support/Record_builder.h>
-#include <support/Settings_bytes.h>
-#include <support/Settings_nodes.h>
+#include <support/builders/Record_builder.h>
+#include <support/settings/Settings_bytes.h>
+#include <support/settings/Settings_nodes.h>
 
 #include <deque>
-#include <support/Random.h>
+#include <support/builders/Random.h>
 
 namespace {
 

@@ -1,11 +1,11 @@
 #include <glue/NV_store/NV_pcfile_iterator.h>
 
-#include <support/Captured_debug.h>
-#include <support/Iterator_bytes.h>
-#include <support/Mounted_store.h>
-#include <support/Replaced_delays.h>
-#include <support/Replaced_store_calls.h>
-#include <support/Settings_tree.h>
+#include <support/fakes/Captured_debug.h>
+#include <support/fakes/Replaced_delays.h>
+#include <support/faults/Replaced_store_calls.h>
+#include <support/files/Mounted_store.h>
+#include <support/settings/Iterator_bytes.h>
+#include <support/settings/Settings_tree.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,14 +1,14 @@
 #include <glue/NV_store/NV_pointer.h>
 #include <glue/NV_store/NV_root.h>
 
-#include <support/Captured_debug.h>
-#include <support/Random.h>
-#include <support/Record_builder.h>
-#include <support/Recorded_fields.h>
-#include <support/Recording_waiter.h>
-#include <support/Settings_bytes.h>
-#include <support/Settings_nodes.h>
-#include <support/Settings_tree.h>
+#include <support/builders/Random.h>
+#include <support/builders/Record_builder.h>
+#include <support/fakes/Captured_debug.h>
+#include <support/fakes/Recorded_fields.h>
+#include <support/fakes/Recording_waiter.h>
+#include <support/settings/Settings_bytes.h>
+#include <support/settings/Settings_nodes.h>
+#include <support/settings/Settings_tree.h>
 
 #include <memory>
 
@@ -104,7 +104,7 @@ TEST_F(Pointers, print_the_name_of_the_target) {
     EXPECT_EQ(fields.text(), "first=width;second=none;");
 }
 
-// The registry
+// ---- The registry ----
 
 TEST_F(Pointers, compare_by_the_ids_of_their_targets) {
     const Int_setting low(nullptr, 1, 0, "low");
@@ -270,7 +270,7 @@ TEST_F(Pointers, are_told_as_a_simple_model_says) {
     }
 }
 
-// Saving and loading
+// ---- Saving and loading ----
 
 TEST_F(Pointers, record_is_the_way_to_the_target) {
     tree.first.set(&tree.guidance.beeper, notify_all);

@@ -1,11 +1,11 @@
 #include <glue/NV_store/NV_root.h>
 
-#include <support/Captured_debug.h>
-#include <support/Record_builder.h>
-#include <support/Recording_waiter.h>
-#include <support/Settings_bytes.h>
-#include <support/Settings_nodes.h>
-#include <support/Settings_tree.h>
+#include <support/builders/Record_builder.h>
+#include <support/fakes/Captured_debug.h>
+#include <support/fakes/Recording_waiter.h>
+#include <support/settings/Settings_bytes.h>
+#include <support/settings/Settings_nodes.h>
+#include <support/settings/Settings_tree.h>
 
 namespace {
 
@@ -58,7 +58,7 @@ TEST(NV_root, sends_no_events_without_a_module_manager) {
     EXPECT_EQ(tree.get_flags(), NV_item::dirty_write | NV_item::dirty_change) << "the climb goes on all the same";
 }
 
-// Loading a whole file
+// ---- Loading a whole file ----
 
 class Loading_all : public testing::Test {
   protected:

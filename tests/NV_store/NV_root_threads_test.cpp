@@ -1,9 +1,9 @@
 #include <glue/NV_store/NV_root.h>
 
-#include <support/Recording_waiter.h>
-#include <support/Settings_bytes.h>
-#include <support/Settings_nodes.h>
-#include <support/Settings_tree.h>
+#include <support/fakes/Recording_waiter.h>
+#include <support/settings/Settings_bytes.h>
+#include <support/settings/Settings_nodes.h>
+#include <support/settings/Settings_tree.h>
 
 #include <atomic>
 #include <thread>

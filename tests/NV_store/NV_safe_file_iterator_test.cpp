@@ -1,13 +1,13 @@
 #include <glue/NV_store/NV_safe_file_iterator.h>
 
-#include <support/Captured_debug.h>
-#include <support/Iterator_bytes.h>
-#include <support/Random_settings.h>
-#include <support/Settings_tree.h>
-#include <support/Temporary_folder.h>
-#include <support/Watched_file_calls.h>
-#include <support/descriptors.h>
-#include <support/waiting.h>
+#include <support/checks/waiting.h>
+#include <support/fakes/Captured_debug.h>
+#include <support/faults/Watched_file_calls.h>
+#include <support/files/Temporary_folder.h>
+#include <support/files/descriptors.h>
+#include <support/settings/Iterator_bytes.h>
+#include <support/settings/Random_settings.h>
+#include <support/settings/Settings_tree.h>
 
 #include <algorithm>
 #include <atomic>

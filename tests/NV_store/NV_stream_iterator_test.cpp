@@ -1,8 +1,8 @@
 #include <glue/NV_store/NV_stream_iterator.h>
 
-#include <support/Iterator_bytes.h>
-#include <support/Scripted_stream.h>
-#include <support/Settings_tree.h>
+#include <support/fakes/Scripted_stream.h>
+#include <support/settings/Iterator_bytes.h>
+#include <support/settings/Settings_tree.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

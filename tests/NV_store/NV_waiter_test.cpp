@@ -1,7 +1,7 @@
 #include <glue/NV_store/NV_waiter.h>
 
-#include <support/Recording_waiter.h>
-#include <support/Settings_tree.h>
+#include <support/fakes/Recording_waiter.h>
+#include <support/settings/Settings_tree.h>
 
 namespace {
 

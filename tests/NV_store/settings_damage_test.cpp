@@ -3,10 +3,10 @@
 
 #include <glue/NV_store/NV_file_iterator.h>
 
-#include <support/Captured_debug.h>
-#include <support/Nested_settings.h>
-#include <support/Temporary_folder.h>
-#include <support/mended_checksums.h>
+#include <support/builders/mended_checksums.h>
+#include <support/fakes/Captured_debug.h>
+#include <support/files/Temporary_folder.h>
+#include <support/settings/Nested_settings.h>
 
 #include <algorithm>
 #include <gmock/gmock.h>

@@ -2,13 +2,13 @@
 
 #include <glue/NV_store/NV_safe_file_iterator.h>
 
-#include <support/Captured_debug.h>
-#include <support/Captured_descriptor.h>
-#include <support/Nested_settings.h>
-#include <support/Simulated_F2FS.h>
-#include <support/Temporary_folder.h>
-#include <support/Watched_file_calls.h>
-#include <support/descriptors.h>
+#include <support/fakes/Captured_debug.h>
+#include <support/fakes/Captured_descriptor.h>
+#include <support/fakes/Simulated_F2FS.h>
+#include <support/faults/Watched_file_calls.h>
+#include <support/files/Temporary_folder.h>
+#include <support/files/descriptors.h>
+#include <support/settings/Nested_settings.h>
 
 #include <algorithm>
 #include <cerrno>

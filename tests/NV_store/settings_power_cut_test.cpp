@@ -2,10 +2,10 @@
 
 #include <glue/NV_store/NV_safe_file_iterator.h>
 
-#include <support/Captured_debug.h>
-#include <support/Nested_settings.h>
-#include <support/Simulated_medium.h>
-#include <support/Temporary_folder.h>
+#include <support/fakes/Captured_debug.h>
+#include <support/fakes/Simulated_medium.h>
+#include <support/files/Temporary_folder.h>
+#include <support/settings/Nested_settings.h>
 
 #include <gtest/gtest.h>
 #include <memory>

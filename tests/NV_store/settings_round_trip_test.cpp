@@ -5,11 +5,11 @@
 #include <glue/NV_store/NV_safe_file_iterator.h>
 #include <glue/NV_store/NV_stream_iterator.h>
 
-#include <support/Captured_debug.h>
-#include <support/Mounted_store.h>
-#include <support/Random_settings.h>
-#include <support/Scripted_stream.h>
-#include <support/Temporary_folder.h>
+#include <support/fakes/Captured_debug.h>
+#include <support/fakes/Scripted_stream.h>
+#include <support/files/Mounted_store.h>
+#include <support/files/Temporary_folder.h>
+#include <support/settings/Random_settings.h>
 
 #include <gtest/gtest.h>
 #include <memory>

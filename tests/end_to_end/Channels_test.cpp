@@ -1,12 +1,12 @@
 // Bytes through every kind of stream, both ways at once: with the kind's natural peer and with socat, with every other
 // kind, and while the system does what it may: interrupts calls, and moves less than it was asked to.
 
-#include <support/Captured_descriptor.h>
-#include <support/Channels.h>
-#include <support/Random.h>
-#include <support/Replaced_calls.h>
-#include <support/Signal_storm.h>
-#include <support/Transfer.h>
+#include <support/builders/Random.h>
+#include <support/fakes/Captured_descriptor.h>
+#include <support/faults/Replaced_calls.h>
+#include <support/faults/Signal_storm.h>
+#include <support/streams/Channels.h>
+#include <support/streams/Transfer.h>
 
 #include <relay/Relay_direction.h>
 

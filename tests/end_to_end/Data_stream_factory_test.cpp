@@ -11,12 +11,12 @@
 #include <platform/TCP_server.h>
 #include <platform/module_man.h>
 
-#include <support/Captured_descriptor.h>
-#include <support/Pty_pair.h>
-#include <support/Random.h>
-#include <support/Signal_disposition.h>
-#include <support/Stream_bytes.h>
-#include <support/waiting.h>
+#include <support/builders/Random.h>
+#include <support/builders/Stream_bytes.h>
+#include <support/checks/waiting.h>
+#include <support/fakes/Captured_descriptor.h>
+#include <support/faults/Signal_disposition.h>
+#include <support/terminals/Pty_pair.h>
 
 #include <csignal>
 #include <fstream>
@@ -63,7 +63,7 @@ bool is(const Stream& stream) {
     return dynamic_cast<Kind*>(stream.get()) != nullptr;
 }
 
-// Kinds
+// ---- Kinds ----
 
 TEST_F(Data_stream_factory, makes_each_kind_from_its_text) {
     const Pty_pair line;
@@ -112,7 +112,7 @@ TEST_F(Data_stream_factory, module_id_is_the_modules_where_the_kind_takes_one) {
     EXPECT_EQ(after, before + 2); // one for the stream
 }
 
-// Ownership
+// ---- Ownership ----
 
 TEST_F(Data_stream_factory, gives_raw_shared_and_unique_ownership) {
     const Stream raw(Event_sender_data_stream_create_raw(modules, "tcp:0", nullptr, 0, {}));
@@ -121,7 +121,7 @@ TEST_F(Data_stream_factory, gives_raw_shared_and_unique_ownership) {
     EXPECT_TRUE(Event_sender_data_stream_create_unique(modules, "tcp:0", nullptr, 0, {}));
 }
 
-// Labels
+// ---- Labels ----
 
 TEST_F(Data_stream_factory, hands_the_label_back) {
     EXPECT_TRUE(make("front/receiver,tcp:0"));
@@ -158,7 +158,7 @@ TEST_F(Data_stream_factory, label_is_empty_when_there_is_no_stream) {
     EXPECT_STREQ(label, "");
 }
 
-// The AIM adapter
+// ---- The AIM adapter ----
 
 TEST_F(Data_stream_factory, wraps_a_stream_when_asked_to) {
     const Pty_pair line;
@@ -188,7 +188,7 @@ TEST_F(Data_stream_factory, wraps_a_labelled_console) {
         testing::ExitedWithCode(0), "");
 }
 
-// Description and options
+// ---- Description and options ----
 
 TEST_F(Data_stream_factory, whole_text_is_the_description) {
     EXPECT_STREQ(make("a/b,tcp:0")->get_description(), "a/b,tcp:0");
@@ -226,7 +226,7 @@ TEST_F(Data_stream_factory, write_time_out_is_applied_when_it_is_not_negative) {
     EXPECT_EQ(answer_when_full(*make(line.path(), options)), 0);
 }
 
-// Texts that make no stream
+// ---- Texts that make no stream ----
 
 TEST_F(Data_stream_factory, text_that_no_kind_takes_is_named_whole) {
     EXPECT_THAT(refusal_of("a/b,/nonexistent/device:9600"),
@@ -266,7 +266,7 @@ TEST_F(Data_stream_factory, random_texts_never_crash) {
     }
 }
 
-// The documentation
+// ---- The documentation ----
 
 /// The examples of the page on stream specifications, under the heading they stand under.
 std::vector<std::pair<std::string, std::string>> documented_examples() {

@@ -5,9 +5,9 @@
 
 #include <glue/vesk/Vesk_printer.h>
 
-#include <support/Program.h>
-#include <support/Temporary_folder.h>
-#include <support/waiting.h>
+#include <support/checks/waiting.h>
+#include <support/files/Temporary_folder.h>
+#include <support/processes/Program.h>
 
 #include <algorithm>
 #include <cctype>

@@ -1,7 +1,7 @@
 // Every source with its writer, and eight callers who log to all of them at once.
 
-#include <support/Numbered_pieces.h>
-#include <support/Traffic_log.h>
+#include <support/builders/Numbered_pieces.h>
+#include <support/files/Traffic_log.h>
 
 #include <array>
 #include <atomic>

@@ -2,10 +2,10 @@
 
 #include <tools/summary_text.h>
 
-#include <support/Frame_builder.h>
-#include <support/Program.h>
-#include <support/Temporary_folder.h>
-#include <support/waiting.h>
+#include <support/builders/Frame_builder.h>
+#include <support/checks/waiting.h>
+#include <support/files/Temporary_folder.h>
+#include <support/processes/Program.h>
 
 #include <filesystem>
 #include <gmock/gmock.h>

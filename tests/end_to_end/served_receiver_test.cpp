@@ -1,11 +1,11 @@
 // The simulator at the other end of streams of every kind: what it sends reaches its readers, and it answers commands.
 
-#include <support/Frame_builder.h>
-#include <support/Program.h>
-#include <support/Pty_pair.h>
-#include <support/TCP_socket.h>
-#include <support/processes.h>
-#include <support/waiting.h>
+#include <support/builders/Frame_builder.h>
+#include <support/checks/waiting.h>
+#include <support/processes/Program.h>
+#include <support/processes/processes.h>
+#include <support/streams/TCP_socket.h>
+#include <support/terminals/Pty_pair.h>
 
 #include <csignal>
 #include <cstdlib>

@@ -1,7 +1,7 @@
 // The example of messages made of blocks.
 
-#include <support/Frame_builder.h>
-#include <support/Program.h>
+#include <support/builders/Frame_builder.h>
+#include <support/processes/Program.h>
 
 #include <gtest/gtest.h>
 #include <string>

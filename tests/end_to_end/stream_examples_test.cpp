@@ -1,8 +1,8 @@
 // The examples of streams, with what they talk to at the other end.
 
-#include <support/Frame_builder.h>
-#include <support/Program.h>
-#include <support/Pty_pair.h>
+#include <support/builders/Frame_builder.h>
+#include <support/processes/Program.h>
+#include <support/terminals/Pty_pair.h>
 
 #include <cstdio>
 #include <gtest/gtest.h>
@@ -16,7 +16,7 @@ namespace {
 
 const std::string simulator = RECEIVER_SIMULATOR;
 
-// A receiver in the application's own process
+// ---- A receiver in the application's own process ----
 
 TEST(In_process_receiver, shows_every_epoch_that_the_other_thread_sends) {
     constexpr int epochs = 1000;
@@ -37,7 +37,7 @@ TEST(In_process_receiver, both_threads_end_when_nothing_is_wanted) {
     EXPECT_EQ(result.output, "");
 }
 
-// Commands, line by line
+// ---- Commands, line by line ----
 
 std::string without_times(const std::string& text) {
     return std::regex_replace(text, std::regex("(^|\n)\\d\\d:\\d\\d:\\d\\d\\.\\d{3} "), "$1");
@@ -96,7 +96,7 @@ TEST(Send_commands, says_when_there_is_no_such_stream) {
     EXPECT_EQ(result.output, "");
 }
 
-// Bytes as hexadecimal digits
+// ---- Bytes as hexadecimal digits ----
 
 std::string hex(const std::string& bytes) {
     std::string digits;
@@ -177,7 +177,7 @@ TEST(Decode_hex, ends_at_what_is_no_digit) {
     EXPECT_EQ(result.status, 1);
 }
 
-// A serial line
+// ---- A serial line ----
 
 /// A line with text settings that would spoil binary bytes, two stop bits and a hardware handshake.
 termios give_text_settings(const Pty_pair& line) {

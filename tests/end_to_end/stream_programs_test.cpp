@@ -1,8 +1,8 @@
 // The programs over streams of every kind, with socat at the other end.
 
-#include <support/Program.h>
-#include <support/Pty_pair.h>
-#include <support/TCP_socket.h>
+#include <support/processes/Program.h>
+#include <support/streams/TCP_socket.h>
+#include <support/terminals/Pty_pair.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,15 +1,15 @@
 // The relay between streams of every kind, with socat and with relays at the other end.
 
-#include <support/Child_program.h>
-#include <support/Program.h>
-#include <support/Pty_pair.h>
-#include <support/Random.h>
-#include <support/Running_program.h>
-#include <support/TCP_socket.h>
-#include <support/Temporary_folder.h>
-#include <support/descriptors.h>
-#include <support/processes.h>
-#include <support/waiting.h>
+#include <support/builders/Random.h>
+#include <support/checks/waiting.h>
+#include <support/files/Temporary_folder.h>
+#include <support/files/descriptors.h>
+#include <support/processes/Child_program.h>
+#include <support/processes/Program.h>
+#include <support/processes/Running_program.h>
+#include <support/processes/processes.h>
+#include <support/streams/TCP_socket.h>
+#include <support/terminals/Pty_pair.h>
 
 #include <QCryptographicHash>
 
@@ -170,7 +170,7 @@ TEST_F(Stream_relay, stream_that_cannot_be_made_ends_it) {
     EXPECT_EQ(Program(STREAM_RELAY, {"tcp:0", "tcp:99999999999"}).run().status, 1);
 }
 
-// Other relays, and socat
+// ---- Other relays, and socat ----
 
 QByteArray digest_of(const std::string& bytes) {
     return QCryptographicHash::hash(QByteArray::fromStdString(bytes), QCryptographicHash::Sha1);
@@ -261,7 +261,7 @@ TEST_F(Stream_relay, two_that_exchange_frames_over_a_line_lose_none_when_the_lin
     EXPECT_EQ(second.end(SIGINT).status, 0);
 }
 
-// A line that goes away and returns
+// ---- A line that goes away and returns ----
 
 /// A name for a terminal, as a serial adapter has one: another terminal may get it later.
 class Line_name {

@@ -10,11 +10,11 @@
 
 #include <monitor/Preferences.h>
 
-#include <support/Program.h>
-#include <support/Scripted_stream.h>
-#include <support/Settings_bytes.h>
-#include <support/Stream_bytes.h>
-#include <support/Temporary_folder.h>
+#include <support/builders/Stream_bytes.h>
+#include <support/fakes/Scripted_stream.h>
+#include <support/files/Temporary_folder.h>
+#include <support/processes/Program.h>
+#include <support/settings/Settings_bytes.h>
 
 #include <fstream>
 #include <gmock/gmock.h>
@@ -114,7 +114,7 @@ Vesk_parser::Packet_kind first_packet(const std::string& line) {
 
 } // namespace
 
-// Settings records
+// ---- Settings records ----
 
 TEST(Formats_page, tree_is_the_one_of_these_tests) {
     std::ifstream header(DOCUMENTED_SETTINGS);
@@ -168,7 +168,7 @@ TEST(Formats_page, preferences_are_the_monitors) {
     EXPECT_EQ(folder.content_of("kept"), documented_bytes("preferences"));
 }
 
-// Values for a peer
+// ---- Values for a peer ----
 
 TEST(Formats_page, values_for_a_peer_are_taken_and_sent) {
     const std::string bytes = documented_bytes("values for a peer");
@@ -198,7 +198,7 @@ TEST(Formats_page, structure_description_is_what_the_tree_tells) {
     EXPECT_EQ(std::string(room, room + sent.size()) + "\n", block("text structure description"));
 }
 
-// Checksummed files
+// ---- Checksummed files ----
 
 TEST(Formats_page, checksummed_file_verifies_and_is_written_so) {
     const std::string content = "wheelbase 2890\n";
@@ -215,7 +215,7 @@ TEST(Formats_page, checksummed_file_verifies_and_is_written_so) {
     EXPECT_EQ(folder.content_of("written"), documented_bytes("checksummed file"));
 }
 
-// Frames
+// ---- Frames ----
 
 TEST(Formats_page, binary_frame_is_the_time_of_the_receiver) {
     const std::string bytes = documented_bytes("binary frame");

@@ -2,7 +2,7 @@
 // screen into SVG.
 // usage: live_view_picture MONITOR SIMULATOR COLUMNSxROWS SECONDS >picture.svg
 
-#include <support/Terminal_session.h>
+#include <support/terminals/Terminal_session.h>
 
 #include <cstdio>
 #include <cstdlib>

@@ -1,8 +1,8 @@
 #include <glue/inifile/Inifile_parser.h>
 #include <glue/inifile/Inifile_record.h>
 
-#include <support/Random.h>
-#include <support/Scripted_stream.h>
+#include <support/builders/Random.h>
+#include <support/fakes/Scripted_stream.h>
 
 #include <algorithm>
 #include <cmath>
@@ -138,7 +138,7 @@ TEST(Inifile_model, any_line_is_read_as_what_it_was_made) {
     }
 }
 
-// A file, written and read
+// ---- A file, written and read ----
 
 /// A record for each line but the blank ones.
 std::vector<Record> records_of(const std::string& file) {
@@ -213,7 +213,7 @@ TEST(Inifile_model, truth_is_read_back) {
     }
 }
 
-// What is not read back as it was written, all of it on purpose
+// ---- What is not read back as it was written, all of it on purpose ----
 
 TEST(Inifile_model, signed_number_that_is_not_negative_is_read_back_as_unsigned) {
     const Record record = read_back([](Data_stream& out) { return Record::out_long(out, "k", 5); });

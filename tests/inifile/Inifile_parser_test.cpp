@@ -1,8 +1,8 @@
 #include <glue/inifile/Inifile_parser.h>
 #include <glue/inifile/Inifile_record.h>
 
-#include <support/Random.h>
-#include <support/Scripted_stream.h>
+#include <support/builders/Random.h>
+#include <support/fakes/Scripted_stream.h>
 
 #include <gtest/gtest.h>
 #include <string>

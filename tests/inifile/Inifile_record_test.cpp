@@ -1,7 +1,7 @@
 #include <glue/inifile/Inifile_record.h>
 
-#include <support/Random.h>
-#include <support/Scripted_stream.h>
+#include <support/builders/Random.h>
+#include <support/fakes/Scripted_stream.h>
 
 #include <clocale>
 #include <cmath>
@@ -40,7 +40,7 @@ std::string written_double(double value, int precision) {
 
 } // namespace
 
-// What a line is
+// ---- What a line is ----
 
 TEST(Inifile_record, new_one_has_nothing) {
     const Inifile_record record;
@@ -134,7 +134,7 @@ TEST(Inifile_record, keys_are_found_in_a_list) {
     EXPECT_EQ(parsed("speed").search_key(keys), -1) << "nothing was parsed";
 }
 
-// What a value is
+// ---- What a value is ----
 
 TEST(Inifile_record, whole_numbers) {
     EXPECT_EQ(type_of("42"), Inifile_record::type_ulong);
@@ -212,7 +212,7 @@ TEST(Inifile_record, copy_points_into_itself) {
     EXPECT_STREQ(Inifile_record(copy).as_cstring(), "text");
 }
 
-// Reading it as something
+// ---- Reading it as something ----
 
 TEST(Inifile_record, as_type_follows_the_table) {
     using R = Inifile_record;
@@ -296,7 +296,7 @@ TEST(Inifile_record, as_string_is_the_text) {
     EXPECT_EQ(parsed("k=some text").as_string().capacity(), 257U);
 }
 
-// Writing
+// ---- Writing ----
 
 TEST(Inifile_record, writers_write_lines) {
     Scripted_stream stream;

@@ -2,14 +2,14 @@
 
 #include <glue/logging/logging_source.h>
 
-#include <support/Captured_descriptor.h>
-#include <support/Limited_file_size.h>
-#include <support/Numbered_pieces.h>
-#include <support/Random.h>
-#include <support/Replaced_file_calls.h>
-#include <support/Traffic_log.h>
-#include <support/in_c_library.h>
-#include <support/waiting.h>
+#include <support/builders/Numbered_pieces.h>
+#include <support/builders/Random.h>
+#include <support/checks/waiting.h>
+#include <support/fakes/Captured_descriptor.h>
+#include <support/faults/Limited_file_size.h>
+#include <support/faults/Replaced_file_calls.h>
+#include <support/faults/in_c_library.h>
+#include <support/files/Traffic_log.h>
 
 #include <atomic>
 #include <cerrno>

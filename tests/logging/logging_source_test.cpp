@@ -1,12 +1,12 @@
 #include <glue/logging/logging_source.h>
 
-#include <support/Allocation_counter.h>
-#include <support/Captured_descriptor.h>
-#include <support/Replaced_calls.h>
-#include <support/Stopped_clock.h>
-#include <support/Traffic_log.h>
-#include <support/in_c_library.h>
-#include <support/waiting.h>
+#include <support/checks/waiting.h>
+#include <support/fakes/Captured_descriptor.h>
+#include <support/fakes/Stopped_clock.h>
+#include <support/faults/Allocation_counter.h>
+#include <support/faults/Replaced_calls.h>
+#include <support/faults/in_c_library.h>
+#include <support/files/Traffic_log.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -53,7 +53,7 @@ extern "C" DIR* opendir(const char* name) {
     return original(name);
 }
 
-// What is in files
+// ---- What is in files ----
 
 TEST_F(Logging_source, file_begins_with_the_history_and_goes_on_with_what_comes) {
     log.keep_history();
@@ -177,7 +177,7 @@ TEST_F(Logging_source, large_pieces_go_through) {
     EXPECT_EQ(log.content(), std::string(4000000, 'x'));
 }
 
-// What is dropped
+// ---- What is dropped ----
 
 TEST_F(Logging_source, writing_takes_nothing_from_the_heap) {
     log.keep_history(Traffic_log::long_span, 2000);
@@ -251,7 +251,7 @@ TEST_F(Logging_source, history_stays_when_it_is_configured_the_same) {
     EXPECT_EQ(log.status().history_bytes, 0U);
 }
 
-// How far the history reaches back
+// ---- How far the history reaches back ----
 
 TEST_F(Logging_source, history_reaches_back_exactly_as_far_as_its_span) {
     Stopped_clock clock;
@@ -350,7 +350,7 @@ TEST_F(Logging_source, writes_of_one_millisecond_of_different_seconds_share_a_ke
     EXPECT_EQ(log.status().history_bytes, 150U);
 }
 
-// Names
+// ---- Names ----
 
 TEST_F(Logging_source, files_of_one_second_are_numbered) {
     log.keep_history();
@@ -452,7 +452,7 @@ TEST_F(Logging_source, null_is_an_empty_text) {
     EXPECT_EQ(log.dropped(), 0U);
 }
 
-// Deleting
+// ---- Deleting ----
 
 TEST_F(Logging_source, deleting_old_files_spares_the_one_opened_last) {
     log.keep_history();
@@ -487,7 +487,7 @@ TEST_F(Logging_source, file_that_is_open_may_be_deleted) {
     EXPECT_THAT(log.files(), ElementsAre());
 }
 
-// A directory that comes and goes
+// ---- A directory that comes and goes ----
 
 TEST_F(Logging_source, missing_directory_is_told_once_and_history_goes_on) {
     const std::string directory = log.folder().path("later");

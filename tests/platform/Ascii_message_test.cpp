@@ -53,7 +53,7 @@ TEST(Ascii_message, of_a_message_no_longer_than_its_header_has_no_body) {
     }
 }
 
-// Fields
+// ---- Fields ----
 
 TEST(Ascii_message, fields_are_between_commas_and_counted_from_0) {
     Fields fields("$GPGGA,1.5,N,,-2,last");

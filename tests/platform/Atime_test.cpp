@@ -1,6 +1,6 @@
 #include <platform/Atime.h>
 
-#include <support/waiting.h>
+#include <support/checks/waiting.h>
 
 #include <atomic>
 #include <csignal>

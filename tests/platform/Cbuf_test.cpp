@@ -1,6 +1,6 @@
 #include <platform/Cbuf.h>
 
-#include <support/Random.h>
+#include <support/builders/Random.h>
 
 #include <deque>
 #include <gtest/gtest.h>

@@ -90,7 +90,7 @@ TEST(Data_item, copy_has_the_number_and_the_hook_but_no_place_in_a_list) {
     EXPECT_EQ(Item().change_hook(), nullptr);
 }
 
-// Going on where sending stopped
+// ---- Going on where sending stopped ----
 
 TEST(Data_item, counter_passes_items_over_and_then_tells_how_many_were_reached) {
     unsigned short counter = 2;

@@ -1,6 +1,6 @@
 #include <platform/Data_item_text.h>
 
-#include <support/Random.h>
+#include <support/builders/Random.h>
 
 #include <clocale>
 #include <cmath>

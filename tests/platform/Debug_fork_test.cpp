@@ -2,8 +2,8 @@
 
 #include <platform/Debug.h>
 
-#include <support/Captured_descriptor.h>
-#include <support/waiting.h>
+#include <support/checks/waiting.h>
+#include <support/fakes/Captured_descriptor.h>
 
 #include <atomic>
 #include <csignal>

@@ -1,8 +1,8 @@
 #include <platform/Debug.h>
 
-#include <support/Captured_debug.h>
-#include <support/Captured_descriptor.h>
-#include <support/Enabled_category.h>
+#include <support/fakes/Captured_debug.h>
+#include <support/fakes/Captured_descriptor.h>
+#include <support/fakes/Enabled_category.h>
 
 #include <cerrno>
 #include <cstdlib>

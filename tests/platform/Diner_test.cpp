@@ -2,9 +2,9 @@
 #include <platform/Timeout.h>
 #include <platform/module_man.h>
 
-#include <support/Captured_debug.h>
-#include <support/processor_time.h>
-#include <support/waiting.h>
+#include <support/checks/waiting.h>
+#include <support/fakes/Captured_debug.h>
+#include <support/processes/processor_time.h>
 
 #include <atomic>
 #include <cstdlib>
@@ -37,14 +37,14 @@ class Loop : public Diner {
         waiter.send_event(event, false, false);
     }
     std::vector<int> codes() const {
-        const std::lock_guard<std::mutex> guard(mutex);
+        const std::lock_guard guard(mutex);
         return handled;
     }
     bool handles(const std::vector<int>& expected) const {
         return eventually([&] { return codes() == expected; });
     }
     void note(int what) {
-        const std::lock_guard<std::mutex> guard(mutex);
+        const std::lock_guard guard(mutex);
         handled.push_back(what);
     }
 

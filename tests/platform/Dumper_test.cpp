@@ -1,6 +1,6 @@
 #include <platform/Dumper.h>
 
-#include <support/Captured_debug.h>
+#include <support/fakes/Captured_debug.h>
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 #include <platform/Mutex.h>
 
-#include <support/Captured_debug.h>
-#include <support/waiting.h>
+#include <support/checks/waiting.h>
+#include <support/fakes/Captured_debug.h>
 
 #include <atomic>
 #include <gtest/gtest.h>
@@ -45,7 +45,7 @@ TEST(Mutex, records_the_thread_that_waited_for_it) {
     Mutex mutex;
     mutex.lock();
     std::thread waiting([&] {
-        const std::lock_guard<Mutex> guard(mutex);
+        const std::lock_guard guard(mutex);
         expect_held_by_this_thread(mutex);
     });
     mutex.unlock();
@@ -55,7 +55,7 @@ TEST(Mutex, records_the_thread_that_waited_for_it) {
 
 TEST(Mutex, try_lock_of_a_held_one_fails_and_keeps_the_holder) {
     Mutex mutex;
-    const std::lock_guard<Mutex> guard(mutex);
+    const std::lock_guard guard(mutex);
     EXPECT_FALSE(mutex.try_lock());
     EXPECT_FALSE(mutex.tryLock());
     std::thread([&] { EXPECT_FALSE(mutex.try_lock()); }).join();
@@ -71,7 +71,7 @@ TEST(Mutex, lets_one_thread_in_at_a_time) {
     for (unsigned i = 0; i < threads; ++i)
         running.emplace_back([&] {
             for (unsigned round = 0; round < rounds; ++round) {
-                const std::lock_guard<Mutex> guard(mutex);
+                const std::lock_guard guard(mutex);
                 ++counter;
             }
         });

@@ -1,7 +1,7 @@
 #include <platform/NV_iterator.h>
 #include <platform/Util.h>
 
-#include <support/Vtable_slot.h>
+#include <support/checks/Vtable_slot.h>
 
 #include <algorithm>
 #include <cstring>
@@ -205,7 +205,7 @@ TEST(NV_iterator, array_size_is_a_byte_and_that_of_a_matrix_two) {
     }
 }
 
-// Checksums
+// ---- Checksums ----
 
 std::uint32_t crc_of(const std::string& bytes) {
     return Util::crc32(0, bytes.data(), static_cast<int>(bytes.size()));

@@ -1,6 +1,6 @@
 #include <platform/Remote_buffers.h>
 
-#include <support/Random.h>
+#include <support/builders/Random.h>
 
 #include <cstring>
 #include <functional>

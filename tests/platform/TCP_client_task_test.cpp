@@ -1,11 +1,11 @@
 #include <platform/TCP_client_task.h>
 
-#include <support/Captured_debug.h>
-#include <support/Replaced_calls.h>
-#include <support/TCP_socket.h>
-#include <support/descriptors.h>
-#include <support/processor_time.h>
-#include <support/waiting.h>
+#include <support/checks/waiting.h>
+#include <support/fakes/Captured_debug.h>
+#include <support/faults/Replaced_calls.h>
+#include <support/files/descriptors.h>
+#include <support/processes/processor_time.h>
+#include <support/streams/TCP_socket.h>
 
 #include <algorithm>
 #include <atomic>
@@ -39,11 +39,11 @@ class Client : public TCP_client_task {
     int socket() const { return descriptor(); }
 
     std::string received() {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const std::lock_guard guard(mutex_);
         return received_;
     }
     void send(const std::string& bytes) {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const std::lock_guard guard(mutex_);
         to_send_ += bytes;
         notify_write_data_avail();
     }
@@ -55,7 +55,7 @@ class Client : public TCP_client_task {
 
   private:
     int handle_read(int fd) override {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const std::lock_guard guard(mutex_);
         used_ = fd;
         char piece[1000];
         const ssize_t came = ::read(fd, piece, sizeof piece);
@@ -69,7 +69,7 @@ class Client : public TCP_client_task {
         return static_cast<int>(came);
     }
     void handle_write(int fd) override {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const std::lock_guard guard(mutex_);
         const ssize_t gone =
             ::send(fd, to_send_.data(), std::min<std::size_t>(to_send_.size(), most_at_once), MSG_NOSIGNAL);
         if (gone > 0)
@@ -78,7 +78,7 @@ class Client : public TCP_client_task {
             ++refused;
     }
     bool is_write_data_avail() override {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const std::lock_guard guard(mutex_);
         if (used_ >= 0 && descriptor() < 0) { // the task is about to close it
             asked_to_let_go += is_open(used_);
             used_ = -1;
@@ -261,12 +261,12 @@ TEST(TCP_client_task_test, waits_twice_as_long_after_each_attempt_that_fails) {
     std::mutex mutex;
     std::vector<Time> attempts;
     const auto attempts_so_far = [&] {
-        const std::lock_guard<std::mutex> guard(mutex);
+        const std::lock_guard guard(mutex);
         return attempts;
     };
     Replaced_calls calls;
     calls.epoll_add_fails = [&](int fd) { // every attempt has a socket of its own that is to be watched
-        const std::lock_guard<std::mutex> guard(mutex);
+        const std::lock_guard guard(mutex);
         if (is_socket(fd))
             attempts.push_back(std::chrono::steady_clock::now());
         return false;

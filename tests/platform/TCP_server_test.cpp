@@ -3,13 +3,13 @@
 #include <platform/TCP_server.h>
 #include <platform/TCP_server_buffered.h>
 
-#include <support/Captured_debug.h>
-#include <support/Random.h>
-#include <support/Replaced_calls.h>
-#include <support/TCP_socket.h>
-#include <support/descriptors.h>
-#include <support/processor_time.h>
-#include <support/waiting.h>
+#include <support/builders/Random.h>
+#include <support/checks/waiting.h>
+#include <support/fakes/Captured_debug.h>
+#include <support/faults/Replaced_calls.h>
+#include <support/files/descriptors.h>
+#include <support/processes/processor_time.h>
+#include <support/streams/TCP_socket.h>
 
 #include <arpa/inet.h>
 #include <atomic>
@@ -61,11 +61,11 @@ class Server : public TCP_server {
     }
 
     std::string received(int connection) {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const std::lock_guard guard(mutex_);
         return received_[connection];
     }
     std::vector<int> gone() {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const std::lock_guard guard(mutex_);
         return gone_;
     }
 
@@ -76,13 +76,13 @@ class Server : public TCP_server {
     unsigned int handle_incoming_data(int connection, unsigned char* data, unsigned int len) override {
         ++offers;
         const unsigned taken = std::min(len, takes_at_most.load());
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const std::lock_guard guard(mutex_);
         received_[connection].append(reinterpret_cast<char*>(data), taken);
         return taken;
     }
     void handle_direct_read() override { ADD_FAILURE() << "this server stores nothing itself"; }
     void handle_disconnected(int connection) override {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const std::lock_guard guard(mutex_);
         gone_.push_back(connection);
     }
 
@@ -576,7 +576,7 @@ class Buffered : public TCP_server_buffered {
             thread_.join();
     }
     std::string take() {
-        const std::lock_guard<Mutex> guard(lock);
+        const std::lock_guard guard(lock);
         std::string bytes(ring.size(), '\0');
         ring.peek(reinterpret_cast<unsigned char*>(bytes.data()), ring.size(), 0);
         ring.clear();

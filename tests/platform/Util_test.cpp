@@ -1,7 +1,7 @@
 #include <platform/Util.h>
 
-#include <support/Random.h>
-#include <support/crc32_by_definition.h>
+#include <support/builders/Random.h>
+#include <support/builders/crc32_by_definition.h>
 
 #include <gtest/gtest.h>
 #include <string>

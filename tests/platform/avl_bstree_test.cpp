@@ -1,6 +1,6 @@
 #include <platform/avl_bstree.h>
 
-#include <support/Random.h>
+#include <support/builders/Random.h>
 
 #include <algorithm>
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 #include <platform/file_foreach.h>
 
-#include <support/Temporary_folder.h>
+#include <support/files/Temporary_folder.h>
 
 #include <cerrno>
 #include <cstdio>

@@ -48,7 +48,7 @@ TEST(module_man, gives_every_thread_its_own_ids) {
     EXPECT_EQ(*all.rbegin(), static_cast<int>(threads * each));
 }
 
-// Several ids in a row
+// ---- Several ids in a row ----
 
 TEST(module_man, gives_several_ids_one_behind_the_other) {
     module_man modules;

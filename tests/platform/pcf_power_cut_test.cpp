@@ -2,10 +2,10 @@
 
 #include <platform/pcf.h>
 
-#include <support/Mounted_store.h>
-#include <support/Replaced_calls.h>
-#include <support/Replaced_file_calls.h>
-#include <support/waiting.h>
+#include <support/checks/waiting.h>
+#include <support/faults/Replaced_calls.h>
+#include <support/faults/Replaced_file_calls.h>
+#include <support/files/Mounted_store.h>
 
 #include <csignal>
 #include <fcntl.h>

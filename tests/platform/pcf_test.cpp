@@ -2,14 +2,14 @@
 
 #include <platform/pcf.h>
 
-#include <support/Allocation_counter.h>
-#include <support/Captured_debug.h>
-#include <support/Limited_file_size.h>
-#include <support/Mounted_store.h>
-#include <support/Random.h>
-#include <support/Replaced_calls.h>
-#include <support/Replaced_file_calls.h>
-#include <support/descriptors.h>
+#include <support/builders/Random.h>
+#include <support/fakes/Captured_debug.h>
+#include <support/faults/Allocation_counter.h>
+#include <support/faults/Limited_file_size.h>
+#include <support/faults/Replaced_calls.h>
+#include <support/faults/Replaced_file_calls.h>
+#include <support/files/Mounted_store.h>
+#include <support/files/descriptors.h>
 
 #include <algorithm>
 #include <cerrno>

@@ -2,7 +2,7 @@
 
 #include <platform/pcf.h>
 
-#include <support/Mounted_store.h>
+#include <support/files/Mounted_store.h>
 
 #include <atomic>
 #include <gtest/gtest.h>

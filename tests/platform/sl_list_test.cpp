@@ -1,6 +1,6 @@
 #include <platform/sl_list.h>
 
-#include <support/Random.h>
+#include <support/builders/Random.h>
 
 #include <algorithm>
 #include <gtest/gtest.h>

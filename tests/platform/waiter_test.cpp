@@ -1,8 +1,8 @@
 #include <platform/module_man.h>
 #include <platform/waiter.h>
 
-#include <support/Captured_debug.h>
-#include <support/waiting.h>
+#include <support/checks/waiting.h>
+#include <support/fakes/Captured_debug.h>
 
 #include <cstdlib>
 #include <gtest/gtest.h>

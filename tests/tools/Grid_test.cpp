@@ -1,7 +1,7 @@
 #include <monitor/view/Grid.h>
 #include <monitor/view/Pen.h>
 
-#include <support/Random.h>
+#include <support/builders/Random.h>
 
 namespace {
 

@@ -1,9 +1,9 @@
 #include "model_input.h"
 #include "simulated_epochs.h"
 
-#include <support/Frame_builder.h>
-#include <support/Random.h>
-#include <support/Receiver_traffic.h>
+#include <support/builders/Frame_builder.h>
+#include <support/builders/Random.h>
+#include <support/builders/Receiver_traffic.h>
 
 #include <map>
 

@@ -2,7 +2,7 @@
 
 #include <glue/vesk/Vesk_message.h>
 
-#include <support/Text_file.h>
+#include <support/files/Text_file.h>
 
 #include <gtest/gtest.h>
 

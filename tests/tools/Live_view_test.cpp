@@ -6,13 +6,13 @@
 #include <monitor/view/Live_view.h>
 #include <monitor/view/Pen.h>
 
-#include <support/Frame_builder.h>
-#include <support/Program.h>
-#include <support/Pty_pair.h>
-#include <support/Random.h>
-#include <support/Temporary_folder.h>
-#include <support/Terminal_session.h>
-#include <support/descriptors.h>
+#include <support/builders/Frame_builder.h>
+#include <support/builders/Random.h>
+#include <support/files/Temporary_folder.h>
+#include <support/files/descriptors.h>
+#include <support/processes/Program.h>
+#include <support/terminals/Pty_pair.h>
+#include <support/terminals/Terminal_session.h>
 
 #include <csignal>
 #include <fcntl.h>

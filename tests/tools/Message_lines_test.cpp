@@ -5,8 +5,8 @@
 #include <glue/vesk/MC_UI_messages.h>
 #include <glue/vesk/TIM_messages.h>
 
-#include <support/Captured_descriptor.h>
-#include <support/Frame_builder.h>
+#include <support/builders/Frame_builder.h>
+#include <support/fakes/Captured_descriptor.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -2,10 +2,10 @@
 
 #include "monitored_link.h"
 
-#include <support/Captured_descriptor.h>
-#include <support/Frame_builder.h>
-#include <support/Receiver_traffic.h>
-#include <support/descriptors.h>
+#include <support/builders/Frame_builder.h>
+#include <support/builders/Receiver_traffic.h>
+#include <support/fakes/Captured_descriptor.h>
+#include <support/files/descriptors.h>
 
 #include <algorithm>
 #include <numeric>

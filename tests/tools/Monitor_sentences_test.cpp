@@ -4,9 +4,9 @@
 
 #include <glue/vesk/NMEA_messages.h>
 
-#include <support/Captured_descriptor.h>
-#include <support/Frame_builder.h>
-#include <support/descriptors.h>
+#include <support/builders/Frame_builder.h>
+#include <support/fakes/Captured_descriptor.h>
+#include <support/files/descriptors.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -3,12 +3,12 @@
 #include "monitored_link.h"
 #include "much_to_print.h"
 
-#include <support/Captured_descriptor.h>
-#include <support/Frame_builder.h>
-#include <support/Signal_disposition.h>
-#include <support/descriptors.h>
-#include <support/processes.h>
-#include <support/waiting.h>
+#include <support/builders/Frame_builder.h>
+#include <support/checks/waiting.h>
+#include <support/fakes/Captured_descriptor.h>
+#include <support/faults/Signal_disposition.h>
+#include <support/files/descriptors.h>
+#include <support/processes/processes.h>
 
 #include <atomic>
 #include <cerrno>

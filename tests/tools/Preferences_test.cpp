@@ -1,8 +1,8 @@
 #include <monitor/Preferences.h>
 
-#include <support/Captured_descriptor.h>
-#include <support/Temporary_folder.h>
-#include <support/settings_records.h>
+#include <support/builders/settings_records.h>
+#include <support/fakes/Captured_descriptor.h>
+#include <support/files/Temporary_folder.h>
 
 #include <cstdlib>
 #include <gmock/gmock.h>

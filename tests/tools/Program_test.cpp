@@ -1,6 +1,6 @@
 // The tests' own way of running programs: a test that trusts it must be able to.
 
-#include <support/Program.h>
+#include <support/processes/Program.h>
 
 #include <gtest/gtest.h>
 

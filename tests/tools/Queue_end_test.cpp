@@ -1,7 +1,7 @@
 #include <relay/Queue_end.h>
 
-#include <support/Recording_waiter.h>
-#include <support/Stream_bytes.h>
+#include <support/builders/Stream_bytes.h>
+#include <support/fakes/Recording_waiter.h>
 
 #include <gtest/gtest.h>
 #include <string>

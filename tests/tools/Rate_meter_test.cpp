@@ -1,6 +1,6 @@
 #include <monitor/view/Rate_meter.h>
 
-#include <support/Random.h>
+#include <support/builders/Random.h>
 
 namespace {
 

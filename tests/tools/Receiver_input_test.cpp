@@ -1,13 +1,13 @@
 #include <monitor/Receiver_input.h>
 
-#include <support/Captured_descriptor.h>
-#include <support/Pty_pair.h>
-#include <support/Replaced_calls.h>
-#include <support/Standard_input.h>
-#include <support/Stream_bytes.h>
-#include <support/Temporary_folder.h>
-#include <support/descriptors.h>
-#include <support/waiting.h>
+#include <support/builders/Stream_bytes.h>
+#include <support/checks/waiting.h>
+#include <support/fakes/Captured_descriptor.h>
+#include <support/fakes/Standard_input.h>
+#include <support/faults/Replaced_calls.h>
+#include <support/files/Temporary_folder.h>
+#include <support/files/descriptors.h>
+#include <support/terminals/Pty_pair.h>
 
 #include <cerrno>
 #include <cstring>

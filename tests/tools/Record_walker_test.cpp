@@ -1,10 +1,10 @@
 #include "Recorded_walk.h"
 
-#include <support/Frame_builder.h>
-#include <support/Nested_settings.h>
-#include <support/Random.h>
-#include <support/mended_checksums.h>
-#include <support/settings_records.h>
+#include <support/builders/Frame_builder.h>
+#include <support/builders/Random.h>
+#include <support/builders/mended_checksums.h>
+#include <support/builders/settings_records.h>
+#include <support/settings/Nested_settings.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -22,7 +22,7 @@ void expect_fault(const std::string& file, std::size_t offset, const std::string
     EXPECT_THAT(walk.fault_text, HasSubstr(text));
 }
 
-// What it understands
+// ---- What it understands ----
 
 TEST(Record_walker, tells_records_in_the_order_of_the_file) {
     const std::string file = container(0, 7, value(9, 1, le(std::int32_t{-5})) + container(1, 2, value(4, 3, "A")));
@@ -90,7 +90,7 @@ TEST(Record_walker, tells_incremental_saves_as_further_records) {
     EXPECT_THAT(walk.events.back(), HasSubstr("} good"));
 }
 
-// What stops it
+// ---- What stops it ----
 
 TEST(Record_walker, empty_file_is_a_fault) {
     expect_fault("", 0, "empty");
@@ -148,7 +148,7 @@ TEST(Record_walker, wrong_checksum_stops_nothing) {
     EXPECT_TRUE(Recorded_walk(mended_checksums(file)).ends[0].is_good());
 }
 
-// Hostile files
+// ---- Hostile files ----
 
 TEST(Record_walker, goes_any_number_of_levels_deep) {
     const Recorded_walk walk(nested(100000));

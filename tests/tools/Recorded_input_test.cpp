@@ -4,9 +4,9 @@
 #include <monitor/Monitor.h>
 #include <monitor/Receiver_input.h>
 
-#include <support/Standard_input.h>
-#include <support/Temporary_folder.h>
-#include <support/Text_file.h>
+#include <support/fakes/Standard_input.h>
+#include <support/files/Temporary_folder.h>
+#include <support/files/Text_file.h>
 
 #include <csignal>
 #include <gtest/gtest.h>

@@ -2,14 +2,14 @@
 
 #include "simulated_epochs.h"
 
-#include <support/Captured_descriptor.h>
-#include <support/Frame_builder.h>
-#include <support/Random.h>
-#include <support/Stopped_clock.h>
-#include <support/Stream_bytes.h>
-#include <support/Temporary_folder.h>
-#include <support/descriptors.h>
-#include <support/waiting.h>
+#include <support/builders/Frame_builder.h>
+#include <support/builders/Random.h>
+#include <support/builders/Stream_bytes.h>
+#include <support/checks/waiting.h>
+#include <support/fakes/Captured_descriptor.h>
+#include <support/fakes/Stopped_clock.h>
+#include <support/files/Temporary_folder.h>
+#include <support/files/descriptors.h>
 
 #include <cerrno>
 #include <fcntl.h>

@@ -1,6 +1,6 @@
 #include <monitor/Replay_pace.h>
 
-#include <support/Stopped_clock.h>
+#include <support/fakes/Stopped_clock.h>
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 
 #include <glue/vesk/NMEA_messages.h>
 
-#include <support/Random.h>
+#include <support/builders/Random.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,8 +1,8 @@
 #include <settings/Record_walker.h>
 #include <settings/Settings_comparison.h>
 
-#include <support/Text_file.h>
-#include <support/settings_records.h>
+#include <support/builders/settings_records.h>
+#include <support/files/Text_file.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

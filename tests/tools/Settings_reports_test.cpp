@@ -6,11 +6,11 @@
 #include <settings/Settings_statistics.h>
 #include <settings/record_text.h>
 
-#include <support/Frame_builder.h>
-#include <support/Nested_settings.h>
-#include <support/Random.h>
-#include <support/Text_file.h>
-#include <support/settings_records.h>
+#include <support/builders/Frame_builder.h>
+#include <support/builders/Random.h>
+#include <support/builders/settings_records.h>
+#include <support/files/Text_file.h>
+#include <support/settings/Nested_settings.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -52,7 +52,7 @@ Settings_statistics counted(const std::string& file) {
 const std::string small_file =
     container(0, 0, value(9, 1, le(std::int32_t{5})) + container(1, 2, value(2, 1, "\x01")) + pointer(3, {1, 2, 0}));
 
-// The listing
+// ---- The listing ----
 
 TEST(Settings_listing, is_a_line_for_each_record) {
     const Listed listed(small_file);
@@ -100,7 +100,7 @@ TEST(Settings_listing, indents_no_further_than_is_of_use) {
     EXPECT_THAT(listed.text, HasSubstr("\n" + std::string(42, ' ') + "(level 99999) id 1  container"));
 }
 
-// The check
+// ---- The check ----
 
 TEST(Settings_check, good_file_has_no_fault) {
     EXPECT_FALSE(checked(small_file).first_fault());
@@ -148,7 +148,7 @@ TEST(Settings_check, records_outside_of_containers_are_counted_as_unprotected) {
     EXPECT_EQ(check.saves(), 2U);
 }
 
-// The statistics
+// ---- The statistics ----
 
 TEST(Settings_statistics, count_records_levels_saves_and_bytes) {
     const std::string incremental = container(0, 0, value(9, 1, "abcd"));

@@ -2,7 +2,7 @@
 
 #include "simulated_epochs.h"
 
-#include <support/Frame_builder.h>
+#include <support/builders/Frame_builder.h>
 
 #include <map>
 #include <set>

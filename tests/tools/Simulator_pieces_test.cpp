@@ -4,7 +4,7 @@
 
 #include <simulator/Output.h>
 #include <simulator/Pace.h>
-#include <support/Scripted_stream.h>
+#include <support/fakes/Scripted_stream.h>
 
 #include <cerrno>
 #include <cmath>

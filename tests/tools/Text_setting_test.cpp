@@ -2,9 +2,9 @@
 
 #include <glue/NV_store/NV_root.h>
 
-#include <support/Captured_debug.h>
-#include <support/Random.h>
-#include <support/settings_records.h>
+#include <support/builders/Random.h>
+#include <support/builders/settings_records.h>
+#include <support/fakes/Captured_debug.h>
 
 #include <gtest/gtest.h>
 

@@ -1,10 +1,10 @@
 #include <monitor/Traffic_recorder.h>
 
-#include <support/Captured_descriptor.h>
-#include <support/Limited_file_size.h>
-#include <support/Stopped_clock.h>
-#include <support/Temporary_folder.h>
-#include <support/Text_file.h>
+#include <support/fakes/Captured_descriptor.h>
+#include <support/fakes/Stopped_clock.h>
+#include <support/faults/Limited_file_size.h>
+#include <support/files/Temporary_folder.h>
+#include <support/files/Text_file.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -177,7 +177,7 @@ TEST_F(Traffic_recorder_test, full_disk_is_dropped_bytes) {
     EXPECT_EQ(contents().at(0), std::string(1000, 'x'));
 }
 
-// Rotations
+// ---- Rotations ----
 
 TEST_F(Traffic_recorder_test, file_ends_with_its_time_and_the_next_begins_behind_it) {
     Stopped_clock clock;

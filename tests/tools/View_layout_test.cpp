@@ -6,7 +6,7 @@
 #include <monitor/view/View_layout.h>
 #include <monitor/view/plots.h>
 
-#include <support/Frame_builder.h>
+#include <support/builders/Frame_builder.h>
 
 #include <cmath>
 #include <cstring>

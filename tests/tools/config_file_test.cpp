@@ -1,6 +1,6 @@
 #include <common/config_file.h>
 
-#include <support/Temporary_folder.h>
+#include <support/files/Temporary_folder.h>
 
 #include <gtest/gtest.h>
 #include <optional>

@@ -3,7 +3,7 @@
 #include <monitor/view/Link_model.h>
 
 #include <glue/vesk/TIM_messages.h>
-#include <support/Scripted_stream.h>
+#include <support/fakes/Scripted_stream.h>
 
 #include <cstdio>
 #include <string>

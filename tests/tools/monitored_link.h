@@ -5,8 +5,8 @@
 #include <monitor/Monitor.h>
 #include <monitor/Receiver_input.h>
 
-#include <support/Standard_input.h>
-#include <support/Text_file.h>
+#include <support/fakes/Standard_input.h>
+#include <support/files/Text_file.h>
 
 #include <cstdint>
 #include <string>

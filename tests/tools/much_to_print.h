@@ -1,6 +1,6 @@
 #pragma once
 
-#include <support/Frame_builder.h>
+#include <support/builders/Frame_builder.h>
 
 #include <string>
 

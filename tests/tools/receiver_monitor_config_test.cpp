@@ -2,8 +2,8 @@
 
 #include "running_monitor.h"
 
-#include <support/Frame_builder.h>
-#include <support/Pty_pair.h>
+#include <support/builders/Frame_builder.h>
+#include <support/terminals/Pty_pair.h>
 
 #include <algorithm>
 #include <gmock/gmock.h>

@@ -4,7 +4,7 @@
 #include "simulated_epochs.h"
 #include "summary_text.h"
 
-#include <support/Frame_builder.h>
+#include <support/builders/Frame_builder.h>
 
 #include <algorithm>
 #include <csignal>

@@ -2,10 +2,10 @@
 
 #include <monitor/Preferences.h>
 
-#include <support/Frame_builder.h>
-#include <support/Program.h>
-#include <support/Pty_pair.h>
-#include <support/Temporary_folder.h>
+#include <support/builders/Frame_builder.h>
+#include <support/files/Temporary_folder.h>
+#include <support/processes/Program.h>
+#include <support/terminals/Pty_pair.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

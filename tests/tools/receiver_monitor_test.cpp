@@ -4,13 +4,13 @@
 #include "running_monitor.h"
 #include "summary_text.h"
 
-#include <support/Frame_builder.h>
-#include <support/Program.h>
-#include <support/Pty_pair.h>
-#include <support/Temporary_folder.h>
-#include <support/descriptors.h>
-#include <support/processes.h>
-#include <support/waiting.h>
+#include <support/builders/Frame_builder.h>
+#include <support/checks/waiting.h>
+#include <support/files/Temporary_folder.h>
+#include <support/files/descriptors.h>
+#include <support/processes/Program.h>
+#include <support/processes/processes.h>
+#include <support/terminals/Pty_pair.h>
 
 #include <algorithm>
 #include <csignal>

@@ -2,7 +2,7 @@
 
 #include "simulated_epochs.h"
 
-#include <support/Program.h>
+#include <support/processes/Program.h>
 
 #include <chrono>
 #include <fcntl.h>

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <support/Program.h>
-#include <support/Temporary_folder.h>
-#include <support/descriptors.h>
-#include <support/processes.h>
-#include <support/waiting.h>
+#include <support/checks/waiting.h>
+#include <support/files/Temporary_folder.h>
+#include <support/files/descriptors.h>
+#include <support/processes/Program.h>
+#include <support/processes/processes.h>
 
 #include <gtest/gtest.h>
 

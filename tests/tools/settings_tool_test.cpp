@@ -1,9 +1,9 @@
 // The program as a user runs it.
 
-#include <support/Nested_settings.h>
-#include <support/Program.h>
-#include <support/Temporary_folder.h>
-#include <support/settings_records.h>
+#include <support/builders/settings_records.h>
+#include <support/files/Temporary_folder.h>
+#include <support/processes/Program.h>
+#include <support/settings/Nested_settings.h>
 
 #include <algorithm>
 #include <gmock/gmock.h>

@@ -6,10 +6,10 @@
 #include <glue/vesk/Vesk_parser.h>
 #include <glue/vesk/Vesk_printer.h>
 
-#include <support/Allocation_counter.h>
-#include <support/Captured_descriptor.h>
-#include <support/Frame_builder.h>
-#include <support/Random.h>
+#include <support/builders/Frame_builder.h>
+#include <support/builders/Random.h>
+#include <support/fakes/Captured_descriptor.h>
+#include <support/faults/Allocation_counter.h>
 
 #include <algorithm>
 #include <cstdlib>

@@ -1,6 +1,6 @@
 #include <glue/vesk/GNSS_block_messages.h>
 
-#include <support/Frame_builder.h>
+#include <support/builders/Frame_builder.h>
 
 #include <gtest/gtest.h>
 
@@ -12,7 +12,7 @@ namespace {
 
 constexpr char filler = '\xA5';
 
-// Position blocks
+// ---- Position blocks ----
 
 Msg_PA::block_t numbered_block(int first) {
     Msg_PA::block_t block;
@@ -132,7 +132,7 @@ TEST(Msg_PA_death, more_than_two_blocks_end_the_process) {
     }
 }
 
-// Chains of blocks
+// ---- Chains of blocks ----
 
 std::string chain_block(int kind, const std::string& content) {
     return static_cast<char>(kind) + (static_cast<char>(content.size()) + content);

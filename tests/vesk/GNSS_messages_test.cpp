@@ -1,6 +1,6 @@
 #include <glue/vesk/GNSS_messages.h>
 
-#include <support/Frame_builder.h>
+#include <support/builders/Frame_builder.h>
 
 #include <gtest/gtest.h>
 
@@ -65,7 +65,7 @@ void expect_field(unsigned offset, T (Message::*get)(unsigned) const, bool (Mess
         });
 }
 
-// Layouts
+// ---- Layouts ----
 
 TEST(GNSS_messages, PG_layout) {
     expect_field(5, &Msg_PG::get_lat, &Msg_PG::set_lat);
@@ -182,7 +182,7 @@ TEST(GNSS_messages, NA_layout) {
     expect_field(46, &Msg_NA::get_deli, &Msg_NA::set_deli);
 }
 
-// Signedness of the narrow fields, in plain numbers
+// ---- Signedness of the narrow fields, in plain numbers ----
 
 TEST(GNSS_messages, almanac_fields_are_signed_where_the_wire_is) {
     Frame ga("GA02F" + std::string("\x05\xFF\xFF\xFE\xFF\xFF\xFF\xFF", 8) + std::string(39, '\0'));
@@ -194,7 +194,7 @@ TEST(GNSS_messages, almanac_fields_are_signed_where_the_wire_is) {
     EXPECT_EQ(na.as<Msg_NA>().get_day(), -32768);
 }
 
-// What is computed
+// ---- What is computed ----
 
 TEST(GNSS_messages, PG_gives_degrees) {
     Frame frame(build_frame("PG", le(0.5) + le(-3.141592653589793) + le(0.0) + le(0.0F) + '\0'));
@@ -214,7 +214,7 @@ TEST(GNSS_messages, DP_computes_in_double) {
     EXPECT_EQ(frame.as<Msg_DP>().get_gdop(), 5e30F);
 }
 
-// Identifiers, sizes and new frames
+// ---- Identifiers, sizes and new frames ----
 
 /// What every class of the family holds to.
 template <typename Message>
@@ -268,7 +268,7 @@ TEST(GNSS_messages, a_received_frame_validates_and_reads) {
     EXPECT_EQ(message.get_week(), 2345);
 }
 
-// Lists
+// ---- Lists ----
 
 template <typename Message, typename Entry>
 void expect_list(const std::string& identifier, unsigned behind) {

@@ -1,6 +1,6 @@
 #include <glue/vesk/MC_UI_messages.h>
 
-#include <support/Frame_builder.h>
+#include <support/builders/Frame_builder.h>
 
 #include <cstring>
 #include <gtest/gtest.h>

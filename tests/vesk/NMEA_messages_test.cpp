@@ -1,7 +1,7 @@
 #include <glue/vesk/NMEA_messages.h>
 
-#include <support/Captured_debug.h>
-#include <support/Random.h>
+#include <support/builders/Random.h>
+#include <support/fakes/Captured_debug.h>
 
 #include <gtest/gtest.h>
 #include <limits>

@@ -1,6 +1,6 @@
 #include <glue/vesk/NMEA_messages.h>
 
-#include <support/Captured_debug.h>
+#include <support/fakes/Captured_debug.h>
 
 #include <cstdio>
 #include <gtest/gtest.h>

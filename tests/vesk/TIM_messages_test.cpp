@@ -1,8 +1,8 @@
 #include <glue/vesk/TIM_messages.h>
 
-#include <support/Captured_debug.h>
-#include <support/Enabled_category.h>
-#include <support/Frame_builder.h>
+#include <support/builders/Frame_builder.h>
+#include <support/fakes/Captured_debug.h>
+#include <support/fakes/Enabled_category.h>
 
 #include <cstring>
 #include <gtest/gtest.h>

@@ -1,8 +1,8 @@
 #include <glue/vesk/Vesk_message.h>
 
-#include <support/Frame_builder.h>
-#include <support/Random.h>
-#include <support/Scripted_stream.h>
+#include <support/builders/Frame_builder.h>
+#include <support/builders/Random.h>
+#include <support/fakes/Scripted_stream.h>
 
 #include <cstring>
 #include <gtest/gtest.h>
@@ -26,7 +26,7 @@ bool checks(const std::string& frame) {
     return Message(frame).view.check_checksum();
 }
 
-// Length
+// ---- Length ----
 
 TEST(Vesk_message_test, length_digits_count_in_either_case) {
     EXPECT_EQ(Message("PG0A1").view.get_msg_len(), 161U);
@@ -78,7 +78,7 @@ TEST(Vesk_message_test, size_and_capacity_are_told_apart) {
     EXPECT_EQ(Vesk_message(buffer, 20, 21).get_size(), 20U);
 }
 
-// Setting up
+// ---- Setting up ----
 
 TEST(Vesk_message_test, setup_writes_identifier_and_length_and_keeps_the_size) {
     Message message(std::string(20, '.'));
@@ -125,7 +125,7 @@ TEST(Vesk_message_test, reducing_to_an_impossible_length_changes_nothing) {
     EXPECT_EQ(message.view.get_size(), 4100U);
 }
 
-// Checksum
+// ---- Checksum ----
 
 TEST(Vesk_message_test, checksum_of_nothing_is_zero) {
     EXPECT_EQ(Message("abc").view.compute_8bit_checksum(0), 0U);
@@ -284,7 +284,7 @@ TEST(Vesk_message_test, checksum_of_an_empty_body_lands_on_the_length_digits) {
     EXPECT_EQ(text.content(), std::string("PG0") + digits + "\n");
 }
 
-// Replies
+// ---- Replies ----
 
 struct Response {
     explicit Response(const std::string& content)

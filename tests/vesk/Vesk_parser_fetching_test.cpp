@@ -2,9 +2,9 @@
 
 #include <glue/vesk/Vesk_parser.h>
 
-#include <support/Frame_builder.h>
-#include <support/Packets.h>
-#include <support/Scripted_stream.h>
+#include <support/builders/Frame_builder.h>
+#include <support/builders/Packets.h>
+#include <support/fakes/Scripted_stream.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

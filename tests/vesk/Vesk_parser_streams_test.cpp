@@ -3,11 +3,11 @@
 #include <glue/vesk/Vesk_message.h>
 #include <glue/vesk/Vesk_parser.h>
 
-#include <support/Frame_builder.h>
-#include <support/Packets.h>
-#include <support/Random.h>
-#include <support/Receiver_traffic.h>
-#include <support/Scripted_stream.h>
+#include <support/builders/Frame_builder.h>
+#include <support/builders/Packets.h>
+#include <support/builders/Random.h>
+#include <support/builders/Receiver_traffic.h>
+#include <support/fakes/Scripted_stream.h>
 
 #include <algorithm>
 #include <gtest/gtest.h>

@@ -2,10 +2,10 @@
 
 #include <glue/vesk/Vesk_message.h>
 
-#include <support/Captured_debug.h>
-#include <support/Frame_builder.h>
-#include <support/Packets.h>
-#include <support/Scripted_stream.h>
+#include <support/builders/Frame_builder.h>
+#include <support/builders/Packets.h>
+#include <support/fakes/Captured_debug.h>
+#include <support/fakes/Scripted_stream.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -31,7 +31,7 @@ struct Vesk_parser_test : testing::Test {
     }
 };
 
-// Without a stream, and starting anew
+// ---- Without a stream, and starting anew ----
 
 TEST(Vesk_parser_alone, finds_nothing) {
     Vesk_parser parser;
@@ -76,7 +76,7 @@ TEST_F(Vesk_parser_test, init_changes_the_stream) {
     EXPECT_THAT(packets_of(parser), ElementsAre(frame(pg)));
 }
 
-// Frames
+// ---- Frames ----
 
 TEST_F(Vesk_parser_test, frame_comes_with_its_terminator) {
     EXPECT_THAT(parse(pg + rd), ElementsAre(frame(pg), frame(rd)));
@@ -157,7 +157,7 @@ TEST_F(Vesk_parser_test, checksum_is_not_the_parser_s_business) {
     EXPECT_THAT(parse("PG004abcX\n"), ElementsAre(frame("PG004abcX\n")));
 }
 
-// Packets that exceed the buffer
+// ---- Packets that exceed the buffer ----
 
 TEST_F(Vesk_parser_test, frame_is_cut_to_the_buffer_and_its_rest_stays) {
     stream.receive("PG00A0123456789\n");
@@ -196,7 +196,7 @@ TEST_F(Vesk_parser_test, buffer_of_no_bytes_loses_nothing) {
     }
 }
 
-// Frames without terminators
+// ---- Frames without terminators ----
 
 TEST_F(Vesk_parser_test, unterminated_frame_gets_an_lf_when_there_is_room) {
     parser.set_terminated(false);
@@ -211,7 +211,7 @@ TEST_F(Vesk_parser_test, unterminated_replies_are_frames) {
     EXPECT_THAT(parse("RE004text"), ElementsAre(frame("RE004text\n")));
 }
 
-// Replies
+// ---- Replies ----
 
 TEST_F(Vesk_parser_test, reply_whose_length_counts_its_cr_comes_whole_with_two_nuls) {
     EXPECT_THAT(parse("RE006hello\r\n"), ElementsAre(reply("RE006hello\r\n" + nul + nul)));
@@ -256,7 +256,7 @@ TEST_F(Vesk_parser_test, longest_reply_fits_the_largest_packet) {
     EXPECT_THAT(parse(longest), ElementsAre(reply(longest + nul + nul)));
 }
 
-// Acknowledgements
+// ---- Acknowledgements ----
 
 TEST_F(Vesk_parser_test, lone_acknowledgement_and_refusal_are_told) {
     EXPECT_THAT(parse("\x06"), ElementsAre(acknowledgement(0x06)));
@@ -283,7 +283,7 @@ TEST_F(Vesk_parser_test, acknowledgement_is_not_looked_for_in_noise) {
     EXPECT_THAT(parse("\n\x06"), ElementsAre(noise("\x06\n"), acknowledgement(0x06)));
 }
 
-// Noise
+// ---- Noise ----
 
 TEST_F(Vesk_parser_test, noise_reaches_to_the_end_of_its_run_of_line_ends) {
     EXPECT_THAT(parse("!abc\r\n\n\r" + pg), ElementsAre(noise("!abc\r\n\n\r"), frame(pg)));
@@ -329,7 +329,7 @@ TEST_F(Vesk_parser_test, frame_without_its_terminator_loses_a_byte_at_a_time_and
     EXPECT_EQ(parser.get_byte_counts().noise, 10U);
 }
 
-// Checkers
+// ---- Checkers ----
 
 struct Recording_checker : Vesk_parser::Checker {
     bool check(Data_stream& stream, unsigned short identifier, int length) override {
@@ -384,7 +384,7 @@ TEST_F(Vesk_parser_test, without_a_checker_every_frame_is_taken) {
     EXPECT_TRUE(Vesk_parser::Dummy_checker().check(stream, 0, 0));
 }
 
-// Echoed lines
+// ---- Echoed lines ----
 
 TEST_F(Vesk_parser_test, echoed_lines_need_a_prompt_in_their_first_two_bytes) {
     parser.set_parse_mode(Vesk_parser::parse_echoed_lines);
@@ -406,7 +406,7 @@ TEST_F(Vesk_parser_test, echoed_line_waits_for_its_second_byte_before_it_is_refu
     EXPECT_THAT(parse(">003abc\n"), ElementsAre(frame("P>003abc\n")));
 }
 
-// Line ends
+// ---- Line ends ----
 
 TEST_F(Vesk_parser_test, newline_is_cr_or_lf_at_an_index_that_is_there) {
     stream.receive("a\r\n");
@@ -419,7 +419,7 @@ TEST_F(Vesk_parser_test, newline_is_cr_or_lf_at_an_index_that_is_there) {
     EXPECT_TRUE(parser.is_newline(3));
 }
 
-// The convenience form
+// ---- The convenience form ----
 
 TEST_F(Vesk_parser_test, short_form_gives_the_length_of_frames_and_minus_that_of_noise) {
     const Captured_debug debug;
@@ -447,7 +447,7 @@ TEST_F(Vesk_parser_test, message_form_uses_the_bytes_the_message_has_in_use) {
     EXPECT_EQ(std::string(buffer, buffer + 10), "PG00A01234");
 }
 
-// The account
+// ---- The account ----
 
 TEST_F(Vesk_parser_test, every_byte_is_accounted_for) {
     parse(nul + pg + "\r\n" + "RE000\r\n" + "!noise\n" + "PG0X0\n" + rd);

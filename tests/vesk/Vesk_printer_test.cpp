@@ -1,8 +1,8 @@
 #include <glue/vesk/Vesk_printer.h>
 
-#include <support/Captured_descriptor.h>
-#include <support/Frame_builder.h>
-#include <support/Random.h>
+#include <support/builders/Frame_builder.h>
+#include <support/builders/Random.h>
+#include <support/fakes/Captured_descriptor.h>
 
 #include <gtest/gtest.h>
 
@@ -68,7 +68,7 @@ std::string byte(int value) {
     return std::string(1, static_cast<char>(value));
 }
 
-// Fixed layouts
+// ---- Fixed layouts ----
 
 TEST(Vesk_printer, prints_PG) {
     expect_forms<Msg_PG>("PG", le(0.5) + le(-1.25) + le(-12.3456) + le(0.125F) + byte(200),
@@ -190,7 +190,7 @@ TEST(Vesk_printer, long_line_in_16_bytes_ends_after_15_characters) {
     EXPECT_EQ(printed.result, 15);
 }
 
-// Lists
+// ---- Lists ----
 
 TEST(Vesk_printer, prints_lists_of_unsigned_bytes) {
     expect_forms<Msg_SI>("SI", "\x01\x7F\xFF", "SI 1 127 255", "SI,1,127,255");
@@ -282,7 +282,7 @@ TEST(Vesk_printer, says_on_standard_output_that_a_list_is_too_short) {
     expect_too_short<Msg_SI>("SI0x4"); // a bad length field is a length of 0
 }
 
-// Texts
+// ---- Texts ----
 
 TEST(Vesk_printer, prints_texts_as_they_stand) {
     for (const char* identifier : {"RE", "ER", "DL", "NP"}) {
@@ -311,7 +311,7 @@ TEST(Vesk_printer, a_text_ends_at_its_first_NUL) {
     EXPECT_EQ(print(frame.as<Vesk_message>(), true).result, 7);
 }
 
-// Unknown identifiers
+// ---- Unknown identifiers ----
 
 TEST(Vesk_printer, dumps_an_unknown_frame_and_reports_it) {
     Frame frame("XY002\x0A\xFF");
@@ -358,7 +358,7 @@ TEST(Vesk_printer, dumps_frames_shorter_than_an_identifier) {
     EXPECT_EQ(print(none.as<Vesk_message>(), true).text(), "\n");
 }
 
-// Buffers
+// ---- Buffers ----
 
 TEST(Vesk_printer, without_room_nothing_is_written_and_only_texts_tell_their_length) {
     const Captured_descriptor errors(STDERR_FILENO);

@@ -38,7 +38,7 @@ void Text_setting::_print(Debug::Dumper& dumper, const char* name) const {
     dumper.print_field(name, text_.c_str());
 }
 
-// Saving and loading
+// ---- Saving and loading ----
 
 bool Text_setting::serialise(NV_iterator* it) {
     bool ok = false;
@@ -68,7 +68,7 @@ bool Text_setting::deserialise(NV_iterator* it) {
     return true;
 }
 
-// Values for a peer
+// ---- Values for a peer ----
 
 Data_item::Serial_ret Text_setting::serialise(CDS::Remote::Send_buffer& buffer, unsigned short& counter) {
     if (!serial_action_started(counter))

@@ -30,7 +30,7 @@ int Queue_end::_write(const unsigned char* data, unsigned int len) {
 }
 
 unsigned int Queue_end::receive(const unsigned char* data, unsigned int len) {
-    const std::lock_guard<Mutex> guard(mutex_);
+    const std::lock_guard guard(mutex_);
     const unsigned int taken = rx_buffer.append(data, len);
     if (taken > 0)
         send_rx_event(rx_buffer.full());
@@ -45,6 +45,6 @@ unsigned int Queue_end::receive_whole(const unsigned char* data, unsigned int le
 }
 
 unsigned int Queue_end::room() {
-    const std::lock_guard<Mutex> guard(mutex_);
+    const std::lock_guard guard(mutex_);
     return rx_buffer.room();
 }

@@ -9,7 +9,7 @@
 Settings_comparison::Settings_comparison(std::string first_name, std::string second_name)
     : names_{std::move(first_name), std::move(second_name)}, collectors_{{*this, 0}, {*this, 1}} {}
 
-// Collecting
+// ---- Collecting ----
 
 void Settings_comparison::Collector::container_begins(const Record& record) {
     const std::size_t node = note(record, {true, true, type_name(record.type), ""});
@@ -44,7 +44,7 @@ std::size_t Settings_comparison::node_at(std::size_t parent, unsigned short id, 
     return at->second;
 }
 
-// Reporting
+// ---- Reporting ----
 
 std::size_t Settings_comparison::print(std::FILE* out) const {
     std::size_t count = 0;

@@ -32,7 +32,7 @@ class Receiver_time {
     /// Milliseconds since 6 January 1980.
     std::int64_t ms() const { return ms_; }
 
-    // In the receiver's own scale
+    // ---- In the receiver's own scale ----
 
     Date date() const;
     std::uint32_t ms_of_day() const { return static_cast<std::uint32_t>(ms_ % ms_per_day); }
@@ -42,7 +42,7 @@ class Receiver_time {
     /// UTC
     std::uint32_t utc_ms_of_day() const { return static_cast<std::uint32_t>((ms_ - leap_ms) % ms_per_day); }
 
-    // In the scale of the second constellation
+    // ---- In the scale of the second constellation ----
 
     /// The day in the four years that begin with a leap year, 1 to 1461.
     int moscow_day() const;

@@ -56,7 +56,7 @@ class GLUE_EXPORT NV_container : public NV_item {
     /// Whether children are addressed by name; false: by position.
     virtual bool children_named() const;
 
-    // Children
+    // ---- Children ----
 
     /// Puts a child behind the others. An id that a child has already ends the process with status -119, after a
     /// message: two settings would share one record. Only a container of type 13 takes every child.

@@ -57,7 +57,7 @@ class GLUE_EXPORT NV_file_iterator : public NV_iterator {
     /// What `get_free_space` says there is in all: the room that a unit has for a settings file.
     static constexpr unsigned int nominal_size = 16384;
 
-    // Atomic files
+    // ---- Atomic files ----
 
     /// Opens a file for writing so that nothing of it is kept until `close_atomic`, where the file system can do that
     /// (F2FS), and plainly where it cannot or when `flags` ask for reading only.

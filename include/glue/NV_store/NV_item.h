@@ -110,7 +110,7 @@ class GLUE_EXPORT NV_item : public QObject, public Data_item {
     virtual void _print(Debug::Dumper& dumper, const char* name) const = 0;
     virtual void print(Debug::Dumper& dumper) const;
 
-    // Identity
+    // ---- Identity ----
 
     unsigned short get_id() const { return id_; }
     unsigned char get_flags() const { return flags_; }
@@ -124,12 +124,12 @@ class GLUE_EXPORT NV_item : public QObject, public Data_item {
     /// Leaves the old parent and joins the children of the new one; null: none.
     void _set_parent(NV_container* parent);
 
-    // The lock of the tree; nothing without a root
+    // ---- The lock of the tree; nothing without a root ----
 
     void lock() const;
     void unlock() const;
 
-    // Telling of changes
+    // ---- Telling of changes ----
 
     /// Marks and tells that the value was changed or written. Without `changed` or `force` nothing at all happens.
     /// \return true: a waiter that cannot be told stops nothing
@@ -154,7 +154,7 @@ class GLUE_EXPORT NV_item : public QObject, public Data_item {
     bool unregister_access_waiter(waiter_descriptor* waiter, Access_base* access);
     bool unregister_virt_access_waiter(waiter_descriptor* waiter, Virt_access* access);
 
-    // Saving
+    // ---- Saving ----
 
     /// Whether the item takes part in what the iterator is doing.
     /// \param ok               set to whether the iterator is open for writing, unless its selector decides

@@ -59,7 +59,7 @@ class GLUE_EXPORT NV_number : public NV_item {
     virtual void _get_range(T& low, T& high) const;
     void get_range(T& low, T& high) const;
 
-    // The value
+    // ---- The value ----
 
     T get() const;
     T _get() const { return value_; }
@@ -89,7 +89,7 @@ class GLUE_EXPORT NV_number : public NV_item {
     /// Compares with the number that a text begins with; false when it begins with none. Leaves the lock to the caller.
     bool operator==(const char* text) const;
 
-    // Arithmetic in T; what does not fit an integer wraps round
+    // ---- Arithmetic in T; what does not fit an integer wraps round ----
 
     T operator+=(T value);
     T operator-=(T value);
@@ -97,7 +97,7 @@ class GLUE_EXPORT NV_number : public NV_item {
     T operator++(int); // NOLINT(cert-dcl21-cpp)
     T operator-(NV_number& other) const;
 
-    // Values for a peer, and records that no node is there for
+    // ---- Values for a peer, and records that no node is there for ----
 
     static bool raw_serialise(CDS::Remote::Send_buffer& buffer, T value);
     static bool raw_deserialise(CDS::Remote::Receive_buffer& buffer, T& value);

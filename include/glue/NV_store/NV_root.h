@@ -29,7 +29,7 @@ class GLUE_EXPORT NV_root : public NV_struct {
     /// Tells everybody in the tree, as after loading.
     void signal_all();
 
-    // Pointers
+    // ---- Pointers ----
 
     /// \return false when the pointer is in a registry already
     bool add_pointer(NV_pointer* pointer);

@@ -109,8 +109,8 @@ class GLUE_EXPORT AIM_data_stream_adapter : public Event_sender_data_stream, pub
     void announce(Lock& held);
     void check_lock() const;
 
-    std::unique_ptr<Event_sender_data_stream> raw;
-    Vesk_parser parser;
-    char channel;
-    Mutex mutex;
+    std::unique_ptr<Event_sender_data_stream> raw_;
+    Vesk_parser parser_;
+    char channel_;
+    Mutex mutex_;
 };

@@ -46,7 +46,7 @@ class GLUE_EXPORT AIM_message : public Vesk_message {
     /// Bytes of payload, by the length field; 0 when that is below `shortest_body`.
     unsigned int get_len() const;
 
-    // Building
+    // ---- Building ----
 
     /// Builds the frame of a payload of `n` bytes, after which `n` + 8 bytes are in use. Nothing is written when the
     /// buffer is smaller than that. The payload may lie in the buffer itself, from the seventh byte on.

@@ -30,13 +30,13 @@ class GLUE_EXPORT Capped_semaphore {
     bool acquire(int ms);
 
     /// Permits that nobody has taken.
-    int available() const { return permits.available(); }
+    int available() const { return permits_.available(); }
 
     /// Sets or lifts the cap for the releases to come.
-    void set_capped(bool on) { capped = on; }
-    bool is_capped() const { return capped; }
+    void set_capped(bool on) { capped_ = on; }
+    bool is_capped() const { return capped_; }
 
   private:
-    QSemaphore permits;
-    std::atomic<bool> capped{false};
+    QSemaphore permits_;
+    std::atomic<bool> capped_{false};
 };

@@ -103,7 +103,7 @@ class GLUE_EXPORT Data_stream {
     /// \return the bytes written, or -1 for an error
     virtual int _write(const unsigned char* data, unsigned int len) = 0;
 
-    // Reading
+    // ---- Reading ----
 
     /// `get_data(n)`, for callers who hold the ring's lock already. Takes no lock.
     int _get_data(int n);
@@ -124,7 +124,7 @@ class GLUE_EXPORT Data_stream {
     unsigned int string_avail();
     static constexpr unsigned int full_ring = 0xFFFFFFFFU;
 
-    // Writing
+    // ---- Writing ----
 
     /// The entry for all writes. With `debug_writes` the bytes are traced.
     ///
@@ -151,7 +151,7 @@ class GLUE_EXPORT Data_stream {
     bool vprintf(const char* format, va_list arguments) __attribute__((format(printf, 2, 0)));
     bool printf(const char* format, ...) __attribute__((format(printf, 2, 3)));
 
-    // Naming and tracing
+    // ---- Naming and tracing ----
 
     /// Traces `len` buffered bytes from `offset` on, or all from there when `len` is 0 or more than there are. Neither
     /// fetches nor consumes.
@@ -161,7 +161,7 @@ class GLUE_EXPORT Data_stream {
     /// \return true
     bool set_description(const char* text);
     /// The stream's name; "DS(address)" until somebody gives it another.
-    const char* get_description() const { return description; }
+    const char* get_description() const { return description_; }
 
   protected:
     /// `dprint` for a derived stream that holds the ring's lock already. Takes no lock.
@@ -174,7 +174,7 @@ class GLUE_EXPORT Data_stream {
     Cbuf_templ<unsigned char> rx_buffer;
 
   private:
-    unsigned char rx_storage[rx_capacity];
+    unsigned char rx_storage_[rx_capacity];
 
   public:
     /// Trace every write through the debug printer. The library leaves it alone; an application may set it.
@@ -194,5 +194,5 @@ class GLUE_EXPORT Data_stream {
     void copy_for_trace(Traced_bytes& traced, unsigned int len, unsigned int offset) const;
     int guarded_write(const unsigned char* data, unsigned int len, int result_when_nested);
 
-    char description[description_size];
+    char description_[description_size];
 };

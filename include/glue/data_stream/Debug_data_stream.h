@@ -23,5 +23,5 @@ class GLUE_EXPORT Debug_data_stream : public Data_stream {
     int _write(const unsigned char* data, unsigned int len) override;
 
   private:
-    bool print_at_once;
+    bool print_at_once_;
 };

@@ -45,9 +45,9 @@ class GLUE_EXPORT Diagnostic_data_stream : public Data_stream {
     void collect(const unsigned char* data, unsigned int len);
     unsigned int fill_up(const unsigned char* data, unsigned int len);
 
-    Data_stream& target;
-    const char* name;
-    unsigned char* capture;
-    unsigned int capture_size;
-    unsigned int capture_fill;
+    Data_stream& target_;
+    const char* name_;
+    unsigned char* capture_;
+    unsigned int capture_size_;
+    unsigned int capture_fill_;
 };

@@ -58,8 +58,8 @@ class GLUE_EXPORT Event_receiver_data_stream : public Data_stream {
     bool wait_for_event(Atime deadline);
     void take_byte();
 
-    Event_sender_data_stream& source;
-    waiter_descriptor waiter;
-    std::int32_t read_timeout_ms;
-    std::int32_t write_timeout_ms;
+    Event_sender_data_stream& source_;
+    waiter_descriptor waiter_;
+    std::int32_t read_timeout_ms_;
+    std::int32_t write_timeout_ms_;
 };

@@ -69,8 +69,8 @@ class GLUE_EXPORT Event_sender_data_stream : public virtual Data_stream {
     void dereg_tx_waiter();
 
     /// The registered waiter; null when there is none.
-    waiter_descriptor* get_rx_waiter() const { return rx_waiter; }
-    waiter_descriptor* get_tx_waiter() const { return tx_waiter; }
+    waiter_descriptor* get_rx_waiter() const { return rx_waiter_; }
+    waiter_descriptor* get_tx_waiter() const { return tx_waiter_; }
 
     /// Sets what `send_rx_event` runs first, quiet waiter or none; empty for nothing. The former callback is destroyed.
     ///
@@ -82,10 +82,10 @@ class GLUE_EXPORT Event_sender_data_stream : public virtual Data_stream {
     void send(waiter_descriptor& waiter, event_code code, bool urgent, bool merge) const;
 
     // Atomic because some streams announce without holding lock().
-    std::atomic<std::int16_t> module_id;
-    std::atomic<waiter_descriptor*> rx_waiter;
-    std::atomic<waiter_descriptor*> tx_waiter;
-    std::atomic<bool> rx_quiet;
-    std::atomic<bool> tx_quiet;
-    std::function<void()> rx_callback;
+    std::atomic<std::int16_t> module_id_;
+    std::atomic<waiter_descriptor*> rx_waiter_;
+    std::atomic<waiter_descriptor*> tx_waiter_;
+    std::atomic<bool> rx_quiet_;
+    std::atomic<bool> tx_quiet_;
+    std::function<void()> rx_callback_;
 };

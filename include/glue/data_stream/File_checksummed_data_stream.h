@@ -33,7 +33,7 @@ class GLUE_EXPORT File_checksummed_data_stream : public File_data_stream {
     /// Closes what is open. On purpose, a file still being written gets no trailer and so will not verify.
     ~File_checksummed_data_stream() override;
 
-    // Writing
+    // ---- Writing ----
 
     /// Opens for writing, after cutting the file to nothing or making it. A file still open for writing is closed
     /// first, without a trailer.
@@ -49,7 +49,7 @@ class GLUE_EXPORT File_checksummed_data_stream : public File_data_stream {
     ///         open it for reading to be sure
     bool close_write();
 
-    // Reading
+    // ---- Reading ----
 
     /// Verifies the whole of a file, then opens it for reading at its first byte. A file still open for reading is
     /// closed first.
@@ -84,6 +84,6 @@ class GLUE_EXPORT File_checksummed_data_stream : public File_data_stream {
     bool reject_trailer(const char* path);
     bool add_content_to(std::uint32_t& crc, const char* path);
 
-    std::uint32_t running_crc; ///< of everything written since `open_write`
-    std::int32_t data_end;     ///< bytes of content in the file being read
+    std::uint32_t running_crc_; ///< of everything written since `open_write`
+    std::int32_t data_end_;     ///< bytes of content in the file being read
 };

@@ -44,7 +44,7 @@ class GLUE_EXPORT File_data_stream : public Data_stream {
     /// Opens for appending, after making the file when it is not there; what it holds is never cut.
     bool open_write(const char* path);
 
-    // Closing
+    // ---- Closing ----
 
     /// \return false when no file is open for reading
     bool close_read();

@@ -62,9 +62,9 @@ class GLUE_EXPORT Line_data_stream_adapter : public Data_stream {
     unsigned int releasable(Atime now) const;
     void release(unsigned int count);
 
-    int timeout;
-    Atime last_release;
-    Data_stream* inner;
-    Cbuf_templ<unsigned char> staging;
-    unsigned char staging_storage[rx_capacity];
+    int timeout_;
+    Atime last_release_;
+    Data_stream* inner_;
+    Cbuf_templ<unsigned char> staging_;
+    unsigned char staging_storage_[rx_capacity];
 };

@@ -65,7 +65,7 @@ class GLUE_EXPORT PCFile_data_stream : public Data_stream {
     /// On purpose ends the process, with `exit_still_open` after a message, when a file is open.
     ~PCFile_data_stream() override;
 
-    // Opening and closing
+    // ---- Opening and closing ----
 
     /// Opens a file for reading from its start. Sets `read_position` to 0, also when it fails.
     /// \param attempts  how often to try, `retry_delay` apart, while the store is busy; 0: without limit and without
@@ -103,9 +103,9 @@ class GLUE_EXPORT PCFile_data_stream : public Data_stream {
     int _write(const unsigned char* data, unsigned int len) override;
 
     /// Bytes read since the last `open_read`.
-    std::uint32_t get_read_position() const { return read_position; }
+    std::uint32_t get_read_position() const { return read_position_; }
 
-    // The store as a whole
+    // ---- The store as a whole ----
 
     /// Gives the class its module id, the source of its events; ends the process with `exit_no_module_id` when there is
     /// none. Call it once, before waiters are registered.
@@ -132,7 +132,7 @@ class GLUE_EXPORT PCFile_data_stream : public Data_stream {
     ///         Without room for a block the waiters are told `store_full`.
     static bool copy(const char* to, const char* from);
 
-    // Events
+    // ---- Events ----
 
     /// \return 0; 1, with nothing changed, when `waiter` is null or registered already, or `max_waiters` are
     static int register_waiter(waiter_descriptor* waiter);
@@ -162,9 +162,9 @@ class GLUE_EXPORT PCFile_data_stream : public Data_stream {
         unsigned int next();
 
       private:
-        std::uint32_t index;
-        std::uint32_t count;
-        char name[40];
+        std::uint32_t index_;
+        std::uint32_t count_;
+        char name_[40];
     };
 
   private:
@@ -178,9 +178,9 @@ class GLUE_EXPORT PCFile_data_stream : public Data_stream {
     static void _send_event(events_t code);
     static bool copy_block(const char* to, const unsigned char* block, int count);
 
-    bool read_open;
-    bool write_open;
-    std::uint32_t read_position;
+    bool read_open_;
+    bool write_open_;
+    std::uint32_t read_position_;
 
     static Mutex mutex; ///< guards what follows
     static PcfInfo pcf_info;

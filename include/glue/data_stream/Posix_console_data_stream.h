@@ -41,9 +41,9 @@ class GLUE_EXPORT Posix_console_data_stream : public Posix_threaded_data_stream 
     void unlock() override;
 
   private:
-    Mutex console_lock;
-    termios saved_attributes;
+    Mutex console_lock_;
+    termios saved_attributes_;
 
     // Additions
-    bool is_terminal;
+    bool is_terminal_;
 };

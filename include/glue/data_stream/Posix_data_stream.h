@@ -42,7 +42,7 @@ class GLUE_EXPORT Posix_data_stream : public virtual Data_stream {
         bool send_break(int duration) override;
 
       private:
-        int fd = -1;
+        int fd_ = -1;
     };
 
     /// Adopts two descriptors, the same one twice if that serves both ways; -1 for none.
@@ -108,7 +108,7 @@ class GLUE_EXPORT Posix_data_stream : public virtual Data_stream {
     /// \return the bytes written; -1 when the writing side is closed
     int _write(const unsigned char* data, unsigned int len) override;
 
-    // Additions, for callers that wait on several descriptors at once
+    // ---- Additions, for callers that wait on several descriptors at once ----
 
     /// The reading descriptor; -1 when closed.
     int get_read_fd() const { return read_fd; }
@@ -123,7 +123,7 @@ class GLUE_EXPORT Posix_data_stream : public virtual Data_stream {
     int write_timeout_ms;
     const char* name_prefix;
 
-    // Additions, for derived classes
+    // ---- Additions, for derived classes ----
 
     enum class Direction { read, write, both };
 

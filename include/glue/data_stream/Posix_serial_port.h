@@ -96,7 +96,7 @@ class GLUE_EXPORT Posix_serial_port {
     /// \return whether it could
     virtual bool open_default(const char* device) = 0;
 
-    // Start and end
+    // ---- Start and end ----
 
     /// Keeps the line's settings for `restore`, then makes the line raw: every byte passes as it is, reads wait for one
     /// byte, modem lines do not matter and stay up when the device is closed. Baud rate and handshake by RTS/CTS stay
@@ -109,7 +109,7 @@ class GLUE_EXPORT Posix_serial_port {
     /// brings them back to the line.
     bool restore();
 
-    // Settings, each applied at once
+    // ---- Settings, each applied at once ----
 
     /// The lowest supported rate that is not below `baud`, or the highest one.
     bool set_baud_rate(long baud);
@@ -126,7 +126,7 @@ class GLUE_EXPORT Posix_serial_port {
     /// Raises RTS for `handshake_rts_cts`; does nothing for the others, and is true.
     bool switch_rts(handshake_t handshake);
 
-    // What is set
+    // ---- What is set ----
 
     /// Bits per second; 0 before `init`, and when the line runs at a rate that is not supported here.
     long get_baudRate() const;
@@ -141,7 +141,7 @@ class GLUE_EXPORT Posix_serial_port {
     /// 460800 bits per second.
     static bool baud_rate_supported(long rate);
 
-    // Opening by one text
+    // ---- Opening by one text ----
 
     /// Opens what the text names: a device, optionally ":" and the baud rate, optionally ":" and the line driver's
     /// mode; what follows a third ":" does not matter. "/dev/ttyS1", "/dev/ttyS1:115200", "/dev/ttyS1:38400:rs485".
@@ -159,7 +159,7 @@ class GLUE_EXPORT Posix_serial_port {
     /// Not for deleting through this class.
     ~Posix_serial_port() = default;
 
-    // Additions, for streams whose descriptor goes away in another thread
+    // ---- Additions, for streams whose descriptor goes away in another thread ----
 
     /// `deinit` by who holds `line_lock`.
     void forget_settings();
@@ -172,8 +172,8 @@ class GLUE_EXPORT Posix_serial_port {
     bool make_raw();
     bool select_driver(bool rs485);
 
-    std::shared_ptr<termios> current; ///< what the line goes by
-    std::shared_ptr<termios> saved;   ///< what it went by before
+    std::shared_ptr<termios> current_; ///< what the line goes by
+    std::shared_ptr<termios> saved_;   ///< what it went by before
 
   protected:
     /// Addition: guards the settings, and the descriptor while they are applied to it.

@@ -96,7 +96,7 @@ class GLUE_EXPORT Posix_threaded_data_stream : public Posix_data_stream, public 
     /// for so long; a full one goes out at once and leaves the pending one pending.
     void send_rx_event(bool full) override;
 
-    // The thread
+    // ---- The thread ----
 
     /// Starts the thread when there is none. For classes that set the descriptors themselves; opening does it.
     void start();
@@ -108,7 +108,7 @@ class GLUE_EXPORT Posix_threaded_data_stream : public Posix_data_stream, public 
     /// them at once.
     void set_rx_event_timeout(unsigned int ms);
 
-    // More ways to write
+    // ---- More ways to write ----
 
     /// `_write` of something that must not arrive in part: when what cannot be written at once does not fit the
     /// transmit ring, nothing of it is queued. \return as `_write`; 0 when it was dropped
@@ -162,22 +162,22 @@ class GLUE_EXPORT Posix_threaded_data_stream : public Posix_data_stream, public 
     void queue_when_there_is_room(const unsigned char* data, unsigned int len);
     void log_port(data_stream_logging_t direction, const char* tag, const unsigned char* data, unsigned int len) const;
 
-    char short_name[5];
-    std::shared_ptr<std::thread> reader_thread;
-    Mutex stream_lock;
-    int notify_pipe[2];
-    Capped_semaphore pause_gate;
-    Cbuf_templ<unsigned char> tx_ring;
-    unsigned char tx_storage[tx_capacity];
-    Mutex tx_lock;
-    std::atomic<std::uint32_t> rx_event_timeout_ms;
-    std::atomic<bool> rx_event_pending;
-    std::atomic<bool> write_buffering;
-    std::atomic<int> port_logging;
+    char short_name_[5];
+    std::shared_ptr<std::thread> reader_thread_;
+    Mutex stream_lock_;
+    int notify_pipe_[2];
+    Capped_semaphore pause_gate_;
+    Cbuf_templ<unsigned char> tx_ring_;
+    unsigned char tx_storage_[tx_capacity];
+    Mutex tx_lock_;
+    std::atomic<std::uint32_t> rx_event_timeout_ms_;
+    std::atomic<bool> rx_event_pending_;
+    std::atomic<bool> write_buffering_;
+    std::atomic<int> port_logging_;
 
     // Additions
-    Mutex thread_lock;                   ///< guards reader_thread
-    std::atomic<bool> stopping;          ///< the thread shall return
-    std::atomic<bool> wake_on_way;       ///< a wake-up lies in the pipe: one is as good as many
-    std::atomic<std::int64_t> timer_due; ///< in units of Atime; negative when the timer is not set
+    Mutex thread_lock_;                   ///< guards reader_thread
+    std::atomic<bool> stopping_;          ///< the thread shall return
+    std::atomic<bool> wake_on_way_;       ///< a wake-up lies in the pipe: one is as good as many
+    std::atomic<std::int64_t> timer_due_; ///< in units of Atime; negative when the timer is not set
 };

@@ -82,10 +82,10 @@ class GLUE_EXPORT Posix_threaded_serial_data_stream : public Posix_threaded_data
     bool close_line();
     bool try_to_reopen();
 
-    char spec_to_reopen[spec_size];
+    char spec_to_reopen_[spec_size];
 
     // Additions
-    Mutex device_lock;  ///< guards what is here, and keeps closing and opening apart; taken before `line_lock`
-    bool lost;          ///< the line is gone and wanted back
-    Atime last_attempt; ///< to reopen
+    Mutex device_lock_;  ///< guards what is here, and keeps closing and opening apart; taken before `line_lock`
+    bool lost_;          ///< the line is gone and wanted back
+    Atime last_attempt_; ///< to reopen
 };

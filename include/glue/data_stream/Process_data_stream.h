@@ -83,7 +83,7 @@ class GLUE_EXPORT Process_data_stream : public Event_sender_data_stream {
     ///         closed its input
     int _write(const unsigned char* data, unsigned int len) override;
 
-    // The child
+    // ---- The child ----
 
     /// Starts a program and the thread that reads its output.
     ///
@@ -129,12 +129,12 @@ class GLUE_EXPORT Process_data_stream : public Event_sender_data_stream {
     void close_pipes();
     void reap_within(int timeout_ms);
 
-    std::unique_ptr<std::thread> reader;
-    Mutex mutex;
-    std::atomic<bool> stop_request;
-    std::atomic<int> state;
-    std::atomic<int> child_pid;
-    std::atomic<int> from_child;
-    std::atomic<int> to_child;
-    std::atomic<bool> kill_on_destroy;
+    std::unique_ptr<std::thread> reader_;
+    Mutex mutex_;
+    std::atomic<bool> stop_request_;
+    std::atomic<int> state_;
+    std::atomic<int> child_pid_;
+    std::atomic<int> from_child_;
+    std::atomic<int> to_child_;
+    std::atomic<bool> kill_on_destroy_;
 };

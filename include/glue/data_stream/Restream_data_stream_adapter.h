@@ -45,5 +45,5 @@ class GLUE_EXPORT Restream_data_stream_adapter : public Data_stream {
   private:
     void refill();
 
-    Data_stream* inner;
+    Data_stream* inner_;
 };

@@ -58,7 +58,7 @@ class GLUE_EXPORT TCP_client_data_stream : public Event_sender_data_stream, priv
     /// \return the bytes sent and queued: fewer than `len` when the rest does not fit the queue
     int _write(const unsigned char* data, unsigned int len) override;
 
-    // Of the task's thread
+    // ---- Of the task's thread ----
 
     /// Reads once from the socket into the ring; with the ring full sleeps instead, without the lock.
     /// \return the bytes read; 0 for none; -1, with a message on standard error, when the connection is gone
@@ -69,7 +69,7 @@ class GLUE_EXPORT TCP_client_data_stream : public Event_sender_data_stream, priv
     /// Whether anything is queued.
     bool is_write_data_avail() override;
 
-    // Of the users
+    // ---- Of the users ----
 
     /// Logs received bytes (`log_reads`, "RD") and sent ones (`log_writes`: "WRF" for those that went at once, "WR"
     /// for queued ones) under the stream's description. From any thread.
@@ -84,12 +84,12 @@ class GLUE_EXPORT TCP_client_data_stream : public Event_sender_data_stream, priv
     int read_into_ring(int fd);
     void log(const char* direction, const unsigned char* data, unsigned int len, unsigned int& counter) const;
 
-    Cbuf_templ<unsigned char> tx_queue;
-    unsigned char tx_storage[queue_capacity];
-    Mutex mutex;
-    int read_backoff; ///< in units of `Atime`; of the task's thread
-    std::atomic<data_stream_logging_t> logging;
-    unsigned int sent_count;
-    bool errors_suppressed;
-    unsigned int received_count;
+    Cbuf_templ<unsigned char> tx_queue_;
+    unsigned char tx_storage_[queue_capacity];
+    Mutex mutex_;
+    int read_backoff_; ///< in units of `Atime`; of the task's thread
+    std::atomic<data_stream_logging_t> logging_;
+    unsigned int sent_count_;
+    bool errors_suppressed_;
+    unsigned int received_count_;
 };

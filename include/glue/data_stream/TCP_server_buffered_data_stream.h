@@ -27,7 +27,7 @@ class GLUE_EXPORT TCP_server_buffered_data_stream : public Event_sender_data_str
     void lock() override;
     void unlock() override;
 
-    // Of the server's thread
+    // ---- Of the server's thread ----
 
     /// Takes what fits of received bytes and announces them; when not all fit, sleeps a millisecond without the lock.
     /// \return how many were taken
@@ -35,7 +35,7 @@ class GLUE_EXPORT TCP_server_buffered_data_stream : public Event_sender_data_str
     /// Announces bytes that are in the ring already, with `rx_full_event` when they fill it. The caller holds the lock.
     void handle_direct_read() override;
 
-    // Of the users
+    // ---- Of the users ----
 
     using Data_stream::get_data;
 
@@ -57,14 +57,14 @@ class GLUE_EXPORT TCP_server_buffered_data_stream : public Event_sender_data_str
     void flush() override;
 
     /// The name of the server's thread, without the platform's prefix.
-    const std::string& get_task_name() const { return task_name; }
+    const std::string& get_task_name() const { return task_name_; }
 
   private:
     static void* serve(void* self);
 
-    std::string task_name;
-    Task task;
-    [[maybe_unused]] int port;
-    Mutex mutex;
-    std::atomic<data_stream_logging_t> logging;
+    std::string task_name_;
+    Task task_;
+    [[maybe_unused]] int port_;
+    Mutex mutex_;
+    std::atomic<data_stream_logging_t> logging_;
 };

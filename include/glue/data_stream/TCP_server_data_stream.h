@@ -48,7 +48,7 @@ class GLUE_EXPORT TCP_server_data_stream : public Event_sender_data_stream, publ
     void lock() override;
     void unlock() override;
 
-    // Of the server's thread
+    // ---- Of the server's thread ----
 
     /// Takes what fits of received bytes and announces them; when not all fit, sleeps a millisecond without the lock.
     /// \return how many were taken
@@ -56,7 +56,7 @@ class GLUE_EXPORT TCP_server_data_stream : public Event_sender_data_stream, publ
     /// Announces bytes that are in the ring already, with `rx_full_event` when they fill it. The caller holds the lock.
     void handle_direct_read() override;
 
-    // Of the users
+    // ---- Of the users ----
 
     using Data_stream::get_data;
 
@@ -77,11 +77,11 @@ class GLUE_EXPORT TCP_server_data_stream : public Event_sender_data_stream, publ
   private:
     static void* serve(void* self);
 
-    Task task;
-    int port;
-    Mutex mutex;
-    std::atomic<data_stream_logging_t> logging;
-    unsigned int received_count;   ///< grows while received data are logged; `mutex` guards it
-    unsigned int written_count;    ///< grows while written data are logged; `written_count_lock` guards it
-    std::mutex written_count_lock; ///< an addition of ours: several threads may write
+    Task task_;
+    int port_;
+    Mutex mutex_;
+    std::atomic<data_stream_logging_t> logging_;
+    unsigned int received_count_;   ///< grows while received data are logged; `mutex` guards it
+    unsigned int written_count_;    ///< grows while written data are logged; `written_count_lock` guards it
+    std::mutex written_count_lock_; ///< an addition of ours: several threads may write
 };

@@ -71,14 +71,14 @@ class GLUE_EXPORT Virtual_pair_data_stream_part : public Event_sender_data_strea
     unsigned int fetch_some(unsigned int most);
     int store(std::int32_t& timeout, int ms);
 
-    std::int32_t read_timeout_ms;
-    std::int32_t write_timeout_ms;
-    Cbuf_templ<unsigned char> transfer_ring; ///< written by the other end, read by this one
-    unsigned char transfer_storage[transfer_capacity];
-    Virtual_pair_data_stream_part& peer;
-    Mutex& pair_lock;
-    Capped_semaphore data_ready;  ///< the other end has written
-    Capped_semaphore space_ready; ///< the other end has fetched
+    std::int32_t read_timeout_ms_;
+    std::int32_t write_timeout_ms_;
+    Cbuf_templ<unsigned char> transfer_ring_; ///< written by the other end, read by this one
+    unsigned char transfer_storage_[transfer_capacity];
+    Virtual_pair_data_stream_part& peer_;
+    Mutex& pair_lock_;
+    Capped_semaphore data_ready_;  ///< the other end has written
+    Capped_semaphore space_ready_; ///< the other end has fetched
 };
 
 /// Two streams connected back to back, for two parts of one process that talk as if a line lay between them.
@@ -96,11 +96,11 @@ class GLUE_EXPORT Virtual_pair_data_stream {
     Virtual_pair_data_stream(const Virtual_pair_data_stream&) = delete;
     Virtual_pair_data_stream& operator=(const Virtual_pair_data_stream&) = delete;
 
-    Virtual_pair_data_stream_part& part_a() { return a; }
-    Virtual_pair_data_stream_part& part_b() { return b; }
+    Virtual_pair_data_stream_part& part_a() { return a_; }
+    Virtual_pair_data_stream_part& part_b() { return b_; }
 
   private:
-    Mutex pair_lock; // first: both ends use it
-    Virtual_pair_data_stream_part a;
-    Virtual_pair_data_stream_part b;
+    Mutex pair_lock_; // first: both ends use it
+    Virtual_pair_data_stream_part a_;
+    Virtual_pair_data_stream_part b_;
 };

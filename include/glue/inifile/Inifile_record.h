@@ -59,7 +59,7 @@ class GLUE_EXPORT Inifile_record {
     /// Where in a list of keys, which a null ends, the name stands. \return -1 when it does not, or nothing was parsed
     int search_key(const char* const* keys) const;
 
-    // The value
+    // ---- The value ----
 
     /// Whether the value can be read as a type without losing its meaning. On purpose a floating-point number is no
     /// boolean here, though `as_bool` makes it one.
@@ -95,7 +95,7 @@ class GLUE_EXPORT Inifile_record {
     /// On purpose not what `parse` takes for a byte array, unless the data begins with "{" and ends with "})".
     static bool out_byte_array(Data_stream& stream, const char* key, const unsigned char* data, unsigned int count);
 
-    // Fields
+    // ---- Fields ----
 
     char text[longest_line + 1]; ///< the line as read
     type_t type;

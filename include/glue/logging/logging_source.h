@@ -101,7 +101,7 @@ GLUE_EXPORT void logging_source_delete_all(logging_source_t source);
 /// that what the history keeps depends on how long the unit has been up. See `logging_source_use_time_of_writing`.
 GLUE_EXPORT void logging_source_testing_override_timed_bucket_ms(unsigned ms);
 
-// Additions of ours
+// ---- Additions of ours ----
 
 /// Lets a source's history age by the time of writing instead of by the key above: it then reaches back as far as
 /// `span` says, and up to `group_ms` further. Off unless set.

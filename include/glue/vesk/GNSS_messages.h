@@ -31,7 +31,7 @@
 /// thread at a time, or many that only read.
 namespace GNSS_messages {
 
-// Position, velocity and their quality
+// ---- Position, velocity and their quality ----
 
 /// Geodetic position.
 class GLUE_EXPORT Msg_PG : public GNSS_message {
@@ -180,7 +180,7 @@ class GLUE_EXPORT Msg_PS : public GNSS_message {
     bool set_fix(std::uint8_t value) { return set(fix, value); }
 };
 
-// Time
+// ---- Time ----
 
 class GLUE_EXPORT Msg_RT : public GNSS_message {
     static constexpr Field<std::uint32_t> ms{5};
@@ -291,7 +291,7 @@ class GLUE_EXPORT Msg_EE : public GNSS_message {
     bool init() { return init_frame(id, body_length); }
 };
 
-// Almanacs
+// ---- Almanacs ----
 
 /// Almanac of one satellite.
 class GLUE_EXPORT Msg_GA : public GNSS_message {
@@ -392,7 +392,7 @@ class GLUE_EXPORT Msg_NA : public GNSS_message {
     bool set_deli(float value) { return set(deli, value); }
 };
 
-// Lists with one entry for each satellite
+// ---- Lists with one entry for each satellite ----
 
 class GLUE_EXPORT Msg_SI : public GNSS_list<std::uint8_t, 'S', 'I'> {
   public:

@@ -45,7 +45,7 @@ class GLUE_EXPORT Msg_NMEA_GGA : public NMEA0183_message {
     /// Degrees, west negative.
     double get_longitude() const;
 
-    // Additions
+    // ---- Additions ----
 
     /// Whether the sentence is a GGA, whoever talks.
     bool is_GGA() const;

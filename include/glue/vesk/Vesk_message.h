@@ -44,7 +44,7 @@ class GLUE_EXPORT Vesk_message : public Binary_message {
     ///         room for the header
     virtual bool setup(const unsigned char* src, int size);
 
-    // Length
+    // ---- Length ----
 
     /// The body length L; 0 when the message is shorter than its header or a length character is no hexadecimal digit.
     unsigned get_msg_len() const;
@@ -57,7 +57,7 @@ class GLUE_EXPORT Vesk_message : public Binary_message {
     /// \return false, with nothing changed, when the message is shorter than that or `L` is 4096 or more
     bool reduce_size_to(unsigned L);
 
-    // Checksum
+    // ---- Checksum ----
 
     /// The 8-bit checksum over the first `n` bytes: for each byte the value, 0 at first, is rotated left by two bits
     /// and the byte is XORed into it; at the end it is rotated once more. `n` is bounded by the size in use. \return 0
@@ -80,7 +80,7 @@ class GLUE_EXPORT Vesk_message : public Binary_message {
     /// \return false, with nothing written, when the frame exceeds the size in use
     bool set_checksum(bool binary);
 
-    // Identifier: additions for callers who tell messages apart
+    // ---- Identifier: additions for callers who tell messages apart ----
 
     /// The identifier as a number.
     int get_msg_id() const { return get_uint16_le(0); }

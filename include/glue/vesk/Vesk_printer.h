@@ -16,11 +16,11 @@
 ///
 /// The printer holds no state beside its form. It may be shared by all who do not print at the same time.
 class GLUE_EXPORT Vesk_printer {
-    bool verbose;
+    bool verbose_;
 
   public:
     /// \param labelled  true for the labelled form, false for the comma form
-    explicit Vesk_printer(bool labelled) : verbose(labelled) {}
+    explicit Vesk_printer(bool labelled) : verbose_(labelled) {}
 
     /// Prints any frame by its identifier: the messages below in their forms, the receiver's texts ("RE", "ER", "DL",
     /// "NP") as they stand, everything else as a line of hexadecimal bytes.

@@ -15,7 +15,7 @@ class Ascii_message {
     /// Characters, bounded by the message's size.
     unsigned get_length() const { return length_; }
 
-    // Fields between commas, counted from 0; a "*" ends the last one
+    // ---- Fields between commas, counted from 0; a "*" ends the last one ----
 
     /// The number that a field is, with a decimal point whatever the locale; 0 for none. Words for numbers
     /// ("inf", "nan") are none.

@@ -28,7 +28,7 @@ class Cbuf_templ {
     Cbuf_templ(const Cbuf_templ&) = delete;
     Cbuf_templ& operator=(const Cbuf_templ&) = delete;
 
-    // How much there is
+    // ---- How much there is ----
 
     Index capacity() const { return capacity_; }
     bool full() const { return tail_ == full_mark; }
@@ -42,7 +42,7 @@ class Cbuf_templ {
     /// Whether the used elements reach the end of the storage, so that more of them may follow at its start.
     bool wraps() const { return full() ? head_ != 0 : tail_ < head_; }
 
-    // Putting in
+    // ---- Putting in ----
 
     /// Copies in as many of `count` elements as fit, in at most two pieces.
     /// \return how many were taken
@@ -77,7 +77,7 @@ class Cbuf_templ {
             tail_ = full_mark;
     }
 
-    // Looking
+    // ---- Looking ----
 
     /// Copies up to `count` elements that start `offset` past the oldest one; consumes nothing.
     /// \return how many were copied
@@ -106,7 +106,7 @@ class Cbuf_templ {
         return {storage_ + head_, tail_ - head_};
     }
 
-    // Taking out
+    // ---- Taking out ----
 
     /// Drops the oldest `count` elements, all of them when there are fewer.
     void consume(Index count) {

@@ -72,7 +72,7 @@ class Data_item : public __slnode {
     Data_item();
     virtual ~Data_item() = default;
 
-    // Looking up: by the path of names below this item, by number
+    // ---- Looking up: by the path of names below this item, by number ----
 
     virtual Data_item* find_data_item(const char* path) = 0;
     virtual Data_item* find_data_item(unsigned short number) = 0;
@@ -93,7 +93,7 @@ class Data_item : public __slnode {
     /// \return characters written, without the NUL
     virtual int _to_string(char* buf, int len) const = 0;
 
-    // What an item knows of itself
+    // ---- What an item knows of itself ----
 
     unsigned short data_number() const { return number_; }
     void set_data_number(unsigned short number) { number_ = number; }

@@ -33,14 +33,14 @@ class Print {
     /// for anything that a printing thread may hold. What it prints itself is discarded.
     using Sink = std::function<void(std::string_view text)>;
 
-    // Switching
+    // ---- Switching ----
 
     static Enable_token enabled(unsigned category);
     static void enable(unsigned category, bool on);
     /// Replaces the sink; an empty function brings standard error back.
     static void set_sink(Sink sink);
 
-    // Printing
+    // ---- Printing ----
 
     static void dprint(const char* format, ...) __attribute__((format(printf, 1, 2)));
     /// The same behind a time stamp: UTC, "hh:mm:ss.mmm ".

@@ -50,7 +50,7 @@ class Diner {
     /// Ends a loop that nobody has ended, which is too late for the handlers of a derived class.
     virtual ~Diner();
 
-    // Life: init, start, terminate, once each
+    // ---- Life: init, start, terminate, once each ----
 
     /// Gives the waiter its module id and prepares the thread.
     /// \param selector  the maker's; may be null
@@ -70,7 +70,7 @@ class Diner {
     /// \param wait  whether to return only when the loop has ended
     void terminate(bool wait, int units);
 
-    // Virtual operations
+    // ---- Virtual operations ----
 
     /// Handles what somebody sent. The payload is released when it returns; set it to null to keep it.
     virtual void handle_event(waiter_event& event) = 0;

@@ -48,7 +48,7 @@ class NV_iterator {
         virtual ~NV_selector() = default;
     };
 
-    // Virtual operations: what a place to write to or read from has to offer
+    // ---- Virtual operations: what a place to write to or read from has to offer ----
 
     /// Opens for a purpose; closes first what was open.
     virtual void set_mode(modes_t mode) = 0;
@@ -70,7 +70,7 @@ class NV_iterator {
     void set_selector(const NV_selector* selector) { selector_ = selector; }
     const NV_selector* get_selector() const { return selector_; }
 
-    // Headers
+    // ---- Headers ----
 
     bool push_header(std::uint32_t header);
     bool pop_header(std::uint32_t& header);

@@ -66,7 +66,7 @@ bool pcfMount(const char* directory, std::uint32_t total);
 /// Closes what is open, as the close operations do, and lets the directory go. Nothing happens when none is mounted.
 void pcfUnmount();
 
-// The store as a whole
+// ---- The store as a whole ----
 
 /// \return non-zero while a store is mounted
 int pcfIsMounted(const char*);
@@ -93,7 +93,7 @@ int pcfExists(const char* name);
 /// error
 int pcfRemove(const char* name);
 
-// Reading
+// ---- Reading ----
 
 /// Opens a file for reading from `offset` on, which may lie beyond its end.
 /// \return a `PcfResult`: ok, busy, missing, failed
@@ -107,7 +107,7 @@ int pcfRead(void* buffer, int size, PcfResult& result, int);
 /// \return a `PcfResult`: ok, wrong state
 int pcfCloseRead(int);
 
-// Writing
+// ---- Writing ----
 
 /// Opens an existing file for writing at its end.
 /// \return non-zero on success; zero when it does not exist, when the store is busy or the disk reports an error

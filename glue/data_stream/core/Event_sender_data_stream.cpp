@@ -1,0 +1,75 @@
+#include <glue/data_stream/Event_sender_data_stream.h>
+
+#include <platform/module_man.h>
+#include <platform/waiter.h>
+
+#include <cstdlib>
+#include <mutex>
+#include <utility>
+
+Event_sender_data_stream::Event_sender_data_stream(module_man* modules)
+    : module_id_(0), rx_waiter_(nullptr), tx_waiter_(nullptr), rx_quiet_(false), tx_quiet_(false) {
+    if (modules)
+        Event_sender_data_stream::init(*modules);
+}
+
+Event_sender_data_stream::~Event_sender_data_stream() = default;
+
+void Event_sender_data_stream::init(module_man& modules) {
+    const std::lock_guard guard(*this);
+    std::int16_t id = 0;
+    modules.init_module(&id, false);
+    module_id_ = id;
+}
+
+void Event_sender_data_stream::lock() {}
+
+void Event_sender_data_stream::unlock() {}
+
+void Event_sender_data_stream::send_rx_event(bool full) {
+    if (rx_callback_)
+        rx_callback_();
+    waiter_descriptor* const waiter = rx_waiter_;
+    if (waiter && (full || !rx_quiet_))
+        send(*waiter, full ? rx_full_event : rx_event, false, true);
+}
+
+void Event_sender_data_stream::send_tx_event(bool flag) {
+    waiter_descriptor* const waiter = tx_waiter_;
+    if (waiter && (flag || !tx_quiet_))
+        send(*waiter, flag ? tx_flag_event : tx_event, true, false);
+}
+
+void Event_sender_data_stream::send(waiter_descriptor& waiter, event_code code, bool urgent, bool merge) const {
+    waiter_event event;
+    event.source = module_id_;
+    event.code = code;
+    waiter.send_event(event, urgent, merge);
+    std::free(event.payload); // what the waiter did not take over
+}
+
+void Event_sender_data_stream::reg_rx_waiter(waiter_descriptor* waiter, bool quiet) {
+    const std::lock_guard guard(*this);
+    rx_quiet_ = quiet;
+    rx_waiter_ = waiter;
+}
+
+void Event_sender_data_stream::dereg_rx_waiter() {
+    const std::lock_guard guard(*this);
+    rx_waiter_ = nullptr;
+}
+
+void Event_sender_data_stream::reg_tx_waiter(waiter_descriptor* waiter, bool quiet) {
+    const std::lock_guard guard(*this);
+    tx_quiet_ = quiet;
+    tx_waiter_ = waiter;
+}
+
+void Event_sender_data_stream::dereg_tx_waiter() {
+    const std::lock_guard guard(*this);
+    tx_waiter_ = nullptr;
+}
+
+void Event_sender_data_stream::set_rx_callback(std::function<void()> callback) {
+    rx_callback_ = std::move(callback);
+}

@@ -1,0 +1,392 @@
+// closed --open, start--> running --pause--> paused --resume--> running --stop--> stopped --open, start--> running
+//                                            paused --stop----> stopped
+//
+// The operations of the stream. What its thread does is in Posix_threaded_reader.cpp.
+
+#include <glue/data_stream/Posix_threaded_data_stream.h>
+
+#include "data_stream/descriptor/Posix_threaded_reader.h"
+#include "detail/assertion.h"
+#include "detail/descriptors.h"
+#include "detail/hex_digits.h"
+
+#include <glue/data_stream/port_logging.h>
+
+#include <platform/Atime.h>
+#include <platform/stzncpy.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <mutex>
+#include <pthread.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace {
+using Descriptor_use = std::shared_lock<std::shared_mutex>;
+
+enum Pipe_end { reading, writing };
+
+constexpr std::int64_t no_timer = -1;
+
+/// How often room in the transmit ring is looked for, 1 ms apart.
+constexpr int polls_for_room = 1000;
+
+std::atomic<unsigned> streams_made{0};
+std::atomic<unsigned> threads_started{0};
+
+/// The stream whose reader this thread is.
+thread_local const Posix_threaded_data_stream* stream_of_this_thread = nullptr;
+
+void close_end(int& end) {
+    if (end >= 0 && ::close(end) != 0)
+        std::perror("Posix_threaded_data_stream: cannot close notification pipe");
+    end = -1;
+}
+
+/// Neither end makes anybody wait, and no program that the process starts inherits them.
+void open_pipe(int (&ends)[2]) {
+    const bool made = pipe2(ends, O_NONBLOCK | O_CLOEXEC) == 0;
+    for (int& end : ends)
+        end = made ? glue_detail::above_standard(end) : -1;
+    if (ends[reading] >= 0 && ends[writing] >= 0) {
+        glue_detail::close_on_exec(ends[reading]);
+        glue_detail::close_on_exec(ends[writing]);
+        return;
+    }
+    std::perror("Posix_threaded_data_stream: cannot open notification pipe");
+    close_end(ends[reading]);
+    close_end(ends[writing]);
+}
+
+} // namespace
+
+Posix_threaded_data_stream::Posix_threaded_data_stream(const char* prefix)
+    : Posix_data_stream(prefix),
+      Event_sender_data_stream(nullptr),
+      tx_ring_(tx_storage_, tx_capacity),
+      rx_event_timeout_ms_(0),
+      rx_event_pending_(false),
+      write_buffering_(false),
+      port_logging_(log_none),
+      stopping_(false),
+      wake_on_way_(false),
+      timer_due_(no_timer) {
+    char name[16];
+    std::snprintf(name, sizeof name, "PDS%u", ++streams_made);
+    stzncpy(short_name_, name, sizeof short_name_);
+    buffer_lock = &stream_lock_;
+    open_pipe(notify_pipe_);
+}
+
+Posix_threaded_data_stream::~Posix_threaded_data_stream() {
+    GLUE_ASSERT(!in_reader_thread());
+    stop();
+    close_end(notify_pipe_[reading]);
+    close_end(notify_pipe_[writing]);
+}
+
+// ---- Opening, and the life of the thread ----
+
+bool Posix_threaded_data_stream::open(const char* path, bool create, bool blocking, bool append) {
+    return run_when(Posix_data_stream::open(path, create, blocking, append));
+}
+
+bool Posix_threaded_data_stream::open_read(const char* path, bool blocking) {
+    return run_when(Posix_data_stream::open_read(path, blocking));
+}
+
+bool Posix_threaded_data_stream::open_write(const char* path, bool create, bool blocking, bool append) {
+    return run_when(Posix_data_stream::open_write(path, create, blocking, append));
+}
+
+bool Posix_threaded_data_stream::run_when(bool opened) {
+    if (opened) {
+        start();
+        wake();
+    }
+    return opened;
+}
+
+void Posix_threaded_data_stream::start() {
+    if (in_reader_thread())
+        return;
+    const std::lock_guard guard(thread_lock_);
+    if (reader_thread_)
+        return;
+    stopping_ = false;
+    try {
+        reader_thread_ = std::make_shared<std::thread>(reader_tasker, this);
+    } catch (const std::system_error& error) {
+        std::fprintf(stderr, "Posix_threaded_data_stream: cannot start the reader thread: %s\n", error.what());
+    }
+}
+
+void Posix_threaded_data_stream::stop() {
+    if (in_reader_thread())
+        return;
+    const std::lock_guard guard(thread_lock_);
+    if (!reader_thread_)
+        return;
+    stopping_ = true;
+    if (!notify('q'))
+        std::perror("Posix_threaded_data_stream: cannot close notification stream");
+    pause_gate_.release(); // a paused thread returns, too
+    reader_thread_->join();
+    reader_thread_.reset();
+    forget_requests();
+}
+
+/// So that the next thread does not find what was meant for this one.
+void Posix_threaded_data_stream::forget_requests() {
+    char forgotten[256];
+    while (::read(notify_pipe_[reading], forgotten, sizeof forgotten) > 0) {
+    }
+    while (pause_gate_.acquire(0)) {
+    }
+    wake_on_way_ = false;
+}
+
+bool Posix_threaded_data_stream::in_reader_thread() const {
+    return stream_of_this_thread == this;
+}
+
+void Posix_threaded_data_stream::reader_tasker(Posix_threaded_data_stream* stream) {
+    stream_of_this_thread = stream;
+    stream->reader_task();
+}
+
+void Posix_threaded_data_stream::reader_task() {
+    char name[16];
+    std::snprintf(name, sizeof name, "PTDS%u", ++threads_started);
+    pthread_setname_np(pthread_self(), name);
+    // A peer that is gone shows as EPIPE; the thread that finds out does not end the process.
+    sigset_t broken_pipe;
+    sigemptyset(&broken_pipe);
+    sigaddset(&broken_pipe, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &broken_pipe, nullptr);
+
+    flush();
+    Reader(*this).run();
+}
+
+/// A full pipe does not matter to requests that only wake the thread: there is enough in it to wake up for.
+bool Posix_threaded_data_stream::notify(char command) const {
+    ssize_t written;
+    do
+        written = ::write(notify_pipe_[writing], &command, 1);
+    while (written < 0 && errno == EINTR);
+    return written == 1 || (errno == EAGAIN && command != 'p');
+}
+
+bool Posix_threaded_data_stream::wake() {
+    if (wake_on_way_.exchange(true) || notify('n'))
+        return true;
+    wake_on_way_ = false;
+    return false;
+}
+
+bool Posix_threaded_data_stream::pause() {
+    if (!notify('p'))
+        std::perror("Posix_threaded_data_stream: cannot write to notification stream");
+    return true;
+}
+
+void Posix_threaded_data_stream::resume() {
+    pause_gate_.release();
+}
+
+void Posix_threaded_data_stream::handle_close() {}
+
+void Posix_threaded_data_stream::set_timer(int ms) {
+    timer_due_ = (Atime::now() + ms).units();
+    if (!in_reader_thread())
+        wake();
+}
+
+void Posix_threaded_data_stream::handle_timer() {}
+
+// ---- Receiving ----
+
+int Posix_threaded_data_stream::get_data(int n) {
+    return n == 0;
+}
+
+void Posix_threaded_data_stream::lock() {
+    stream_lock_.lock();
+}
+
+void Posix_threaded_data_stream::unlock() {
+    stream_lock_.unlock();
+}
+
+void Posix_threaded_data_stream::set_rx_event_timeout(unsigned int ms) {
+    rx_event_timeout_ms_ = ms;
+}
+
+void Posix_threaded_data_stream::send_rx_event(bool full) {
+    if (full || rx_event_timeout_ms_ == 0) {
+        Event_sender_data_stream::send_rx_event(full);
+        return;
+    }
+    rx_event_pending_ = true;
+    if (!in_reader_thread())
+        wake();
+}
+
+// ---- Writing ----
+
+void Posix_threaded_data_stream::set_write_buffering(bool on) {
+    write_buffering_ = on;
+    if (on)
+        wake(); // bytes may be left from the last time
+}
+
+int Posix_threaded_data_stream::_write(const unsigned char* data, unsigned int len) {
+    return _write(data, len, Delivery::as_much_as_fits);
+}
+
+int Posix_threaded_data_stream::write_packet(const unsigned char* data, unsigned int len) {
+    return _write(data, len, Delivery::whole_or_nothing);
+}
+
+int Posix_threaded_data_stream::_write(const unsigned char* data, unsigned int len, Delivery delivery) {
+    log_port(log_writes, "WRPRE", data, len);
+    if (!write_buffering_)
+        return write_unbuffered(data, len);
+
+    unsigned int written;
+    unsigned int queued = 0;
+    bool dropped;
+    {
+        const std::lock_guard guard(tx_lock_);
+        written = write_at_once(data, len);
+        const unsigned int rest = len - written;
+        dropped = delivery == Delivery::whole_or_nothing && rest > tx_ring_.room();
+        if (!dropped)
+            queued = tx_ring_.append(data + written, rest);
+    }
+    log_port(log_writes, "WR", data, written);
+    if (queued > 0)
+        tell_of_queued_bytes();
+    return dropped ? 0 : static_cast<int>(written);
+}
+
+int Posix_threaded_data_stream::write_unbuffered(const unsigned char* data, unsigned int len) {
+    int written;
+    {
+        const Descriptor_use use(descriptor_use);
+        written = Posix_data_stream::_write(data, len);
+    }
+    if (written > 0)
+        log_port(log_writes, "WR", data, static_cast<unsigned int>(written));
+    return written;
+}
+
+/// What the descriptor takes now; nothing while earlier bytes wait. Called with `tx_lock` held.
+unsigned int Posix_threaded_data_stream::write_at_once(const unsigned char* data, unsigned int len) {
+    if (!tx_ring_.empty())
+        return 0;
+    const Descriptor_use use(descriptor_use);
+    const ssize_t written = ::write(write_fd, data, len);
+    return written < 0 ? 0 : static_cast<unsigned int>(written);
+}
+
+void Posix_threaded_data_stream::tell_of_queued_bytes() {
+    if (!wake())
+        std::perror("Posix_threaded_data_stream: cannot notification write");
+}
+
+bool Posix_threaded_data_stream::write_tarve(const unsigned char* data, unsigned int len) {
+    if (!write_buffering_)
+        return _write(data, len) > 0;
+
+    log_port(log_writes, "WRGPRE", data, len);
+    unsigned int written;
+    {
+        const std::lock_guard guard(tx_lock_);
+        written = write_at_once(data, len);
+    }
+    log_port(log_writes, "WR", data, written);
+
+    const unsigned int rest = len - written;
+    if (rest > 0 && waits_when_congested(data + written, rest))
+        queue_when_there_is_room(data + written, rest);
+    return written > 0;
+}
+
+void Posix_threaded_data_stream::queue_when_there_is_room(const unsigned char* data, unsigned int len) {
+    int polls = 0;
+    for (; polls < polls_for_room && transmit_room() < len; ++polls)
+        Atime::delay(1);
+    {
+        const std::lock_guard guard(tx_lock_);
+        tx_ring_.append(data, len);
+    }
+    tell_of_queued_bytes();
+    Debug::Print::critical("Delayed writing TARVE message due to congestion.  Delay = ~%dms\n", polls);
+}
+
+unsigned int Posix_threaded_data_stream::transmit_room() {
+    const std::lock_guard guard(tx_lock_);
+    return tx_ring_.room();
+}
+
+// ---- The congestion rule ----
+
+namespace {
+
+/// Where a frame's length stands, and what comes before its body.
+constexpr unsigned int frame_length_at = 2;
+constexpr unsigned int frame_length_digits = 3;
+constexpr unsigned int frame_head = frame_length_at + frame_length_digits;
+
+/// What a sentence that need not wait has at most.
+constexpr unsigned int longest_dropped_sentence = 100;
+
+bool is_line_end(unsigned char byte) {
+    return byte == '\r' || byte == '\n' || byte == '\0';
+}
+
+/// Whether this is one whole frame and nothing but line ends behind it.
+bool is_framed_message(const unsigned char* bytes, unsigned int count) {
+    if (count < frame_head)
+        return false;
+    const int body = glue_detail::hex_value(bytes + frame_length_at, frame_length_digits);
+    if (body < 0 || count < frame_head + static_cast<unsigned int>(body))
+        return false;
+    return std::all_of(bytes + frame_head + body, bytes + count, is_line_end);
+}
+
+bool is_reply(const unsigned char* frame) {
+    return std::memcmp(frame, "RE", 2) == 0 || std::memcmp(frame, "ER", 2) == 0;
+}
+
+} // namespace
+
+bool Posix_threaded_data_stream::waits_when_congested(const unsigned char* rest, unsigned int count) {
+    constexpr unsigned int too_short_to_judge = 4;
+    if (count < too_short_to_judge)
+        return true;
+    if (is_framed_message(rest, count))
+        return is_reply(rest);
+    return rest[0] != '$' || count > longest_dropped_sentence;
+}
+
+// ---- Logging ----
+
+int Posix_threaded_data_stream::set_port_logging(data_stream_logging_t flags) {
+    port_logging_ = flags;
+    return 0;
+}
+
+void Posix_threaded_data_stream::log_port(data_stream_logging_t direction, const char* tag, const unsigned char* data,
+                                          unsigned int len) const {
+    if (port_logging_ & direction)
+        do_port_logging(Debug::Print::enabled(port_logging_category), get_description(), tag, data, data + len,
+                        nullptr);
+}

@@ -1,0 +1,426 @@
+#include <glue/data_stream/AIM_data_stream_adapter.h>
+
+#include <support/builders/AIM_adapter.h>
+#include <support/builders/Random.h>
+#include <support/checks/Vtable_slot.h>
+#include <support/fakes/Captured_debug.h>
+#include <support/fakes/Enabled_category.h>
+#include <support/fakes/Recorded_platform_calls.h>
+#include <support/faults/Allocation_counter.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <mutex>
+#include <pthread.h>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using Codes = std::vector<int>;
+
+constexpr unsigned capacity = Data_stream::rx_capacity;
+constexpr unsigned longest_read = AIM_data_stream_adapter::longest_read;
+
+TEST_F(AIM_adapter, virtual_operations_keep_their_order) {
+    using Class = AIM_data_stream_adapter;
+    const std::size_t order[] = {vtable_slot(static_cast<void (Class::*)(module_man&)>(&Class::init)),
+                                 vtable_slot(&Class::lock),
+                                 vtable_slot(&Class::unlock),
+                                 vtable_slot(static_cast<int (Class::*)(int)>(&Class::get_data)),
+                                 vtable_slot(&Class::drop),
+                                 vtable_slot(&Class::drop_all),
+                                 vtable_slot(&Class::handle_event),
+                                 vtable_slot(static_cast<void (Class::*)(Timeout&)>(&Class::handle_timeout)),
+                                 vtable_slot(&Class::_write)};
+    EXPECT_TRUE(std::is_sorted(std::begin(order), std::end(order)));
+    EXPECT_EQ(order[0], 2U);
+    EXPECT_NE(order[8], not_virtual);
+}
+
+// ---- Construction ----
+
+TEST_F(AIM_adapter, is_named_as_a_plain_stream) {
+    EXPECT_EQ(adapter.get_description(), plain_description(adapter));
+}
+
+TEST_F(AIM_adapter, becomes_the_waiter_of_the_raw_stream_and_gives_it_a_module_id) {
+    EXPECT_NE(raw.get_rx_waiter(), nullptr);
+    EXPECT_EQ(raw.get_tx_waiter(), raw.get_rx_waiter());
+    EXPECT_EQ(raw.inits, 1);
+}
+
+TEST_F(AIM_adapter, drops_what_the_raw_stream_had_before) {
+    auto stale = std::make_unique<Scripted_event_sender>();
+    stale->receive(aim_frame("stale"));
+    Scripted_event_sender& source = *stale;
+    AIM_data_stream_adapter late(modules, std::move(stale), '1');
+    EXPECT_EQ(source.bytes_avail(), 0U);
+    EXPECT_EQ(late.bytes_avail(1U), 0);
+}
+
+TEST_F(AIM_adapter, loops_are_numbered_in_the_order_of_construction) {
+    const auto number_of_loop = [this] {
+        std::string name;
+        auto source = std::make_unique<Scripted_event_sender>();
+        source->on_fetch = [&name] {
+            char text[16] = "";
+            pthread_getname_np(pthread_self(), text, sizeof text);
+            name = text;
+        };
+        Scripted_event_sender& announcing = *source;
+        {
+            const AIM_data_stream_adapter named(modules, std::move(source), '1');
+            announcing.push(">"); // too little for a frame: the loop asks for more
+            EXPECT_TRUE(eventually([&] {
+                const std::lock_guard guard(announcing);
+                return !name.empty();
+            }));
+        }
+        EXPECT_EQ(name.substr(0, 8), "vro.ADSA");
+        return std::stoi(name.substr(8));
+    };
+    const int first = number_of_loop();
+    EXPECT_GE(first, 1); // the fixture's own comes before
+    EXPECT_EQ(number_of_loop(), first + 1);
+}
+
+TEST_F(AIM_adapter, loop_is_made_and_ended_with_the_numbers_that_platforms_expect) {
+    Recorded_platform_calls calls;
+    { const AIM_data_stream_adapter another(modules, std::make_unique<Scripted_event_sender>(), '1'); }
+    ASSERT_EQ(calls.loops.size(), 1U);
+    const auto& made = calls.loops[0];
+    EXPECT_EQ(made.name, "ADSA");
+    EXPECT_FALSE(made.has_selector);
+    EXPECT_EQ(made.priority, 44);
+    EXPECT_EQ(made.stack_size, 25600);
+    EXPECT_TRUE(made.option_a);
+    EXPECT_FALSE(made.option_b);
+    ASSERT_FALSE(calls.loop_ends.empty());
+    EXPECT_TRUE(calls.loop_ends[0].wait);
+    EXPECT_EQ(calls.loop_ends[0].units, 1000);
+}
+
+// ---- Writing ----
+
+TEST_F(AIM_adapter, write_of_three_bytes_sends_a_frame_of_eleven_and_a_line_feed) {
+    EXPECT_EQ(write_bytes(adapter, "abc"), 3);
+    ASSERT_EQ(raw.writes.size(), 2U);
+    EXPECT_EQ(raw.writes[0].size(), 11U);
+    EXPECT_EQ(raw.written.substr(0, 9), ">>0061abc");
+    EXPECT_EQ(raw.written, aim_frame("abc"));
+    EXPECT_EQ(raw.writes[1], "\n");
+}
+
+TEST_F(AIM_adapter, each_write_sends_one_frame_on_its_channel) {
+    for (const int channel : {0x00, 0x0A, 0x41, 0x80, 0xFF}) {
+        auto source = std::make_unique<Scripted_event_sender>();
+        Scripted_event_sender& sent = *source;
+        AIM_data_stream_adapter writer(modules, std::move(source), static_cast<char>(channel));
+        write_bytes(writer, "ab");
+        write_bytes(writer, "c");
+        EXPECT_EQ(sent.written,
+                  aim_frame("ab", static_cast<char>(channel)) + aim_frame("c", static_cast<char>(channel)));
+    }
+}
+
+TEST_F(AIM_adapter, write_of_nothing_sends_nothing_unless_the_transport_form_is_used) {
+    EXPECT_EQ(adapter.__write(nullptr, 0), 0);
+    EXPECT_EQ(raw.written, "");
+    EXPECT_EQ(adapter._write(nullptr, 0), 0);
+    EXPECT_EQ(raw.written, aim_frame(""));
+}
+
+TEST_F(AIM_adapter, write_that_the_raw_stream_does_not_take_whole_returns_0) {
+    raw.on_write = [](const unsigned char*, unsigned len) { return static_cast<int>(len) - 1; };
+    EXPECT_EQ(write_bytes(adapter, "abc"), 0);
+    raw.on_write = [](const unsigned char*, unsigned) { return -1; };
+    EXPECT_EQ(write_bytes(adapter, "abc"), 0);
+    raw.on_write = [](const unsigned char* data, unsigned len) { return data[0] == '\n' ? 0 : static_cast<int>(len); };
+    EXPECT_EQ(write_bytes(adapter, "abc"), 0);
+}
+
+TEST_F(AIM_adapter, write_takes_no_lock_of_the_adapter) {
+    const std::lock_guard guard(adapter);
+    EXPECT_EQ(write_bytes(adapter, "abc"), 3);
+}
+
+TEST_F(AIM_adapter, payload_of_any_size_is_one_frame) {
+    Random random;
+    for (const unsigned size : {1U, longest_read - 1, longest_read, longest_read + 1, 4089U}) {
+        raw.writes.clear();
+        const std::string payload = random.bytes(size);
+        EXPECT_EQ(write_bytes(adapter, payload), static_cast<int>(size));
+        ASSERT_EQ(raw.writes.size(), 2U);
+        EXPECT_EQ(raw.writes[0] + raw.writes[1], aim_frame(payload));
+    }
+}
+
+TEST_F(AIM_adapter, length_digits_of_a_payload_above_4089_bytes_are_nuls) {
+    Random random;
+    for (const unsigned size : {4090U, 4200U, 1000000U}) {
+        raw.written.clear();
+        const std::string payload = random.bytes(size);
+        EXPECT_EQ(write_bytes(adapter, payload), static_cast<int>(size));
+        std::string expected = std::string(">>\0\0\0"
+                                           "1",
+                                           6) +
+                               payload;
+        char digits[3];
+        std::snprintf(digits, sizeof digits, "%02X", frame_checksum(expected));
+        EXPECT_EQ(raw.written, expected + digits + "\n");
+    }
+}
+
+TEST_F(AIM_adapter, size_that_no_count_can_tell_is_refused) {
+    for (const unsigned size : {0x7FFFFFF8U, 0xFFFFFFF8U, 0xFFFFFFFFU})
+        EXPECT_EQ(adapter._write(bytes_of("abc"), size), 0);
+    EXPECT_EQ(raw.written, "");
+}
+
+// ---- Reading ----
+
+TEST_F(AIM_adapter, payload_is_announced_and_can_be_read) {
+    raw.push(aim_frame("abc"));
+    ASSERT_TRUE(rx.wait_for(1));
+    EXPECT_EQ(rx.codes()[0], 0);
+    EXPECT_EQ(take_buffered(adapter), "abc");
+}
+
+TEST_F(AIM_adapter, frames_of_every_channel_reach_the_same_ring) {
+    std::string sent, expected;
+    for (int channel = 0; channel < 256; ++channel) {
+        const std::string payload = std::to_string(channel) + " ";
+        sent += aim_frame(payload, static_cast<char>(channel));
+        expected += payload;
+    }
+    EXPECT_EQ(raw.push(sent), sent.size());
+    EXPECT_EQ(receive(static_cast<unsigned>(expected.size())), expected);
+}
+
+TEST_F(AIM_adapter, length_digits_may_be_lower_case) {
+    std::string lower = ">>0ab1" + std::string(0xAB - 3, 'x');
+    char digits[3];
+    std::snprintf(digits, sizeof digits, "%02X", frame_checksum(lower));
+    raw.push(lower + digits + "\n");
+    EXPECT_EQ(receive(0xAB - 3), std::string(0xAB - 3, 'x'));
+}
+
+TEST_F(AIM_adapter, frame_that_comes_byte_by_byte_is_delivered_when_it_is_whole) {
+    const std::string bytes = aim_frame("abc");
+    for (const char byte : bytes.substr(0, bytes.size() - 1)) {
+        raw.push(std::string(1, byte));
+        EXPECT_EQ(read_now(), "");
+    }
+    raw.push("\n");
+    EXPECT_EQ(receive(3), "abc");
+}
+
+TEST_F(AIM_adapter, next_frame_waits_in_the_raw_stream_until_the_ring_is_empty) {
+    raw.push(aim_frame("abc") + aim_frame("def"));
+    ASSERT_TRUE(rx.wait_for(1));
+    EXPECT_EQ(adapter.bytes_avail(), 3U);
+    EXPECT_EQ(adapter.bytes_avail(10U), 0); // no frame is taken into a ring that holds something
+    EXPECT_EQ(raw.buffered(), aim_frame("def"));
+    adapter.drop(3);
+    EXPECT_EQ(adapter.bytes_avail(), 3U);
+    EXPECT_EQ(raw.buffered(), "");
+    EXPECT_EQ(take_buffered(adapter), "def");
+}
+
+TEST_F(AIM_adapter, frame_without_payload_is_passed_over) {
+    raw.push(aim_frame("") + aim_frame("abc"));
+    EXPECT_EQ(receive(3), "abc");
+}
+
+TEST_F(AIM_adapter, reader_need_not_wait_for_the_event) {
+    raw.receive(aim_frame("abc")); // unannounced
+    EXPECT_EQ(adapter[1], 'b');
+    EXPECT_EQ(take_buffered(adapter), "abc");
+}
+
+TEST_F(AIM_adapter, fetch_compares_with_all_that_is_in_the_ring) {
+    raw.receive(aim_frame("abc"));
+    const std::lock_guard guard(adapter);
+    EXPECT_EQ(adapter._get_data(3), 1);
+    EXPECT_EQ(adapter._get_data(4), 0);
+    EXPECT_EQ(adapter._get_data(0), 1);
+    EXPECT_EQ(adapter._get_data(-1), 0);
+    put(std::string(capacity - 3, 'x'));
+    EXPECT_EQ(adapter._get_data(static_cast<int>(capacity)), 1);
+    EXPECT_EQ(adapter._get_data(static_cast<int>(capacity) + 1), 0);
+}
+
+TEST_F(AIM_adapter, what_finds_no_room_in_the_ring_is_lost) {
+    raw.on_fetch = [this, once = true]() mutable { // in the midst of taking a frame
+        if (!std::exchange(once, false))
+            return;
+        put(std::string(capacity - 3, '.'));
+        raw.receive_locked(aim_frame("abcde"));
+    };
+    raw.send_rx_event(false);
+    ASSERT_TRUE(rx.wait_for(1));
+    EXPECT_EQ(rx.codes()[0], 1); // full
+    EXPECT_EQ(take_buffered(adapter), std::string(capacity - 3, '.') + "abc");
+}
+
+// ---- Events ----
+
+TEST_F(AIM_adapter, events_come_from_module_0_until_init) {
+    raw.push(aim_frame("abc"));
+    ASSERT_TRUE(rx.wait_for(1));
+    EXPECT_EQ(rx.sources()[0], 0);
+    adapter.init(modules);
+    rx.clear();
+    raw.push(aim_frame("d"));
+    ASSERT_TRUE(rx.wait_for(1));
+    EXPECT_GT(rx.sources()[0], 0);
+}
+
+TEST_F(AIM_adapter, each_announcement_of_the_raw_stream_is_passed_on_while_bytes_wait) {
+    raw.push(aim_frame("abc"));
+    ASSERT_TRUE(rx.wait_for(1));
+    raw.push("");
+    EXPECT_TRUE(rx.wait_for(2));
+    {
+        const std::lock_guard guard(adapter);
+        put(std::string(capacity, 'x'));
+    }
+    raw.push("");
+    ASSERT_TRUE(rx.wait_for(3));
+    EXPECT_EQ(rx.codes(), (Codes{0, 0, 1}));
+}
+
+TEST_F(AIM_adapter, nothing_to_read_means_no_event) {
+    raw.push("!!!\n" + aim_frame("") + ">>01");
+    EXPECT_TRUE(eventually([this] { return raw.buffered() == ">>01"; }));
+    raw.push("5"); // a length that more bytes are waited for
+    adapter.terminate(true, 20000);
+    EXPECT_TRUE(rx.codes().empty());
+}
+
+TEST_F(AIM_adapter, room_in_the_raw_stream_makes_the_adapter_look_and_is_not_passed_on) {
+    Recording_waiter tx;
+    adapter.reg_tx_waiter(tx, false);
+    raw.receive(aim_frame("abc"));
+    {
+        const std::lock_guard guard(raw);
+        raw.send_tx_event(false);
+    }
+    ASSERT_TRUE(rx.wait_for(1));
+    adapter.terminate(true, 20000);
+    EXPECT_TRUE(tx.codes().empty());
+    adapter.dereg_tx_waiter();
+}
+
+TEST_F(AIM_adapter, events_are_sent_without_the_lock) {
+    std::atomic<bool> locked{true};
+    adapter.set_rx_callback([&] {
+        const std::lock_guard guard(adapter); // would abort
+        locked = false;
+    });
+    raw.push(aim_frame("abc"));
+    ASSERT_TRUE(rx.wait_for(1));
+    EXPECT_FALSE(locked);
+    adapter.drop(1);
+}
+
+// ---- Dropping ----
+
+TEST_F(AIM_adapter, drop_that_leaves_bytes_announces_them_anew) {
+    raw.push(aim_frame("abc") + aim_frame("def"));
+    ASSERT_TRUE(rx.wait_for(1));
+    rx.clear();
+    adapter.drop(1);
+    EXPECT_EQ(rx.codes(), Codes{0});
+    adapter.drop(2);
+    EXPECT_EQ(rx.codes(), (Codes{0, 0})); // the second frame
+    adapter.drop(3);
+    EXPECT_EQ(rx.codes(), (Codes{0, 0})); // nothing is left
+    EXPECT_EQ(adapter.bytes_avail(), 0U);
+}
+
+TEST_F(AIM_adapter, drop_of_nothing_from_a_full_ring_announces_it_as_full) {
+    {
+        const std::lock_guard guard(adapter);
+        put(std::string(capacity, 'x'));
+    }
+    adapter.drop(0);
+    adapter.drop(1);
+    EXPECT_EQ(rx.codes(), (Codes{1, 0}));
+}
+
+TEST_F(AIM_adapter, drop_of_more_than_there_is) {
+    raw.receive(aim_frame("abcd"));
+    EXPECT_EQ(adapter[0], 'a');
+    adapter.drop(10); // six more: the four that are there do not make six
+    EXPECT_EQ(adapter.bytes_avail(), 4U);
+    adapter.drop(8); // four more: they do, in all
+    EXPECT_EQ(adapter.bytes_avail(), 0U);
+}
+
+TEST_F(AIM_adapter, drop_traces_how_it_refilled) {
+    raw.receive(aim_frame("abc") + aim_frame("defg") + aim_frame("hi"));
+    EXPECT_EQ(adapter[0], 'a');
+    Captured_debug debug;
+    const Enabled_category traces(105);
+    adapter.drop(2);
+    EXPECT_EQ(debug.text_without_times(), "<time> ADSA: Drop complete. Refilled to 1.  Raw stream has 24\n");
+    adapter.drop(1);
+    adapter.drop(4);
+    adapter.drop(2);
+    EXPECT_EQ(debug.text_without_times(), "<time> ADSA: Drop complete. Refilled to 1.  Raw stream has 24\n"
+                                          "<time> ADSA reads  (4): defg\n"
+                                          "<time> ADSA: Drop complete. Refilled to 4.  Raw stream has 11\n"
+                                          "<time> ADSA reads  (2): hi\n"
+                                          "<time> ADSA: Drop complete. Refilled to 2.  Raw stream has 0\n"
+                                          "<time> ADSA: Drop complete. Refilled to 0.  Raw stream has 0\n");
+}
+
+TEST_F(AIM_adapter, drop_all_empties_both_sides) {
+    raw.receive(aim_frame("abc") + "!!\n" + aim_frame("") + aim_frame("def") + build_frame("PG", "x") +
+                aim_frame("ghi"));
+    EXPECT_EQ(adapter[0], 'a');
+    Captured_debug debug; // of the frame that is not one of ours
+    adapter.drop_all();
+    EXPECT_EQ(adapter.bytes_avail(), 0U);
+    EXPECT_EQ(raw.bytes_avail(), 0U);
+    EXPECT_EQ(read_now(), "");
+    EXPECT_TRUE(rx.codes().empty()); // and nobody is told
+}
+
+TEST_F(AIM_adapter, drop_all_leaves_a_frame_that_is_not_there_whole) {
+    raw.receive(aim_frame("abc") + aim_frame("def").substr(0, 8));
+    adapter.drop_all();
+    raw.push(aim_frame("def").substr(8));
+    EXPECT_EQ(receive(3), "def");
+}
+
+TEST_F(AIM_adapter, drop_all_traces_itself) {
+    const Enabled_category traces(105);
+    Captured_debug debug;
+    raw.receive(aim_frame("abc"));
+    adapter.drop_all();
+    EXPECT_EQ(debug.text_without_times(), "<time> ADSA: drop_all.\n"
+                                          "<time> ADSA reads  (3): abc\n");
+}
+
+TEST_F(AIM_adapter, takes_nothing_from_the_heap_to_read_and_write) {
+    raw.on_write = [](const unsigned char*, unsigned) { return 0; };
+    write_bytes(adapter, "first"); // the thread's note that it writes to this stream
+    const std::string payload(longest_read, 'x');
+    raw.receive(aim_frame("abc") + "!!!\n" + aim_frame("defg"));
+    unsigned char bytes[4];
+    const Allocation_counter allocations;
+    EXPECT_EQ(adapter[0], 'a');
+    adapter.drop(3);
+    EXPECT_TRUE(adapter.get_data(bytes, 4, 0));
+    adapter.drop_all();
+    EXPECT_EQ(write_bytes(adapter, payload), 0);
+    EXPECT_EQ(allocations.count(), 0U);
+}
+
+} // namespace

@@ -1,0 +1,214 @@
+#include <glue/data_stream/AIM_data_stream_adapter.h>
+
+#include <support/builders/AIM_adapter.h>
+#include <support/builders/Random.h>
+#include <support/builders/Stream_bytes.h>
+#include <support/checks/waiting.h>
+#include <support/fakes/Captured_debug.h>
+#include <support/fakes/Recording_waiter.h>
+#include <support/fakes/Scripted_event_sender.h>
+#include <support/processes/processor_time.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <utility>
+
+namespace {
+
+constexpr unsigned longest_read = AIM_data_stream_adapter::longest_read;
+
+/// Bytes that no parser takes for the beginning of a frame, to their line end.
+std::string rubbish(Random& random) {
+    std::string bytes;
+    for (unsigned count = random.between(0, 40); count != 0; --count)
+        bytes += static_cast<char>(random.between('!', '/'));
+    return bytes + "\n";
+}
+
+/// A raw stream with a thread of its own, which receives `bytes` again and again as there is room, in pieces of up to
+/// `longest_piece`, until the stream is destroyed.
+class Sending_stream : public Scripted_event_sender {
+  public:
+    Sending_stream(std::string bytes, unsigned longest_piece)
+        : repeated(std::move(bytes)), longest(longest_piece), sender([this] { send(); }) {}
+    ~Sending_stream() override {
+        stopping = true;
+        sender.join();
+    }
+
+  private:
+    void send() {
+        std::string_view rest = repeated;
+        for (unsigned step = 1; !stopping; ++step) {
+            rest.remove_prefix(push(rest.substr(0, 1 + step * 7 % longest)));
+            if (rest.empty())
+                rest = repeated;
+            std::this_thread::yield();
+        }
+    }
+
+    std::string repeated;
+    unsigned longest;
+    std::atomic<bool> stopping{false};
+    std::thread sender;
+};
+
+/// Reads as an application does, woken by events, until `count` bytes came.
+std::string read_by_events(AIM_data_stream_adapter& adapter, Recording_waiter& rx, std::size_t count, Random& random) {
+    std::string bytes;
+    while (bytes.size() < count) {
+        if (adapter.bytes_avail() == 0) {
+            rx.clear();
+            if (adapter.bytes_avail() == 0 && !rx.wait_for(1)) {
+                ADD_FAILURE() << "no event, " << bytes.size() << " of " << count << " bytes came";
+                return bytes;
+            }
+        }
+        std::string piece(std::min(adapter.bytes_avail(), random.between(1, 5000)), '\0');
+        const auto size = static_cast<unsigned>(piece.size());
+        EXPECT_TRUE(adapter.get_data(reinterpret_cast<unsigned char*>(piece.data()), size, 0));
+        adapter.drop(size);
+        bytes += piece;
+    }
+    return bytes;
+}
+
+/// Two adapters back to back: what is written to one can be read from the other.
+struct Linked_adapters {
+    Linked_adapters() {
+        near_raw.on_write = [this](const unsigned char* data, unsigned len) {
+            std::string_view rest(reinterpret_cast<const char*>(data), len);
+            eventually([&] {
+                rest.remove_prefix(far_raw.push(rest));
+                return rest.empty();
+            });
+            return static_cast<int>(len - rest.size());
+        };
+        far.reg_rx_waiter(rx, false);
+    }
+
+    module_man modules;
+    Recording_waiter rx;
+    std::unique_ptr<Scripted_event_sender> near_owned = std::make_unique<Scripted_event_sender>();
+    std::unique_ptr<Scripted_event_sender> far_owned = std::make_unique<Scripted_event_sender>();
+    Scripted_event_sender& near_raw = *near_owned;
+    Scripted_event_sender& far_raw = *far_owned;
+    AIM_data_stream_adapter far{modules, std::move(far_owned), '2'};
+    AIM_data_stream_adapter near{modules, std::move(near_owned), '1'};
+};
+
+TEST(AIM_adapter_threads, payload_of_every_size_arrives) {
+    Random random;
+    Linked_adapters link;
+    for (unsigned size = 1; size <= longest_read; ++size) {
+        const std::string payload = random.bytes(size);
+        ASSERT_EQ(write_bytes(link.near, payload), static_cast<int>(size));
+        ASSERT_EQ(read_by_events(link.far, link.rx, size, random), payload) << size;
+    }
+}
+
+TEST(AIM_adapter_threads, bytes_arrive_whatever_the_pieces_the_rubbish_and_the_channels) {
+    Random random;
+    module_man modules;
+    std::string wire, expected;
+    for (int i = 0; i < 400; ++i) {
+        if (random.one_in(4))
+            wire += rubbish(random);
+        const unsigned size = random.one_in(10) ? random.between(0, longest_read) : random.between(0, 100);
+        const std::string payload = random.bytes(size);
+        wire += aim_frame(payload, static_cast<char>(random.byte()));
+        expected += payload;
+    }
+    Recording_waiter rx;
+    auto owned = std::make_unique<Scripted_event_sender>();
+    Scripted_event_sender& raw = *owned;
+    AIM_data_stream_adapter reader(modules, std::move(owned), '1');
+    reader.reg_rx_waiter(rx, false);
+    std::thread sender([&] { // starts only now, as the adapter drops what came before it
+        Random sizes;
+        for (std::string rest = wire; !rest.empty(); std::this_thread::yield())
+            rest.erase(0, raw.push(rest.substr(0, sizes.between(1, 700))));
+    });
+    EXPECT_EQ(read_by_events(reader, rx, expected.size(), random), expected);
+    sender.join();
+    reader.dereg_rx_waiter();
+}
+
+TEST(AIM_adapter_threads, many_write_while_others_read_and_drop) {
+    Linked_adapters link;
+    std::atomic<bool> over{false};
+    std::thread dropper([&] {
+        while (!over) {
+            link.far.drop_all();
+            std::this_thread::yield();
+        }
+    });
+    std::thread peeker([&] {
+        while (!over) {
+            link.far[3];
+            link.far.init(link.modules);
+            std::this_thread::yield();
+        }
+    });
+    for (int i = 0; i < 2000; ++i) {
+        write_bytes(link.near, "abc");
+        link.rx.clear();
+    }
+    over = true;
+    dropper.join();
+    peeker.join();
+    link.far.drop_all();
+    EXPECT_EQ(link.far.bytes_avail(), 0U);
+    EXPECT_EQ(link.far_raw.bytes_avail(), 0U);
+}
+
+TEST(AIM_adapter_threads, can_be_destroyed_while_its_raw_stream_announces_bytes) {
+    std::string wire;
+    for (int i = 0; i < 200; ++i)
+        wire += aim_frame(std::to_string(i));
+    const Captured_debug complaints; // where a frame is met in its midst
+    for (int i = 0; i < 300; ++i) {
+        module_man modules;
+        Recording_waiter rx;
+        AIM_data_stream_adapter adapter(modules, std::make_unique<Sending_stream>(wire, 30), '1');
+        adapter.reg_rx_waiter(rx, false);
+        if (i % 2 == 0) {
+            EXPECT_TRUE(eventually([&] { return adapter.bytes_avail() != 0; }));
+        }
+    }
+}
+
+TEST(AIM_adapter_threads, raw_stream_goes_after_the_loop_and_before_the_waiter) {
+    module_man modules;
+    auto owned = std::make_unique<Scripted_event_sender>();
+    Scripted_event_sender& raw = *owned;
+    bool destroyed = false;
+    raw.on_destroy = [&] {
+        raw.push(aim_frame("abc")); // no handler runs: the bytes stay
+        EXPECT_EQ(raw.buffered(), aim_frame("abc"));
+        destroyed = true;
+    };
+    { const AIM_data_stream_adapter adapter(modules, std::move(owned), '1'); }
+    EXPECT_TRUE(destroyed);
+}
+
+TEST(AIM_adapter_threads, takes_no_processor_time_while_nothing_happens_or_bytes_wait) {
+    Linked_adapters link;
+    for (const bool bytes_wait : {false, true}) {
+        if (bytes_wait) {
+            link.far_raw.push(aim_frame("abc") + aim_frame("def") + ">>0");
+            ASSERT_TRUE(link.rx.wait_for(1));
+        }
+        const auto before = processor_time();
+        Atime::delay(300);
+        EXPECT_LT(processor_time() - before, std::chrono::milliseconds(100)) << bytes_wait;
+    }
+}
+
+} // namespace

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <glue/data_stream/Event_sender_data_stream.h>
+
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// A source as the transports with a thread of their own are: the test, or a thread of the test's, pushes bytes in;
+/// a fetch brings what `on_fetch` does, which is nothing unless the test says otherwise. The test sees what is written.
+class Scripted_event_sender : public Event_sender_data_stream {
+  public:
+    explicit Scripted_event_sender(module_man* modules = nullptr);
+    ~Scripted_event_sender() override;
+
+    /// Receives bytes and announces them. \return how many there was room for
+    unsigned push(std::string_view bytes);
+    /// Receives bytes and tells nobody.
+    unsigned receive(std::string_view bytes);
+    /// The same for `on_fetch`, which is called under the lock.
+    unsigned receive_locked(std::string_view bytes);
+    /// The bytes buffered.
+    std::string buffered();
+
+    void init(module_man& modules) override;
+    void lock() override { mutex_.lock(); }
+    void unlock() override { mutex_.unlock(); }
+    using Data_stream::get_data;
+    int get_data(int n) override;
+    int _write(const unsigned char* data, unsigned int len) override;
+
+    int inits = 0;                                                   ///< calls of `init` after construction
+    std::string written;                                             ///< everything that `_write` took
+    std::vector<std::string> writes;                                 ///< the same, call by call
+    std::function<int(const unsigned char*, unsigned int)> on_write; ///< decides what `_write` takes and returns
+    std::function<void()> on_fetch;   ///< called, under the lock, when a reader wants more than there is
+    std::function<void()> on_destroy; ///< called by the destructor
+
+  private:
+    Mutex mutex_;
+};

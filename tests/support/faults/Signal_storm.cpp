@@ -1,0 +1,55 @@
+#include <support/faults/Signal_storm.h>
+
+#include <chrono>
+#include <filesystem>
+#include <string>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int signal_number = SIGALRM;
+constexpr std::chrono::milliseconds period(1);
+
+std::atomic<unsigned> signals_got{0};
+
+void count_signal(int) {
+    ++signals_got;
+}
+
+} // namespace
+
+Signal_storm::Signal_storm() {
+    signals_got = 0;
+    struct sigaction action {};
+    action.sa_handler = count_signal; // no SA_RESTART
+    sigaction(signal_number, &action, &action_before_);
+    thread_ = std::thread([this] { blow(); });
+}
+
+Signal_storm::~Signal_storm() {
+    over_ = true;
+    thread_.join();
+    // One that is still on its way must not find the default action, which ends the process.
+    if (action_before_.sa_handler == SIG_DFL)
+        action_before_.sa_handler = SIG_IGN;
+    sigaction(signal_number, &action_before_, nullptr);
+}
+
+unsigned Signal_storm::count() const {
+    return signals_got;
+}
+
+void Signal_storm::blow() {
+    const long process = getpid();
+    const long own = syscall(SYS_gettid);
+    std::error_code gone; // threads come and go
+    for (auto next = std::chrono::steady_clock::now(); !over_; next += period) {
+        for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task", gone)) {
+            const long thread = std::stol(entry.path().filename());
+            if (thread != own)
+                syscall(SYS_tgkill, process, thread, signal_number);
+        }
+        std::this_thread::sleep_until(next);
+    }
+}

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <support/processes/Program.h>
+
+#include <memory>
+#include <sys/types.h>
+#include <thread>
+
+/// A program that runs beside the test, socat for one, and is ended with it, also when the test is killed: a program
+/// that is left behind would take the bytes of a later test whose terminal gets the same number.
+///
+///     Running_program peer("socat", {"TCP-LISTEN:" + port + ",bind=127.0.0.1", "PIPE"});
+class Running_program {
+  public:
+    explicit Running_program(std::string path, std::vector<std::string> arguments = {});
+    /// Ends it, unless it has ended.
+    ~Running_program();
+    Running_program(const Running_program&) = delete;
+    Running_program& operator=(const Running_program&) = delete;
+
+    /// Sends it a signal, unless it has ended, and waits for its end. \return what became of it
+    const Program_result& end(int signal_number);
+
+  private:
+    int process_ = -1; ///< a descriptor of the process: no other process ever gets that
+    Program_result result_;
+    std::thread runner_;
+};
