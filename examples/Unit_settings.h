@@ -1,11 +1,11 @@
-// The settings of a unit, which several examples keep, change and share.
+// The settings of a unit. Several examples save, change and share them.
 #pragma once
 
 #include <glue/NV_store/NV_enum.h>
 #include <glue/NV_store/NV_number.h>
 #include <glue/NV_store/NV_root.h>
 
-/// Members are settings: each has an id, which it is saved under and so keeps for ever, a default and a name.
+/// Members are settings: each has an id, a default and a name. Files know a setting by its id, so an id never changes.
 struct Guidance : NV_store::NV_struct {
     enum class Mode : unsigned { open_loop, closed_loop };
 

@@ -1,4 +1,4 @@
-// Keeps which implement a machine pulls, and draws what changes on a display anew:
+// Keeps which implement a machine pulls, and draws the fields of a display again that change:
 // active_implement FILE [SETTING VALUE]
 // for example active_implement machine active sprayer, or active_implement machine sprayer/width 24
 #include <glue/NV_store/NV_number.h>
@@ -21,7 +21,8 @@ struct Implement : NV_struct {
 struct Machine : NV_root {
     explicit Machine(module_man& modules) : NV_root(&modules, 0, "machine") {
         _set_root(this);
-        for (Implement* implement : {&seeder, &sprayer}) // what changes of one is news of the pointer to it, too
+        for (Implement* implement :
+             {&seeder, &sprayer}) // a change of an implement is a change of the pointer to it, too
             connect(implement, qOverload<>(&NV_item::value_changed),
                     [=] { notify_pointers(implement, false, false, true, notify_waiters, this); });
     }
@@ -31,9 +32,9 @@ struct Machine : NV_root {
     NV_number<unsigned, 6> headland{this, 4, 20, "headland"}; // metres
 };
 
-/// A field of the display. Events that it asks for bear its address, so that they say which field to draw.
+/// A field of the display. Its events carry its address, so that the receiver knows which field to draw.
 struct Field : Virt_access {
-    Field(NV_item* item, waiter_descriptor& told) : Virt_access(item), waiter(told) { autoreg(&waiter, true); }
+    Field(NV_item* item, waiter_descriptor& receiver) : Virt_access(item), waiter(receiver) { autoreg(&waiter, true); }
     ~Field() { autounreg(&waiter); }
     bool is_meant(const waiter_event& event) const { return event.target == reinterpret_cast<std::uintptr_t>(this); }
     void draw() const {
@@ -70,14 +71,14 @@ int main(int argc, char** argv) {
     load_all(machine, file);
     file.set_mode(NV_iterator::closed);
     if (!machine.active.get())
-        machine.active._set(machine.seeder, notify_none); // nothing saved yet, or nothing good
+        machine.active._set(machine.seeder, notify_none); // nothing is saved yet, or it is damaged
 
     waiter_descriptor waiter;
     Field implement(&machine.active, waiter), headland(&machine.headland, waiter);
     implement.draw();
     headland.draw();
     if (argc == 4 && !set(machine, argv[2], argv[3]))
-        std::printf("%s takes no %s\n", argv[2], argv[3]);
+        std::printf("%s does not accept %s\n", argv[2], argv[3]);
     for (waiter_event event; waiter.get_event(event, Atime::now()) == 0;)
         for (const Field* field : {&implement, &headland})
             if (field->is_meant(event))

@@ -15,9 +15,9 @@ static void load(Unit_settings& settings, NV_iterator& file) {
     if (file.get_mode() == NV_iterator::closed)
         std::puts("no settings yet: defaults");
     else if (!load_all(settings, file).intact)
-        std::puts("settings damaged: what is lost is at its default");
+        std::puts("settings damaged: lost ones have their defaults");
     file.set_mode(NV_iterator::closed);
-    settings.signal_all(); // loading tells nobody
+    settings.signal_all(); // loading notifies nobody
 }
 
 static void print(const Unit_settings& settings) {
@@ -37,11 +37,12 @@ int main(int argc, char** argv) {
     load(settings, file);
     print(settings);
 
-    // A slot is called at once, in the thread that makes the change and under the lock of the tree.
+    // A slot is called at once, in the thread that makes the change, while that thread holds the lock of the tree.
     const auto& guidance = settings.guidance;
     QObject::connect(&guidance, qOverload<>(&NV_item::value_changed),
                      [&] { std::printf("signal: swath width is %g m\n", guidance.swath_width._get()); });
-    // A waiter gets an event, whenever its thread looks; a change of a member is one of what holds it.
+    // A waiter receives an event, which its thread takes when it is ready. A change of a member is a change of the
+    // root.
     waiter_descriptor waiter;
     settings.autoreg_waiter(&waiter, true);
 
@@ -50,7 +51,7 @@ int main(int argc, char** argv) {
         const NV_lock held(settings);
         NV_item* const setting = settings._search(argv[2], '/');
         if (!setting || !setting->_from_string(argv[3]))
-            std::printf("%s takes no %s\n", argv[2], argv[3]);
+            std::printf("%s does not accept %s\n", argv[2], argv[3]);
     }
     waiter_event event;
     int changes = 0;

@@ -1,4 +1,4 @@
-// Shows all settings of a unit that it knows nothing of, over any stream: settings_client SPECIFICATION, for example
+// Shows all settings of a unit without knowing its tree, over any stream: settings_client SPECIFICATION, for example
 // settings_client exec:settings_server
 #include <glue/NV_store/array_size.h>
 #include <glue/data_stream/Data_stream_factory.h>
@@ -17,7 +17,7 @@
 
 using CDS::Remote::Receive_buffer;
 
-/// \return the answer; nothing, when none came within the stream's time-out
+/// \return the answer; empty when none was received within the stream's time limit
 static std::vector<unsigned char> ask(Data_stream& stream, unsigned char request) {
     stream.write_direct(&request, 1);
     unsigned char head[2];
@@ -31,7 +31,7 @@ static std::vector<unsigned char> ask(Data_stream& stream, unsigned char request
     return answer;
 }
 
-/// Takes a value from the front of those that are left and prints it.
+/// Consumes the first of the remaining values and prints it.
 template <typename T>
 static std::function<bool(Receive_buffer&)> printer(int (Receive_buffer::*pop)(T&)) {
     return [pop](Receive_buffer& values) {
@@ -54,7 +54,7 @@ static const std::map<int, std::function<bool(Receive_buffer&)>> printers = {
     {DTS::Defs::type_float, printer(&Receive_buffer::pop_FLOAT)},
     {DTS::Defs::type_double, printer(&Receive_buffer::pop_DOUBLE)}};
 
-/// Prints an item, described as "name:type:number{item,item}", and goes on behind it in the text and in the values.
+/// Prints an item, described as "name:type:number{item,item}", and moves past it in the text and in the values.
 static bool print_item(const char*& text, Receive_buffer& values, const std::string& parent) {
     char name[60];
     unsigned type_byte = 0;
@@ -85,7 +85,7 @@ int main(int argc, char** argv) {
         std::cerr << "usage: settings_client SPECIFICATION\n";
         return 1;
     }
-    std::signal(SIGPIPE, SIG_IGN); // a unit that goes away is told by the stream
+    std::signal(SIGPIPE, SIG_IGN); // the stream reports that the unit is gone
     module_man modules;
     const auto channel = Event_sender_data_stream_create_unique(modules, argv[1], nullptr, 0, {});
     if (!channel)
@@ -97,6 +97,6 @@ int main(int argc, char** argv) {
     Receive_buffer buffer(values.data(), static_cast<int>(values.size()));
     const bool understood = print_item(text, buffer, "");
     if (!understood)
-        std::cerr << "no answer, or one that is not understood\n";
+        std::cerr << "no answer, or an answer that is not valid\n";
     return understood ? 0 : 1;
 }

@@ -1,4 +1,4 @@
-// Tells a peer on standard input and output which settings a unit has (asked by 's') and their values ('v');
+// Answers a peer on standard input and output: 's' asks which settings a unit has, 'v' asks for their values.
 // settings_client is such a peer. An answer is its length in two bytes, then that many bytes.
 #include "Unit_settings.h"
 
@@ -27,7 +27,7 @@ struct Sections : NV_item {
             std::all_of(std::begin(open), std::end(open), [&](bool each) { return buffer.append_BOOL(each) > 0; }));
     }
     Serial_ret deserialise(CDS::Remote::Receive_buffer&, unsigned short& counter) override {
-        return serial_check(!serial_action_started(counter)); // peers do not open them
+        return serial_check(!serial_action_started(counter)); // peers cannot open them
     }
     void _print(Debug::Dumper& dumper, const char* name) const override { dumper.print_field(name, "sections"); }
 
@@ -39,11 +39,11 @@ int main() {
     Unit_settings settings(modules);
     Sections sections(&settings, 3, "sections");
     Posix_data_stream stream(0, 1);
-    stream.set_read_timeout(60000); // one who asks nothing for a minute is gone
+    stream.set_read_timeout(60000); // a peer that asks nothing for a minute is gone
     for (unsigned char request = 0; static_cast<Data_stream&>(stream).get_data(&request, 1, 0); stream.drop(1)) {
         unsigned char bytes[500], length[2];
         CDS::Remote::Send_buffer answer(bytes, sizeof bytes), head(length, sizeof length);
-        unsigned short all = 0; // nothing is passed over
+        unsigned short all = 0; // no item is skipped
         const bool whole =
             request == 's' ? settings.serialise_structure(answer, 255) : !settings.serialise(answer, all).fail();
         if (!whole)

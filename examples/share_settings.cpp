@@ -1,6 +1,6 @@
-// Takes over another unit's settings, over any stream:
-//     share_settings FILE                   sends those in a file to standard output
-//     share_settings FILE SPECIFICATION     puts those that a stream brings into a file, for example
+// Copies another unit's settings, over any stream:
+//     share_settings FILE                   sends the settings of a file to standard output
+//     share_settings FILE SPECIFICATION     writes the settings that a stream receives into a file, for example
 //                                           share_settings mine "exec:ssh other share_settings theirs"
 #include "Unit_settings.h"
 
@@ -17,7 +17,7 @@
 
 using namespace NV_store;
 
-/// Lets everything through but what is each unit's own.
+/// Selects everything except what is each unit's own.
 struct Shared : NV_default_selector {
     explicit Shared(const NV_item& item) : own(item) {}
     bool include_in_serialise(const NV_item& item, const NV_iterator* it, bool& ok,
@@ -42,14 +42,14 @@ static std::string text_of(const NV_item& item) {
     return text;
 }
 
-/// Gives each setting that came, found by its way from the root, the value that it has at the other unit.
+/// Gives each received setting the value that it has at the other unit; its path from the root finds it here.
 static void apply(Unit_settings& received, Unit_settings& settings) {
     for (NV_item* item = &received; item; item = item->get_next_in_tree(&received)) {
         if (dynamic_cast<NV_container*>(item) || (item->get_flags() & NV_item::pristine))
             continue;
-        NV_path way;
-        received.build_path(&way, item);
-        NV_item* const own = settings.follow_path(way);
+        NV_path path;
+        received.build_path(&path, item);
+        NV_item* const own = settings.follow_path(path);
         const std::string before = text_of(*own), now = text_of(*item);
         if (now != before)
             std::printf("%s: %s, was %s\n", own->get_name(), now.c_str(), before.c_str());
@@ -64,7 +64,7 @@ int main(int argc, char** argv) {
     }
     module_man modules;
     Unit_settings settings(modules);
-    NV_file_iterator file(argv[1]); // reading wants no more than this
+    NV_file_iterator file(argv[1]); // enough for reading
     file.set_mode(NV_iterator::reading);
     const bool intact = load_all(settings, file).intact;
     file.set_mode(NV_iterator::closed);
@@ -79,12 +79,12 @@ int main(int argc, char** argv) {
     const auto channel = Event_sender_data_stream_create_unique(modules, argv[2], nullptr, 0, {});
     if (!channel)
         return 1;
-    Event_receiver_data_stream stream(*channel, modules); // waits for what is still under way
+    Event_receiver_data_stream stream(*channel, modules); // waits for bytes that have not arrived yet
     NV_stream_iterator link(stream);
     link.set_mode(NV_iterator::reading);
-    Unit_settings received(modules); // so that nothing is taken over of what arrives damaged
+    Unit_settings received(modules); // a tree of its own, so that damaged settings change nothing
     if (!received.deserialise(&link)) {
-        std::fputs("nothing taken over: what arrived is damaged or not all of it\n", stderr);
+        std::fputs("nothing copied: the received settings are damaged or incomplete\n", stderr);
         return 1;
     }
     apply(received, settings);

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # usage: active_implement.sh EXAMPLE SETTINGS_TOOL
-# The example draws the fields anew whose settings change, the implement that is pointed at included, and no others.
+# The example draws again the fields whose settings change, also those of the active implement, and no others.
 . "$(dirname "$0")/expect.sh"
 example=$1 settings_tool=$2
 file=$folder/machine
@@ -12,7 +12,7 @@ expect_drawn() { # TEXT ARGUMENTS...; runs the example
 expect_drawn "active: seeder {3}
 headland: 20"
 expect_drawn "active: seeder {3}
-headland: 20" sprayer/width 24 # nothing of that is on the display
+headland: 20" sprayer/width 24 # the display shows nothing of that
 expect_drawn "active: seeder {3}
 headland: 20
 active: sprayer {24}" active sprayer
@@ -26,7 +26,7 @@ expect_drawn "active: sprayer {36}
 headland: 25" headland 25 # no change
 expect_drawn "active: sprayer {36}
 headland: 25
-active takes no headland" active headland
+active does not accept headland" active headland
 expect_drawn "active: sprayer {36}
 headland: 25"
 
@@ -34,4 +34,4 @@ expect "    id 3  pointer, type 14 (pointer): to 0/2" "$("$settings_tool" "$file
 flip "$file" 54 # within the pointer's path
 expect_drawn "active: seeder {3}
 headland: 20"
-echo "drawn where it changes"
+echo "changed fields are drawn"

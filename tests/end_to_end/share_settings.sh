@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # usage: share_settings.sh EXAMPLE SETTINGS_EXAMPLE SETTINGS_TOOL
-# The example takes over what another unit has changed, keeps what is each unit's own, and nothing that arrives damaged.
+# The example copies what another unit has changed, keeps what is each unit's own, and copies nothing that is damaged.
 . "$(dirname "$0")/expect.sh"
 example=$1 settings=$2 settings_tool=$3
 mine=$folder/mine theirs=$folder/theirs
@@ -12,7 +12,7 @@ done
 "$settings" "$mine" guidance/mode 0 >/dev/null 2>&1
 cp "$mine" "$folder/before"
 
-# Their count of starts is not among what is sent.
+# Their count of starts is not sent.
 "$example" "$theirs" >"$folder/sent"
 expect "save 1, at offset 0
   id 0  container, type 0 (root)
@@ -23,7 +23,7 @@ expect "save 1, at offset 0
 
 cp "$folder/sent" "$folder/damaged"
 flip "$folder/damaged" 13
-expect_failure 1 "what arrived damaged" "$example" "$mine" "exec:tail -c +1 $folder/damaged"
+expect_failure 1 "damaged settings" "$example" "$mine" "exec:tail -c +1 $folder/damaged"
 cmp "$folder/before" "$mine"
 
 expect "swath_width: 7.5, was 12
@@ -32,6 +32,6 @@ mode: 1, was 0" "$("$example" "$mine" "exec:$example $theirs")"
 expect "" "$("$example" "$mine" "exec:$example $theirs")"
 expect "settings: {1,{7.5,0,1}}" "$("$settings" "$mine" | head -1)"
 
-expect_failure 1 "a stream that is none" "$example" "$mine" "exec:"
-expect_failure 1 "settings that are not there" "$example" "$folder/missing"
-echo "taken over"
+expect_failure 1 "a text that makes no stream" "$example" "$mine" "exec:"
+expect_failure 1 "a missing file" "$example" "$folder/missing"
+echo "copied"

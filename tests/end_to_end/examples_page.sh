@@ -1,15 +1,15 @@
 #!/usr/bin/env bash
-# usage: architecture_page.sh PROJECT
-# The page names for each exported class a program that uses it: no class is missing, none is gone, and each program's
-# sources name the class where the page does not say what it is used through.
+# usage: examples_page.sh PROJECT
+# The page names a program for each exported class: no class is missing, each class exists, and the program's sources
+# name the class, unless the page names what it is used through. The page lists every example.
 . "$(dirname "$0")/expect.sh"
 cd "$1"
 
-# Nested classes are exported with "class GLUE_EXPORT", too; the page names them behind the class around them.
+# Nested classes are exported with "class GLUE_EXPORT", too; the page names them after the class around them.
 grep -rhoE '(class|struct) GLUE_EXPORT [A-Za-z0-9_]+' include | awk '{print $3}' | sort >"$folder/exported"
 
 # A line for each class: class, program, what it is used through.
-sed -n '/^## Where each class is at work/,/^## Threads/p' docs/architecture.md |
+sed -n '/^## Where each class is at work/,$p' examples/README.md |
     awk -F ' *[|] *' '/^[|] `/ {
         count = split($2, classes, /, */)
         for (i = 1; i <= count; i++) { gsub(/`/, "", classes[i]); gsub(/`/, "", $3); print classes[i] "\t" $3 "\t" $4 }
@@ -31,3 +31,6 @@ while IFS=$'\t' read -r class program through; do
     [[ -n $through ]] || grep -rqE "\b${class##*::}\b" $sources || { echo "$program does not name $class" && exit 1; }
 done <"$folder/listed"
 echo "$(wc -l <"$folder/listed") classes at work"
+
+sed -n '/^| example/,/^$/p' examples/README.md | sed -nE 's/^[|] `([a-z_]+)` .*/\1/p' | sort >"$folder/examples"
+ls examples/*.cpp | sed 's/.*\///; s/\.cpp$//' | sort | diff - "$folder/examples"
