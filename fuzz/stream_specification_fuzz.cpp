@@ -4,7 +4,7 @@
 
 #include "fuzz_target.h"
 
-#include <glue/data_stream/Data_stream_factory.h>
+#include <glue/data_stream/Stream_specification.h>
 
 #include <data_stream/core/stream_specification.h>
 
@@ -146,7 +146,7 @@ void check_specification(const std::string& text) {
     const bool wants_aim = text.compare(label_length, 4, "aim,") == 0;
     const std::string own_text = text.substr(label_length + (wants_aim ? 4 : 0));
 
-    const auto split = glue_detail::split_specification(text.c_str());
+    const auto split = split_stream_specification(text.c_str());
     FUZZ_CHECK(split.has_value() == (text.size() <= longest_stream_specification && !own_text.empty()));
     if (!split)
         return;

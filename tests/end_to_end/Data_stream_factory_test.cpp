@@ -75,6 +75,25 @@ TEST_F(Data_stream_factory, makes_each_kind_from_its_text) {
     EXPECT_TRUE(is<Posix_threaded_serial_data_stream>(make(line.path())));
 }
 
+TEST_F(Data_stream_factory, kinds_differ_in_what_they_can_do) {
+    const Pty_pair line;
+    const Stream serial = make(line.path());
+    EXPECT_TRUE(serial->pause());
+    serial->resume();
+    EXPECT_FALSE(make("tcp:0")->pause());
+    for (const std::string spec : {"tcp:0", "tcpb:0", "tcpc:port=1", line.path().c_str()}) {
+        const Stream stream = make(spec);
+        EXPECT_TRUE(stream->traces_itself()) << spec;
+        EXPECT_FALSE(stream->has_ended()) << spec;
+        EXPECT_FALSE(make("aim," + spec)->traces_itself()) << spec;
+    }
+    const Stream child = make("exec:true");
+    EXPECT_FALSE(child->traces_itself());
+    EXPECT_TRUE(eventually([&] { return child->has_ended(); }));
+    const Stream framed_child = make("aim,exec:true");
+    EXPECT_TRUE(eventually([&] { return framed_child->has_ended(); }));
+}
+
 TEST_F(Data_stream_factory, makes_the_console) {
     // In a process of its own, whose standard input it may change.
     EXPECT_EXIT(

@@ -3,7 +3,6 @@
 #include <platform/module_man.h>
 #include <platform/waiter.h>
 
-#include <cstdlib>
 #include <mutex>
 #include <utility>
 
@@ -34,6 +33,20 @@ void Event_sender_data_stream::send_rx_event(bool full) {
         send(*waiter, full ? rx_full_event : rx_event, false, true);
 }
 
+bool Event_sender_data_stream::pause() {
+    return false;
+}
+
+void Event_sender_data_stream::resume() {}
+
+bool Event_sender_data_stream::has_ended() {
+    return false;
+}
+
+bool Event_sender_data_stream::traces_itself() const {
+    return false;
+}
+
 void Event_sender_data_stream::send_tx_event(bool flag) {
     waiter_descriptor* const waiter = tx_waiter_;
     if (waiter && (flag || !tx_quiet_))
@@ -45,7 +58,7 @@ void Event_sender_data_stream::send(waiter_descriptor& waiter, event_code code, 
     event.source = module_id_;
     event.code = code;
     waiter.send_event(event, urgent, merge);
-    std::free(event.payload); // what the waiter did not take over
+    release_payload(event); // unless the waiter owns it now
 }
 
 void Event_sender_data_stream::reg_rx_waiter(waiter_descriptor* waiter, bool quiet) {

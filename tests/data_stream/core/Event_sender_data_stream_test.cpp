@@ -56,8 +56,19 @@ TEST_F(Event_sender, virtual_operations_keep_their_slots) {
     EXPECT_EQ(vtable_slot(&Class::lock), 3U);
     EXPECT_EQ(vtable_slot(&Class::unlock), 4U);
     EXPECT_EQ(vtable_slot(&Class::send_rx_event), 5U);
+    EXPECT_EQ(vtable_slot(&Class::pause), 6U);
+    EXPECT_EQ(vtable_slot(&Class::resume), 7U);
+    EXPECT_EQ(vtable_slot(&Class::has_ended), 8U);
+    EXPECT_EQ(vtable_slot(&Class::traces_itself), 9U);
     EXPECT_EQ(vtable_slot(&Class::send_tx_event), not_virtual);
     EXPECT_EQ(vtable_slot(&Class::reg_rx_waiter), not_virtual);
+}
+
+TEST_F(Event_sender, plain_one_never_ends_and_neither_pauses_nor_traces) {
+    EXPECT_FALSE(sender.pause());
+    sender.resume();
+    EXPECT_FALSE(sender.has_ended());
+    EXPECT_FALSE(sender.traces_itself());
 }
 
 TEST_F(Event_sender, shares_one_data_stream_with_other_virtual_heirs) {
