@@ -170,6 +170,18 @@ TEST_F(Stream_relay, stream_that_cannot_be_made_ends_it) {
     EXPECT_EQ(Program(STREAM_RELAY, {"tcp:0", "tcp:99999999999"}).run().status, 1);
 }
 
+TEST_F(Stream_relay, specification_of_any_length_is_reported_and_ends_it) {
+    constexpr std::size_t longest_argument = 131071; // of a program, on Linux
+    for (const std::size_t length : {std::size_t(30000), longest_argument}) {
+        for (const std::string beginning : {"", "aim,", "/", "tcp:"}) {
+            const std::string text = beginning + std::string(length - beginning.size(), '1');
+            const auto result = Program(STREAM_RELAY, {text, "tcp:0"}).run();
+            EXPECT_EQ(result.status, 1) << beginning << length;
+            EXPECT_EQ(result.errors, "Error: can't parse " + text + " into a port specification\n");
+        }
+    }
+}
+
 // ---- Other relays, and socat ----
 
 QByteArray digest_of(const std::string& bytes) {
