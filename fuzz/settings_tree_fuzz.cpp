@@ -68,11 +68,11 @@ struct Tree : NV_store::NV_root {
         return load_all(*this, it);
     }
     std::string record() {
-        unsigned char room[1000];
-        NV_buffer_iterator it(room, sizeof room, 0);
+        unsigned char buffer[1000];
+        NV_buffer_iterator it(buffer, sizeof buffer, 0);
         it.set_mode(NV_iterator::writing_all);
         FUZZ_CHECK(serialise(&it));
-        return std::string(room, room + it.length());
+        return std::string(buffer, buffer + it.length());
     }
     bool has(const NV_item* item) {
         for (NV_item* own = this; own; own = own->get_next_in_tree(this))

@@ -33,20 +33,6 @@ void Event_sender_data_stream::send_rx_event(bool full) {
         send(*waiter, full ? rx_full_event : rx_event, false, true);
 }
 
-bool Event_sender_data_stream::pause() {
-    return false;
-}
-
-void Event_sender_data_stream::resume() {}
-
-bool Event_sender_data_stream::has_ended() {
-    return false;
-}
-
-bool Event_sender_data_stream::traces_itself() const {
-    return false;
-}
-
 void Event_sender_data_stream::send_tx_event(bool flag) {
     waiter_descriptor* const waiter = tx_waiter_;
     if (waiter && (flag || !tx_quiet_))
@@ -85,4 +71,18 @@ void Event_sender_data_stream::dereg_tx_waiter() {
 
 void Event_sender_data_stream::set_rx_callback(std::function<void()> callback) {
     rx_callback_ = std::move(callback);
+}
+
+bool Event_sender_data_stream::pause() {
+    return false;
+}
+
+void Event_sender_data_stream::resume() {}
+
+bool Event_sender_data_stream::has_ended() {
+    return false;
+}
+
+bool Event_sender_data_stream::traces_itself() const {
+    return false;
 }

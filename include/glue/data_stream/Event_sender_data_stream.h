@@ -57,27 +57,14 @@ class GLUE_EXPORT Event_sender_data_stream : public virtual Data_stream {
     /// notifications; so it follows the three operations above.
     virtual void send_rx_event(bool full);
 
-    // ---- Additions of ours: what a program needs that serves every kind of stream ----
-
-    /// Makes the stream receive and send nothing until `resume()`, so that its peer waits. Not every kind can.
-    /// \return whether the stream pauses; false here
-    virtual bool pause();
-    /// Ends a pause. Does nothing here.
-    virtual void resume();
-
-    /// Whether no more bytes will be received; bytes that were received earlier may still be unread. False here: a line
-    /// or a connection may return. Not to be called while holding the stream's lock.
-    virtual bool has_ended();
-
-    /// Whether the stream logs its traffic itself when `set_port_logging` asks for it. False here.
-    virtual bool traces_itself() const;
-
     /// Notifies that writing may continue: sends the tx waiter `tx_flag_event` when `flag`, else `tx_event` unless the
     /// waiter is registered as quiet.
     void send_tx_event(bool flag);
 
-    // The waiters that are notified, one each: registering replaces the previous one. A quiet waiter gets only the
-    // codes 1 and 3.
+    // ---- Registration ----
+
+    // One waiter each is notified: registering replaces the previous one. A quiet waiter gets only the codes
+    // 1 and 3.
 
     void reg_rx_waiter(waiter_descriptor* waiter, bool quiet);
     void dereg_rx_waiter();
@@ -94,6 +81,21 @@ class GLUE_EXPORT Event_sender_data_stream : public virtual Data_stream {
     /// It runs in the thread that notifies, in most streams while that thread holds the stream's lock: it must be short
     /// and must not use the stream. Acquires no lock: set it before bytes can be received. It must not replace itself.
     void set_rx_callback(std::function<void()> callback);
+
+    // ---- Additions of ours, for programs that serve every kind of stream ----
+
+    /// Makes the stream receive and send nothing until `resume()`, so that its peer waits. Not every kind can.
+    /// \return whether the stream pauses; false here
+    virtual bool pause();
+    /// Ends a pause. Does nothing here.
+    virtual void resume();
+
+    /// Whether no more bytes will be received; bytes that were received earlier may still be unread. False here: a line
+    /// or a connection may return. Not to be called while holding the stream's lock.
+    virtual bool has_ended();
+
+    /// Whether the stream logs its traffic itself when `set_port_logging` asks for it. False here.
+    virtual bool traces_itself() const;
 
   private:
     void send(waiter_descriptor& waiter, event_code code, bool urgent, bool merge) const;
