@@ -1,9 +1,9 @@
-// Files of any bytes, opened as checksummed ones, and held against what the format says, written here in another way:
-// the file itself, the file as it would have been written with these bytes as its content, and that one cut short.
+// Files of any bytes, opened as checksummed ones and compared with the rules of the format, written here in another
+// way: the file itself, a file with these bytes as its content, and the latter cut short.
 //
-// Some files end the process on purpose: those whose last "=" near their end does not stand in a trailer (see
-// File_checksummed_data_stream::open_read). They are told apart beforehand, by that rule, and not opened. So a process
-// that ends all the same is a finding.
+// Some files end the process on purpose: those whose last "=" near their end is not in a trailer (see
+// File_checksummed_data_stream::open_read). They are recognised by that rule and not opened. So a process that ends is
+// a finding.
 
 #include "fuzz_target.h"
 
@@ -26,7 +26,7 @@ namespace {
 constexpr std::size_t trailer_length = 15;
 constexpr std::size_t least_content = 5;
 
-/// A file in memory, under a path of its own.
+/// A file in memory, with a path.
 class Memory_file {
   public:
     explicit Memory_file(const std::string& bytes) : fd_(memfd_create("fuzz", MFD_CLOEXEC)) {
@@ -78,20 +78,20 @@ std::string with_trailer(const std::string& content) {
     return content + trailer;
 }
 
-/// What the stream delivers until its end, in pieces of changing sizes.
+/// The bytes that the stream delivers until its end, read in pieces of different sizes.
 std::string deliver(File_checksummed_data_stream& stream) {
     std::string content;
     for (unsigned piece = 1; stream.bytes_avail(piece) != 0 || stream.bytes_avail() != 0; piece = piece * 3 % 1009) {
-        std::string came(std::min(piece, stream.bytes_avail()), '\0');
+        std::string read(std::min(piece, stream.bytes_avail()), '\0');
         FUZZ_CHECK(
-            stream.get_data(reinterpret_cast<unsigned char*>(came.data()), static_cast<unsigned>(came.size()), 0));
-        stream.drop(static_cast<unsigned>(came.size()));
-        content += came;
+            stream.get_data(reinterpret_cast<unsigned char*>(read.data()), static_cast<unsigned>(read.size()), 0));
+        stream.drop(static_cast<unsigned>(read.size()));
+        content += read;
     }
     return content;
 }
 
-/// What a file delivers; nothing when it is rejected.
+/// The bytes that a file delivers; nothing when it is rejected.
 std::optional<std::string> content_of(const std::string& bytes) {
     const Memory_file file(bytes);
     File_checksummed_data_stream stream;
@@ -103,9 +103,9 @@ std::optional<std::string> content_of(const std::string& bytes) {
     return content;
 }
 
-/// A file that is accepted delivers everything but its last 15 bytes, and the eight digits at its end, or fewer behind
-/// blanks and the like, are those of what it delivers.
-void check_as_it_is(const std::string& bytes) {
+/// A file that is accepted delivers everything except its last 15 bytes. The eight digits at its end, or fewer after
+/// white space, are the checksum of the delivered bytes.
+void check_unchanged(const std::string& bytes) {
     if (ends_the_process(bytes))
         return;
     const auto content = content_of(bytes);
@@ -118,10 +118,10 @@ void check_as_it_is(const std::string& bytes) {
     FUZZ_CHECK(static_cast<std::uint32_t>(std::strtoul(digits.c_str(), nullptr, 16)) == crc_of(*content));
 }
 
-/// Bytes that are written as a content come back, unless they are too few.
+/// Bytes that are written as a content are delivered again, unless they are too few.
 void check_as_content(const std::string& content) {
     const std::string whole = with_trailer(content);
-    const Memory_file file("what was there before");
+    const Memory_file file("previous content");
     File_checksummed_data_stream writer;
     FUZZ_CHECK(writer.open_write(file.path().c_str()));
     const auto* data = reinterpret_cast<const unsigned char*>(content.data());
@@ -137,11 +137,11 @@ void check_as_content(const std::string& content) {
     FUZZ_CHECK(!delivered || *delivered == content);
 }
 
-/// A written file of which the end is missing.
+/// A written file without its last bytes.
 void check_cut(const std::string& content, std::size_t missing) {
     std::string bytes = with_trailer(content);
     bytes.resize(bytes.size() - std::min(missing, bytes.size()));
-    check_as_it_is(bytes);
+    check_unchanged(bytes);
 }
 
 } // namespace
@@ -153,7 +153,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }();
     static_cast<void>(quiet);
     const std::string bytes(reinterpret_cast<const char*>(data), size);
-    check_as_it_is(bytes);
+    check_unchanged(bytes);
     check_as_content(bytes);
     check_cut(bytes, 1 + (bytes.empty() ? 0U : static_cast<unsigned char>(bytes[0]) % 30U));
     return 0;

@@ -5,10 +5,10 @@
 #include <cstdio>
 #include <cstdlib>
 
-/// What every fuzz target defines: tries one input. Returns 0; a finding ends the process.
+/// Every fuzz target defines this: it tries one input. Returns 0; a finding ends the process.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
-/// Ends the process, and with that reports the input, when something does not hold that must hold for every input.
+/// Ends the process, which reports the input, when a condition fails that must hold for every input.
 #define FUZZ_CHECK(condition)                                                                                          \
     do {                                                                                                               \
         if (!(condition)) {                                                                                            \

@@ -1,5 +1,5 @@
-// Texts of every sort, read as ini files: cut into lines held against what the rules say, written here in another way;
-// each line taken as a record, its value read as every type; and what was read written and read again.
+// Texts of every sort, read as ini files. The lines are compared with those of the same rules, written here in another
+// way; each line is read as a record, its value as every type; and the values are written and read again.
 
 #include "fuzz_target.h"
 
@@ -25,44 +25,44 @@ const unsigned char* bytes_of(std::string_view text) {
     return reinterpret_cast<const unsigned char*>(text.data());
 }
 
-/// Holds a text that is read in pieces of random sizes, and what is written.
+/// Delivers a text in pieces of random sizes, and keeps the bytes written.
 class Text_stream : public Data_stream {
   public:
     explicit Text_stream(std::string text, unsigned longest_piece = rx_capacity)
         : text_(std::move(text)), longest_piece_(longest_piece) {}
 
-    /// Puts the next piece into the ring. \return its size, 0 when nothing is left or there is no room
+    /// Appends the next piece to the ring. \return its size, 0 when nothing is left or the ring is full
     unsigned push() {
-        const auto left = static_cast<unsigned>(text_.size() - taken_);
+        const auto left = static_cast<unsigned>(text_.size() - position_);
         const unsigned size = std::min({1 + static_cast<unsigned>(engine_()) % longest_piece_, left, rx_buffer.room()});
-        rx_buffer.append(bytes_of(text_) + taken_, size);
-        taken_ += size;
+        rx_buffer.append(bytes_of(text_) + position_, size);
+        position_ += size;
         return size;
     }
 
     using Data_stream::get_data;
     int get_data(int n) override {
         const auto wanted = static_cast<unsigned>(n);
-        unsigned brought = 0;
-        while (pulls && brought < wanted) {
+        unsigned fetched = 0;
+        while (pulls && fetched < wanted) {
             const unsigned piece = push();
             if (piece == 0)
                 break;
-            brought += piece;
+            fetched += piece;
         }
-        return brought >= wanted;
+        return fetched >= wanted;
     }
     int _write(const unsigned char* data, unsigned int len) override {
         written.append(reinterpret_cast<const char*>(data), len);
         return static_cast<int>(len);
     }
 
-    bool pulls = true; ///< whether a fetch brings more
+    bool pulls = true; ///< whether a fetch delivers more
     std::string written;
 
   private:
     std::string text_;
-    std::size_t taken_ = 0;
+    std::size_t position_ = 0;
     unsigned longest_piece_;
     std::mt19937 engine_;
 };
@@ -96,7 +96,7 @@ Lines lines_by_the_rules(const std::string& text, std::size_t longest) {
     return lines;
 }
 
-/// Every line that is to be had, in a buffer of exactly its size.
+/// All lines that the parser returns now, each read into a buffer of exactly `size` bytes.
 Lines lines_of(Inifile_parser& parser, int size, bool take_partial) {
     Lines lines;
     std::vector<unsigned char> buffer(static_cast<std::size_t>(size));
@@ -123,7 +123,7 @@ void check_pulled_lines(const std::string& text, unsigned longest_piece, int siz
     FUZZ_CHECK(lines_of(parser, size, false) == expected);
 }
 
-/// Lines that come a piece at a time may part a line end in two: the bytes between line ends are the same still.
+/// When a text is received in pieces, a line end may be cut in two. The bytes between line ends are still the same.
 void check_pushed_lines(const std::string& text, unsigned longest_piece, int size) {
     Text_stream stream(text, longest_piece);
     stream.pulls = false;
@@ -149,7 +149,7 @@ bool same(double a, double b) {
     return a == b || (std::isnan(a) && std::isnan(b));
 }
 
-/// A record of what one writer wrote, which is one line, or one behind an empty one.
+/// The record that one writer wrote: one line, or an empty line and one.
 template <typename Write>
 Record read_back(Write write) {
     Text_stream out("");
@@ -162,7 +162,7 @@ Record read_back(Write write) {
     return record;
 }
 
-/// A key and its value, white space around the sign between them left out.
+/// A key and its value, without the white space around the sign between them.
 void check_key_and_value(const std::string& line, const Record& record) {
     if (record.type > Record::type_empty)
         return;
@@ -207,7 +207,7 @@ void check_copy(const Record& record) {
     FUZZ_CHECK(copy.value_text - copy.text == record.value_text - record.text);
 }
 
-/// What is read once is written as it was read, and read again as the same.
+/// A record that is written and read again is the same.
 void check_read_back(const Record& record) {
     if (record.type == Record::type_section) {
         const Record again = read_back([&](Data_stream& out) { return Record::start_section(out, record.get_name()); });
@@ -233,7 +233,7 @@ void check_numbers_read_back(const Record& record) {
     FUZZ_CHECK(read_back([&](Data_stream& out) { return Record::out_bool(out, key, flag); }).as_bool() == flag);
     const double value = record.as_double(-1);
     const Record again = read_back([&](Data_stream& out) { return Record::out_double(out, key, value, -1); });
-    if (std::fabs(value) < 1e15) // more has no room for all its decimals
+    if (std::fabs(value) < 1e15) // a larger one does not fit with all its decimals
         FUZZ_CHECK(std::fabs(again.as_double(-1) - value) <= 1e-14 + std::fabs(value) * 1e-15);
 }
 

@@ -1,8 +1,8 @@
-// Runs a fuzz target without a fuzzer: on the inputs named, and on mutations of them that are the same in every run.
+// Runs a fuzz target without a fuzzer: on the given inputs, and on mutations of them that are the same in every run.
 // usage: <name>_replay [--mutations COUNT] FILE_OR_FOLDER...
 //
-// An input that ends the process is left behind as <program>.failed_input in the working folder; it can be given to
-// this program, or to the fuzzer, again.
+// An input that ends the process is saved as <program>.failed_input in the working folder, for another run of this
+// program or of the fuzzer.
 
 #include "fuzz_target.h"
 
@@ -18,54 +18,54 @@
 #include <unistd.h>
 #include <vector>
 
-/// The sanitizers' own, when there are any: what to call before they end the process.
+/// Of the sanitizers, when there are any: sets what they call before they end the process.
 extern "C" void __sanitizer_set_death_callback(void (*callback)()) __attribute__((weak));
 
 namespace {
 
 using Input = std::string;
 
-// ---- Leaving a fatal input behind ----
+// ---- Saving a fatal input ----
 
 const Input* current = nullptr;
 std::string failed_input_path;
-std::string note_of_failed_input;
+std::string message_of_failed_input;
 
 /// Makes system calls only: the process is about to die.
-void leave_current_input() {
+void save_current_input() {
     const Input* const input = current;
     current = nullptr;
     if (!input)
         return;
     const int fd = open(failed_input_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
     if (fd < 0 || write(fd, input->data(), input->size()) != static_cast<ssize_t>(input->size()) ||
-        write(STDERR_FILENO, note_of_failed_input.data(), note_of_failed_input.size()) < 0)
+        write(STDERR_FILENO, message_of_failed_input.data(), message_of_failed_input.size()) < 0)
         return;
     close(fd);
 }
 
-extern "C" void leave_input_and_die(int signal_number) {
-    leave_current_input();
+extern "C" void save_input_and_die(int signal_number) {
+    save_current_input();
     std::signal(signal_number, SIG_DFL);
     std::raise(signal_number);
 }
 
-/// An input that makes the tested code end the process in an orderly way is a finding, too.
-void leave_input_at_exit() {
+/// An input with which the tested code calls `exit` is a finding, too.
+void save_input_at_exit() {
     if (!current)
         return;
-    leave_current_input();
+    save_current_input();
     _exit(1);
 }
 
-void leave_fatal_inputs(const char* program) {
+void save_fatal_inputs(const char* program) {
     failed_input_path = std::filesystem::path(program).filename().string() + ".failed_input";
-    note_of_failed_input = "the input is in " + std::filesystem::absolute(failed_input_path).string() + "\n";
+    message_of_failed_input = "the input is in " + std::filesystem::absolute(failed_input_path).string() + "\n";
     for (const int signal_number : {SIGABRT, SIGFPE, SIGILL, SIGSEGV, SIGBUS})
-        std::signal(signal_number, leave_input_and_die);
-    std::atexit(leave_input_at_exit);
+        std::signal(signal_number, save_input_and_die);
+    std::atexit(save_input_at_exit);
     if (__sanitizer_set_death_callback)
-        __sanitizer_set_death_callback(leave_current_input);
+        __sanitizer_set_death_callback(save_current_input);
 }
 
 void run(const Input& input) {
@@ -107,7 +107,7 @@ class Mutator {
     }
 
   private:
-    /// Not of the library's distributions, which differ from one library to the next.
+    /// The distributions of the standard library differ from one library to another.
     std::size_t below(std::size_t limit) { return limit == 0 ? 0 : engine_() % limit; }
     const Input& seed() { return seeds_[below(seeds_.size())]; }
     /// A place in the input, its end included, and a count of bytes from there on.
@@ -150,7 +150,7 @@ class Mutator {
 } // namespace
 
 int main(int argc, char** argv) {
-    leave_fatal_inputs(argv[0]);
+    save_fatal_inputs(argv[0]);
     unsigned long mutations = 0;
     std::vector<Input> seeds;
     for (int i = 1; i < argc; ++i) {
@@ -159,7 +159,7 @@ int main(int argc, char** argv) {
             continue;
         }
         if (!std::filesystem::exists(argv[i])) {
-            std::fprintf(stderr, "there is no %s\n", argv[i]);
+            std::fprintf(stderr, "%s does not exist\n", argv[i]);
             return 1;
         }
         const std::vector<Input> more = inputs_in(argv[i]);

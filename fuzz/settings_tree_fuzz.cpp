@@ -1,9 +1,9 @@
 // Bytes of every sort, loaded into a settings tree with a container in a container, a list, a pointer and an
-// enumeration. The first byte of an input says what is done with the others: odd, they are given correct checksums
-// first, so that what lies behind those is reached.
+// enumeration. With an odd first byte the other bytes get correct checksums first, so that the code after the check of
+// the checksums is reached.
 //
-// Whatever the bytes: nothing is read beyond them, a value that loading reports as intact is saved and loaded again as
-// it is, and the pointer leads into the tree.
+// With any bytes: nothing is read beyond them, a value that loading reports as intact is saved and loaded again
+// unchanged, and the pointer points into the tree.
 
 #include "fuzz_target.h"
 #include <support/builders/mended_checksums.h>
@@ -25,7 +25,7 @@ namespace {
 using NV_store::NV_buffer_iterator;
 using NV_store::NV_iterator;
 
-/// A list, whose entries may share their ids.
+/// A list, whose items may share their ids.
 class List : public NV_store::NV_container {
   public:
     using NV_container::NV_container;
@@ -58,7 +58,7 @@ struct Tree : NV_store::NV_root {
     NV_store::NV_pointer chosen{this, this, 6, "chosen"};
     NV_store::NV_number<unsigned char, 17> last{this, 7, 9, "last"};
 
-    /// Loads from bytes that lie in memory exactly as long as they are.
+    /// Loads from a copy of the bytes in memory of exactly their size, so that reading beyond them is found.
     NV_store::NV_load_result load(const std::string& bytes) {
         const std::unique_ptr<unsigned char[]> exact(new unsigned char[bytes.size()]);
         std::memcpy(exact.get(), bytes.data(), bytes.size());
@@ -68,11 +68,11 @@ struct Tree : NV_store::NV_root {
         return load_all(*this, it);
     }
     std::string record() {
-        unsigned char room[1000];
-        NV_buffer_iterator it(room, sizeof room, 0);
+        unsigned char buffer[1000];
+        NV_buffer_iterator it(buffer, sizeof buffer, 0);
         it.set_mode(NV_iterator::writing_all);
         FUZZ_CHECK(serialise(&it));
-        return std::string(room, room + it.length());
+        return std::string(buffer, buffer + it.length());
     }
     bool has(const NV_item* item) {
         for (NV_item* own = this; own; own = own->get_next_in_tree(this))
@@ -96,7 +96,7 @@ void check(const std::string& bytes) {
     tree.signal_all();
 }
 
-/// What the library has to say about damage would be most of the work.
+/// Printing the reports of damage would take most of the time.
 void be_silent() {
     static const bool silent = [] {
         Debug::Print::set_sink([](std::string_view) {});

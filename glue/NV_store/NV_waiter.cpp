@@ -5,7 +5,6 @@
 
 #include <platform/waiter.h>
 
-#include <cstdlib>
 #include <iterator>
 
 namespace NV_store {
@@ -79,7 +78,7 @@ bool NV_waiter_reg::send_event(const NV_root* root, bool force) const {
     event.source = static_cast<std::int16_t>(module_id);
     event.target = target_;
     const bool sent = descriptor_->send_event(event, false, true);
-    std::free(event.payload);
+    release_payload(event);
     return sent;
 }
 

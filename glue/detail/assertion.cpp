@@ -10,7 +10,7 @@ namespace glue_detail {
 namespace {
 
 /// A source's path as the message shows it, in two pieces: "glue/<subsystem>" and "/<file>". The folders between them
-/// are left out on purpose: who reads the message knows the class, and its text stays the same when a file moves.
+/// are omitted on purpose: the file names the class, and the message stays the same when a file moves.
 struct Shown_path {
     std::string_view subsystem;
     std::string_view file;
@@ -18,12 +18,12 @@ struct Shown_path {
 
 Shown_path shown_path(std::string_view path) {
     const auto root = path.rfind("glue/");
-    const std::string_view from_glue_on = root == std::string_view::npos ? path : path.substr(root);
-    const auto subsystem_end = from_glue_on.find('/', std::strlen("glue/"));
-    const auto file_start = from_glue_on.rfind('/');
+    const std::string_view shown = root == std::string_view::npos ? path : path.substr(root);
+    const auto subsystem_end = shown.find('/', std::strlen("glue/"));
+    const auto file_start = shown.rfind('/');
     if (root == std::string_view::npos || subsystem_end == std::string_view::npos)
-        return {from_glue_on, {}};
-    return {from_glue_on.substr(0, subsystem_end), from_glue_on.substr(file_start)};
+        return {shown, {}};
+    return {shown.substr(0, subsystem_end), shown.substr(file_start)};
 }
 
 int length(std::string_view text) {

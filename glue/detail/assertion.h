@@ -1,7 +1,7 @@
 #pragma once
 
-/// Ends the process when `condition` is false, in every build: a broken build or a broken caller must not go on
-/// steering a machine. Prints the source path from "glue/" on, the line, the function and the failed condition.
+/// Ends the process when `condition` is false, in every build: a machine must not be steered by a broken build or a
+/// broken caller. Prints the source path from "glue/" on, the line, the function and the failed condition.
 #define GLUE_ASSERT(condition)                                                                                         \
     ((condition) ? static_cast<void>(0)                                                                                \
                  : ::glue_detail::assertion_failed(#condition, __FILE__, __LINE__, __PRETTY_FUNCTION__))

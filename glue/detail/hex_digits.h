@@ -13,7 +13,7 @@ constexpr int hex_value(unsigned char digit) {
     return -1;
 }
 
-/// The value of `count` hexadecimal digits; -1 when one of the characters is something else.
+/// The value of `count` hexadecimal digits; -1 when one of the characters is no such digit.
 constexpr int hex_value(const unsigned char* digits, unsigned count) {
     int value = 0;
     for (unsigned i = 0; i < count; ++i) {
@@ -25,7 +25,7 @@ constexpr int hex_value(const unsigned char* digits, unsigned count) {
     return value;
 }
 
-/// The upper-case digit of a value from 0 to 15.
+/// The upper-case digit for a value from 0 to 15.
 constexpr unsigned char hex_digit(unsigned value) {
     return static_cast<unsigned char>("0123456789ABCDEF"[value & 15U]);
 }

@@ -13,7 +13,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdlib>
 #include <string>
 
 namespace {
@@ -126,7 +125,7 @@ void Diner::handle_next_event() {
         return;
     if (!is_wake_call(event) && !is_ending())
         handle_event(event);
-    std::free(event.payload);
+    release_payload(event);
 }
 
 /// Makes the loop look again at its state and its timeouts, which it does after every event: where one waits already,

@@ -5,8 +5,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdlib>
-#include <utility>
 
 namespace {
 
@@ -19,8 +17,11 @@ waiter_descriptor::waiter_descriptor(module_man& modules) {
 }
 
 waiter_descriptor::~waiter_descriptor() {
-    for (unsigned i = 0; i < events_.size(); ++i)
-        std::free(events_.at(i).payload);
+    waiter_event event;
+    while (!events_.empty()) {
+        take_oldest(event);
+        release_payload(event);
+    }
 }
 
 void waiter_descriptor::init(module_man& modules) {
@@ -28,22 +29,21 @@ void waiter_descriptor::init(module_man& modules) {
 }
 
 bool waiter_descriptor::send_event(waiter_event& event, [[maybe_unused]] bool urgent, bool merge) {
-    void* lost_payload = nullptr;
+    waiter_event lost;
     bool first_loss = false;
     {
         const std::lock_guard guard(mutex_);
         if (events_.full()) {
             if (merge && merge_with_waiting(event))
                 return true;
-            lost_payload = events_.at(0).payload;
-            events_.consume(1);
+            take_oldest(lost);
             first_loss = dropped_++ == 0;
         }
         events_.push(event);
         event.payload = nullptr;
     }
     arrived_.notify_one();
-    std::free(lost_payload);
+    release_payload(lost);
     if (first_loss)
         Debug::Print::critical("waiter %p (module %d): %u events wait, the oldest is dropped\n",
                                static_cast<void*>(this), module_id_, capacity);
@@ -92,7 +92,7 @@ bool waiter_descriptor::merge_with_waiting(waiter_event& event) {
     for (unsigned i = 0; i < events_.size(); ++i) {
         const waiter_event waiting = events_.at(i);
         if (waiting.source == event.source && waiting.code == event.code && waiting.target == event.target) {
-            std::free(std::exchange(event.payload, nullptr));
+            release_payload(event);
             return true;
         }
     }

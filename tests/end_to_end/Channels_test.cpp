@@ -1,5 +1,5 @@
 // Bytes through every kind of stream, both ways at once: with the kind's natural peer and with socat, with every other
-// kind, and while the system does what it may: interrupts calls, and moves less than it was asked to.
+// kind, and while the system interrupts calls and moves fewer bytes than requested.
 
 #include <support/builders/Random.h>
 #include <support/fakes/Captured_descriptor.h>
@@ -24,12 +24,12 @@ namespace {
 
 constexpr std::size_t mebibyte = 1 << 20;
 
-// What passes each way.
+// Bytes that are sent each way.
 constexpr std::size_t through_a_kind = 8 * mebibyte;
 constexpr std::size_t through_two_kinds = mebibyte / 4; // there are many pairs
 constexpr std::size_t in_a_storm = 2 * mebibyte;
 
-/// Sends both ways at once; once there and back through a channel that echoes.
+/// Sends both ways at the same time; through a channel that echoes, in one transfer.
 void expect_carries(Stream_end& one, Stream_end& other, std::size_t amount) {
     Random random;
     Transfer there(one, other, amount, random);
@@ -57,21 +57,21 @@ TEST_P(Every_channel, carries_8_mebibytes_each_way_at_once) {
 
 INSTANTIATE_TEST_SUITE_P(Channels, Every_channel, testing::ValuesIn(channel_kinds()), name_of_kind);
 
-// ---- Every kind joined with every kind ----
+// ---- Every kind connected with every kind ----
 
-/// Passes on what one end receives to another, in a thread: each way as the relay does it, where both streams receive
-/// by themselves, else by the ends' own reading and writing.
-class Joint {
+/// Forwards the bytes that each of two ends receives to the other, in threads: as the relay does when both streams
+/// receive by themselves, otherwise with the ends' own reading and writing.
+class Connection {
   public:
-    Joint(Stream_end& one, Stream_end& other) : one_(one), other_(other) {
+    Connection(Stream_end& one, Stream_end& other) : one_(one), other_(other) {
         if (one.receiving_stream() && other.receiving_stream()) {
             threads_[0] = std::thread([this] { relay(); });
         } else {
-            threads_[0] = std::thread([this] { pass_on(one_, other_); });
-            threads_[1] = std::thread([this] { pass_on(other_, one_); });
+            threads_[0] = std::thread([this] { forward(one_, other_); });
+            threads_[1] = std::thread([this] { forward(other_, one_); });
         }
     }
-    ~Joint() {
+    ~Connection() {
         over_ = true;
         for (std::thread& thread : threads_)
             if (thread.joinable())
@@ -90,17 +90,17 @@ class Joint {
         }
     }
 
-    void pass_on(Stream_end& from, Stream_end& to) {
+    void forward(Stream_end& from, Stream_end& to) {
         std::array<unsigned char, 4096> piece;
         const std::size_t longest = std::min<std::size_t>(piece.size(), to.manners().longest_piece);
         while (!over_) {
             const std::size_t count = from.read(piece.data(), longest);
             if (count == 0)
                 from.wait_for_bytes();
-            for (std::size_t gone = 0; gone < count && !over_;) {
-                const std::size_t taken = to.write(piece.data() + gone, count - gone);
-                gone += taken;
-                if (taken == 0)
+            for (std::size_t written = 0; written < count && !over_;) {
+                const std::size_t accepted = to.write(piece.data() + written, count - written);
+                written += accepted;
+                if (accepted == 0)
                     to.wait_for_room();
             }
         }
@@ -114,15 +114,15 @@ class Joint {
 
 using Two_kinds = std::tuple<Channel_kind, Channel_kind>;
 
-/// Two channels whose near ends are joined; what one far end writes the other one reads.
-struct Joined_channels : testing::TestWithParam<Two_kinds> {
-    Joined_channels() { std::signal(SIGPIPE, SIG_IGN); }
+/// Two channels whose near ends are connected: the bytes that one far end writes are read from the other.
+struct Connected_channels : testing::TestWithParam<Two_kinds> {
+    Connected_channels() { std::signal(SIGPIPE, SIG_IGN); }
 };
 
-TEST_P(Joined_channels, carry_bytes_each_way_at_once) {
+TEST_P(Connected_channels, carry_bytes_each_way_at_once) {
     const Channel one = std::get<0>(GetParam()).make();
     const Channel other = std::get<1>(GetParam()).make();
-    const Joint joint(*one.near_end, *other.near_end);
+    const Connection connection(*one.near_end, *other.near_end);
     expect_carries(*one.far_end, *other.far_end, through_two_kinds);
 }
 
@@ -135,13 +135,13 @@ std::vector<Two_kinds> pairs_of_kinds() {
     return pairs;
 }
 
-INSTANTIATE_TEST_SUITE_P(Channels, Joined_channels, testing::ValuesIn(pairs_of_kinds()), [](const auto& test) {
+INSTANTIATE_TEST_SUITE_P(Channels, Connected_channels, testing::ValuesIn(pairs_of_kinds()), [](const auto& test) {
     return std::string(std::get<0>(test.param).name) + "__" + std::get<1>(test.param).name;
 });
 
 // ---- In a storm ----
 
-/// Lets calls move from 1 byte to all that they were asked to.
+/// Makes calls move a random number of bytes, from 1 to all that were requested.
 class Short_calls {
   public:
     Short_calls() {
@@ -151,7 +151,7 @@ class Short_calls {
 
   private:
     std::size_t cut(std::size_t size) {
-        constexpr std::size_t size_of_counter = 8; // an event descriptor's, which is written and read whole
+        constexpr std::size_t size_of_counter = 8; // of an event descriptor, which is written and read whole
         thread_local std::mt19937 random(static_cast<unsigned>(gettid()));
         const std::size_t rest = size <= size_of_counter ? size : 1 + random() % size;
         if (rest < size)
@@ -165,14 +165,15 @@ class Short_calls {
 
 using Stormy_channel = Channel_test;
 
-TEST_P(Stormy_channel, loses_nothing_when_calls_are_interrupted_and_move_less_than_asked) {
-    const Captured_descriptor complaints(STDERR_FILENO); // interrupted waits are told
+TEST_P(Stormy_channel, loses_nothing_when_calls_are_interrupted_and_move_less_than_requested) {
+    const Captured_descriptor reports(STDERR_FILENO); // of interrupted waits
     const Short_calls short_calls;
     const Channel channel = GetParam().make();
     const Signal_storm storm;
     expect_carries(*channel.near_end, channel.other_end(), in_a_storm);
+    EXPECT_EQ(reports.text().find("CLIENT TOO SLOW"), std::string::npos) << "the test did not read for half a second";
     EXPECT_GT(storm.count(), 20U);
-    // What never leaves the process makes no call.
+    // Bytes that never leave the process make no call.
     EXPECT_TRUE(short_calls.count() > 0 || GetParam().name == std::string("virtual_pair"));
 }
 

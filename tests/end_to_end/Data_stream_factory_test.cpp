@@ -41,7 +41,7 @@ struct Data_stream_factory : testing::Test {
     Stream make(const std::string& spec, Data_stream_create_options options = {}) {
         return Event_sender_data_stream_create_unique(modules, spec.c_str(), label, sizeof label, options);
     }
-    /// What is said on standard error about a text that makes no stream.
+    /// The message on standard error about a text that makes no stream.
     std::string refusal_of(const std::string& spec) {
         const Captured_descriptor error_output(2);
         const Stream stream = make(spec);
@@ -75,8 +75,27 @@ TEST_F(Data_stream_factory, makes_each_kind_from_its_text) {
     EXPECT_TRUE(is<Posix_threaded_serial_data_stream>(make(line.path())));
 }
 
+TEST_F(Data_stream_factory, kinds_differ_in_what_they_can_do) {
+    const Pty_pair line;
+    const Stream serial = make(line.path());
+    EXPECT_TRUE(serial->pause());
+    serial->resume();
+    EXPECT_FALSE(make("tcp:0")->pause());
+    for (const std::string spec : {"tcp:0", "tcpb:0", "tcpc:port=1", line.path().c_str()}) {
+        const Stream stream = make(spec);
+        EXPECT_TRUE(stream->traces_itself()) << spec;
+        EXPECT_FALSE(stream->has_ended()) << spec;
+        EXPECT_FALSE(make("aim," + spec)->traces_itself()) << spec;
+    }
+    const Stream child = make("exec:true");
+    EXPECT_FALSE(child->traces_itself());
+    EXPECT_TRUE(eventually([&] { return child->has_ended(); }));
+    const Stream framed_child = make("aim,exec:true");
+    EXPECT_TRUE(eventually([&] { return framed_child->has_ended(); }));
+}
+
 TEST_F(Data_stream_factory, makes_the_console) {
-    // In a process of its own, whose standard input it may change.
+    // In a process of its own, because it changes the standard input.
     EXPECT_EXIT(
         {
             const bool made = is<Posix_console_data_stream>(make("cons:anything"));
@@ -85,7 +104,7 @@ TEST_F(Data_stream_factory, makes_the_console) {
         testing::ExitedWithCode(0), "");
 }
 
-TEST_F(Data_stream_factory, asks_the_kinds_in_their_order) {
+TEST_F(Data_stream_factory, tries_the_kinds_in_their_order) {
     EXPECT_TRUE(is<Process_data_stream>(make("tcpc:port=1 exec:true")));
     EXPECT_TRUE(is<TCP_client_data_stream>(make("tcpc:port=1,addr=tcp:0")));
     EXPECT_TRUE(is<TCP_server_data_stream>(make("tcp:0 tcpb:0")));
@@ -103,7 +122,7 @@ TEST_F(Data_stream_factory, bytes_pass_through_a_made_stream) {
     EXPECT_TRUE(eventually([&] { return buffered(*stream) == "answer"; }));
 }
 
-TEST_F(Data_stream_factory, module_id_is_the_modules_where_the_kind_takes_one) {
+TEST_F(Data_stream_factory, module_id_is_assigned_where_the_kind_needs_one) {
     std::int16_t before = 0;
     modules.init_module(&before, false);
     const Stream stream = make("tcp:0");
@@ -114,7 +133,7 @@ TEST_F(Data_stream_factory, module_id_is_the_modules_where_the_kind_takes_one) {
 
 // ---- Ownership ----
 
-TEST_F(Data_stream_factory, gives_raw_shared_and_unique_ownership) {
+TEST_F(Data_stream_factory, returns_raw_shared_and_unique_ownership) {
     const Stream raw(Event_sender_data_stream_create_raw(modules, "tcp:0", nullptr, 0, {}));
     EXPECT_TRUE(raw);
     EXPECT_TRUE(Event_sender_data_stream_create(modules, "tcp:0", nullptr, 0, {}));
@@ -123,7 +142,7 @@ TEST_F(Data_stream_factory, gives_raw_shared_and_unique_ownership) {
 
 // ---- Labels ----
 
-TEST_F(Data_stream_factory, hands_the_label_back) {
+TEST_F(Data_stream_factory, returns_the_label) {
     EXPECT_TRUE(make("front/receiver,tcp:0"));
     EXPECT_STREQ(label, "front/receiver");
     EXPECT_TRUE(make("/,tcp:0"));
@@ -132,7 +151,7 @@ TEST_F(Data_stream_factory, hands_the_label_back) {
     EXPECT_STREQ(label, "");
 }
 
-TEST_F(Data_stream_factory, label_reaches_as_far_as_it_can) {
+TEST_F(Data_stream_factory, label_is_as_long_as_possible) {
     EXPECT_TRUE(make("a/b,c/d,tcp:0"));
     EXPECT_STREQ(label, "a/b,c/d");
     EXPECT_TRUE(make("a/b,tcpc:port=1,addr=127.0.0.1"));
@@ -160,7 +179,7 @@ TEST_F(Data_stream_factory, label_is_empty_when_there_is_no_stream) {
 
 // ---- The AIM adapter ----
 
-TEST_F(Data_stream_factory, wraps_a_stream_when_asked_to) {
+TEST_F(Data_stream_factory, wraps_a_stream_on_request) {
     const Pty_pair line;
     const Stream stream = make("aim," + line.path());
     EXPECT_TRUE(is<AIM_data_stream_adapter>(stream));
@@ -170,14 +189,14 @@ TEST_F(Data_stream_factory, wraps_a_stream_when_asked_to) {
     EXPECT_STREQ(label, "a/b");
 }
 
-TEST_F(Data_stream_factory, prefix_counts_only_in_front) {
+TEST_F(Data_stream_factory, prefix_counts_only_at_the_beginning) {
     EXPECT_TRUE(is<TCP_server_data_stream>(make("AIM,tcp:0")));
     EXPECT_TRUE(is<TCP_server_data_stream>(make(" aim,tcp:0")));
-    EXPECT_TRUE(is<AIM_data_stream_adapter>(make("aim,aim,tcp:0"))); // the second one is text that the server ignores
+    EXPECT_TRUE(is<AIM_data_stream_adapter>(make("aim,aim,tcp:0"))); // the server ignores the second one
 }
 
 TEST_F(Data_stream_factory, wraps_a_labelled_console) {
-    // In a process of its own, whose standard input it may change.
+    // In a process of its own, because it changes the standard input.
     EXPECT_EXIT(
         {
             const Stream stream = make("a/b,aim,cons:");
@@ -207,9 +226,9 @@ TEST_F(Data_stream_factory, time_outs_are_applied_unless_they_are_negative) {
     EXPECT_EQ(Time_outs::of(make(line.path(), {200, 2147483647})), Pair(200, 2147483647));
 }
 
-// What a stream answers when its line is full. A full line may take more a moment later, when the system has moved
-// what lies in it: the answer counted is the first that takes nothing.
-int answer_when_full(Data_stream& stream) {
+// The result of writing to a stream whose line is full. A full line may accept more a moment later, when the system has
+// moved its bytes: the result is the first one that accepts none.
+int result_when_full(Data_stream& stream) {
     const std::string much(1 << 20, 'x');
     int answer;
     do
@@ -220,15 +239,15 @@ int answer_when_full(Data_stream& stream) {
 
 TEST_F(Data_stream_factory, write_time_out_is_applied_when_it_is_not_negative) {
     const Pty_pair line;
-    EXPECT_EQ(answer_when_full(*make(line.path())), -1); // the system's own answer: no time-out
+    EXPECT_EQ(result_when_full(*make(line.path())), -1); // the system's own result: no time-out
     Data_stream_create_options options;
     options.write_timeout_ms = 0;
-    EXPECT_EQ(answer_when_full(*make(line.path(), options)), 0);
+    EXPECT_EQ(result_when_full(*make(line.path(), options)), 0);
 }
 
 // ---- Texts that make no stream ----
 
-TEST_F(Data_stream_factory, text_that_no_kind_takes_is_named_whole) {
+TEST_F(Data_stream_factory, text_that_no_kind_accepts_is_printed_whole) {
     EXPECT_THAT(refusal_of("a/b,/nonexistent/device:9600"),
                 EndsWith("Error: can't parse a/b,/nonexistent/device:9600 into a port specification\n"));
     EXPECT_EQ(refusal_of(""), "Error: can't parse  into a port specification\n");
@@ -237,14 +256,14 @@ TEST_F(Data_stream_factory, text_that_no_kind_takes_is_named_whole) {
     EXPECT_THAT(refusal_of("con:"), EndsWith("Error: can't parse con: into a port specification\n"));
 }
 
-TEST_F(Data_stream_factory, text_that_is_too_long_is_no_kind_s) {
+TEST_F(Data_stream_factory, text_that_is_too_long_makes_no_stream) {
     const std::string longest = "tcp:0" + std::string(longest_stream_specification - 5, ' ');
     EXPECT_TRUE(make(longest));
     EXPECT_EQ(refusal_of(longest + " "), "Error: can't parse " + longest + "  into a port specification\n");
     EXPECT_THAT(refusal_of(std::string(1 << 20, 'x')), EndsWith("into a port specification\n"));
 }
 
-TEST_F(Data_stream_factory, port_that_is_no_int_lets_the_exception_out) {
+TEST_F(Data_stream_factory, port_that_is_no_int_throws) {
     EXPECT_THROW(make("tcp:99999999999"), std::out_of_range);
     EXPECT_THROW(make("tcpb:99999999999"), std::out_of_range);
 }
@@ -268,7 +287,7 @@ TEST_F(Data_stream_factory, random_texts_never_crash) {
 
 // ---- The documentation ----
 
-/// The examples of the page on stream specifications, under the heading they stand under.
+/// The examples of the page on stream specifications, each with its heading.
 std::vector<std::pair<std::string, std::string>> documented_examples() {
     std::ifstream page(STREAM_SPECIFICATIONS_PAGE);
     std::vector<std::pair<std::string, std::string>> examples;
@@ -301,19 +320,19 @@ std::string kind_of(const Stream& stream) {
     return "none";
 }
 
-TEST_F(Data_stream_factory, documented_examples_make_the_kinds_they_stand_under) {
+TEST_F(Data_stream_factory, documented_examples_make_the_kinds_of_their_headings) {
     const auto examples = documented_examples();
     EXPECT_GE(examples.size(), 13U);
     for (auto [heading, example] : examples) {
         if (heading == "Console")
-            continue; // has a test of its own, in a process of its own
+            continue; // tested above, in a process of its own
         const Pty_pair line;
         const std::string device = "/dev/ttyS1";
         const auto at = example.find(device);
         if (at != std::string::npos)
             example.replace(at, device.size(), line.path());
         if (example.find("rs485") != std::string::npos)
-            continue; // a pseudo terminal has no line driver; the serial line's own tests have one
+            continue; // a pseudo terminal has no line driver; the tests of the serial line simulate one
         const Stream stream = make(example);
         ASSERT_TRUE(stream) << example;
         EXPECT_TRUE(heading.empty() || kind_of(stream) == heading) << example;

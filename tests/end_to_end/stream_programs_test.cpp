@@ -1,4 +1,4 @@
-// The programs over streams of every kind, with socat at the other end.
+// The programs with streams of every kind, and socat at the other end.
 
 #include <support/processes/Program.h>
 #include <support/streams/TCP_socket.h>
@@ -50,10 +50,10 @@ TEST_F(Stream_programs, monitor_sends_a_command_first) {
     const auto result = Program(RECEIVER_MONITOR, {line.path(), "--send", "VER", "--duration", "1"}).run();
     receiver.join();
     EXPECT_EQ(seen, "VER\r\n");
-    EXPECT_EQ(result.status, 2); // a reply is no frame
+    EXPECT_EQ(result.status, 2); // no frame was received
 }
 
-TEST_F(Stream_programs, monitor_traces_when_asked_to) {
+TEST_F(Stream_programs, monitor_traces_on_request) {
     const auto result =
         Program(RECEIVER_MONITOR, {"tcpc:port=1", "--send", "VER", "--trace", "--duration", "0.1"}).run();
     EXPECT_EQ(result.status, 2);

@@ -142,6 +142,15 @@ TEST_F(Waiter, payload_moves_from_sender_to_queue_to_receiver) {
     std::free(received.payload);
 }
 
+TEST_F(Waiter, release_frees_a_payload_once) {
+    waiter_event event = event_of(1);
+    release_payload(event); // none yet
+    event.payload = std::malloc(16);
+    release_payload(event);
+    EXPECT_EQ(event.payload, nullptr);
+    release_payload(event);
+}
+
 TEST_F(Waiter, payload_of_a_merged_event_is_released) {
     fill();
     waiter_event merged = event_of(500);

@@ -233,9 +233,9 @@ TEST(Monitor_ends, at_an_interrupt) {
         const Interrupt interrupt;
         Text_file output;
         Monitor monitor({}, input, interrupt, output.get());
-        EXPECT_FALSE(interrupt.has_come());
+        EXPECT_FALSE(interrupt.is_requested());
         raise(signal);
-        EXPECT_TRUE(interrupt.has_come());
+        EXPECT_TRUE(interrupt.is_requested());
         EXPECT_EQ(monitor.run(), Monitor::End::interrupt);
     }
 }

@@ -11,32 +11,32 @@ namespace {
 constexpr unsigned capacity = Data_stream::rx_capacity;
 
 struct Queue_end_test : testing::Test {
-    Queue_end::Pair pair = Queue_end::make_pair(Queue_end::take_what_fits, Queue_end::whole);
+    Queue_end::Pair pair = Queue_end::make_pair(Queue_end::what_fits, Queue_end::whole_frames);
     Queue_end& loose = *pair.first;
     Queue_end& strict = *pair.second;
 };
 
-TEST_F(Queue_end_test, what_is_written_to_one_arrives_at_the_other) {
+TEST_F(Queue_end_test, bytes_written_to_one_end_are_received_by_the_other) {
     EXPECT_EQ(write_bytes(loose, "there"), 5);
     EXPECT_EQ(write_bytes(strict, "back"), 4);
     EXPECT_EQ(take_buffered(strict), "there");
     EXPECT_EQ(take_buffered(loose), "back");
 }
 
-TEST_F(Queue_end_test, takes_what_fits) {
+TEST_F(Queue_end_test, accepts_what_fits) {
     EXPECT_EQ(write_bytes(loose, numbered(capacity + 1)), static_cast<int>(capacity));
     EXPECT_EQ(write_bytes(loose, "x"), 0);
     EXPECT_EQ(take_buffered(strict), numbered(capacity));
 }
 
-TEST_F(Queue_end_test, takes_a_frame_and_its_line_feed) {
+TEST_F(Queue_end_test, accepts_a_frame_and_its_line_feed) {
     EXPECT_EQ(write_bytes(strict, numbered(capacity - 1)), static_cast<int>(capacity - 1));
     EXPECT_EQ(write_bytes(strict, "\n"), 1);
     EXPECT_EQ(write_bytes(strict, "\n"), 0); // full
     EXPECT_EQ(take_buffered(loose), numbered(capacity - 1) + "\n");
 }
 
-TEST_F(Queue_end_test, takes_neither_frame_nor_line_feed_without_room_for_both) {
+TEST_F(Queue_end_test, refuses_frame_and_line_feed_when_they_do_not_fit_together) {
     EXPECT_EQ(write_bytes(strict, numbered(capacity)), 0);
     EXPECT_EQ(write_bytes(strict, "\n"), 0);
     EXPECT_EQ(loose.bytes_avail(), 0U);
@@ -51,7 +51,7 @@ TEST_F(Queue_end_test, nothing_can_be_fetched) {
     EXPECT_FALSE(loose.bytes_avail(1U));
 }
 
-TEST_F(Queue_end_test, tells_the_other_end_what_has_arrived) {
+TEST_F(Queue_end_test, notifies_the_waiter_of_the_other_end) {
     Recording_waiter waiter;
     strict.reg_rx_waiter(waiter, false);
     write_bytes(loose, "abc");

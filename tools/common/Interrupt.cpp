@@ -9,20 +9,20 @@
 namespace {
 
 // The handlers run in any thread.
-std::atomic<bool> came{false};
+std::atomic<bool> requested{false};
 std::atomic<unsigned> switches{0};
 static_assert(std::atomic<bool>::is_always_lock_free && std::atomic<unsigned>::is_always_lock_free,
               "a signal handler cannot wait for a lock");
-int ends[2] = {-1, -1}; // to read, to write
+int ends[2] = {-1, -1}; // of a pipe: reading, writing
 
 void make_readable() {
     const int error = errno;
-    [[maybe_unused]] const ssize_t written = write(ends[1], "!", 1); // a full pipe is readable all the more
+    [[maybe_unused]] const ssize_t written = write(ends[1], "!", 1); // a full pipe is readable already
     errno = error;
 }
 
 extern "C" void note_signal(int) {
-    came = true;
+    requested = true;
     make_readable();
 }
 
@@ -31,8 +31,8 @@ extern "C" void note_switch(int) {
     make_readable();
 }
 
-/// Moves a descriptor out of the standard ones' range: where one of those is closed its number is free, and what is
-/// meant for it would go through the pipe.
+/// Gives a descriptor a number above the standard ones. Where one of those is closed its number is free, and bytes
+/// written to standard output would go into the pipe.
 void raise_above_standard(int& fd) {
     constexpr int first_own_descriptor = 3;
     if (fd < 0 || fd >= first_own_descriptor)
@@ -45,14 +45,14 @@ void raise_above_standard(int& fd) {
 void handle(int signal, void (*handler)(int), int flags = 0) {
     struct sigaction action {};
     action.sa_handler = handler;
-    action.sa_flags = flags; // without SA_RESTART a blocked write to a stuck reader ends too
+    action.sa_flags = flags; // without SA_RESTART a write that blocks returns, too
     sigaction(signal, &action, nullptr);
 }
 
 } // namespace
 
 Interrupt::Interrupt(bool with_switch) {
-    came = false;
+    requested = false;
     switches = 0;
     if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0)
         ends[0] = ends[1] = -1;
@@ -76,15 +76,15 @@ int Interrupt::descriptor() const {
     return ends[0];
 }
 
-bool Interrupt::has_come() const {
-    return came;
+bool Interrupt::is_requested() const {
+    return requested;
 }
 
 unsigned Interrupt::take_switches() {
     char bytes[64];
     while (read(ends[0], bytes, sizeof bytes) > 0) {
     }
-    if (came)
-        make_readable(); // what has just been taken may have been the interrupt's
+    if (requested)
+        make_readable(); // the bytes just read may have been the interrupt's
     return switches.exchange(0);
 }

@@ -4,22 +4,22 @@
 
 /// Shows the traffic of a stream on standard error, whatever kind it is.
 ///
-/// Most kinds do that themselves, as it passes through their descriptor. For those that do not - child processes, AIM
-/// frames - whoever reads and writes the stream tells of it.
+/// Most kinds log their traffic themselves. For the others (child processes, AIM frames) the code that reads and writes
+/// the stream calls `log_read` and `log_written`; for the first these do nothing.
 class Stream_trace {
   public:
     /// Shows nothing.
     Stream_trace() = default;
-    /// The stream outlives this.
+    /// \param stream  outlives the trace
     explicit Stream_trace(Event_sender_data_stream& stream);
 
-    void tell_read(const unsigned char* data, unsigned count) { show("RD", data, count, read_); }
-    void tell_written(const unsigned char* data, unsigned count) { show("WR", data, count, written_); }
+    void log_read(const unsigned char* data, unsigned count) { log("RD", data, count, read_); }
+    void log_written(const unsigned char* data, unsigned count) { log("WR", data, count, written_); }
 
   private:
-    void show(const char* direction, const unsigned char* data, unsigned count, unsigned& counter);
+    void log(const char* direction, const unsigned char* data, unsigned count, unsigned& counter);
 
-    Event_sender_data_stream* stream_ = nullptr; ///< null when there is nothing to be told
+    Event_sender_data_stream* stream_ = nullptr; ///< null when nothing is logged here
     unsigned read_ = 0;
     unsigned written_ = 0;
 };

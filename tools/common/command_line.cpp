@@ -9,7 +9,7 @@ namespace command_line {
 
 namespace {
 
-/// A number without an exponent as long as it is sensibly short.
+/// A number, without an exponent if it has up to 16 digits.
 std::string plain(double number) {
     char text[32];
     std::snprintf(text, sizeof text, "%.16g", number);
@@ -43,7 +43,7 @@ int complain(const CLI::App& app, std::string text) {
 }
 
 std::optional<int> parse(CLI::App& app, int argc, char** argv) {
-    app.set_help_flag("--help,-h", "Say this and exit");
+    app.set_help_flag("--help,-h", "Print this and exit");
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp&) {

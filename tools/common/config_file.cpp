@@ -12,7 +12,7 @@ namespace config_file {
 
 namespace {
 
-/// The option that a key names; null when none does, or none that makes sense in a file.
+/// The option of a key; null when there is none, or none that makes sense in a file.
 CLI::Option* option_named(CLI::App& app, const std::string& key) {
     if (key == "config" || key == "help")
         return nullptr;
@@ -30,21 +30,21 @@ class Reader {
                 given_.insert(option);
     }
 
-    /// What is wrong with a line; nothing when nothing is.
-    std::optional<std::string> take(const unsigned char* line, int len);
+    /// \return an error message for the line; nothing when it is right
+    std::optional<std::string> read(const unsigned char* line, int len);
 
   private:
-    std::optional<std::string> take_key(const Inifile_record& record);
+    std::optional<std::string> read_key(const Inifile_record& record);
     std::optional<std::string> set(CLI::Option& option, const Inifile_record& record);
 
     CLI::App& app_;
     const std::set<std::string>& superseded_;
-    std::set<const CLI::Option*> given_; ///< by the command line
+    std::set<const CLI::Option*> given_; ///< on the command line
     std::set<std::string> seen_;
-    bool is_ours_ = true; ///< the section
+    bool is_own_section_ = true;
 };
 
-std::optional<std::string> Reader::take(const unsigned char* line, int len) {
+std::optional<std::string> Reader::read(const unsigned char* line, int len) {
     const auto length = static_cast<std::size_t>(len);
     if (length > Inifile_record::longest_line)
         return "longer than " + std::to_string(Inifile_record::longest_line) + " characters";
@@ -56,7 +56,7 @@ std::optional<std::string> Reader::take(const unsigned char* line, int len) {
     record.parse();
     switch (record.type) {
     case Inifile_record::type_section:
-        is_ours_ = record.get_name() == app_.get_name();
+        is_own_section_ = record.get_name() == app_.get_name();
         return std::nullopt;
     case Inifile_record::type_comment:
     case Inifile_record::type_blank:
@@ -64,11 +64,11 @@ std::optional<std::string> Reader::take(const unsigned char* line, int len) {
     case Inifile_record::type_none:
         return std::string("neither a key with its value nor a section");
     default:
-        return is_ours_ ? take_key(record) : std::nullopt;
+        return is_own_section_ ? read_key(record) : std::nullopt;
     }
 }
 
-std::optional<std::string> Reader::take_key(const Inifile_record& record) {
+std::optional<std::string> Reader::read_key(const Inifile_record& record) {
     const std::string key = record.get_name();
     CLI::Option* const option = option_named(app_, key);
     if (!option)
@@ -102,10 +102,11 @@ std::optional<std::string> read(CLI::App& app, const std::string& path, const st
     File_data_stream file(handle, nullptr);
     Inifile_parser parser(&file);
     Reader reader(app, superseded);
-    unsigned char line[Inifile_record::longest_line + 5]; // one more than a record holds, to see that it is too long
+    unsigned char
+        line[Inifile_record::longest_line + 5]; // one more than a record holds, to recognise a line that is too long
     int len = 0;
     for (unsigned number = 1; parser.get_packet(line, sizeof line, len, true) != 0; ++number)
-        if (const auto wrong = reader.take(line, len))
+        if (const auto wrong = reader.read(line, len))
             return path + ":" + std::to_string(number) + ": " + *wrong;
     if (std::ferror(handle))
         return "cannot read " + path;

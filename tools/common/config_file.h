@@ -6,23 +6,23 @@
 #include <set>
 #include <string>
 
-/// Options that stand in an ini file: keys are the long names of options without their dashes, "SPEC" and the like for
-/// those without one; flags are "true" or "false".
+/// Options in an ini file: keys are the long names of options without their dashes, or the names of positional ones
+/// ("SPEC"); flags are "true" or "false".
 ///
-///     # of a unit on the bench
+///     # a unit on the bench
 ///     [receiver_monitor]
 ///     format=comma
 ///     log=/data/logs
 ///     quiet=true
 ///
-/// Keys in front of the first section, and those in the section of the program's name, are its options. Other sections
-/// are for other programs.
+/// The keys before the first section, and those in the section of the program's name, are its options. Other sections
+/// belong to other programs.
 namespace config_file {
 
-/// Gives the options that `path` names their values, but for those that the command line has given already, after
-/// checking them in the same way.
-/// \param superseded  keys whose values count no more, because the command line has something in their place
-/// \return what is wrong, with the file and the number of the line, when something is
+/// Sets the options that `path` names, except those that the command line has set. Values are checked as on the command
+/// line.
+/// \param superseded  keys that are ignored, because the command line has set something that replaces them
+/// \return an error message, with the file and the number of the line; nothing on success
 std::optional<std::string> read(CLI::App& app, const std::string& path, const std::set<std::string>& superseded = {});
 
 } // namespace config_file

@@ -1,5 +1,5 @@
 #pragma once
 
-/// Opens whichever of the three standard descriptors is closed, in a way that neither reading nor writing works: else
-/// the next file that is opened would bear its number, and what is meant for standard output would go into that.
+/// Opens each closed standard descriptor on /dev/null: standard input for writing, the outputs for reading, so that using
+/// one still fails. Otherwise the next file that is opened would get its number, and output would be written into it.
 void occupy_standard_descriptors();

@@ -1,7 +1,6 @@
 #include "streams.h"
 
 #include <glue/data_stream/Data_stream_factory.h>
-#include <glue/data_stream/Process_data_stream.h>
 
 #include <platform/module_man.h>
 
@@ -23,11 +22,6 @@ std::unique_ptr<Event_sender_data_stream> open(const std::string& specification)
         std::fprintf(stderr, "Error: a number in %s is too large\n", specification.c_str());
         return nullptr;
     }
-}
-
-bool has_ended(const Event_sender_data_stream& stream) {
-    const auto* const process = dynamic_cast<const Process_data_stream*>(&stream);
-    return process && !process->is_running();
 }
 
 } // namespace streams

@@ -106,7 +106,7 @@ std::optional<Monitor::End> Monitor::take_packets() {
         take_packet(kind, static_cast<unsigned>(len));
     }
     if (!flush())
-        return interrupt_.has_come() ? End::interrupt : End::output_failed;
+        return interrupt_.is_requested() ? End::interrupt : End::output_failed;
     if (has_enough())
         return End::count;
     return std::nullopt;

@@ -18,7 +18,7 @@ Link_input::Arrival Recorded_input::wait(std::optional<Atime> deadline, int wake
 bool Recorded_input::ends_at_wake_up() {
     if (interrupt_.take_switches() % 2 != 0)
         recorder_.toggle();
-    return interrupt_.has_come();
+    return interrupt_.is_requested();
 }
 
 /// Records the bytes that came last: nobody has taken anything of the link since.

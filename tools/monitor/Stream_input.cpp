@@ -1,9 +1,6 @@
 #include "Stream_input.h"
 
-#include "common/streams.h"
-
 #include <algorithm>
-#include <cstdlib>
 #include <poll.h>
 
 namespace {
@@ -29,7 +26,7 @@ Stream_input::~Stream_input() {
 
 Link_input::Arrival Stream_input::wait(std::optional<Atime> deadline, int wake_up_descriptor) {
     for (;;) {
-        const bool ended = streams::has_ended(*source_); // asked first: what came before its end is taken all the same
+        const bool ended = source_->has_ended(); // asked first: what came before its end is taken all the same
         if (take())
             return Arrival::bytes;
         if (ended)
@@ -43,7 +40,7 @@ Link_input::Arrival Stream_input::wait(std::optional<Atime> deadline, int wake_u
         const Atime soon = now + longest_wait_ms;
         waiter_event event;
         if (waiter_.get_event(event, deadline ? std::min(*deadline, soon) : soon) == 0)
-            std::free(event.payload);
+            release_payload(event);
     }
 }
 
@@ -56,7 +53,7 @@ bool Stream_input::take() {
         if (count == 0 || !source_->get_data(room.begin, count, 0))
             break;
         source_->drop(count);
-        trace_.tell_read(room.begin, count);
+        trace_.log_read(room.begin, count);
         rx_buffer.commit(count);
     }
     const unsigned taken = rx_buffer.size() - before;
@@ -71,6 +68,6 @@ int Stream_input::get_data(int n) {
 int Stream_input::_write(const unsigned char* data, unsigned int len) {
     const int written = source_->__write(data, len);
     if (written > 0)
-        trace_.tell_written(data, static_cast<unsigned>(written));
+        trace_.log_written(data, static_cast<unsigned>(written));
     return written;
 }

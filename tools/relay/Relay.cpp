@@ -1,29 +1,36 @@
+//        open             a side ends          buffers are empty, or a second has passed
+// closed -----> connected ----------> draining ------------------------------------------> ended
+//                   ^                                                                        |
+//                   +------------ reconnect: a second later both sides are opened again -----+
+//
+// In "connected" the relay moves bytes and waits for events of the streams. Only a child process ends; all other
+// streams return by themselves.
+
 #include "Relay.h"
 
 #include <platform/Atime.h>
 
 #include <algorithm>
-#include <cstdlib>
 
 namespace {
 
-constexpr int retry_ms = 2;         // a destination that takes nothing does not always say when it does again
-constexpr int look_ms = 50;         // for the end of a child process
-constexpr int restart_ms = 1000;    // between two starts of a child process that ends at once
-constexpr int last_words_ms = 1000; // how long a side that has ended may take to pass on what it said
+constexpr int retry_ms = 2;          // not every destination notifies when it accepts bytes again
+constexpr int poll_interval_ms = 50; // for the end of a child process
+constexpr int restart_ms = 1000;     // between two starts of a child process that ends at once
+constexpr int draining_ms = 1000;    // how long the last bytes of an ended side may take
 
 } // namespace
 
 Relay::Relay(const Options& options) : options_(options) {}
 
 Relay::~Relay() {
-    part();
+    disconnect();
 }
 
 bool Relay::open() {
     if (!open_side(0) || !open_side(1))
         return false;
-    join();
+    connect();
     return true;
 }
 
@@ -32,14 +39,14 @@ bool Relay::open_side(int side) {
     return sides_[side] != nullptr;
 }
 
-void Relay::join() {
+void Relay::connect() {
     forward_ = std::make_unique<Relay_direction>(sides_[0]->end(), sides_[1]->end());
     if (!options_.one_way)
         backward_ = std::make_unique<Relay_direction>(sides_[1]->end(), sides_[0]->end());
 }
 
-/// Leaves nothing of the sides, so that they can be replaced.
-void Relay::part() {
+/// Destroys the directions, then the sides that they use.
+void Relay::disconnect() {
     moved_before_ = moved();
     forward_.reset();
     backward_.reset();
@@ -50,19 +57,13 @@ void Relay::part() {
 bool Relay::work(int ms) {
     const Atime end = Atime::now() + ms;
     while (Atime::now() < end) {
-        const bool ended = side_has_ended(); // asked first: what came before its end is moved all the same
+        const bool ended = side_has_ended(); // before moving: the bytes received until then are moved below
         if (move())
             continue;
-        if (ended) {
-            pass_on_last_words();
-            if (!options_.reconnect || !start_again())
-                return false;
-            continue;
-        }
-        waiter_event event;
-        const Atime next_look = Atime::now() + (has_waiting() ? retry_ms : look_ms);
-        if (waiter_.get_event(event, std::min(end, next_look)) == 0)
-            std::free(event.payload);
+        if (!ended)
+            wait_for_event(end);
+        else if (!finish())
+            return false;
     }
     return true;
 }
@@ -75,22 +76,33 @@ bool Relay::move() {
     return (backward_ && backward_->move()) || moved;
 }
 
-bool Relay::has_waiting() const {
-    return forward_->has_waiting() || (backward_ && backward_->has_waiting()) || sides_[0]->has_waiting() ||
-           sides_[1]->has_waiting();
+void Relay::wait_for_event(Atime deadline) {
+    waiter_event event;
+    const Atime next_poll = Atime::now() + (has_buffered() ? retry_ms : poll_interval_ms);
+    waiter_.get_event(event, std::min(deadline, next_poll));
+    release_payload(event);
 }
 
-void Relay::pass_on_last_words() {
-    const Atime limit = Atime::now() + last_words_ms;
-    while (has_waiting() && Atime::now() < limit)
-        if (!move())
-            Atime::delay(retry_ms);
+bool Relay::has_buffered() const {
+    return forward_->has_buffered() || (backward_ && backward_->has_buffered()) || sides_[0]->has_buffered() ||
+           sides_[1]->has_buffered();
 }
 
-bool Relay::start_again() {
-    part();
+/// A side has ended. \return whether the relay continues with new sides
+bool Relay::finish() {
+    deliver_last_bytes();
+    if (!options_.reconnect)
+        return false;
+    disconnect();
     Atime::delay(restart_ms);
     return open();
+}
+
+void Relay::deliver_last_bytes() {
+    const Atime deadline = Atime::now() + draining_ms;
+    while (has_buffered() && Atime::now() < deadline)
+        if (!move())
+            Atime::delay(retry_ms);
 }
 
 bool Relay::side_has_ended() const {

@@ -9,18 +9,27 @@
 #include <memory>
 #include <string>
 
-/// Joins two streams, each made from a specification, both ways or one.
+/// Connects two streams, each made from a specification string: the bytes that one receives are written to the other,
+/// in both directions or in one.
+///
+///     Relay relay(options);
+///     if (!relay.open())
+///         return 1;                                   // an error was printed
+///     while (!interrupt.is_requested() && relay.work(100)) {
+///     }
+///
+/// **Threads.** One thread uses a relay; the streams have their own.
 class Relay {
   public:
     struct Options {
         std::string specifications[2];
-        bool one_way = false;   ///< from the first to the second only
+        bool one_way = false;   ///< only from the first to the second
         bool log = false;       ///< trace the traffic of both
-        bool reconnect = false; ///< start a child process anew when it has ended
+        bool reconnect = false; ///< start a child process again when it has ended
     };
     struct Moved {
         std::uint64_t forward = 0;  ///< bytes from the first stream to the second
-        std::uint64_t backward = 0; ///< from the second to the first
+        std::uint64_t backward = 0; ///< bytes from the second to the first
     };
 
     explicit Relay(const Options& options);
@@ -29,19 +38,20 @@ class Relay {
     /// Makes both streams. \return false, after a line on standard error, when one cannot be made
     bool open();
 
-    /// Moves bytes for a while. \return false when a side has ended and all that it said was passed on
+    /// Moves bytes for `ms` milliseconds. \return false when a side has ended and its last bytes were delivered
     bool work(int ms);
 
     Moved moved() const;
 
   private:
-    void join();
-    void part();
     bool open_side(int side);
+    void connect();
+    void disconnect();
     bool move();
-    bool has_waiting() const;
-    void pass_on_last_words();
-    bool start_again();
+    void wait_for_event(Atime deadline);
+    bool has_buffered() const;
+    bool finish();
+    void deliver_last_bytes();
     bool side_has_ended() const;
 
     const Options options_;
@@ -49,5 +59,5 @@ class Relay {
     std::unique_ptr<Relay_side> sides_[2];
     std::unique_ptr<Relay_direction> forward_;
     std::unique_ptr<Relay_direction> backward_;
-    Moved moved_before_; ///< by directions that are gone
+    Moved moved_before_; ///< by directions that were disconnected
 };

@@ -1,13 +1,19 @@
-#include "Relay_direction.h"
+//           less than a quarter of the buffer is free
+//   running ------------------------------------------> source paused
+//           <------------------------------------------
+//                 more than half of it is free
+//
+// A source that cannot be paused stays in "running": its own back-pressure makes its peer wait.
 
-#include <glue/data_stream/Posix_threaded_data_stream.h>
+#include "Relay_direction.h"
 
 #include <algorithm>
 
 namespace {
 
-constexpr unsigned largest_write = 2048; // fits every stream's transmit queue with room to spare
-constexpr unsigned nearly_full = Relay_direction::buffer_size / 4; // of room left
+constexpr unsigned largest_write = 2048;                            // fits every stream's transmit queue
+constexpr unsigned pause_below = Relay_direction::buffer_size / 4;  // bytes of free space
+constexpr unsigned resume_above = Relay_direction::buffer_size / 2; // bytes of free space
 
 } // namespace
 
@@ -16,57 +22,54 @@ Relay_direction::Relay_direction(End source, End destination)
 
 Relay_direction::~Relay_direction() {
     if (paused_)
-        dynamic_cast<Posix_threaded_data_stream&>(source_.stream).resume();
+        source_.stream.resume();
 }
 
 bool Relay_direction::move() {
-    const bool took = take();
-    const bool gave = give();
-    hold_source_back();
-    return took || gave;
+    const bool has_read = read();
+    const bool has_written = write();
+    apply_back_pressure();
+    return has_read || has_written;
 }
 
-bool Relay_direction::take() {
-    bool took = false;
+bool Relay_direction::read() {
+    bool has_read = false;
     for (;;) {
-        const auto room = buffer_.free_region();
-        const unsigned count = std::min(room.size, source_.stream.bytes_avail());
-        if (count == 0 || !static_cast<Data_stream&>(source_.stream).get_data(room.begin, count, 0))
-            return took;
+        const auto free = buffer_.free_region();
+        const unsigned count = std::min(free.size, source_.stream.bytes_avail());
+        if (count == 0 || !static_cast<Data_stream&>(source_.stream).get_data(free.begin, count, 0))
+            return has_read;
         source_.stream.drop(count);
         if (source_.trace)
-            source_.trace->tell_read(room.begin, count);
+            source_.trace->log_read(free.begin, count);
         buffer_.commit(count);
-        took = true;
+        has_read = true;
     }
 }
 
-bool Relay_direction::give() {
-    bool gave = false;
+bool Relay_direction::write() {
+    bool has_written = false;
     for (;;) {
-        const auto waiting = buffer_.used_region();
-        const unsigned count = std::min(waiting.size, largest_write);
-        const int written = count == 0 ? 0 : destination_.stream.__write(waiting.begin, count);
+        const auto used = buffer_.used_region();
+        const unsigned count = std::min(used.size, largest_write);
+        const int written = count == 0 ? 0 : destination_.stream.__write(used.begin, count);
         if (written <= 0)
-            return gave;
+            return has_written;
         if (destination_.trace)
-            destination_.trace->tell_written(waiting.begin, static_cast<unsigned>(written));
+            destination_.trace->log_written(used.begin, static_cast<unsigned>(written));
         buffer_.consume(static_cast<unsigned>(written));
         moved_ += static_cast<unsigned>(written);
-        gave = true;
+        has_written = true;
     }
 }
 
-/// A stream over a descriptor gives up on a reader after half a second. It is paused before that can happen, while
-/// there is still room for what its thread has in hand.
-void Relay_direction::hold_source_back() {
-    auto* const source = dynamic_cast<Posix_threaded_data_stream*>(&source_.stream);
-    if (!source)
-        return;
-    if (!paused_ && buffer_.room() < nearly_full) {
-        paused_ = source->pause();
-    } else if (paused_ && buffer_.room() > buffer_size / 2) {
-        source->resume();
+/// A `Posix_threaded_data_stream` drops bytes when nobody reads them for half a second. It is paused earlier, while
+/// there is still free space for the bytes that its thread has read already.
+void Relay_direction::apply_back_pressure() {
+    if (!paused_ && buffer_.room() < pause_below) {
+        paused_ = source_.stream.pause();
+    } else if (paused_ && buffer_.room() > resume_above) {
+        source_.stream.resume();
         paused_ = false;
     }
 }

@@ -8,42 +8,44 @@
 
 #include <cstdint>
 
-/// One direction of a relay: what one stream receives is written to the other, byte for byte.
+/// One direction of a relay: the bytes that one stream receives are written to the other.
 ///
-/// Between the two lies a buffer of fixed size. When the destination is slower the buffer fills, and then the source's
-/// own back-pressure holds its peer back; a source that would rather lose bytes than wait is paused. Nothing is lost
-/// and memory stays bounded.
+/// Between the two lies a buffer of fixed size. When the destination is slower than the source, the buffer fills; then
+/// the source's own back-pressure makes its peer wait, and a source that would drop bytes instead is paused. No byte is
+/// lost, and the memory stays bounded.
 class Relay_direction {
   public:
     static constexpr unsigned buffer_size = 65536;
 
-    /// Where bytes come from or go to, and who is told of them.
+    /// A stream that bytes are received from or written to, and where its traffic is traced.
     struct End {
-        End(Event_sender_data_stream& the_stream, Stream_trace* told = nullptr) : stream(the_stream), trace(told) {}
+        /// \param traced_by  null: not traced here
+        End(Event_sender_data_stream& the_stream, Stream_trace* traced_by = nullptr)
+            : stream(the_stream), trace(traced_by) {}
 
         Event_sender_data_stream& stream;
         Stream_trace* trace;
     };
 
-    /// Both ends outlive this.
+    /// Both ends outlive the direction.
     Relay_direction(End source, End destination);
-    /// Lets a paused source go on.
+    /// Resumes a paused source.
     ~Relay_direction();
     Relay_direction(const Relay_direction&) = delete;
     Relay_direction& operator=(const Relay_direction&) = delete;
 
-    /// Moves what can be moved at once. \return whether anything was
+    /// Moves what can be moved without waiting. \return whether any byte was moved
     bool move();
 
-    /// Whether bytes wait that the destination has not taken.
-    bool has_waiting() const { return !buffer_.empty(); }
-    /// Bytes that the destination has taken.
+    /// Whether bytes are buffered that the destination has not accepted.
+    bool has_buffered() const { return !buffer_.empty(); }
+    /// The number of bytes that the destination has accepted.
     std::uint64_t moved() const { return moved_; }
 
   private:
-    bool take();
-    bool give();
-    void hold_source_back();
+    bool read();
+    bool write();
+    void apply_back_pressure();
 
     End source_;
     End destination_;

@@ -2,35 +2,28 @@
 
 #include "common/streams.h"
 
-#include <platform/module_man.h>
+#include <glue/data_stream/Stream_specification.h>
 
-#include <regex>
+#include <platform/module_man.h>
 
 namespace {
 
-constexpr char aim_channel = 'x'; // as everywhere where a text asks for frames
+constexpr char aim_channel = 'x'; // the factory's own
 
 module_man modules;
 
-/// Takes the word that asks for frames out of a specification. \return whether it was there
-bool take_aim_prefix(std::string& specification) {
-    static const std::regex label("^.*/.*?,");
-    static const std::string prefix = "aim,";
-    std::smatch match;
-    const bool labelled = std::regex_search(specification, match, label);
-    const std::size_t at = labelled ? static_cast<std::size_t>(match.length()) : 0;
-    if (specification.compare(at, prefix.size(), prefix) != 0)
-        return false;
-    specification.erase(at, prefix.size());
-    return true;
+/// A specification without "aim,".
+std::string without_aim(const Stream_specification& specification) {
+    const std::string& label = specification.label;
+    return (label.empty() ? label : label + ",") + specification.own_text;
 }
 
 } // namespace
 
 std::unique_ptr<Relay_side> Relay_side::open(const std::string& specification, bool log, waiter_descriptor& waiter) {
-    std::string of_transport = specification;
-    const bool framed = take_aim_prefix(of_transport);
-    auto transport = streams::open(of_transport);
+    const auto parts = split_stream_specification(specification.c_str());
+    const bool is_framed = parts && parts->wants_aim;
+    auto transport = streams::open(is_framed ? without_aim(*parts) : specification);
     if (!transport)
         return nullptr;
     std::unique_ptr<Relay_side> side(new Relay_side(std::move(transport)));
@@ -38,8 +31,8 @@ std::unique_ptr<Relay_side> Relay_side::open(const std::string& specification, b
         side->trace_ = Stream_trace(*side->transport_);
     side->transport_->reg_rx_waiter(&waiter, false);
     side->transport_->reg_tx_waiter(&waiter, false);
-    if (framed) {
-        side->put_frames_over(specification);
+    if (is_framed) {
+        side->add_framing(specification);
         side->frames_->reg_rx_waiter(&waiter, false);
     }
     return side;
@@ -54,14 +47,15 @@ Relay_side::~Relay_side() {
     transport_->dereg_tx_waiter();
 }
 
-void Relay_side::put_frames_over(const std::string& specification) {
-    auto [inner, outer] = Queue_end::make_pair(Queue_end::take_what_fits, Queue_end::whole);
-    queue_ = std::move(inner);
+void Relay_side::add_framing(const std::string& specification) {
+    auto [inner, outer] = Queue_end::make_pair(Queue_end::what_fits, Queue_end::whole_frames);
+    transport_queue_ = std::move(inner);
     frames_queue_ = outer.get();
     frames_ = std::make_unique<AIM_data_stream_adapter>(modules, std::move(outer), aim_channel);
     frames_->set_description(specification.c_str());
-    inwards_ = std::make_unique<Relay_direction>(Relay_direction::End{*transport_, &trace_}, *queue_);
-    outwards_ = std::make_unique<Relay_direction>(*queue_, Relay_direction::End{*transport_, &trace_});
+    const Relay_direction::End transport(*transport_, &trace_);
+    from_transport_ = std::make_unique<Relay_direction>(transport, *transport_queue_);
+    to_transport_ = std::make_unique<Relay_direction>(*transport_queue_, transport);
 }
 
 Relay_direction::End Relay_side::end() {
@@ -73,15 +67,16 @@ Relay_direction::End Relay_side::end() {
 bool Relay_side::move() {
     if (!frames_)
         return false;
-    const bool inwards = inwards_->move();
-    const bool outwards = outwards_->move();
-    return inwards || outwards;
+    const bool has_received = from_transport_->move();
+    const bool has_sent = to_transport_->move();
+    return has_received || has_sent;
 }
 
-bool Relay_side::has_waiting() {
-    return frames_ && (inwards_->has_waiting() || outwards_->has_waiting() || frames_queue_->bytes_avail() > 0);
+bool Relay_side::has_buffered() {
+    return frames_ &&
+           (from_transport_->has_buffered() || to_transport_->has_buffered() || frames_queue_->bytes_avail() > 0);
 }
 
-bool Relay_side::has_ended() const {
-    return streams::has_ended(*transport_);
+bool Relay_side::has_ended() {
+    return transport_->has_ended();
 }

@@ -10,15 +10,17 @@
 #include <memory>
 #include <string>
 
-/// One side of a relay: the stream that a specification makes.
+/// One side of a relay: the stream that a specification string makes, the transport, with or without AIM frames.
 ///
-/// Where the text asks for AIM frames, the framing adapter stands over a queue, and bytes are moved between the queue
-/// and the transport. Straight over a transport without room for a whole frame the adapter would begin it, give it up,
-/// and write it again: its reader then loses both.
+///     without "aim,":   transport <-> the relay's directions
+///     with "aim,":      transport <-> queue <-> framing adapter <-> the relay's directions
+///
+/// The queue accepts a frame whole or not at all. Without it the adapter would write to a transport that has no free
+/// space for a whole frame, give up in the middle and write the frame again: the receiver then loses both.
 class Relay_side {
   public:
-    /// \param log      trace the traffic of the transport
-    /// \param waiter   told of what arrives and of room to write; outlives the side
+    /// \param log     trace the traffic of the transport
+    /// \param waiter  notified of received bytes and of free space to write; outlives the side
     /// \return null, after a line on standard error, when the text makes no stream
     static std::unique_ptr<Relay_side> open(const std::string& specification, bool log, waiter_descriptor& waiter);
     ~Relay_side();
@@ -28,23 +30,23 @@ class Relay_side {
     /// What a direction reads or writes.
     Relay_direction::End end();
 
-    /// Moves what can be moved at once between queue and transport. \return whether anything was
+    /// Moves what can be moved between transport and queue without waiting. \return whether any byte was moved
     bool move();
-    /// Whether there is something on the way between queue and transport.
-    bool has_waiting();
-    /// Whether nothing will come from the transport any more.
-    bool has_ended() const;
+    /// Whether bytes are buffered between transport and adapter.
+    bool has_buffered();
+    /// Whether the transport will receive no more bytes.
+    bool has_ended();
 
   private:
     explicit Relay_side(std::unique_ptr<Event_sender_data_stream> transport);
-    void put_frames_over(const std::string& specification);
+    void add_framing(const std::string& specification);
 
-    // In the order in which they are needed: the last goes first.
+    // Each uses those above it, so the last is destroyed first.
     std::unique_ptr<Event_sender_data_stream> transport_;
     Stream_trace trace_;
-    std::unique_ptr<Queue_end> queue_;
-    Queue_end* frames_queue_ = nullptr; ///< the other end of it, which is the adapter's
+    std::unique_ptr<Queue_end> transport_queue_;
+    Queue_end* frames_queue_ = nullptr; ///< the other end, which the adapter owns
     std::unique_ptr<AIM_data_stream_adapter> frames_;
-    std::unique_ptr<Relay_direction> inwards_;
-    std::unique_ptr<Relay_direction> outwards_;
+    std::unique_ptr<Relay_direction> from_transport_;
+    std::unique_ptr<Relay_direction> to_transport_;
 };

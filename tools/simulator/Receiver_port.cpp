@@ -1,9 +1,6 @@
 #include "Receiver_port.h"
 
-#include "common/streams.h"
-
 #include <algorithm>
-#include <cstdlib>
 #include <utility>
 
 namespace simulator {
@@ -55,7 +52,7 @@ bool Receiver_port::send(const std::vector<unsigned char>& bytes) {
 }
 
 bool Receiver_port::has_ended() const {
-    return interrupt_.has_come() || streams::has_ended(*stream_);
+    return interrupt_.is_requested() || stream_->has_ended();
 }
 
 bool Receiver_port::Command_frames_only::check(Data_stream&, unsigned short identifier, int length) {
@@ -119,7 +116,7 @@ void Receiver_port::take_line(char byte) {
 void Receiver_port::wait(Atime until) {
     waiter_event event;
     if (waiter_.get_event(event, until) == 0)
-        std::free(event.payload);
+        release_payload(event);
 }
 
 bool Receiver_port::send(const unsigned char* bytes, std::size_t size) {

@@ -39,7 +39,7 @@ void trace(const char* label, const unsigned char* bytes, unsigned int len) {
 AIM_data_stream_adapter::AIM_data_stream_adapter(module_man& modules,
                                                  std::unique_ptr<Event_sender_data_stream> raw_stream,
                                                  char written_channel)
-    : Event_sender_data_stream(nullptr),
+    : Pushed_data_stream(nullptr, mutex_),
       raw_(std::move(raw_stream)),
       parser_(raw_.get(), true),
       channel_(written_channel) {
@@ -47,20 +47,11 @@ AIM_data_stream_adapter::AIM_data_stream_adapter(module_man& modules,
     raw_->reg_rx_waiter(&waiter, false);
     raw_->reg_tx_waiter(&waiter, false);
     raw_->init(modules);
-    buffer_lock = &mutex_;
     Diner::start();
 }
 
 AIM_data_stream_adapter::~AIM_data_stream_adapter() {
     Diner::terminate(true, loop_end_units);
-}
-
-void AIM_data_stream_adapter::lock() {
-    mutex_.lock();
-}
-
-void AIM_data_stream_adapter::unlock() {
-    mutex_.unlock();
 }
 
 // ---- Reading ----
@@ -116,6 +107,18 @@ void AIM_data_stream_adapter::handle_event(waiter_event&) {
 }
 
 void AIM_data_stream_adapter::handle_timeout(Timeout&) {}
+
+bool AIM_data_stream_adapter::has_ended() {
+    if (!raw_->has_ended())
+        return false;
+    const Lock held(mutex_);
+    unsigned int left;
+    do { // a reply or an acknowledgement between frames ends each refill
+        left = raw_->bytes_avail();
+        refill();
+    } while (rx_buffer.empty() && raw_->bytes_avail() < left);
+    return rx_buffer.empty();
+}
 
 /// Takes frames until there is something to read or nothing more comes. The lock is held.
 void AIM_data_stream_adapter::refill() {

@@ -11,17 +11,17 @@
 
 namespace {
 
-thread_local bool write_guards_gone = false;
+thread_local bool write_guards_destroyed = false;
 
-/// Which streams the calling thread is writing to right now. An entry stays for the thread's life.
+/// The streams that the calling thread is writing to. An entry is kept as long as the thread runs.
 class Write_guards {
   public:
-    ~Write_guards() { write_guards_gone = true; }
+    ~Write_guards() { write_guards_destroyed = true; }
 
-    /// The calling thread's entry for a stream; null when the thread's own storage is destroyed already, as when a
-    /// stream with static storage says its last words.
+    /// The calling thread's entry for a stream; null when the thread's own storage is destroyed already: the destructor
+    /// of a static object may still write.
     static bool* of(const Data_stream* stream) {
-        if (write_guards_gone)
+        if (write_guards_destroyed)
             return nullptr;
         static thread_local Write_guards guards;
         return &guards.write_in_progress_[stream];
@@ -31,7 +31,7 @@ class Write_guards {
     std::unordered_map<const Data_stream*, bool> write_in_progress_;
 };
 
-/// Marks a write as in progress for a scope, also one that an exception ends.
+/// Marks a write as in progress as long as it lives, also when an exception ends the write.
 class Write_mark {
   public:
     explicit Write_mark(bool* entry) : entry_(entry) {
@@ -84,7 +84,7 @@ void Data_stream::drop(unsigned int n) {
         rx_buffer.consume(n);
 }
 
-/// Takes `n` bytes when that many are buffered.
+/// Consumes `n` bytes if that many are buffered.
 bool Data_stream::skip(unsigned int n) {
     if (n > rx_buffer.size())
         return false;

@@ -1,7 +1,5 @@
 #include <glue/data_stream/Data_stream_factory.h>
 
-#include "data_stream/core/stream_specification.h"
-
 #include <glue/data_stream/AIM_data_stream_adapter.h>
 #include <glue/data_stream/Posix_console_data_stream.h>
 #include <glue/data_stream/Posix_threaded_serial_data_stream.h>
@@ -20,7 +18,7 @@ using Stream = std::unique_ptr<Event_sender_data_stream>;
 
 constexpr char aim_channel = 'x';
 
-/// Asks one kind after the other; null when none takes the text.
+/// Tries one kind after the other; null when none accepts the text.
 Stream make_transport(module_man& modules, const char* spec) {
     Stream stream;
     const auto made = [&stream](Event_sender_data_stream* by_kind) {
@@ -44,10 +42,10 @@ void apply(const Data_stream_create_options& options, Data_stream& stream) {
 
 Stream create(module_man& modules, const char* spec, std::string& label, Data_stream_create_options options) {
     Stream stream;
-    const auto split = glue_detail::split_specification(spec);
+    const auto split = split_stream_specification(spec);
     if (split) {
         label = split->label;
-        stream = make_transport(modules, split->own_text);
+        stream = make_transport(modules, split->own_text.c_str());
     }
     if (!stream) {
         std::fprintf(stderr, "Error: can't parse %s into a port specification\n", spec);
@@ -68,10 +66,10 @@ std::unique_ptr<Event_sender_data_stream> Event_sender_data_stream_create_unique
     const bool label_wanted = label && label_size > 0;
     if (label_wanted)
         label[0] = '\0';
-    std::string found_label;
-    Stream stream = create(modules, spec, found_label, options);
+    std::string label_found;
+    Stream stream = create(modules, spec, label_found, options);
     if (stream && label_wanted) {
-        std::strncpy(label, found_label.c_str(), label_size - 1);
+        std::strncpy(label, label_found.c_str(), label_size - 1);
         label[label_size - 1] = '\0';
     }
     return stream;

@@ -2,8 +2,6 @@
 
 #include <glue/data_stream/Event_sender_data_stream.h>
 
-#include <cstdlib>
-
 Event_receiver_data_stream::Event_receiver_data_stream(Event_sender_data_stream& read_from, module_man& modules)
     : source_(read_from),
       waiter_(modules),
@@ -35,7 +33,7 @@ int Event_receiver_data_stream::get_data(int n) {
     source_.reg_rx_waiter(&waiter_, false);
     while (n > 0) {
         if (source_.bytes_avail(1)) {
-            take_byte();
+            move_byte();
             --n;
         } else if (!wait_for_event(deadline)) {
             break;
@@ -45,16 +43,16 @@ int Event_receiver_data_stream::get_data(int n) {
     return n == 0;
 }
 
-/// Waits until the source announces something. False when the deadline passed first.
+/// Waits for a notification of the source. False when the deadline passed first.
 bool Event_receiver_data_stream::wait_for_event(Atime deadline) {
     waiter_event event;
     const bool arrived = waiter_.get_event(event, deadline) == 0;
-    std::free(event.payload);
+    release_payload(event);
     return arrived;
 }
 
-/// Byte by byte on purpose: each reading operation of the source may fetch, refill or announce again.
-void Event_receiver_data_stream::take_byte() {
+/// Byte by byte on purpose: each reading operation of the source may fetch, refill or notify again.
+void Event_receiver_data_stream::move_byte() {
     rx_buffer.push(source_[0]); // lost when the ring is full
     source_.drop(1);
 }

@@ -3,7 +3,6 @@
 #include <platform/module_man.h>
 #include <platform/waiter.h>
 
-#include <cstdlib>
 #include <mutex>
 #include <utility>
 
@@ -45,7 +44,7 @@ void Event_sender_data_stream::send(waiter_descriptor& waiter, event_code code, 
     event.source = module_id_;
     event.code = code;
     waiter.send_event(event, urgent, merge);
-    std::free(event.payload); // what the waiter did not take over
+    release_payload(event); // unless the waiter owns it now
 }
 
 void Event_sender_data_stream::reg_rx_waiter(waiter_descriptor* waiter, bool quiet) {
@@ -72,4 +71,18 @@ void Event_sender_data_stream::dereg_tx_waiter() {
 
 void Event_sender_data_stream::set_rx_callback(std::function<void()> callback) {
     rx_callback_ = std::move(callback);
+}
+
+bool Event_sender_data_stream::pause() {
+    return false;
+}
+
+void Event_sender_data_stream::resume() {}
+
+bool Event_sender_data_stream::has_ended() {
+    return false;
+}
+
+bool Event_sender_data_stream::traces_itself() const {
+    return false;
 }

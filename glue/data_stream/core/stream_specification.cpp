@@ -1,6 +1,6 @@
 #include "data_stream/core/stream_specification.h"
 
-#include <glue/data_stream/Data_stream_factory.h>
+#include <glue/data_stream/Stream_specification.h>
 
 #include <platform/stzncpy.h>
 
@@ -10,31 +10,42 @@
 #include <cstring>
 #include <regex>
 
+namespace {
+
+/// The length of a label with its comma: "first/second,", which lies in the first line and is as long as possible up
+/// to its "/" and as short as possible after it. 0 when the text begins with none.
+std::size_t length_of_label(std::string_view text) {
+    const std::string_view line = text.substr(0, text.find_first_of("\r\n"));
+    const std::size_t last_comma = line.rfind(',');
+    const std::size_t slash = line.substr(0, last_comma).rfind('/');
+    if (last_comma == std::string_view::npos || slash == std::string_view::npos)
+        return 0;
+    return line.find(',', slash) + 1;
+}
+
+} // namespace
+
+std::optional<Stream_specification> split_stream_specification(const char* spec) {
+    constexpr std::string_view aim_prefix = "aim,";
+    const std::string_view text(spec, strnlen(spec, longest_stream_specification + 1));
+    if (text.size() > longest_stream_specification)
+        return {};
+    const std::size_t label_length = length_of_label(text);
+    const std::string_view label = text.substr(0, std::max<std::size_t>(label_length, 1) - 1);
+    std::string_view rest = text.substr(label_length);
+    const bool wants_aim = rest.substr(0, aim_prefix.size()) == aim_prefix;
+    if (wants_aim)
+        rest.remove_prefix(aim_prefix.size());
+    if (rest.empty())
+        return {};
+    return Stream_specification{std::string(label), wants_aim, std::string(rest)};
+}
+
 namespace glue_detail {
 
 namespace {
 
-/// Takes what `expression` matches off the front of a text; whether it was there.
-bool take(const char*& text, const std::regex& expression, std::cmatch& match) {
-    if (!std::regex_search(text, match, expression, std::regex_constants::match_continuous))
-        return false;
-    text = match[0].second;
-    return true;
-}
-
-std::string take_label(const char*& text) {
-    static const std::regex expression("^(.*)/(.*?),");
-    std::cmatch match;
-    return take(text, expression, match) ? match[1].str() + "/" + match[2].str() : std::string();
-}
-
-bool take_aim_prefix(const char*& text) {
-    static const std::regex expression("^aim,");
-    std::cmatch match;
-    return take(text, expression, match);
-}
-
-/// \param pattern  finds a kind's word anywhere in the text and captures the digits behind it
+/// \param pattern  finds a kind's word anywhere in the text and captures the digits after it
 std::optional<int> port_in(const char* spec, const std::regex& pattern) {
     std::cmatch found;
     if (!std::regex_search(spec, found, pattern))
@@ -43,31 +54,20 @@ std::optional<int> port_in(const char* spec, const std::regex& pattern) {
     return digits.empty() ? 0 : std::stoi(digits);
 }
 
-/// The text behind `key` in a token that begins with it; else null.
+/// The text after `key` in a token that begins with it; else null.
 const char* value_of(const char* token, std::string_view key) {
     return std::strncmp(token, key.data(), key.size()) == 0 ? token + key.size() : nullptr;
 }
 
-/// The same on every system, whatever the size of its `long`.
+/// The same on every system: the size of `long` differs.
 int decimal(const char* digits) {
     return static_cast<int>(std::clamp<long>(std::strtol(digits, nullptr, 10), INT_MIN, INT_MAX));
 }
 
 } // namespace
 
-std::optional<Stream_specification> split_specification(const char* spec) {
-    if (strnlen(spec, longest_stream_specification + 1) > longest_stream_specification)
-        return {};
-    const char* rest = spec;
-    std::string label = take_label(rest);
-    const bool wants_aim = take_aim_prefix(rest);
-    if (*rest == '\0')
-        return {};
-    return Stream_specification{std::move(label), wants_aim, rest};
-}
-
-/// The expression finds where the command begins; the rest is not left to it, because the standard library's matching
-/// takes stack for every character that it repeats.
+/// The expression only finds where the command begins: the standard library's matching needs stack for every character
+/// that it repeats.
 std::string command_in(const char* spec) {
     static const std::regex beginning("exec:['\"]?([^'\"])");
     std::cmatch match;

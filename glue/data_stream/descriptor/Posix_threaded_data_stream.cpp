@@ -67,7 +67,7 @@ void open_pipe(int (&ends)[2]) {
 
 Posix_threaded_data_stream::Posix_threaded_data_stream(const char* prefix)
     : Posix_data_stream(prefix),
-      Event_sender_data_stream(nullptr),
+      Pushed_data_stream(nullptr, stream_lock_),
       tx_ring_(tx_storage_, tx_capacity),
       rx_event_timeout_ms_(0),
       rx_event_pending_(false),
@@ -79,7 +79,6 @@ Posix_threaded_data_stream::Posix_threaded_data_stream(const char* prefix)
     char name[16];
     std::snprintf(name, sizeof name, "PDS%u", ++streams_made);
     stzncpy(short_name_, name, sizeof short_name_);
-    buffer_lock = &stream_lock_;
     open_pipe(notify_pipe_);
 }
 
@@ -213,15 +212,15 @@ void Posix_threaded_data_stream::handle_timer() {}
 // ---- Receiving ----
 
 int Posix_threaded_data_stream::get_data(int n) {
-    return n == 0;
+    return fetch_nothing(n);
 }
 
 void Posix_threaded_data_stream::lock() {
-    stream_lock_.lock();
+    Pushed_data_stream::lock();
 }
 
 void Posix_threaded_data_stream::unlock() {
-    stream_lock_.unlock();
+    Pushed_data_stream::unlock();
 }
 
 void Posix_threaded_data_stream::set_rx_event_timeout(unsigned int ms) {

@@ -344,7 +344,7 @@ void PCFile_data_stream::_send_event(events_t code) {
     event.code = code;
     for (unsigned int i = 0; i < waiters.count; ++i)
         waiters.registered[i]->send_event(event, true, false);
-    std::free(event.payload); // what no waiter took over
+    release_payload(event); // unless a waiter owns it now
 }
 
 // ---- Going through the names ----

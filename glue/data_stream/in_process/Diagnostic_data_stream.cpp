@@ -18,7 +18,7 @@ Diagnostic_data_stream::Diagnostic_data_stream(const char* shown_name, Data_stre
 Diagnostic_data_stream::~Diagnostic_data_stream() = default;
 
 int Diagnostic_data_stream::get_data(int n) {
-    return n == 0;
+    return fetch_nothing(n);
 }
 
 int Diagnostic_data_stream::_write(const unsigned char* data, unsigned int len) {
@@ -31,23 +31,24 @@ int Diagnostic_data_stream::_write(const unsigned char* data, unsigned int len) 
     return target_.__write(data, len);
 }
 
-/// Puts the bytes into the buffer and shows it whenever it was full before a piece came.
+/// Collects the bytes in the buffer and prints it whenever it was full before a piece.
 ///
-/// Every piece is copied from the start of `data`, not from where the piece before it ended. That is on purpose: a
-/// write that passes the buffer's end appears as its own beginning, repeated.
+/// Every piece is copied from the start of `data`, not from where the previous piece ended. That is on purpose: of a
+/// write that exceeds the buffer, the beginning is printed repeatedly.
 void Diagnostic_data_stream::collect(const unsigned char* data, unsigned int len) {
     while (capture_size_ - capture_fill_ < len)
         len -= fill_up(data, len);
     fill_up(data, len);
 }
 
-/// Copies as many of `len` bytes as fit; a buffer that was full already is shown and emptied. Returns the count copied.
+/// Copies as many of `len` bytes as fit; a buffer that was full before is printed and emptied. Returns the count
+/// copied.
 unsigned int Diagnostic_data_stream::fill_up(const unsigned char* data, unsigned int len) {
-    const unsigned int room = capture_size_ - capture_fill_;
-    const unsigned int copied = std::min(room, len);
+    const unsigned int free_space = capture_size_ - capture_fill_;
+    const unsigned int copied = std::min(free_space, len);
     std::copy_n(data, copied, capture_ + capture_fill_);
     capture_fill_ += copied;
-    if (room == 0)
+    if (free_space == 0)
         print_debug();
     return copied;
 }

@@ -5,7 +5,7 @@ Loopback_data_stream::Loopback_data_stream() = default;
 Loopback_data_stream::~Loopback_data_stream() = default;
 
 int Loopback_data_stream::get_data(int n) {
-    return n == 0;
+    return fetch_nothing(n);
 }
 
 int Loopback_data_stream::_write(const unsigned char* data, unsigned int len) {

@@ -6,9 +6,9 @@
 
 namespace {
 
-/// Bytes that one step of a fetch moves at most.
+/// The most bytes that one step of a fetch moves.
 constexpr unsigned int fetch_step = 256;
-/// Waits last a multiple of this many milliseconds.
+/// A wait lasts a multiple of this many milliseconds.
 constexpr int wait_step_ms = 10;
 
 } // namespace
@@ -64,27 +64,27 @@ int Virtual_pair_data_stream_part::_write(const unsigned char* data, unsigned in
     const Atime start = Atime::now();
     Lock held(pair_lock_);
     const Atime deadline = start + write_timeout_ms_;
-    unsigned int taken = 0;
-    unsigned int released = 0; // how many of them a reader may go on with
-    while (taken < len) {
-        const unsigned int piece = peer_.transfer_ring_.append(data + taken, len - taken);
-        taken += piece;
+    unsigned int accepted = 0;
+    unsigned int notified = 0; // how many of them the reader was notified of
+    while (accepted < len) {
+        const unsigned int piece = peer_.transfer_ring_.append(data + accepted, len - accepted);
+        accepted += piece;
         if (piece != 0)
             continue;
         const std::int64_t remaining = deadline - Atime::now();
         if (remaining <= 0)
             break;
-        if (released != taken) { // a reader that waits for these bytes must not wait for the rest
+        if (notified != accepted) { // a reader that waits for these bytes must not wait for the rest
             peer_.data_ready_.release();
-            released = taken;
+            notified = accepted;
         }
         if (!wait_for(space_ready_, remaining, held))
-            return static_cast<int>(taken);
+            return static_cast<int>(accepted);
     }
     peer_.data_ready_.release();
-    if (taken != 0)
+    if (accepted != 0)
         peer_.send_rx_event(peer_.transfer_ring_.full());
-    return static_cast<int>(taken);
+    return static_cast<int>(accepted);
 }
 
 int Virtual_pair_data_stream_part::get_data(int n) {
@@ -106,17 +106,17 @@ int Virtual_pair_data_stream_part::get_data(int n) {
     return n == 0;
 }
 
-/// Moves up to `most` bytes from the transfer ring into the receive ring. Returns how many left the transfer ring.
+/// Moves up to `most` bytes from the transfer ring into the receive ring. Returns how many it consumed from the former.
 unsigned int Virtual_pair_data_stream_part::fetch_some(unsigned int most) {
     unsigned char staged[fetch_step];
     const unsigned int count = transfer_ring_.peek(staged, std::min(most, fetch_step), 0);
     peer_.space_ready_.release();
-    rx_buffer.append(staged, count); // what does not fit is lost
+    rx_buffer.append(staged, count); // bytes that do not fit are lost
     transfer_ring_.consume(count);
     return count;
 }
 
-/// Waits for a permit without the lock, which is held again only when one came.
+/// Waits for a permit without the lock. Acquires the lock again only when it got a permit.
 bool Virtual_pair_data_stream_part::wait_for(Capped_semaphore& permit, std::int64_t ms, Lock& held) {
     held.unlock();
     if (!permit.acquire(static_cast<int>(ms - ms % wait_step_ms)))

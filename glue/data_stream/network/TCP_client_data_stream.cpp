@@ -44,7 +44,7 @@ TCP_client_data_stream* TCP_client_data_stream::create(module_man& mm, const cha
 
 TCP_client_data_stream::TCP_client_data_stream(module_man& mm, const char* addr, int port, int reconnect_period,
                                                int connect_timeout)
-    : Event_sender_data_stream(&mm),
+    : Pushed_data_stream(&mm, mutex_),
       TCP_client_task(addr, port),
       tx_queue_(tx_storage_, queue_capacity),
       read_backoff_(1),
@@ -56,7 +56,6 @@ TCP_client_data_stream::TCP_client_data_stream(module_man& mm, const char* addr,
         set_reconnect_period(reconnect_period);
     if (connect_timeout > 0)
         set_connect_timeout(connect_timeout);
-    buffer_lock = &mutex_;
     open();
 }
 
@@ -64,16 +63,8 @@ TCP_client_data_stream::~TCP_client_data_stream() {
     close();
 }
 
-void TCP_client_data_stream::lock() {
-    mutex_.lock();
-}
-
-void TCP_client_data_stream::unlock() {
-    mutex_.unlock();
-}
-
 int TCP_client_data_stream::get_data(int n) {
-    return n == 0;
+    return fetch_nothing(n);
 }
 
 // ---- Sending ----

@@ -18,13 +18,12 @@ TCP_server_buffered_data_stream* TCP_server_buffered_data_stream::create(module_
 }
 
 TCP_server_buffered_data_stream::TCP_server_buffered_data_stream(module_man& mm, int port_to_open)
-    : Event_sender_data_stream(&mm),
+    : Pushed_data_stream(&mm, mutex_),
       TCP_server_buffered(port_to_open),
       task_name_(next_task_name()),
       task_(task_name_, glue_detail::server_stack_size, 0, 0),
       port_(port_to_open),
       logging_(log_none) {
-    buffer_lock = &mutex_;
     register_direct_read_buffer(&rx_buffer, &mutex_);
     task_.vro_start(0, serve, this, false);
 }
@@ -39,14 +38,6 @@ void* TCP_server_buffered_data_stream::serve(void* self) {
     return nullptr;
 }
 
-void TCP_server_buffered_data_stream::lock() {
-    mutex_.lock();
-}
-
-void TCP_server_buffered_data_stream::unlock() {
-    mutex_.unlock();
-}
-
 unsigned int TCP_server_buffered_data_stream::handle_incoming_data(int, unsigned char* data, unsigned int len) {
     return glue_detail::take_received(*this, rx_buffer, data, len, std::unique_lock<Mutex>(mutex_));
 }
@@ -56,7 +47,7 @@ void TCP_server_buffered_data_stream::handle_direct_read() {
 }
 
 int TCP_server_buffered_data_stream::get_data(int n) {
-    return n == 0;
+    return fetch_nothing(n);
 }
 
 int TCP_server_buffered_data_stream::_write(const unsigned char* data, unsigned int len) {

@@ -22,13 +22,12 @@ TCP_server_data_stream* TCP_server_data_stream::create(module_man& mm, const cha
 }
 
 TCP_server_data_stream::TCP_server_data_stream(module_man& mm, int port_to_open)
-    : Event_sender_data_stream(&mm),
+    : Pushed_data_stream(&mm, mutex_),
       task_("TCP", glue_detail::server_stack_size, 0, 0),
       port_(port_to_open),
       logging_(log_none),
       received_count_(0),
       written_count_(0) {
-    buffer_lock = &mutex_;
     register_direct_read_buffer(&rx_buffer, &mutex_);
     task_.vro_start(task_priority, serve, this, false);
 }
@@ -52,14 +51,6 @@ void* TCP_server_data_stream::serve(void* self) {
     return nullptr;
 }
 
-void TCP_server_data_stream::lock() {
-    mutex_.lock();
-}
-
-void TCP_server_data_stream::unlock() {
-    mutex_.unlock();
-}
-
 unsigned int TCP_server_data_stream::handle_incoming_data(int, unsigned char* data, unsigned int len) {
     std::unique_lock<Mutex> held(mutex_);
     if (logging_ & log_reads)
@@ -73,7 +64,7 @@ void TCP_server_data_stream::handle_direct_read() {
 }
 
 int TCP_server_data_stream::get_data(int n) {
-    return n == 0;
+    return fetch_nothing(n);
 }
 
 int TCP_server_data_stream::_write(const unsigned char* data, unsigned int len) {

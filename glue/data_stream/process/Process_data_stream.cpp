@@ -112,14 +112,13 @@ Process_data_stream* Process_data_stream::create(module_man& modules, const char
 }
 
 Process_data_stream::Process_data_stream(module_man* modules, const char* const* argv, const char* const* envp)
-    : Event_sender_data_stream(modules),
+    : Pushed_data_stream(modules, mutex_),
       stop_request_(false),
       state_(not_running),
       child_pid_(0),
       from_child_(-1),
       to_child_(-1),
       kill_on_destroy_(true) {
-    buffer_lock = &mutex_;
     if (argv)
         run(argv, envp);
 }
@@ -131,16 +130,8 @@ Process_data_stream::~Process_data_stream() {
         join(0);
 }
 
-void Process_data_stream::lock() {
-    mutex_.lock();
-}
-
-void Process_data_stream::unlock() {
-    mutex_.unlock();
-}
-
 int Process_data_stream::get_data(int n) {
-    return n == 0;
+    return fetch_nothing(n);
 }
 
 int Process_data_stream::_write(const unsigned char* data, unsigned int len) {
@@ -181,6 +172,10 @@ bool Process_data_stream::start_reader() {
         glue_detail::reap_child(child_pid_.exchange(-1));
         return false;
     }
+}
+
+bool Process_data_stream::has_ended() {
+    return state_ != running;
 }
 
 bool Process_data_stream::is_running() const {

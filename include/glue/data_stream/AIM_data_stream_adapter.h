@@ -1,6 +1,6 @@
 #pragma once
 
-#include <glue/data_stream/Event_sender_data_stream.h>
+#include <glue/data_stream/Pushed_data_stream.h>
 #include <glue/vesk/Vesk_parser.h>
 
 #include <platform/Diner.h>
@@ -44,7 +44,7 @@
 /// beginning of the destructor: derive nothing from this class.
 ///
 /// With debug category 105 what is written, read and discarded is traced.
-class GLUE_EXPORT AIM_data_stream_adapter : public Event_sender_data_stream, public Diner {
+class GLUE_EXPORT AIM_data_stream_adapter : public Pushed_data_stream, public Diner {
   public:
     /// Bytes that one frame is built in and taken into; a longer one than is built there is built on the heap.
     static constexpr unsigned build_size = 4095;
@@ -61,10 +61,6 @@ class GLUE_EXPORT AIM_data_stream_adapter : public Event_sender_data_stream, pub
 
     /// Ends the loop, then destroys the raw stream. No other thread uses the adapter any more.
     ~AIM_data_stream_adapter() override;
-
-    /// The adapter's lock.
-    void lock() override;
-    void unlock() override;
 
     using Data_stream::_get_data;
     using Data_stream::get_data;
@@ -99,6 +95,9 @@ class GLUE_EXPORT AIM_data_stream_adapter : public Event_sender_data_stream, pub
     /// discard it; with more than 4089 its length digits are not written, and go out as three NULs.
     /// \return `n`; 0 when the raw stream did not take all of it, of which it may have taken a part
     int _write(const unsigned char* buf, unsigned int n) override;
+
+    /// Whether the raw stream has ended and no frame is left: nothing is buffered, and nothing will be. Takes the lock.
+    bool has_ended() override;
 
   private:
     using Lock = std::unique_lock<Mutex>;

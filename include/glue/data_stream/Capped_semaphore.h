@@ -6,33 +6,33 @@
 
 #include <atomic>
 
-/// Counts permits to look again: who finds nothing to do waits for one, who changed something releases one.
+/// A counting semaphore. A thread with nothing to do acquires a permit; a thread that changed something releases one.
 ///
-/// Permits are kept until somebody takes them, so a waiter that finds its permits old looks again as often. A capped
-/// semaphore keeps one at most. All operations may be called from any thread.
+/// Permits are kept until they are acquired, so a thread may acquire permits of earlier changes: it checks its
+/// condition after each. A capped semaphore keeps one permit at most. All operations may be called from any thread.
 class GLUE_EXPORT Capped_semaphore {
   public:
-    /// Permits kept without a cap; further ones are as good as these, and are not counted. A stream that lives for
-    /// years with nobody waiting must not overflow the count.
+    /// Permits kept without a cap; additional ones are not counted. A stream that runs for years without a waiting
+    /// thread must not overflow the count.
     static constexpr int most_permits = 1 << 16;
 
     /// No permits, no cap.
     Capped_semaphore() = default;
 
-    /// Adds one permit. With the cap set, one of several is taken back.
+    /// Adds one permit. With the cap set, removes one if there are several now.
     void release();
 
-    /// Takes one permit, waiting for one without limit.
+    /// Acquires one permit, waiting without limit.
     void acquire();
 
-    /// Takes one permit, waiting for one up to `ms` milliseconds; 0 does not wait, a negative limit is none.
-    /// \return whether a permit was taken
+    /// Acquires one permit, waiting up to `ms` milliseconds; 0 does not wait, a negative limit is none.
+    /// \return whether a permit was acquired
     bool acquire(int ms);
 
-    /// Permits that nobody has taken.
+    /// Permits that can be acquired now.
     int available() const { return permits_.available(); }
 
-    /// Sets or lifts the cap for the releases to come.
+    /// Sets or clears the cap; it applies to later releases.
     void set_capped(bool on) { capped_ = on; }
     bool is_capped() const { return capped_; }
 

@@ -2,21 +2,21 @@
 
 #include <glue/data_stream/Data_stream.h>
 
-/// Prints what is written to it through the debug printer; nothing is ever read from it.
+/// Prints the bytes written to it through the debug printer; nothing is ever read from it.
 ///
 ///     Debug_data_stream out(false);
-///     settings.print(out);             // whatever can write to a stream can write to the debug printer
+///     settings.print(out);             // code that writes to a stream can write to the debug printer
 ///
-/// **Threads.** Any thread may write; a line is never torn.
+/// **Threads.** Any thread may write; lines are never mixed.
 class GLUE_EXPORT Debug_data_stream : public Data_stream {
   public:
-    /// \param at_once  whether every write goes out at once, even when no line feed ends it
+    /// \param at_once  print every write at once, even when no line feed ends it
     explicit Debug_data_stream(bool at_once);
     ~Debug_data_stream() override;
 
     using Data_stream::get_data;
 
-    /// \return false, always
+    /// There is nothing to fetch. \return false
     int get_data(int n) override;
 
     /// \return `len`

@@ -2,26 +2,27 @@
 
 #include <glue/data_stream/Data_stream.h>
 
-/// A tap: passes writes on to another stream and shows them through the debug printer, at once or a buffer at a time.
+/// A tap: forwards writes to another stream and prints them through the debug printer, at once or a buffer at a time.
 /// Nothing is ever read from it.
 ///
 ///     unsigned char buffer[256];
 ///     Diagnostic_data_stream tap("to receiver", port, buffer, sizeof buffer);
 ///     send_commands(tap);
-///     tap.print_debug();               // what is left in the buffer
+///     tap.print_debug();               // the rest in the buffer
 ///
-/// Each showing is a time stamp, the name, and the bytes in brackets, made readable.
+/// Each print is a time stamp, the name, and the bytes in brackets, made readable.
 ///
-/// **Ownership.** Target, name and buffer stay the caller's and outlive the tap; destroying it prints nothing.
+/// **Ownership.** The caller owns target, name and buffer, which outlive the tap; destroying it prints nothing.
 /// **Threads.** For one thread at a time.
 class GLUE_EXPORT Diagnostic_data_stream : public Data_stream {
   public:
-    /// Passes writes on and shows nothing.
+    /// Forwards writes and prints nothing.
     explicit Diagnostic_data_stream(Data_stream& write_to);
 
-    /// \param shown_name  null shows nothing
-    /// \param buffer      collects the bytes until `size` of them are there; null, or a `size` of 0, shows every
-    ///                    write at once
+    /// \param shown_name  null: print nothing
+    /// \param buffer      collects up to `size` bytes before they are printed; null, or a `size` of 0: print every
+    /// write
+    ///                    at once
     Diagnostic_data_stream(const char* shown_name, Data_stream& write_to, unsigned char* buffer, unsigned long size);
     ~Diagnostic_data_stream() override;
 
@@ -31,14 +32,14 @@ class GLUE_EXPORT Diagnostic_data_stream : public Data_stream {
     /// \return true for an `n` of 0 only
     int get_data(int n) override;
 
-    /// Shows or collects the bytes, then passes them on.
-    /// \return what the target returned
+    /// Prints or collects the bytes, then forwards them.
+    /// \return the target's result
     int _write(const unsigned char* data, unsigned int len) override;
 
-    /// Shows `len` bytes now; nothing when there is no name.
+    /// Prints `len` bytes; nothing without a name.
     void print_debug(const unsigned char* data, unsigned int len);
 
-    /// Shows what the buffer holds, and empties it.
+    /// Prints the buffered bytes and empties the buffer.
     void print_debug();
 
   private:

@@ -36,10 +36,6 @@ class GLUE_EXPORT Posix_console_data_stream : public Posix_threaded_data_stream 
     /// Nothing can be fetched: keys come when they are pressed. \return true only for an `n` of 0
     int get_data(int n) override;
 
-    /// The console's own lock, of its receive ring and its events.
-    void lock() override;
-    void unlock() override;
-
   private:
     Mutex console_lock_;
     termios saved_attributes_;

@@ -1,8 +1,8 @@
 #pragma once
 
 #include <glue/data_stream/Capped_semaphore.h>
-#include <glue/data_stream/Event_sender_data_stream.h>
 #include <glue/data_stream/Posix_data_stream.h>
+#include <glue/data_stream/Pushed_data_stream.h>
 
 #include <atomic>
 #include <cstdint>
@@ -37,7 +37,7 @@
 /// in the same way again and again is reported once and asked ten times a second; so is one at its end of file, where
 /// more may come (a FIFO without a writer, for one). A line that is gone (EIO, ENODEV, ENXIO) is at its end of file.
 /// Descriptors of FD_SETSIZE (1024) and above are never read, nor is their write buffer sent.
-class GLUE_EXPORT Posix_threaded_data_stream : public Posix_data_stream, public Event_sender_data_stream {
+class GLUE_EXPORT Posix_threaded_data_stream : public Posix_data_stream, public Pushed_data_stream {
   public:
     /// Bytes that the transmit ring holds.
     static constexpr unsigned tx_capacity = 4200;
@@ -71,9 +71,9 @@ class GLUE_EXPORT Posix_threaded_data_stream : public Posix_data_stream, public 
 
     /// Has the thread read and send nothing until `resume()`; it stops when it next looks, usually at once. Writers go
     /// on, into the transmit ring if it is on. \return true, also when the thread could not be told
-    virtual bool pause();
+    bool pause() override;
     /// Lets the thread go on. On purpose, it is counted: a `resume` without a pause ends the next pause at once.
-    virtual void resume();
+    void resume() override;
 
     /// Queue what cannot be written at once (off at first). Switching it off leaves queued bytes where they are until
     /// it is on again; what is written meanwhile overtakes them.
@@ -142,6 +142,9 @@ class GLUE_EXPORT Posix_threaded_data_stream : public Posix_data_stream, public 
 
     /// Called by the thread, holding no lock. Does nothing here.
     virtual void handle_timer();
+
+  public:
+    bool traces_itself() const override { return true; }
 
   private:
     class Reader;

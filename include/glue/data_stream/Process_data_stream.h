@@ -1,6 +1,6 @@
 #pragma once
 
-#include <glue/data_stream/Event_sender_data_stream.h>
+#include <glue/data_stream/Pushed_data_stream.h>
 
 #include <atomic>
 #include <memory>
@@ -42,7 +42,7 @@
 ///
 /// Waiting uses `select`, which knows descriptors below FD_SETSIZE (1024): a stream whose pipe gets one above is
 /// finished at once.
-class GLUE_EXPORT Process_data_stream : public Event_sender_data_stream {
+class GLUE_EXPORT Process_data_stream : public Pushed_data_stream {
   public:
     /// The debug category of everything that the stream says.
     static constexpr unsigned debug_category = 111;
@@ -65,11 +65,6 @@ class GLUE_EXPORT Process_data_stream : public Event_sender_data_stream {
 
     /// `kill()`; after `detach()`, `join(0)`.
     ~Process_data_stream() override;
-
-    // The stream's lock, which guards the receive ring too.
-
-    void lock() override;
-    void unlock() override;
 
     using Data_stream::get_data;
     /// Output comes by itself: there is never anything to fetch.
@@ -95,6 +90,9 @@ class GLUE_EXPORT Process_data_stream : public Event_sender_data_stream {
     ///         program ends at once. False when one is running already, for an empty `argv`, and when the system has
     ///         no pipe, process or thread left; state 0 then, with nothing left behind
     bool run(const char* const* argv, const char* const* envp);
+
+    /// Whether the child's output is no longer read.
+    bool has_ended() override;
 
     /// The child's output is being read.
     bool is_running() const;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <glue/data_stream/Event_sender_data_stream.h>
+#include <glue/data_stream/Pushed_data_stream.h>
 
 #include <platform/TCP_client_task.h>
 
@@ -28,7 +28,7 @@
 /// **Threads.** One thread reads while any threads write; the bytes of one write stay together as far as they
 /// were taken. Everything runs under the stream's lock. The rx callback runs in the task's thread ("vro.TCPC") with
 /// that lock held: it must not use the stream in any way. Destroying the stream ends the thread first.
-class GLUE_EXPORT TCP_client_data_stream : public Event_sender_data_stream, private TCP_client_task {
+class GLUE_EXPORT TCP_client_data_stream : public Pushed_data_stream, private TCP_client_task {
   public:
     static constexpr unsigned queue_capacity = 4200;
 
@@ -44,9 +44,6 @@ class GLUE_EXPORT TCP_client_data_stream : public Event_sender_data_stream, priv
     /// \param reconnect_period, connect_timeout  in milliseconds; 0 or less for the platform's own
     TCP_client_data_stream(module_man& mm, const char* addr, int port, int reconnect_period, int connect_timeout);
     ~TCP_client_data_stream() override;
-
-    void lock() override;
-    void unlock() override;
 
     using Data_stream::get_data;
 
@@ -75,6 +72,7 @@ class GLUE_EXPORT TCP_client_data_stream : public Event_sender_data_stream, priv
     /// for queued ones) under the stream's description. From any thread.
     /// \return 0
     int set_port_logging(data_stream_logging_t flags) override;
+    bool traces_itself() const override { return true; }
 
     /// Kept for applications that set it; of no effect.
     void suppress_errors(bool on);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <glue/data_stream/Event_sender_data_stream.h>
+#include <glue/data_stream/Pushed_data_stream.h>
 
 #include <platform/TCP_server_buffered.h>
 #include <platform/Task.h>
@@ -15,7 +15,7 @@
 /// differences: bytes are announced with `rx_full_event` when they fill the ring; `flush` discards unread bytes; the
 /// server's threads are "vro.TCSB0", "vro.TCSB1" and so on, counted through the process; the destructor waits for the
 /// server without a limit.
-class GLUE_EXPORT TCP_server_buffered_data_stream : public Event_sender_data_stream, public TCP_server_buffered {
+class GLUE_EXPORT TCP_server_buffered_data_stream : public Pushed_data_stream, public TCP_server_buffered {
   public:
     /// As `TCP_server_data_stream::create`, for "tcpb:" and a port number.
     static TCP_server_buffered_data_stream* create(module_man& mm, const char* spec);
@@ -23,9 +23,6 @@ class GLUE_EXPORT TCP_server_buffered_data_stream : public Event_sender_data_str
     /// Starts the server's thread.
     TCP_server_buffered_data_stream(module_man& mm, int port);
     ~TCP_server_buffered_data_stream() override;
-
-    void lock() override;
-    void unlock() override;
 
     // ---- Of the server's thread ----
 
@@ -52,6 +49,7 @@ class GLUE_EXPORT TCP_server_buffered_data_stream : public Event_sender_data_str
     /// under the stream's description. From any thread.
     /// \return 0
     int set_port_logging(data_stream_logging_t flags) override;
+    bool traces_itself() const override { return true; }
 
     /// Discards received bytes that nobody has read.
     void flush() override;

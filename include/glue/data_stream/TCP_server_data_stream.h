@@ -1,6 +1,6 @@
 #pragma once
 
-#include <glue/data_stream/Event_sender_data_stream.h>
+#include <glue/data_stream/Pushed_data_stream.h>
 
 #include <platform/TCP_server.h>
 #include <platform/Task.h>
@@ -31,7 +31,7 @@
 /// **Threads.** One thread reads while any threads write; the server's own one is "vro.TCP". Reading and registration
 /// run under the stream's lock. The rx callback runs in the server's thread with that lock held: it may write to the
 /// stream, but must not read from it, register or lock it. Destroying the stream ends the thread first.
-class GLUE_EXPORT TCP_server_data_stream : public Event_sender_data_stream, public TCP_server {
+class GLUE_EXPORT TCP_server_data_stream : public Pushed_data_stream, public TCP_server {
   public:
     /// Makes the stream that a text asks for: "tcp:" and a port number, with anything before and after it ("tcp:" alone
     /// means port 0, for which the system chooses one: see `local_port()`).
@@ -44,9 +44,6 @@ class GLUE_EXPORT TCP_server_data_stream : public Event_sender_data_stream, publ
     /// Waits up to 100 ms for the server to end. When something holds its thread up for longer, the stream says so on
     /// standard error and waits on.
     ~TCP_server_data_stream() override;
-
-    void lock() override;
-    void unlock() override;
 
     // ---- Of the server's thread ----
 
@@ -73,6 +70,7 @@ class GLUE_EXPORT TCP_server_data_stream : public Event_sender_data_stream, publ
     /// with any of them also the clients that come and go. From any thread.
     /// \return 0
     int set_port_logging(data_stream_logging_t flags) override;
+    bool traces_itself() const override { return true; }
 
   private:
     static void* serve(void* self);

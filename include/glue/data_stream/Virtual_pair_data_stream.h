@@ -6,31 +6,31 @@
 #include <cstdint>
 #include <mutex>
 
-/// One end of a `Virtual_pair_data_stream`: what is written to it is read from the other end.
+/// One end of a `Virtual_pair_data_stream`: the bytes written to it are read from the other end.
 ///
-/// Between the two lies, for each direction, a transfer ring of `transfer_capacity` bytes; a writer that finds it full
-/// waits for the reader, a reader that finds it empty waits for the writer. Reading moves bytes from the transfer ring
-/// into the end's own receive ring.
+/// For each direction there is a transfer ring of `transfer_capacity` bytes between the two; a writer that finds it
+/// full waits for the reader, a reader that finds it empty waits for the writer. Reading moves bytes from the transfer
+/// ring into the end's own receive ring.
 ///
-/// The events of an end: an rx event when the other end's write is done (code 1 when the transfer ring is full then),
-/// a tx event when the other end has fetched (code 3 when the transfer ring is empty then).
+/// The events of an end: an rx event at the end of each write of the other end (code 1 when the transfer ring is full
+/// then), a tx event when the other end has fetched (code 3 when the transfer ring is empty then).
 ///
 /// **Threads.** One thread reads from an end while another writes to it; any thread may register and set time-outs.
-/// Both ends share one lock, and nobody holds it while waiting. It is held while events are sent: an rx callback may
-/// set a flag, wake a thread or send to waiters, but must not use either end of the pair in any way, for that would
-/// take the lock again and abort the process.
+/// Both ends share one lock, which no thread holds while it waits. It is held while events are sent: an rx callback may
+/// set a flag, wake a thread or send to waiters, but must not use either end of the pair in any way, because that would
+/// acquire the lock again and abort the process.
 ///
-/// **Large writes.** A write that does not fit lets a waiting reader go on each time before it waits, but sends the rx
-/// event only once, at its end, and none at all when its wait fails. A reader that works by events alone sees a write
-/// in time only when it fits the transfer ring.
+/// **Large writes.** A write that does not fit wakes a waiting reader each time before it waits, but sends the rx event
+/// only once, at its end, and none at all when its wait fails. A reader that relies on events alone is notified in time
+/// only of a write that fits the transfer ring.
 class GLUE_EXPORT Virtual_pair_data_stream_part : public Event_sender_data_stream {
   public:
     static constexpr int default_timeout_ms = 100000;
-    /// Bytes under way in one direction.
+    /// Bytes in transfer in one direction.
     static constexpr unsigned transfer_capacity = 128;
 
     /// \param modules   gives the end its module id; may be null
-    /// \param other_end whom this end talks to; need not be constructed yet
+    /// \param other_end the peer; need not be constructed yet
     /// \param lock_of_both  guards both ends; outlives them
     Virtual_pair_data_stream_part(module_man* modules, Virtual_pair_data_stream_part& other_end, Mutex& lock_of_both);
     ~Virtual_pair_data_stream_part() override;
@@ -39,12 +39,12 @@ class GLUE_EXPORT Virtual_pair_data_stream_part : public Event_sender_data_strea
     void lock() override;
     void unlock() override;
 
-    /// Discards what the other end has written and this one has not fetched. Leaves the receive ring alone, and wakes
-    /// no writer: the next fetch does.
+    /// Drops the bytes that the other end has written and this one has not fetched. Leaves the receive ring unchanged
+    /// and wakes no writer: the next fetch does.
     void flush() override;
 
     // Time-outs in milliseconds, `default_timeout_ms` at construction; 0 or less means not to wait. A wait lasts a
-    // multiple of 10 ms: what is left of the time-out, rounded down. All return true.
+    // multiple of 10 ms: the rest of the time-out, rounded down. All return true.
 
     int set_read_timeout(int ms) override;
     int set_default_read_timeout() override;
@@ -54,14 +54,14 @@ class GLUE_EXPORT Virtual_pair_data_stream_part : public Event_sender_data_strea
     using Data_stream::get_data;
 
     /// Moves `n` bytes from the other end into the receive ring, waiting for them until the read time-out; bytes that
-    /// the receive ring has no room for are lost. Sends the other end's tx event, unless a wait failed.
-    /// \return true when all `n` came; false, with those that came in the ring, when not. An `n` of 0 or less moves
-    ///         nothing: true for 0, false for less
+    /// do not fit the receive ring are lost. Sends the other end's tx event, unless a wait failed.
+    /// \return whether all `n` were moved; those that were are in the ring. An `n` of 0 or less moves nothing: true for
+    ///         0, false for less
     int get_data(int n) override;
 
-    /// Hands `len` bytes to the other end, waiting for room until the write time-out. Sends the other end's rx event
-    /// when bytes were taken, unless a wait failed.
-    /// \return the bytes taken
+    /// Transfers `len` bytes to the other end, waiting for free space until the write time-out. Sends the other end's
+    /// rx event when bytes were accepted, unless a wait failed.
+    /// \return the bytes accepted
     int _write(const unsigned char* data, unsigned int len) override;
 
   private:
@@ -81,14 +81,13 @@ class GLUE_EXPORT Virtual_pair_data_stream_part : public Event_sender_data_strea
     Capped_semaphore space_ready_; ///< the other end has fetched
 };
 
-/// Two streams connected back to back, for two parts of one process that talk as if a line lay between them.
+/// Two connected streams, for two parts of one process that communicate as over a line.
 ///
 ///     Virtual_pair_data_stream line(&modules);
 ///     std::thread device([&] { simulate_receiver(line.part_b()); });
 ///     configure_receiver(line.part_a());
 ///
-/// **Ownership.** The pair is one object: both ends live and end with it, and no thread may be inside either when it
-/// is destroyed.
+/// **Ownership.** The pair is one object, which owns both ends. No thread may be inside either when it is destroyed.
 class GLUE_EXPORT Virtual_pair_data_stream {
   public:
     /// \param modules  gives both ends their module ids; may be null

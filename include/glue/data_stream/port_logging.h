@@ -4,7 +4,7 @@
 #include <platform/String_builder.h>
 #include <platform/snoop_logger.h>
 
-/// The debug category that shows the traffic of ports.
+/// The debug category of the traffic of ports.
 constexpr unsigned port_logging_category = 136;
 
 /// Writes a time-stamped, readable copy of the bytes that pass through a port to the debug printer and to the
@@ -12,13 +12,13 @@ constexpr unsigned port_logging_category = 136;
 ///
 ///     12:00:00.000 DSPosTSer(0x..., /dev/ttyS1)[RD](5/1205): GT00B
 ///
-/// Long traffic comes in pieces of up to 4001 characters, of which only the first has the head and only the last a line
-/// feed. Nothing at all is written for an empty range. Allocates nothing, and costs next to nothing while neither the
-/// printer's category nor the logger is on.
-/// \param enabled  the printer's token for `port_logging_category`, asked for at each call
+/// Long traffic is written in pieces of up to 4001 characters: only the first has the head, only the last a line feed.
+/// Nothing is written for an empty range. Allocates nothing, and costs next to nothing while both the printer's
+/// category and the logger are off.
+/// \param enabled  the printer's token for `port_logging_category`, fetched for each call
 /// \param name     the stream's description
 /// \param dir      the direction: "RD", "WR", or the transport's own word
-/// \param counter  when not null, grows by the number of bytes and is shown behind it
+/// \param counter  when not null, is increased by the number of bytes and printed after it
 template <typename Enable_token>
 void do_port_logging(Enable_token enabled, const char* name, const char* dir, const unsigned char* begin,
                      const unsigned char* end, unsigned int* counter) {

@@ -5,8 +5,10 @@
 
 #include <condition_variable>
 #include <cstdint>
+#include <cstdlib>
 #include <memory>
 #include <mutex>
+#include <utility>
 
 class module_man;
 
@@ -16,8 +18,13 @@ struct waiter_event {
     std::uint32_t words[2] = {}; ///< free for sender and receiver to agree on; zero when unused
     int code = 0;                ///< what happened, in the sender's own numbering
     std::uintptr_t target = 0;   ///< what it is about: an address or a number of the receiver's choice
-    void* payload = nullptr;     ///< memory from `malloc`, or null; whoever holds the event last calls `free` on it
+    void* payload = nullptr;     ///< memory from `malloc`, or null; its last holder calls `release_payload`
 };
+
+/// Frees the payload of an event, which has none afterwards.
+inline void release_payload(waiter_event& event) {
+    std::free(std::exchange(event.payload, nullptr));
+}
 
 /// A queue of events that one thread waits on and any thread sends to.
 ///

@@ -423,4 +423,25 @@ TEST_F(AIM_adapter, takes_nothing_from_the_heap_to_read_and_write) {
     EXPECT_EQ(allocations.count(), 0U);
 }
 
+// ---- The end ----
+
+TEST_F(AIM_adapter, has_ended_when_the_raw_stream_has_and_all_frames_are_read) {
+    EXPECT_FALSE(adapter.has_ended());
+    raw.push(aim_frame("abc"));
+    EXPECT_EQ(receive(3), "abc");
+    EXPECT_FALSE(adapter.has_ended());
+    raw.ended = true;
+    EXPECT_TRUE(adapter.has_ended());
+}
+
+TEST_F(AIM_adapter, has_not_ended_while_the_raw_stream_holds_a_frame) {
+    raw.receive("\x06" + aim_frame("abc") + "\x06" + aim_frame("def") + ">>00");
+    raw.ended = true;
+    EXPECT_FALSE(adapter.has_ended());
+    EXPECT_EQ(receive(3), "abc");
+    EXPECT_FALSE(adapter.has_ended());
+    EXPECT_EQ(receive(3), "def");
+    EXPECT_TRUE(adapter.has_ended()) << "half a frame will never be a whole one";
+}
+
 } // namespace

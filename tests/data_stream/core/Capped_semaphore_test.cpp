@@ -42,7 +42,7 @@ TEST(Capped_semaphore, cap_keeps_one_permit) {
     EXPECT_FALSE(semaphore.acquire(0));
 }
 
-TEST(Capped_semaphore, cap_set_late_takes_back_one_permit_per_release) {
+TEST(Capped_semaphore, cap_that_is_set_late_removes_one_permit_per_release) {
     Capped_semaphore semaphore;
     for (int i = 0; i < 3; ++i)
         semaphore.release();
@@ -52,7 +52,7 @@ TEST(Capped_semaphore, cap_set_late_takes_back_one_permit_per_release) {
     EXPECT_EQ(semaphore.available(), 3);
 }
 
-TEST(Capped_semaphore, lifted_cap_counts_again) {
+TEST(Capped_semaphore, counts_again_when_the_cap_is_cleared) {
     Capped_semaphore semaphore;
     semaphore.set_capped(true);
     semaphore.release();
@@ -61,21 +61,21 @@ TEST(Capped_semaphore, lifted_cap_counts_again) {
     EXPECT_EQ(semaphore.available(), 2);
 }
 
-TEST(Capped_semaphore, uncounted_permits_begin_at_the_most) {
+TEST(Capped_semaphore, permits_beyond_the_most_are_not_counted) {
     Capped_semaphore semaphore;
     for (int i = 0; i < Capped_semaphore::most_permits + 3; ++i)
         semaphore.release();
     EXPECT_EQ(semaphore.available(), Capped_semaphore::most_permits);
 }
 
-TEST(Capped_semaphore, acquire_waits_out_its_limit) {
+TEST(Capped_semaphore, acquire_waits_for_its_whole_time_limit) {
     Capped_semaphore semaphore;
     const auto start = Clock::now();
     EXPECT_FALSE(semaphore.acquire(30));
     EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(29));
 }
 
-TEST(Capped_semaphore, release_wakes_who_waits) {
+TEST(Capped_semaphore, release_wakes_a_waiting_thread) {
     for (const int limit : {long_enough_ms, -1}) {
         Capped_semaphore semaphore;
         std::atomic<bool> woken{false};

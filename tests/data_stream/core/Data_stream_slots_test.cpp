@@ -8,7 +8,7 @@
 
 namespace {
 
-TEST(Data_stream_slots, stand_in_their_order) {
+TEST(Data_stream_slots, are_in_their_order) {
     EXPECT_EQ(vtable_slot(&Data_stream::drop), 2U);
     EXPECT_EQ(vtable_slot(&Data_stream::drop_all), 3U);
     EXPECT_EQ(vtable_slot<unsigned (Data_stream::*)()>(&Data_stream::bytes_avail), 4U);

@@ -62,7 +62,7 @@ TEST_F(Data_stream_test, logging_is_off_only_for_zero) {
     EXPECT_EQ(Data_stream::log_all, 3);
 }
 
-TEST_F(Data_stream_test, description_is_cut_to_31_characters_and_taken_literally) {
+TEST_F(Data_stream_test, description_is_cut_to_31_characters_and_copied_literally) {
     EXPECT_TRUE(stream.set_description("%s%n 0123456789012345678901234567890123456789"));
     EXPECT_STREQ(stream.get_description(), "%s%n 01234567890123456789012345");
 }
@@ -75,7 +75,7 @@ TEST_F(Data_stream_test, full_ring_reports_all_4200_bytes) {
     EXPECT_TRUE(stream.full());
 }
 
-TEST_F(Data_stream_test, bytes_avail_fetches_only_what_is_missing) {
+TEST_F(Data_stream_test, bytes_avail_fetches_only_missing_bytes) {
     stream.receive("abc");
     stream.will_arrive("defgh");
     EXPECT_TRUE(stream.bytes_avail(3U));
@@ -85,14 +85,14 @@ TEST_F(Data_stream_test, bytes_avail_fetches_only_what_is_missing) {
     EXPECT_EQ(stream.buffered(), "abcdefg");
 }
 
-TEST_F(Data_stream_test, bytes_avail_returns_what_the_fetch_returned) {
+TEST_F(Data_stream_test, bytes_avail_returns_the_result_of_the_fetch) {
     stream.on_fetch = [](int) { return 42; };
     EXPECT_EQ(stream.bytes_avail(1U), 42);
     stream.on_fetch = [](int) { return 0; };
     EXPECT_EQ(stream.bytes_avail(1U), 0);
 }
 
-TEST_F(Data_stream_test, counting_a_huge_number_reaches_the_fetch_as_a_negative_one) {
+TEST_F(Data_stream_test, huge_count_reaches_the_fetch_as_a_negative_number) {
     EXPECT_FALSE(stream.bytes_avail(0xFFFFFFFFU));
     EXPECT_THAT(stream.fetches, ElementsAre(-1));
 }
@@ -113,7 +113,7 @@ TEST_F(Data_stream_test, peek_copies_without_consuming) {
     EXPECT_TRUE(stream.fetches.empty());
 }
 
-TEST_F(Data_stream_test, peek_fetches_what_is_missing) {
+TEST_F(Data_stream_test, peek_fetches_missing_bytes) {
     stream.receive("abc");
     stream.will_arrive("defg");
     EXPECT_EQ(peek(4, 2), "cdef");
@@ -126,7 +126,7 @@ TEST_F(Data_stream_test, peek_fails_when_the_fetch_fails) {
     EXPECT_EQ(stream.buffered(), "abc");
 }
 
-TEST_F(Data_stream_test, peek_copies_what_there_is_when_a_fetch_claims_more_than_it_brought) {
+TEST_F(Data_stream_test, peek_copies_the_buffered_bytes_when_a_fetch_reports_more_than_it_delivers) {
     stream.receive("abc");
     stream.on_fetch = [](int) { return 1; };
     unsigned char bytes[5] = {'?', '?', '?', '?', '?'};
@@ -159,7 +159,7 @@ TEST_F(Data_stream_test, peek_crosses_the_end_of_the_storage) {
     EXPECT_EQ(peek(3, 3), "def");
 }
 
-TEST_F(Data_stream_test, peek_of_a_full_ring_sees_every_byte_in_order) {
+TEST_F(Data_stream_test, peek_of_a_full_ring_copies_every_byte_in_order) {
     Random random;
     const std::string bytes = random.bytes(capacity);
     stream.move_head_to(1234);
@@ -179,7 +179,7 @@ TEST_F(Data_stream_test, index_counts_from_the_oldest_byte) {
     EXPECT_TRUE(stream.fetches.empty());
 }
 
-TEST_F(Data_stream_test, index_fetches_what_is_missing) {
+TEST_F(Data_stream_test, index_fetches_missing_bytes) {
     stream.receive("a");
     stream.will_arrive("bcd");
     EXPECT_EQ(stream[3], 'd');
@@ -191,7 +191,7 @@ TEST_F(Data_stream_test, index_is_zero_when_the_fetch_fails) {
     EXPECT_EQ(stream[1], 0);
 }
 
-TEST_F(Data_stream_test, index_gives_the_first_byte_of_the_storage_when_a_fetch_brought_too_little) {
+TEST_F(Data_stream_test, index_returns_the_first_byte_of_the_storage_when_a_fetch_delivers_too_little) {
     stream.receive("Zabc");
     stream.drop(2);
     stream.on_fetch = [](int) { return 1; };
@@ -218,7 +218,7 @@ TEST_F(Data_stream_test, drop_of_more_than_buffered_keeps_everything_when_nothin
     EXPECT_THAT(stream.fetches, ElementsAre(6));
 }
 
-TEST_F(Data_stream_test, drop_fetches_what_is_missing_and_drops_it_too) {
+TEST_F(Data_stream_test, drop_fetches_missing_bytes_and_drops_them_too) {
     stream.receive("abcd");
     stream.will_arrive("efgh");
     stream.drop(6);
@@ -226,14 +226,14 @@ TEST_F(Data_stream_test, drop_fetches_what_is_missing_and_drops_it_too) {
     EXPECT_EQ(stream.arriving, "gh");
 }
 
-TEST_F(Data_stream_test, drop_takes_what_is_there_when_a_fetch_claims_more_than_it_brought) {
+TEST_F(Data_stream_test, drop_consumes_the_buffered_bytes_when_a_fetch_reports_more_than_it_delivers) {
     stream.receive("abcd");
     stream.on_fetch = [](int) { return 1; };
     stream.drop(10);
     EXPECT_EQ(stream.buffered(), "");
 }
 
-TEST_F(Data_stream_test, drop_keeps_what_a_fetch_brought_beyond_the_need) {
+TEST_F(Data_stream_test, drop_keeps_the_bytes_that_a_fetch_delivers_beyond_the_need) {
     stream.on_fetch = [this](int) {
         stream.receive("abcdef");
         return 1;
@@ -262,7 +262,7 @@ TEST_F(Data_stream_test, drop_of_the_capacity_empties_a_full_ring) {
     EXPECT_TRUE(stream.fetches.empty());
 }
 
-TEST_F(Data_stream_test, drop_beyond_the_capacity_asks_a_fetch_even_of_a_full_ring) {
+TEST_F(Data_stream_test, drop_beyond_the_capacity_fetches_even_with_a_full_ring) {
     stream.receive(std::string(capacity, 'x'));
     stream.drop(capacity + 1);
     EXPECT_EQ(stream.bytes_avail(), capacity);
@@ -329,7 +329,7 @@ TEST_F(Data_stream_test, reading_agrees_with_a_queue_over_random_operations) {
 
 // ---- Lines ----
 
-TEST_F(Data_stream_test, line_is_the_printable_run_behind_leading_control_characters) {
+TEST_F(Data_stream_test, line_is_the_printable_run_after_leading_control_characters) {
     stream.receive("\r\nABC\r");
     EXPECT_EQ(stream.string_avail(), 3U);
     EXPECT_EQ(stream.buffered(), "ABC\r");
@@ -387,7 +387,7 @@ TEST_F(Data_stream_test, line_search_counts_and_drops_by_the_virtual_operations)
         std::vector<unsigned int> drops;
     } overriding;
     overriding.receive("\r\nAB\r");
-    EXPECT_EQ(overriding.string_avail(), 0U); // of the four bytes that it was told of
+    EXPECT_EQ(overriding.string_avail(), 0U); // of the four bytes that it reports
     EXPECT_THAT(overriding.drops, ElementsAre(1U, 1U));
     overriding.told = capacity;
     EXPECT_EQ(overriding.string_avail(), Data_stream::full_ring);
@@ -412,7 +412,7 @@ TEST_F(Data_stream_test, reading_operations_hold_the_lock_also_while_fetching) {
     EXPECT_EQ(stream.lock.owner_thread(), nullptr);
 }
 
-TEST_F(Data_stream_test, every_reading_operation_takes_the_lock) {
+TEST_F(Data_stream_test, every_reading_operation_acquires_the_lock) {
     const std::vector<std::function<void(Data_stream&)>> operations = {
         [](Data_stream& s) { s.bytes_avail(); },
         [](Data_stream& s) { s.bytes_avail(1U); },

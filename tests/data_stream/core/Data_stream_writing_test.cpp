@@ -1,4 +1,4 @@
-// Writing, copying and tracing. What is read: Data_stream_test.cpp.
+// Writing, copying and tracing. Naming, reading, locking: Data_stream_test.cpp.
 
 #include <glue/data_stream/Data_stream.h>
 
@@ -33,7 +33,7 @@ struct Data_stream_writing : testing::Test {
 
 // ---- Writing ----
 
-TEST_F(Data_stream_writing, write_returns_what_the_transport_took) {
+TEST_F(Data_stream_writing, write_returns_the_transport_s_result) {
     EXPECT_EQ(write_bytes(stream, "hello"), 5);
     EXPECT_EQ(stream.written, "hello");
     stream.on_write = [](const unsigned char*, unsigned) { return 2; };
@@ -75,7 +75,7 @@ TEST_F(Data_stream_writing, write_guard_is_released_when_the_transport_throws) {
     EXPECT_EQ(write_bytes(stream, "c"), 1);
 }
 
-TEST_F(Data_stream_writing, write_guard_is_each_thread_s_own) {
+TEST_F(Data_stream_writing, each_thread_has_its_own_write_guard) {
     int from_other_thread = 0;
     bool nested = false;
     stream.on_write = [&](const unsigned char*, unsigned len) {
@@ -89,7 +89,7 @@ TEST_F(Data_stream_writing, write_guard_is_each_thread_s_own) {
     EXPECT_EQ(from_other_thread, 5);
 }
 
-TEST_F(Data_stream_writing, write_within_the_write_of_another_stream_goes_through) {
+TEST_F(Data_stream_writing, write_within_the_write_of_another_stream_is_sent) {
     Scripted_stream other;
     stream.on_write = [&](const unsigned char* data, unsigned len) { return other.__write(data, len); };
     EXPECT_EQ(write_bytes(stream, "through"), 7);
@@ -123,7 +123,7 @@ TEST_F(Data_stream_writing, message_is_written_with_or_without_a_newline) {
     EXPECT_THAT(stream.writes, ElementsAre(std::string("PG\0\1", 4), std::string("PG\0\1", 4), "\n"));
 }
 
-TEST_F(Data_stream_writing, newline_follows_even_a_message_that_was_cut_short) {
+TEST_F(Data_stream_writing, newline_follows_even_a_short_write_of_the_message) {
     unsigned char bytes[] = {'a', 'b', 'c'};
     stream.on_write = [](const unsigned char*, unsigned len) { return len == 3 ? 2 : 1; };
     EXPECT_FALSE(stream.write(Binary_message(bytes, 3), true));
@@ -156,7 +156,7 @@ TEST_F(Data_stream_writing, printf_of_256_characters_or_more_writes_255_and_a_nu
     }
 }
 
-TEST_F(Data_stream_writing, printf_is_true_for_any_result_but_zero) {
+TEST_F(Data_stream_writing, printf_is_true_for_any_result_except_zero) {
     stream.on_write = [](const unsigned char*, unsigned) { return -1; };
     EXPECT_TRUE(stream.printf("x"));
     stream.on_write = [](const unsigned char*, unsigned) { return 0; };
@@ -164,18 +164,18 @@ TEST_F(Data_stream_writing, printf_is_true_for_any_result_but_zero) {
     EXPECT_FALSE(stream.printf("%s", ""));
 }
 
-TEST_F(Data_stream_writing, printf_of_what_cannot_be_formatted_writes_nothing) {
+TEST_F(Data_stream_writing, printf_of_a_text_that_cannot_be_formatted_writes_nothing) {
     const wchar_t no_character[] = {static_cast<wchar_t>(0x7FFFFFFF), 0};
     EXPECT_FALSE(stream.printf("%ls", no_character));
     EXPECT_TRUE(stream.writes.empty());
 }
 
-// ---- Copying a stream into another ----
+// ---- Copying a stream to another ----
 
 struct Copy_test : testing::Test {
     Scripted_stream source;
     Scripted_stream destination;
-    std::vector<int> results; ///< what the destination takes, call by call; everything when it runs out
+    std::vector<int> results; ///< the bytes that the destination accepts, call by call; after the last one, all bytes
 
     void SetUp() override {
         destination.on_write = [this](const unsigned char*, unsigned len) {
@@ -209,7 +209,7 @@ TEST_F(Copy_test, of_contiguous_bytes_is_one_write) {
     EXPECT_EQ(source.head(), 150U);
 }
 
-TEST_F(Copy_test, keeps_what_a_short_write_left) {
+TEST_F(Copy_test, keeps_the_rest_of_a_short_write) {
     const std::string bytes = fill(100, 50);
     results = {20};
     EXPECT_EQ(destination.write(source), 20);
@@ -257,7 +257,7 @@ TEST_F(Copy_test, of_wrapped_bytes_stops_at_a_short_first_piece) {
     EXPECT_EQ(source.buffered(), bytes.substr(4));
 }
 
-TEST_F(Copy_test, of_wrapped_bytes_keeps_what_the_second_piece_left) {
+TEST_F(Copy_test, of_wrapped_bytes_keeps_the_rest_of_a_short_second_piece) {
     for (const int second : {7, 0, -1}) {
         const std::string bytes = fill(4190, 30);
         results = {10, second};
@@ -304,7 +304,7 @@ TEST_F(Copy_test, of_bytes_that_end_before_the_storage_does_traces_one_piece) {
     EXPECT_THAT(debug.text(), Not(HasSubstr("WR(0)")));
 }
 
-TEST_F(Copy_test, holds_the_source_s_lock_only) {
+TEST_F(Copy_test, holds_only_the_source_s_lock) {
     source.use_lock();
     destination.use_lock();
     source.receive("abc");
@@ -317,7 +317,7 @@ TEST_F(Copy_test, holds_the_source_s_lock_only) {
     EXPECT_TRUE(as_told);
 }
 
-TEST_F(Copy_test, loses_and_reorders_nothing_over_random_shapes) {
+TEST_F(Copy_test, keeps_every_byte_in_order_for_random_rings) {
     Random random;
     std::string sent;
     destination.on_write = [&](const unsigned char*, unsigned len) {
@@ -430,13 +430,13 @@ struct Dprint_test : Data_stream_writing {
     void SetUp() override { stream.receive("abcdef"); }
 };
 
-TEST_F(Dprint_test, shows_the_bytes_asked_for_and_keeps_them) {
+TEST_F(Dprint_test, shows_the_requested_bytes_and_keeps_them) {
     EXPECT_EQ(trace(3, 1), "<time> tag[bcd]\n");
     EXPECT_EQ(stream.buffered(), "abcdef");
     EXPECT_TRUE(stream.fetches.empty());
 }
 
-TEST_F(Dprint_test, shows_all_from_the_offset_for_a_length_of_zero_or_too_many) {
+TEST_F(Dprint_test, shows_all_from_the_offset_for_a_length_of_zero_or_too_large_a_one) {
     EXPECT_EQ(trace(0, 2), "<time> tag[cdef]\n");
     EXPECT_EQ(trace(5, 2), "<time> tag[cdef]\n");
     EXPECT_EQ(trace(4, 2), "<time> tag[cdef]\n");
@@ -459,7 +459,7 @@ TEST_F(Dprint_test, may_be_called_while_the_printer_reads_the_stream) {
     Debug::Print::set_sink([&](std::string_view) { seen = stream.bytes_avail(); });
     stream.dprint("tag", 0, 0);
     Debug::Print::set_sink({});
-    EXPECT_EQ(seen, 6U); // the lock was free again
+    EXPECT_EQ(seen, 6U); // the lock had been released
 }
 
 } // namespace

@@ -50,17 +50,17 @@ TEST_F(Event_receiver, writes_are_traced_by_the_source) {
     EXPECT_EQ(debug.text_without_times(), "<time> WR(3)[abc] (3)\n");
 }
 
-TEST_F(Event_receiver, takes_what_is_there_without_waiting) {
+TEST_F(Event_receiver, reads_buffered_bytes_without_waiting) {
     source.push("abcdef");
     receiver.set_read_timeout(0);
     EXPECT_TRUE(receiver.bytes_avail(4));
     EXPECT_EQ(buffered(receiver), "abcd");
     EXPECT_EQ(source.bytes_avail(), 2U);
-    EXPECT_TRUE(receiver.bytes_avail(4)); // buffered here already: the source keeps its rest
+    EXPECT_TRUE(receiver.bytes_avail(4)); // buffered here already: the source keeps the rest
     EXPECT_EQ(source.bytes_avail(), 2U);
 }
 
-TEST_F(Event_receiver, takes_what_there_is_and_fails_when_more_was_asked_for) {
+TEST_F(Event_receiver, reads_the_buffered_bytes_and_fails_when_more_are_requested) {
     source.push("abc");
     receiver.set_read_timeout(1);
     EXPECT_EQ(receiver._get_data(5), 0);
@@ -68,7 +68,7 @@ TEST_F(Event_receiver, takes_what_there_is_and_fails_when_more_was_asked_for) {
     EXPECT_EQ(source.bytes_avail(), 0U);
 }
 
-TEST_F(Event_receiver, waits_for_bytes_that_come_later) {
+TEST_F(Event_receiver, waits_for_bytes_that_are_received_later) {
     std::thread device([this] {
         for (const char* piece : {"$G", "PG", "GA"})
             source.push(piece);
@@ -83,7 +83,7 @@ TEST_F(Event_receiver, read_time_out_ends_the_wait) {
     EXPECT_GE(time_of([this] { EXPECT_EQ(receiver._get_data(1), 0); }).count(), 38);
 }
 
-TEST_F(Event_receiver, write_time_out_leaves_reading_alone) {
+TEST_F(Event_receiver, write_time_out_does_not_affect_reading) {
     receiver.set_read_timeout(40);
     receiver.set_write_timeout(0);
     EXPECT_GE(time_of([this] { EXPECT_EQ(receiver._get_data(1), 0); }).count(), 38);
@@ -92,7 +92,7 @@ TEST_F(Event_receiver, write_time_out_leaves_reading_alone) {
     EXPECT_LT(time_of([this] { EXPECT_EQ(receiver._get_data(1), 0); }).count(), 9000);
 }
 
-TEST_F(Event_receiver, waits_out_the_rest_of_the_time_out_after_an_event) {
+TEST_F(Event_receiver, waits_for_the_rest_of_the_time_out_after_an_event) {
     receiver.set_read_timeout(60);
     source.on_fetch = [this, sent = false]() mutable {
         if (!std::exchange(sent, true))
@@ -108,7 +108,7 @@ TEST_F(Event_receiver, negative_time_out_does_not_wait) {
     }
 }
 
-// The clock goes back 9900 ms, so that of ten seconds 100 ms are left to wait in real time.
+// The deadline is taken from a clock that is 9900 ms slow: of the ten seconds 100 ms remain to wait.
 TEST_F(Event_receiver, read_time_out_is_ten_seconds_at_first_and_as_default) {
     for (const bool set_and_reset : {false, true}) {
         if (set_and_reset) {
@@ -130,7 +130,7 @@ TEST_F(Event_receiver, time_out_setters_return_true) {
     EXPECT_EQ(receiver.set_default_write_timeout(), 1);
 }
 
-TEST_F(Event_receiver, is_the_source_s_waiter_while_it_reads_only) {
+TEST_F(Event_receiver, is_the_source_s_waiter_only_while_it_reads) {
     waiter_descriptor* during = nullptr;
     source.on_fetch = [&] { during = source.get_rx_waiter(); };
     receiver.set_read_timeout(0);
@@ -140,8 +140,8 @@ TEST_F(Event_receiver, is_the_source_s_waiter_while_it_reads_only) {
     EXPECT_EQ(source.get_rx_waiter(), nullptr);
 }
 
-// On purpose: who was registered before is not put back.
-TEST_F(Event_receiver, reading_takes_the_place_of_another_waiter) {
+// On purpose: the previous waiter is not registered again.
+TEST_F(Event_receiver, reading_replaces_another_waiter) {
     Recording_waiter other(modules);
     receiver.set_read_timeout(0);
     for (const int n : {-1, 0, 1}) {
@@ -151,7 +151,7 @@ TEST_F(Event_receiver, reading_takes_the_place_of_another_waiter) {
     }
 }
 
-TEST_F(Event_receiver, registers_not_quiet) {
+TEST_F(Event_receiver, is_not_registered_as_quiet) {
     unsigned waiting = 0;
     source.on_fetch = [&] {
         source.send_rx_event(false);
@@ -191,7 +191,7 @@ TEST_F(Event_receiver, bytes_beyond_the_ring_are_lost_silently) {
     EXPECT_EQ(receiver[4199], 'a');
 }
 
-// A leak if it is not: the address sanitizer watches.
+// AddressSanitizer reports a leak otherwise.
 TEST_F(Event_receiver, payload_of_every_event_is_released) {
     source.on_fetch = [this, left = 3]() mutable {
         if (left-- == 0)
@@ -218,17 +218,17 @@ TEST_F(Event_receiver, peek_index_and_drop_wait_too) {
     device.join();
 }
 
-TEST_F(Event_receiver, keeps_the_plain_description) {
+TEST_F(Event_receiver, has_the_plain_description) {
     EXPECT_EQ(receiver.get_description(), plain_description(receiver));
 }
 
-TEST_F(Event_receiver, loses_and_reorders_nothing) {
+TEST_F(Event_receiver, keeps_every_byte_in_order) {
     Random random;
     const std::string sent = random.bytes(20000);
     std::thread device([&] {
         for (std::size_t at = 0; at < sent.size();) {
-            const std::size_t room = 4200 - source.bytes_avail();
-            const std::size_t count = std::min({room, sent.size() - at, std::size_t{random.between(1, 600)}});
+            const std::size_t free_space = 4200 - source.bytes_avail();
+            const std::size_t count = std::min({free_space, sent.size() - at, std::size_t{random.between(1, 600)}});
             if (count == 0)
                 std::this_thread::yield();
             else
@@ -236,16 +236,16 @@ TEST_F(Event_receiver, loses_and_reorders_nothing) {
             at += count;
         }
     });
-    std::string got;
-    while (got.size() < sent.size()) {
-        const auto left = static_cast<unsigned>(sent.size() - got.size());
-        const auto count = std::min(left, 1 + static_cast<unsigned>(got.size() % 77));
+    std::string received;
+    while (received.size() < sent.size()) {
+        const auto left = static_cast<unsigned>(sent.size() - received.size());
+        const auto count = std::min(left, 1 + static_cast<unsigned>(received.size() % 77));
         if (!receiver.bytes_avail(count))
             break;
-        got += take_buffered(receiver);
+        received += take_buffered(receiver);
     }
     device.join();
-    EXPECT_TRUE(got == sent);
+    EXPECT_TRUE(received == sent);
 }
 
 TEST(Event_receiver_of_a_pair, reads_the_end_of_a_virtual_pair) {

@@ -14,7 +14,7 @@ namespace {
 
 using Codes = std::vector<int>;
 
-/// The least that a sender needs; counts how often its lock is taken.
+/// The smallest sender; counts how often its lock is acquired.
 class Sender : public Event_sender_data_stream {
   public:
     using Event_sender_data_stream::Event_sender_data_stream;
@@ -33,7 +33,7 @@ class Sender : public Event_sender_data_stream {
     int locks = 0;
 };
 
-/// Leaves the lock operations as they are.
+/// A sender with the lock operations of the base.
 class Lockless_sender : public Event_sender_data_stream {
   public:
     using Data_stream::get_data;
@@ -56,11 +56,22 @@ TEST_F(Event_sender, virtual_operations_keep_their_slots) {
     EXPECT_EQ(vtable_slot(&Class::lock), 3U);
     EXPECT_EQ(vtable_slot(&Class::unlock), 4U);
     EXPECT_EQ(vtable_slot(&Class::send_rx_event), 5U);
+    EXPECT_EQ(vtable_slot(&Class::pause), 6U);
+    EXPECT_EQ(vtable_slot(&Class::resume), 7U);
+    EXPECT_EQ(vtable_slot(&Class::has_ended), 8U);
+    EXPECT_EQ(vtable_slot(&Class::traces_itself), 9U);
     EXPECT_EQ(vtable_slot(&Class::send_tx_event), not_virtual);
     EXPECT_EQ(vtable_slot(&Class::reg_rx_waiter), not_virtual);
 }
 
-TEST_F(Event_sender, shares_one_data_stream_with_other_virtual_heirs) {
+TEST_F(Event_sender, plain_one_never_ends_and_neither_pauses_nor_traces) {
+    EXPECT_FALSE(sender.pause());
+    sender.resume();
+    EXPECT_FALSE(sender.has_ended());
+    EXPECT_FALSE(sender.traces_itself());
+}
+
+TEST_F(Event_sender, shares_one_data_stream_with_other_virtual_bases) {
     class Other : public virtual Data_stream {};
     class Combined : public Sender, public Other {
       public:
@@ -72,14 +83,14 @@ TEST_F(Event_sender, shares_one_data_stream_with_other_virtual_heirs) {
               static_cast<Data_stream*>(static_cast<Other*>(&combined)));
 }
 
-TEST_F(Event_sender, keeps_the_plain_description) {
+TEST_F(Event_sender, has_the_plain_description) {
     EXPECT_EQ(sender.get_description(), plain_description(sender));
 }
 
 TEST_F(Event_sender, has_no_waiters_at_first) {
     EXPECT_EQ(sender.get_rx_waiter(), nullptr);
     EXPECT_EQ(sender.get_tx_waiter(), nullptr);
-    sender.send_rx_event(true); // goes nowhere
+    sender.send_rx_event(true); // notifies nobody
     sender.send_tx_event(true);
 }
 
@@ -96,7 +107,7 @@ TEST_F(Event_sender, event_carries_module_id_code_and_nothing_else) {
     EXPECT_EQ(event.payload, nullptr);
 }
 
-TEST_F(Event_sender, without_module_manager_events_come_from_module_0_until_init) {
+TEST_F(Event_sender, source_of_events_is_module_0_until_init) {
     Sender nameless(nullptr);
     nameless.reg_rx_waiter(rx, false);
     nameless.reg_tx_waiter(tx, false);
@@ -109,7 +120,7 @@ TEST_F(Event_sender, without_module_manager_events_come_from_module_0_until_init
     EXPECT_EQ(tx.sources(), (std::vector<std::int16_t>{0, 4}));
 }
 
-TEST_F(Event_sender, another_init_gives_another_module_id) {
+TEST_F(Event_sender, another_init_assigns_another_module_id) {
     sender.reg_rx_waiter(rx, false);
     sender.init(modules);
     sender.send_rx_event(false);
@@ -148,7 +159,7 @@ TEST_F(Event_sender, quiet_tx_waiter_gets_only_flagged_events) {
     EXPECT_EQ(tx.codes(), Codes{3});
 }
 
-TEST_F(Event_sender, quiet_is_set_for_each_side_alone) {
+TEST_F(Event_sender, quiet_is_set_separately_for_each_side) {
     sender.reg_rx_waiter(rx, true);
     sender.reg_tx_waiter(tx, false);
     sender.reg_rx_waiter(rx, true);
@@ -183,7 +194,7 @@ TEST_F(Event_sender, deregistered_waiters_get_nothing) {
     EXPECT_EQ(tx.codes(), Codes{});
 }
 
-TEST_F(Event_sender, registration_runs_under_the_lock_and_sending_does_not_take_it) {
+TEST_F(Event_sender, registration_runs_under_the_lock_and_sending_does_not_acquire_it) {
     const auto takes_the_lock_once = [this](auto operation) {
         const int before = sender.locks;
         operation();
@@ -203,23 +214,23 @@ TEST_F(Event_sender, registration_runs_under_the_lock_and_sending_does_not_take_
 TEST_F(Event_sender, own_lock_and_unlock_do_nothing) {
     Lockless_sender lockless(&modules);
     lockless.lock();
-    lockless.lock(); // would hang or abort if there were something to take
+    lockless.lock(); // would hang or abort if there were a lock
     lockless.reg_rx_waiter(rx, false);
     EXPECT_EQ(lockless.get_rx_waiter(), rx.waiter());
     lockless.unlock();
     lockless.unlock();
 }
 
-TEST_F(Event_sender, callback_runs_for_every_rx_event_before_the_waiter_is_told) {
-    unsigned told_before = 99;
+TEST_F(Event_sender, callback_runs_for_every_rx_event_before_the_waiter_is_notified) {
+    unsigned notified_before = 99;
     int calls = 0;
     sender.reg_rx_waiter(rx, false);
     sender.set_rx_callback([&] {
-        told_before = rx.waiter()->waiting();
+        notified_before = rx.waiter()->waiting();
         ++calls;
     });
     sender.send_rx_event(false);
-    EXPECT_EQ(told_before, 0U);
+    EXPECT_EQ(notified_before, 0U);
     EXPECT_EQ(rx.codes(), Codes{0});
     sender.send_rx_event(true);
     EXPECT_EQ(calls, 2);
@@ -245,7 +256,7 @@ TEST_F(Event_sender, tx_events_run_no_callback) {
     EXPECT_EQ(calls, 0);
 }
 
-TEST_F(Event_sender, replaced_callback_is_destroyed_and_runs_no_more) {
+TEST_F(Event_sender, replaced_callback_is_destroyed_and_no_longer_runs) {
     const auto alive = std::make_shared<int>(0);
     sender.set_rx_callback([alive] { ++*alive; });
     EXPECT_EQ(alive.use_count(), 2);
@@ -255,7 +266,7 @@ TEST_F(Event_sender, replaced_callback_is_destroyed_and_runs_no_more) {
     EXPECT_EQ(*alive, 0);
 }
 
-TEST_F(Event_sender, destruction_destroys_the_callback_and_tells_nobody) {
+TEST_F(Event_sender, destruction_destroys_the_callback_and_notifies_nobody) {
     const auto alive = std::make_shared<int>(0);
     {
         Sender short_lived(&modules);
@@ -269,7 +280,7 @@ TEST_F(Event_sender, destruction_destroys_the_callback_and_tells_nobody) {
     EXPECT_EQ(tx.codes(), Codes{});
 }
 
-TEST_F(Event_sender, passes_the_maker_s_own_arguments_as_they_are_told) {
+TEST_F(Event_sender, passes_the_platform_s_own_arguments_unchanged) {
     using Send = Recorded_platform_calls::Send;
     constexpr Send rx_send{false, true};
     constexpr Send tx_send{true, false};

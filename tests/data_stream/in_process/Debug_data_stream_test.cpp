@@ -8,7 +8,7 @@
 
 namespace {
 
-TEST(Debug_data_stream, prints_what_is_written_as_it_stands) {
+TEST(Debug_data_stream, prints_written_bytes_unchanged) {
     Captured_debug debug;
     Debug_data_stream stream(false);
     EXPECT_EQ(stream.__write(bytes_of("a\t\x01\xFF\\\n"), 6), 6);
@@ -24,7 +24,7 @@ TEST(Debug_data_stream, waits_for_the_end_of_the_line) {
     EXPECT_EQ(debug.text(), "half a line\n");
 }
 
-TEST(Debug_data_stream, prints_at_once_when_told_so) {
+TEST(Debug_data_stream, prints_at_once_on_request) {
     Captured_debug debug;
     Debug_data_stream stream(true);
     EXPECT_EQ(stream.__write(bytes_of("half "), 5), 5);
@@ -47,7 +47,7 @@ TEST(Debug_data_stream, nothing_can_be_read) {
     EXPECT_EQ(stream[0], 0);
 }
 
-TEST(Debug_data_stream, keeps_the_plain_description) {
+TEST(Debug_data_stream, has_the_plain_description) {
     Debug_data_stream stream(false);
     EXPECT_EQ(stream.get_description(), plain_description(stream));
 }

@@ -17,7 +17,7 @@ class Diagnostic : public testing::Test {
     Diagnostic_data_stream tap{"tap", target, buffer, sizeof buffer};
 };
 
-TEST_F(Diagnostic, built_from_a_target_only_passes_writes_on) {
+TEST_F(Diagnostic, built_from_a_target_alone_only_forwards_writes) {
     Diagnostic_data_stream silent(target);
     EXPECT_EQ(write_bytes(silent, "abc"), 3);
     silent.print_debug();
@@ -26,7 +26,7 @@ TEST_F(Diagnostic, built_from_a_target_only_passes_writes_on) {
     EXPECT_EQ(debug.text(), "");
 }
 
-TEST_F(Diagnostic, without_a_name_the_buffer_is_left_alone) {
+TEST_F(Diagnostic, without_a_name_the_buffer_is_left_unchanged) {
     Diagnostic_data_stream silent(nullptr, target, buffer, sizeof buffer);
     EXPECT_EQ(write_bytes(silent, "abcdefgh"), 8);
     silent.print_debug();
@@ -35,7 +35,7 @@ TEST_F(Diagnostic, without_a_name_the_buffer_is_left_alone) {
     EXPECT_EQ(debug.text(), "");
 }
 
-TEST_F(Diagnostic, without_a_buffer_every_write_is_shown_at_once) {
+TEST_F(Diagnostic, without_a_buffer_every_write_is_printed_at_once) {
     Diagnostic_data_stream direct("tap", target, nullptr, 100);
     EXPECT_EQ(write_bytes(direct, "VER\r\n"), 5);
     EXPECT_EQ(write_bytes(direct, "\x01\\z"), 3);
@@ -43,22 +43,22 @@ TEST_F(Diagnostic, without_a_buffer_every_write_is_shown_at_once) {
     EXPECT_EQ(target.writes, (std::vector<std::string>{"VER\r\n", "\x01\\z"}));
 }
 
-TEST_F(Diagnostic, a_buffer_of_no_size_counts_as_none) {
+TEST_F(Diagnostic, a_buffer_of_size_0_is_none) {
     Diagnostic_data_stream direct("tap", target, buffer, 0);
     EXPECT_EQ(write_bytes(direct, "abc"), 3);
     EXPECT_EQ(debug.text_without_times(), "<time> tap [abc]\n");
     EXPECT_EQ(buffer[0], 0);
 }
 
-TEST_F(Diagnostic, bytes_are_shown_before_they_are_passed_on) {
+TEST_F(Diagnostic, bytes_are_printed_before_they_are_forwarded) {
     Diagnostic_data_stream direct("tap", target, nullptr, 0);
-    std::string shown_before;
+    std::string printed_before;
     target.on_write = [&](const unsigned char*, unsigned int len) {
-        shown_before = debug.text_without_times();
+        printed_before = debug.text_without_times();
         return static_cast<int>(len);
     };
     write_bytes(direct, "abc");
-    EXPECT_EQ(shown_before, "<time> tap [abc]\n");
+    EXPECT_EQ(printed_before, "<time> tap [abc]\n");
 }
 
 TEST_F(Diagnostic, result_is_that_of_the_target) {
@@ -82,9 +82,9 @@ TEST_F(Diagnostic, writes_pass_through_the_target_s_write_guard) {
     EXPECT_EQ(target.written, "abc");
 }
 
-TEST_F(Diagnostic, buffer_collects_without_showing_until_it_was_full) {
+TEST_F(Diagnostic, buffer_collects_without_printing_until_it_was_full) {
     write_bytes(tap, "ab");
-    write_bytes(tap, "cd"); // exactly full: still nothing shown
+    write_bytes(tap, "cd"); // exactly full: still nothing printed
     EXPECT_EQ(debug.text(), "");
     EXPECT_EQ(std::string(buffer, buffer + 4), "abcd");
     write_bytes(tap, "e");
@@ -93,7 +93,7 @@ TEST_F(Diagnostic, buffer_collects_without_showing_until_it_was_full) {
     EXPECT_EQ(target.writes, (std::vector<std::string>{"ab", "cd", "e"}));
 }
 
-TEST_F(Diagnostic, print_debug_shows_and_empties_the_buffer) {
+TEST_F(Diagnostic, print_debug_prints_and_empties_the_buffer) {
     write_bytes(tap, "ab");
     tap.print_debug();
     tap.print_debug();
@@ -102,14 +102,14 @@ TEST_F(Diagnostic, print_debug_shows_and_empties_the_buffer) {
     EXPECT_EQ(debug.text_without_times(), "<time> tap [ab]\n<time> tap []\n<time> tap [cdef]\n");
 }
 
-TEST_F(Diagnostic, print_debug_of_given_bytes_leaves_the_buffer_alone) {
+TEST_F(Diagnostic, print_debug_of_given_bytes_leaves_the_buffer_unchanged) {
     write_bytes(tap, "ab");
     tap.print_debug(bytes_of("xyz"), 3);
     tap.print_debug();
     EXPECT_EQ(debug.text_without_times(), "<time> tap [xyz]\n<time> tap [ab]\n");
 }
 
-// On purpose: a write that passes the buffer's end shows its beginning again instead of its continuation.
+// On purpose: of a write that exceeds the buffer, the beginning is printed again instead of the rest.
 TEST_F(Diagnostic, every_piece_is_copied_from_the_start_of_the_write) {
     write_bytes(tap, "ABCDEF");
     EXPECT_EQ(debug.text_without_times(), "<time> tap [ABCD]\n");
@@ -118,21 +118,21 @@ TEST_F(Diagnostic, every_piece_is_copied_from_the_start_of_the_write) {
     EXPECT_EQ(target.written, "ABCDEF");
 }
 
-TEST_F(Diagnostic, piece_that_fills_a_buffer_begun_comes_from_the_start_too) {
+TEST_F(Diagnostic, piece_that_fills_a_partly_filled_buffer_is_copied_from_the_start_too) {
     write_bytes(tap, "xyz");
-    write_bytes(tap, "ABCDEF"); // A fills the buffer, then ABCD of the five left, then A
+    write_bytes(tap, "ABCDEF"); // A fills the buffer, then ABCD of the remaining five, then A
     EXPECT_EQ(debug.text_without_times(), "<time> tap [xyzA]\n<time> tap [ABCD]\n");
     tap.print_debug();
     EXPECT_EQ(debug.text_without_times(), "<time> tap [xyzA]\n<time> tap [ABCD]\n<time> tap [A]\n");
 }
 
-TEST_F(Diagnostic, empty_write_shows_a_full_buffer) {
+TEST_F(Diagnostic, empty_write_prints_a_full_buffer) {
     write_bytes(tap, "abcd");
     EXPECT_EQ(tap._write(bytes_of(""), 0), 0);
     EXPECT_EQ(debug.text_without_times(), "<time> tap [abcd]\n");
 }
 
-TEST_F(Diagnostic, destruction_shows_nothing) {
+TEST_F(Diagnostic, destruction_prints_nothing) {
     {
         Diagnostic_data_stream short_lived("tap", target, buffer, sizeof buffer);
         write_bytes(short_lived, "ab");
@@ -140,7 +140,7 @@ TEST_F(Diagnostic, destruction_shows_nothing) {
     EXPECT_EQ(debug.text(), "");
 }
 
-TEST_F(Diagnostic, fetch_succeeds_for_nothing_only) {
+TEST_F(Diagnostic, only_a_fetch_of_nothing_succeeds) {
     target.will_arrive("abc");
     EXPECT_EQ(tap._get_data(0), 1);
     EXPECT_EQ(tap._get_data(1), 0);
@@ -149,11 +149,11 @@ TEST_F(Diagnostic, fetch_succeeds_for_nothing_only) {
     EXPECT_TRUE(target.fetches.empty());
 }
 
-TEST_F(Diagnostic, keeps_the_plain_description) {
+TEST_F(Diagnostic, has_the_plain_description) {
     EXPECT_EQ(tap.get_description(), plain_description(tap));
 }
 
-TEST_F(Diagnostic, shows_each_whole_write_of_a_size_that_divides_the_buffer) {
+TEST_F(Diagnostic, prints_each_write_of_the_buffer_s_size_whole) {
     Random random;
     std::string expected;
     for (int i = 0; i < 100; ++i) {

@@ -10,29 +10,29 @@
 
 namespace {
 
-/// The oldest `count` bytes, taken.
-std::string take(Data_stream& stream, unsigned count) {
+/// Consumes the oldest `count` bytes.
+std::string consume(Data_stream& stream, unsigned count) {
     std::string bytes(count, '\0');
     EXPECT_TRUE(stream.get_data(reinterpret_cast<unsigned char*>(bytes.data()), count, 0));
     stream.drop(count);
     return bytes;
 }
 
-TEST(Loopback_data_stream, reads_back_what_was_written) {
+TEST(Loopback_data_stream, returns_the_written_bytes) {
     Loopback_data_stream loop;
     EXPECT_EQ(write_bytes(loop, "hello"), 5);
     EXPECT_EQ(write_bytes(loop, std::string("\0\xFF", 2)), 2);
     EXPECT_EQ(loop.bytes_avail(), 7U);
-    EXPECT_EQ(take(loop, 7), std::string("hello\0\xFF", 7));
+    EXPECT_EQ(consume(loop, 7), std::string("hello\0\xFF", 7));
     EXPECT_EQ(loop.bytes_avail(), 0U);
 }
 
-TEST(Loopback_data_stream, keeps_the_plain_description) {
+TEST(Loopback_data_stream, has_the_plain_description) {
     Loopback_data_stream loop;
     EXPECT_EQ(loop.get_description(), plain_description(loop));
 }
 
-TEST(Loopback_data_stream, fetch_succeeds_for_nothing_only) {
+TEST(Loopback_data_stream, only_a_fetch_of_nothing_succeeds) {
     Loopback_data_stream loop;
     EXPECT_EQ(loop._get_data(0), 1);
     EXPECT_EQ(loop._get_data(1), 0);
@@ -46,16 +46,16 @@ TEST(Loopback_data_stream, fetch_succeeds_for_nothing_only) {
     EXPECT_EQ(loop.bytes_avail(), 2U);
 }
 
-TEST(Loopback_data_stream, full_stream_stores_nothing_more) {
+TEST(Loopback_data_stream, full_stream_stores_no_more) {
     Loopback_data_stream loop;
     const std::string bytes(4200, 'x');
     EXPECT_EQ(write_bytes(loop, bytes), 4200);
     EXPECT_EQ(write_bytes(loop, "y"), 0);
     EXPECT_EQ(loop.bytes_avail(), 4200U);
-    EXPECT_EQ(take(loop, 4200), bytes);
+    EXPECT_EQ(consume(loop, 4200), bytes);
 }
 
-TEST(Loopback_data_stream, write_that_does_not_fit_stores_what_does) {
+TEST(Loopback_data_stream, write_that_does_not_fit_stores_a_part) {
     Loopback_data_stream loop;
     EXPECT_EQ(write_bytes(loop, std::string(4198, 'x')), 4198);
     EXPECT_EQ(write_bytes(loop, "abc"), 2);
@@ -66,14 +66,14 @@ TEST(Loopback_data_stream, write_that_does_not_fit_stores_what_does) {
     EXPECT_EQ(write_bytes(loop, "def"), 1);
 }
 
-TEST(Loopback_data_stream, write_takes_the_lock_of_a_derived_class) {
+TEST(Loopback_data_stream, write_acquires_the_lock_of_a_derived_class) {
     class Locked : public Loopback_data_stream {
       public:
         Locked() { buffer_lock = &mutex; }
         Mutex mutex;
     } loop;
     EXPECT_EQ(write_bytes(loop, "abc"), 3);
-    EXPECT_EQ(take(loop, 3), "abc");
+    EXPECT_EQ(consume(loop, 3), "abc");
     EXPECT_EQ(loop.mutex.owner_thread(), nullptr);
     EXPECT_DEATH(
         {
@@ -96,7 +96,7 @@ TEST(Loopback_data_stream, behaves_as_a_bounded_queue) {
         } else {
             const auto count = random.between(0, static_cast<unsigned>(model.size()));
             const auto end = model.begin() + static_cast<std::ptrdiff_t>(count);
-            ASSERT_EQ(take(loop, count), std::string(model.begin(), end));
+            ASSERT_EQ(consume(loop, count), std::string(model.begin(), end));
             model.erase(model.begin(), end);
         }
         ASSERT_EQ(loop.bytes_avail(), model.size());

@@ -2,9 +2,8 @@
 
 #include <support/builders/Random.h>
 #include <support/builders/Stream_bytes.h>
+#include <support/checks/waiting.h>
 #include <support/streams/Open_pair.h>
-
-#include <platform/Atime.h>
 
 #include <gtest/gtest.h>
 
@@ -28,27 +27,33 @@ TEST(Virtual_pair_threads, large_write_and_waiting_reader_do_not_stall_each_othe
     EXPECT_EQ(take_buffered(pair.b), bytes);
 }
 
-/// One end in a thread of its own: random writes of `to_send` and random reads in turn, until everything is sent and
-/// as much as `expected` has come. Never waits long in either, so that two such ends cannot block each other.
+/// One end in a thread of its own: alternates random writes of `to_send` and random reads until everything is sent and
+/// `expected` bytes are received, or nothing has moved for a long time. Never waits long in either, so that two such
+/// ends cannot block each other.
 class Talking_end {
   public:
     Talking_end(Part& end, std::string to_send, std::size_t expected, unsigned seed)
         : end_(end), to_send_(std::move(to_send)), expected_(expected), engine_(seed), thread_([this] { talk(); }) {}
 
-    /// What came, when both directions are done.
+    /// The received bytes, when both directions are done.
     std::string result() {
         thread_.join();
-        return got_;
+        return received_;
     }
 
   private:
     unsigned up_to(unsigned most) { return std::uniform_int_distribution<unsigned>(1, most)(engine_); }
 
     void talk() {
-        const Atime limit = Atime::now() + 60000;
-        while ((sent_ < to_send_.size() || got_.size() < expected_) && Atime::now() < limit) {
+        constexpr std::chrono::seconds longest_standstill(20);
+        Stopwatch since_last_move;
+        while ((sent_ < to_send_.size() || received_.size() < expected_) &&
+               since_last_move.elapsed() < longest_standstill) {
+            const std::size_t moved_before = sent_ + received_.size();
             send_some();
             read_some();
+            if (sent_ + received_.size() > moved_before)
+                since_last_move = Stopwatch();
         }
     }
     void send_some() {
@@ -58,7 +63,7 @@ class Talking_end {
     void read_some() {
         end_.set_read_timeout(up_to(50) == 1 ? 10 : 0);
         end_.bytes_avail(up_to(300));
-        got_ += take_buffered(end_);
+        received_ += take_buffered(end_);
     }
 
     Part& end_;
@@ -66,11 +71,11 @@ class Talking_end {
     const std::size_t expected_;
     std::minstd_rand engine_;
     std::size_t sent_ = 0;
-    std::string got_;
+    std::string received_;
     std::thread thread_; // last: it uses the rest
 };
 
-TEST(Virtual_pair_threads, random_talk_of_two_threads_loses_and_reorders_nothing) {
+TEST(Virtual_pair_threads, random_talk_of_two_threads_keeps_every_byte_in_order) {
     Open_pair pair;
     Random random;
     const std::string to_b = random.bytes(60000);
@@ -81,7 +86,7 @@ TEST(Virtual_pair_threads, random_talk_of_two_threads_loses_and_reorders_nothing
     EXPECT_TRUE(end_b.result() == to_b);
 }
 
-/// A direction with a thread at each end, the writer in random writes that wait, the reader in random reads that wait.
+/// A direction with a thread at each end: random writes that wait, and random reads that wait.
 struct Busy_direction {
     Busy_direction(Part& from, Part& to, const std::string& bytes, unsigned seed)
         : writer([&from, &bytes, seed] {
@@ -95,11 +100,11 @@ struct Busy_direction {
           }),
           reader([this, &to, &bytes, seed] {
               std::minstd_rand engine(seed + 1);
-              while (got.size() < bytes.size()) {
-                  const auto wanted = std::min<std::size_t>(1 + engine() % 400, bytes.size() - got.size());
+              while (received.size() < bytes.size()) {
+                  const auto wanted = std::min<std::size_t>(1 + engine() % 400, bytes.size() - received.size());
                   if (!to.bytes_avail(static_cast<unsigned>(wanted)))
                       return;
-                  got += take_buffered(to);
+                  received += take_buffered(to);
               }
           }) {}
     void join() {
@@ -107,12 +112,12 @@ struct Busy_direction {
         reader.join();
     }
 
-    std::string got;
+    std::string received;
     std::thread writer;
     std::thread reader;
 };
 
-TEST(Virtual_pair_threads, waiting_writers_and_readers_both_ways_lose_and_reorder_nothing) {
+TEST(Virtual_pair_threads, waiting_writers_and_readers_both_ways_keep_every_byte_in_order) {
     Open_pair pair;
     Random random;
     const std::string to_b = random.bytes(200000);
@@ -121,8 +126,8 @@ TEST(Virtual_pair_threads, waiting_writers_and_readers_both_ways_lose_and_reorde
     Busy_direction back(pair.b, pair.a, to_a, random.between(1, 1000000));
     forth.join();
     back.join();
-    EXPECT_TRUE(forth.got == to_b);
-    EXPECT_TRUE(back.got == to_a);
+    EXPECT_TRUE(forth.received == to_b);
+    EXPECT_TRUE(back.received == to_a);
 }
 
 } // namespace

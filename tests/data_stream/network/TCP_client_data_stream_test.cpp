@@ -90,7 +90,7 @@ TEST_F(TCP_client_hooks, have_their_slots_behind_those_of_the_event_sender) {
     using Class = TCP_client_data_stream;
     EXPECT_EQ(vtable_slot(&Class::lock), 3U);
     EXPECT_EQ(vtable_slot(&Class::unlock), 4U);
-    const std::size_t first = vtable_slot(&Event_sender_data_stream::send_rx_event) + 1;
+    const std::size_t first = vtable_slot(&Event_sender_data_stream::traces_itself) + 1;
     EXPECT_EQ((vtable_slot<int (Class::*)(int)>(&Class::get_data)), first);
     EXPECT_EQ(vtable_slot(&Class::_write), first + 1);
     EXPECT_EQ(vtable_slot(&Class::handle_read), first + 2);

@@ -69,7 +69,7 @@ TYPED_TEST_SUITE(TCP_server_streams, Both);
 TYPED_TEST(TCP_server_streams, own_operations_have_their_slots_behind_those_of_the_event_sender) {
     EXPECT_EQ(vtable_slot(&TypeParam::lock), 3U);
     EXPECT_EQ(vtable_slot(&TypeParam::unlock), 4U);
-    const std::size_t first = vtable_slot(&Event_sender_data_stream::send_rx_event) + 1;
+    const std::size_t first = vtable_slot(&Event_sender_data_stream::traces_itself) + 1;
     EXPECT_EQ(vtable_slot(&TypeParam::handle_incoming_data), first);
     EXPECT_EQ(vtable_slot(&TypeParam::handle_direct_read), first + 1);
     EXPECT_EQ((vtable_slot<int (TypeParam::*)(int)>(&TypeParam::get_data)), first + 2);

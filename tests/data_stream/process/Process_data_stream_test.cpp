@@ -189,7 +189,7 @@ TEST_F(Process_data_stream_starting, virtual_operations_keep_their_slots) {
     EXPECT_EQ(vtable_slot(&Class::lock), 3U);
     EXPECT_EQ(vtable_slot(&Class::unlock), 4U);
     const std::size_t fetch = vtable_slot<int (Class::*)(int)>(&Class::get_data);
-    EXPECT_EQ(fetch, vtable_slot(&Class::send_rx_event) + 1);
+    EXPECT_EQ(fetch, vtable_slot(&Class::traces_itself) + 1);
     EXPECT_EQ(vtable_slot(&Class::_write), fetch + 1);
     EXPECT_EQ(vtable_slot(&Class::join), not_virtual);
 }
@@ -197,6 +197,7 @@ TEST_F(Process_data_stream_starting, virtual_operations_keep_their_slots) {
 TEST_F(Process_data_stream_starting, nothing_runs_before) {
     EXPECT_FALSE(stream.is_running());
     EXPECT_FALSE(stream.is_finished());
+    EXPECT_TRUE(stream.has_ended());
     EXPECT_EQ(write_bytes(stream, "a"), -1);
     EXPECT_EQ(stream.join(-1), -1);
     EXPECT_EQ(stream.join(0), -1);

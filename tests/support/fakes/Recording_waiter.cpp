@@ -1,13 +1,10 @@
 #include <support/fakes/Recording_waiter.h>
 
-#include <cstdlib>
-#include <utility>
-
 bool Recording_waiter::take_one(Atime deadline) {
     waiter_event event;
     if (descriptor_.get_event(event, deadline) != 0)
         return false;
-    std::free(std::exchange(event.payload, nullptr));
+    release_payload(event);
     events_.push_back(event);
     return true;
 }

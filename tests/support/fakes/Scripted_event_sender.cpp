@@ -2,9 +2,7 @@
 
 #include <mutex>
 
-Scripted_event_sender::Scripted_event_sender(module_man* modules) : Event_sender_data_stream(modules) {
-    buffer_lock = &mutex_;
-}
+Scripted_event_sender::Scripted_event_sender(module_man* modules) : Pushed_data_stream(modules, mutex_) {}
 
 Scripted_event_sender::~Scripted_event_sender() {
     if (on_destroy)

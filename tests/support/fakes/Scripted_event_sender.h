@@ -1,7 +1,8 @@
 #pragma once
 
-#include <glue/data_stream/Event_sender_data_stream.h>
+#include <glue/data_stream/Pushed_data_stream.h>
 
+#include <atomic>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -9,7 +10,7 @@
 
 /// A source as the transports with a thread of their own are: the test, or a thread of the test's, pushes bytes in;
 /// a fetch brings what `on_fetch` does, which is nothing unless the test says otherwise. The test sees what is written.
-class Scripted_event_sender : public Event_sender_data_stream {
+class Scripted_event_sender : public Pushed_data_stream {
   public:
     explicit Scripted_event_sender(module_man* modules = nullptr);
     ~Scripted_event_sender() override;
@@ -24,12 +25,12 @@ class Scripted_event_sender : public Event_sender_data_stream {
     std::string buffered();
 
     void init(module_man& modules) override;
-    void lock() override { mutex_.lock(); }
-    void unlock() override { mutex_.unlock(); }
+    bool has_ended() override { return ended; }
     using Data_stream::get_data;
     int get_data(int n) override;
     int _write(const unsigned char* data, unsigned int len) override;
 
+    std::atomic<bool> ended{false};                                  ///< what `has_ended` returns
     int inits = 0;                                                   ///< calls of `init` after construction
     std::string written;                                             ///< everything that `_write` took
     std::vector<std::string> writes;                                 ///< the same, call by call

@@ -6,7 +6,6 @@
 #include <platform/Atime.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <poll.h>
 #include <utility>
 
@@ -63,7 +62,7 @@ void Stream_end::wait_for_bytes() {
     if (sender_) {
         waiter_event event;
         if (waiter_.get_event(event, Atime::now() + longest_wait_ms) == 0)
-            std::free(event.payload);
+            release_payload(event);
     } else if (const auto* const posix = dynamic_cast<Posix_data_stream*>(stream_.get())) {
         wait_for(posix->get_read_fd(), POLLIN);
     }
