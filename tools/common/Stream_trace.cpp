@@ -19,6 +19,6 @@ Stream_trace::Stream_trace(Event_sender_data_stream& stream) : stream_(traces_it
 
 void Stream_trace::show(const char* direction, const unsigned char* data, unsigned count, unsigned& counter) {
     if (stream_ && count > 0)
-        do_port_logging(Debug::Print::enabled(port_logging_category), stream_->get_description(), direction, data,
-                        data + count, &counter);
+        do_port_logging(Debug::Print::enabled(port_logging_category), stream_->copy_description().data(), direction,
+                        data, data + count, &counter);
 }
