@@ -15,25 +15,17 @@ constexpr unsigned port_logging_category = 136;
 /// Long traffic comes in pieces of up to 4001 characters, of which only the first has the head and only the last a line
 /// feed. Nothing at all is written for an empty range. Allocates nothing, and costs next to nothing while neither the
 /// printer's category nor the logger is on.
-/// \param enabled  the printer's token for `port_logging_category`, asked for at each call
+/// \param enabled  the printer's token for `port_logging_category`, obtained at each call
 /// \param name     the stream's description
 /// \param dir      the direction: "RD", "WR", or the transport's own word
-/// \param counter  when not null, grows by the number of bytes and is shown behind it
+/// \param counter  when not null, grows by the number of bytes and is shown after it
 template <typename Enable_token>
 void do_port_logging(Enable_token enabled, const char* name, const char* dir, const unsigned char* begin,
                      const unsigned char* end, unsigned int* counter) {
     if (!enabled && !snoop_logger)
         return;
 
-    String_builder<4001> text;
-    const auto output = [&] {
-        if (enabled)
-            Debug::Print::printd(text.text(), static_cast<int>(text.length()));
-        if (snoop_logger)
-            snoop_logger(text.text(), text.length());
-        text.clear();
-    };
-
+    String_builder<port_log_piece_size> text;
     const auto count = static_cast<unsigned int>(end - begin);
     text.append_ts();
     if (counter) {
@@ -42,17 +34,5 @@ void do_port_logging(Enable_token enabled, const char* name, const char* dir, co
     } else {
         text.append_format("%s[%s](%d): ", name, dir, static_cast<int>(count));
     }
-    if (count == 0)
-        return;
-
-    for (const unsigned char* next = begin;;) {
-        next += text.append_ascii_esc(next, static_cast<unsigned int>(end - next));
-        if (next == end)
-            break;
-        output();
-    }
-    if (text.room() == 0)
-        output();
-    text.append("\n");
-    output();
+    log_in_pieces(text, static_cast<bool>(enabled), begin, end);
 }
