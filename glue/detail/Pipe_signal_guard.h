@@ -4,9 +4,8 @@
 
 namespace glue_detail {
 
-/// While it lives, a write of this thread to a pipe that nobody reads any more fails with EPIPE and does nothing else:
-/// the SIGPIPE that would end the process is taken out again. A SIGPIPE that was waiting before is left alone, and so
-/// is `errno`.
+/// While it lives, a write of this thread to a pipe without a reader only fails with EPIPE: the SIGPIPE that would end
+/// the process is blocked and removed. A SIGPIPE that was pending before and `errno` are left unchanged.
 class Pipe_signal_guard {
   public:
     Pipe_signal_guard();

@@ -1,7 +1,7 @@
 // From `fork` to `exec` the child is a copy of one thread of a program that may have many: a lock that another thread
-// held at that moment stays held for ever. On its way to the new program the child therefore makes system calls only
-// and allocates nothing. Only when that fails it goes on to standard error and the debug printer, which, like the
-// allocator, let a `fork` wait until they are free.
+// held at that moment is never released in the child. Until `exec` the child therefore only makes system calls and
+// allocates nothing. Only after a failure it uses standard error and the debug printer; `fork` waits until their locks,
+// and those of the allocator, are free.
 
 #include "detail/child_process.h"
 
@@ -61,7 +61,7 @@ bool make_pipes(Pipe& to_child, Pipe& from_child) {
 
 // ---- In the child ----
 
-/// The number that the name of an entry of /proc/self/fd is; 0 for "." and "..".
+/// Converts the name of an entry of /proc/self/fd; 0 for "." and "..".
 int as_number(const char* name) {
     int number = 0;
     for (; *name >= '0' && *name <= '9'; ++name)
@@ -69,7 +69,7 @@ int as_number(const char* name) {
     return number;
 }
 
-/// Marks every descriptor of one piece of the folder's list.
+/// Marks every descriptor in one block of directory entries.
 void close_on_exec_all_of(const char* entries, long size) {
     for (long at = 0; at < size;) {
         const auto* entry = reinterpret_cast<const dirent64*>(entries + at);
@@ -80,7 +80,8 @@ void close_on_exec_all_of(const char* entries, long size) {
     }
 }
 
-/// Keeps every descriptor but the standard ones from the program. False: they cannot be listed (`errno`).
+/// Makes the program inherit no descriptor except the standard ones.
+/// \return false, with the reason in `errno`, when they cannot be listed
 bool close_on_exec_above_standard() {
     const int folder = ::open("/proc/self/fd", O_RDONLY | O_DIRECTORY);
     if (folder < 0)
@@ -99,7 +100,7 @@ void report_failed_exec(const char* const* argv) {
         Debug::Print::dprint("arg[%d]: '%s'\n", i, argv[i]);
 }
 
-/// Ends with `_exit`: the handlers of `exit` and unwritten standard output are the parent's.
+/// Ends with `_exit`: the handlers of `exit` and the buffered standard output belong to the parent.
 [[noreturn]] void become_program(const Pipe& input, const Pipe& output, const char* const* argv,
                                  const char* const* envp, Debug::Enable_token report) {
     if (!close_on_exec_above_standard()) {
@@ -124,8 +125,8 @@ Child_process start_child(const char* const* argv, const char* const* envp, unsi
     Pipe output;
     if (!make_pipes(input, output))
         return none;
-    // The writer must not wait for a child that does not read. The reader never reads without `select` first, so its
-    // end blocks.
+    // The writer must not wait for a child that does not read. The reader calls `select` before each read, so its end
+    // may block. The child's end of the input is non-blocking on purpose.
     make_non_blocking(input.write_end);
     make_non_blocking(input.read_end);
 

@@ -2,22 +2,22 @@
 
 namespace glue_detail {
 
-/// The descriptor, or, when it has the number of a standard one, a copy above those; the original is closed then. A
-/// process that runs without standard streams gets their numbers for what it opens. \return -1, with the reason in
-/// `errno`, when there was no descriptor or no copy could be made
+/// Replaces a descriptor that has the number of a standard one (0, 1 or 2) by a copy above those, and closes the
+/// original. A process that runs without standard streams gets their numbers for the files that it opens.
+/// \return the descriptor or its copy; -1, with the reason in `errno`, when `fd` is negative or cannot be copied
 int above_standard(int fd);
 
-/// Opens a file of a folder (AT_FDCWD: any path) above the standard ones, and so that programs that this process starts
-/// do not inherit it.
+/// Opens a file in a folder (AT_FDCWD: any path). The descriptor is above the standard ones, and programs that this
+/// process starts do not inherit it.
 int open_above_standard(int folder, const char* name, int flags, int permissions);
 
-/// Programs that this process starts do not inherit the descriptor.
+/// From now on, programs that this process starts do not inherit the descriptor.
 void close_on_exec(int fd);
 
-/// Reads and writes return instead of wait.
+/// From now on, reads and writes return instead of waiting.
 void make_non_blocking(int fd);
 
-/// Nothing to close when the number is negative.
+/// Closes a descriptor; does nothing when it is negative.
 void close_if_open(int fd);
 
 } // namespace glue_detail

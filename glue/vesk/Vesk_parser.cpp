@@ -197,7 +197,7 @@ bool Vesk_parser::accepted_by_checker(const Header& header) {
     if (checker_->check(*stream_, static_cast<unsigned short>(header.identifier()), length))
         return true;
     Debug::Print::dprint("Unexpected msg %c%c(%d) in %s[%d]\n", header.c0, header.c1, length,
-                         stream_->get_description(), static_cast<int>(stream_->bytes_avail()));
+                         stream_->copy_description().data(), static_cast<int>(stream_->bytes_avail()));
     return false;
 }
 

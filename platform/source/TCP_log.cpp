@@ -5,16 +5,11 @@
 #include <platform/snoop_logger.h>
 #include <platform/stzncpy.h>
 
-#include <algorithm>
-
 namespace platform_detail {
 
 namespace {
 
 constexpr unsigned port_traffic = 136; // the printer's category
-constexpr unsigned bytes_per_line = 900;
-constexpr unsigned characters_per_byte = 4; // of "\x00"
-constexpr unsigned head_size = 200;
 
 } // namespace
 
@@ -52,23 +47,13 @@ void TCP_log::traffic(const char* direction, int connection, const unsigned char
         return;
     char name[name_size];
     copy_name(name);
-    while (len > 0) {
-        const unsigned piece = std::min(len, bytes_per_line);
-        String_builder<head_size + bytes_per_line * characters_per_byte> text;
-        text.append_ts();
-        text.append_format("%s[%s", name, direction);
-        if (connection >= 0)
-            text.append_format(" %d", connection);
-        text.append_format("](%u): ", piece);
-        text.append_ascii_esc(data, piece);
-        text.append("\n");
-        if (enabled)
-            Debug::Print::printd(text.text(), static_cast<int>(text.length()));
-        if (snoop_logger)
-            snoop_logger(text.text(), text.length());
-        data += piece;
-        len -= piece;
-    }
+    String_builder<port_log_piece_size> text;
+    text.append_ts();
+    text.append_format("%s[%s", name, direction);
+    if (connection >= 0)
+        text.append_format(" %d", connection);
+    text.append_format("](%u): ", len);
+    log_in_pieces(text, static_cast<bool>(enabled), data, data + len);
 }
 
 } // namespace platform_detail

@@ -13,7 +13,7 @@ class TCP_log {
 
     void came(int connection, const std::string& peer);
     void left(int connection);
-    /// A readable copy of bytes, one line for every 900 of them, to the debug printer and to `snoop_logger`.
+    /// A readable copy of bytes, to the debug printer and to `snoop_logger`: see `log_in_pieces`.
     /// \param direction  "RD" or "WR"
     /// \param connection  whom they came from; -1 when they went to all
     void traffic(const char* direction, int connection, const unsigned char* data, unsigned len);

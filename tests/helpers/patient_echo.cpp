@@ -1,5 +1,5 @@
-// Copies standard input to standard output until it ends. Unlike `cat` it waits for input that is not there yet, so it
-// serves where standard input is non-blocking.
+// Copies standard input to standard output until end of input. Unlike `cat` it also waits for input when standard input
+// is non-blocking.
 
 #include <cerrno>
 #include <poll.h>
@@ -10,14 +10,14 @@ int main() {
     for (;;) {
         pollfd input{STDIN_FILENO, POLLIN, 0};
         poll(&input, 1, -1);
-        const ssize_t came = read(STDIN_FILENO, piece, sizeof piece);
-        if (came == 0)
+        const ssize_t received = read(STDIN_FILENO, piece, sizeof piece);
+        if (received == 0)
             return 0;
-        for (ssize_t gone = 0; gone < came;) {
-            const ssize_t written = write(STDOUT_FILENO, piece + gone, static_cast<size_t>(came - gone));
+        for (ssize_t sent = 0; sent < received;) {
+            const ssize_t written = write(STDOUT_FILENO, piece + sent, static_cast<size_t>(received - sent));
             if (written < 0)
                 return 1;
-            gone += written;
+            sent += written;
         }
     }
 }

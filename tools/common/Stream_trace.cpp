@@ -9,6 +9,6 @@ Stream_trace::Stream_trace(Event_sender_data_stream& stream) : stream_(stream.tr
 
 void Stream_trace::log(const char* direction, const unsigned char* data, unsigned count, unsigned& counter) {
     if (stream_ && count > 0)
-        do_port_logging(Debug::Print::enabled(port_logging_category), stream_->get_description(), direction, data,
-                        data + count, &counter);
+        do_port_logging(Debug::Print::enabled(port_logging_category), stream_->copy_description().data(), direction,
+                        data, data + count, &counter);
 }

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <mutex>
 #include <unordered_map>
 
 namespace {
@@ -64,6 +65,9 @@ void trace_end_of_write(int written, unsigned int len) {
 bool is_printable(unsigned char byte) {
     return byte >= 0x20 && byte <= 0x7E;
 }
+
+/// Guards the descriptions of all streams. Held only while one is copied.
+std::mutex description_lock;
 
 } // namespace
 
@@ -277,13 +281,23 @@ void Data_stream::copy_for_trace(Traced_bytes& traced, unsigned int len, unsigne
 }
 
 bool Data_stream::set_description(const char* text) {
+    const std::lock_guard guard(description_lock);
     stzncpy(description_, text, sizeof description_);
     return true;
 }
 
+std::array<char, Data_stream::description_size> Data_stream::copy_description() const {
+    std::array<char, description_size> copy;
+    const std::lock_guard guard(description_lock);
+    stzncpy(copy.data(), description_, copy.size());
+    return copy;
+}
+
 void Data_stream::format_description(const char* format, ...) {
+    char text[description_size];
     va_list arguments;
     va_start(arguments, format);
-    vsnprintf(description_, sizeof description_, format, arguments);
+    vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
+    set_description(text);
 }

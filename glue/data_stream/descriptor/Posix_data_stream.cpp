@@ -1,5 +1,6 @@
 #include <glue/data_stream/Posix_data_stream.h>
 
+#include "detail/Select.h"
 #include "detail/descriptors.h"
 
 #include <algorithm>
@@ -8,7 +9,6 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
-#include <sys/select.h>
 #include <sys/time.h>
 #include <termios.h>
 #include <unistd.h>
@@ -23,37 +23,15 @@ int flags_of(int access, bool create, bool blocking, bool append) {
     return access | (create ? O_CREAT : 0) | (blocking ? 0 : O_NONBLOCK) | (append ? O_APPEND : 0);
 }
 
-/// On purpose: see the header.
+/// On purpose; see the header.
 int permissions_of(int flags) {
     return flags & ~O_APPEND;
-}
-
-timeval as_timeval(int ms) {
-    timeval result{};
-    result.tv_sec = ms / 1000;
-    result.tv_usec = suseconds_t{ms % 1000} * 1000;
-    return result;
 }
 
 std::int64_t wall_clock_ms() {
     timeval now{};
     gettimeofday(&now, nullptr);
     return std::int64_t{now.tv_sec} * 1000 + now.tv_usec / 1000;
-}
-
-enum class Ready_for { reading, writing };
-
-/// `select` on one descriptor. The system takes the time it waited off `budget`.
-int wait_until(Ready_for what, int fd, timeval& budget) {
-    if (fd >= FD_SETSIZE) { // setting its bit would write beyond the set
-        errno = EINVAL;
-        return -1;
-    }
-    fd_set set;
-    FD_ZERO(&set);
-    FD_SET(fd, &set);
-    const bool reading = what == Ready_for::reading;
-    return ::select(fd + 1, reading ? &set : nullptr, reading ? nullptr : &set, nullptr, &budget);
 }
 
 } // namespace
@@ -101,7 +79,7 @@ bool Posix_data_stream::open_write(const char* path, bool create, bool blocking,
 }
 
 bool Posix_data_stream::open_by_name(const char* path, int flags, int permissions, Direction direction) {
-    let_go(direction);
+    release(direction);
     const int fd = glue_detail::above_standard(::open(path, flags, permissions));
     if (fd < 0) {
         if (reports_failed_opening)
@@ -118,9 +96,9 @@ bool Posix_data_stream::open_by_name(const char* path, int flags, int permission
     return true;
 }
 
-/// Closes what a direction uses alone, and forgets what must stay open: a standard descriptor, or one that the other
-/// direction goes on using. A descriptor that both let go is closed by the second.
-void Posix_data_stream::let_go(Direction direction) {
+/// Closes a descriptor that only this direction uses. Forgets, but does not close, a standard descriptor and one that
+/// the other direction still uses. For both directions, the second step closes a shared descriptor.
+void Posix_data_stream::release(Direction direction) {
     if (direction != Direction::write) {
         close_read();
         read_fd = -1;
@@ -191,35 +169,42 @@ int Posix_data_stream::get_data(int n) {
     if (read_fd < 0 || n < 0)
         return 0;
     const bool limited = read_timeout_ms >= 0;
-    timeval budget = as_timeval(limited ? read_timeout_ms : 0);
+    timeval budget = glue_detail::Select::limit_of(limited ? read_timeout_ms : 0);
     auto missing = static_cast<unsigned int>(n);
     while (missing > 0) {
-        if (limited) {
-            const int ready = wait_until(Ready_for::reading, read_fd, budget);
-            if (ready == 0)
-                return 0;
-            if (ready < 0)
-                report_failed_select(); // and read all the same: the read knows better what is wrong
-        }
-        const ssize_t came = read_into_ring(missing);
-        if (came < 1)
+        if (limited && !wait_for_input(budget))
             return 0;
-        missing -= static_cast<unsigned int>(came);
+        const ssize_t received = read_into_ring(missing);
+        if (received < 1)
+            return 0;
+        missing -= static_cast<unsigned int>(received);
     }
     return 1;
 }
 
-/// One read of at most `most` bytes, straight into the ring's storage; into nowhere when the ring is full.
+/// \return false after the time limit. True when there is input, and when waiting fails: the read that follows returns
+///         the error then
+bool Posix_data_stream::wait_for_input(timeval& budget) {
+    glue_detail::Select select(*this, high_descriptor_reported);
+    if (!select.add_reading(read_fd))
+        return true;
+    const int ready = select.wait(&budget);
+    if (ready < 0)
+        report_failed_select();
+    return ready != 0;
+}
+
+/// One read of at most `most` bytes, directly into the ring's storage. When the ring is full, the bytes are lost.
 ssize_t Posix_data_stream::read_into_ring(unsigned int most) {
     if (rx_buffer.full()) {
         unsigned char lost[256];
         return ::read(read_fd, lost, std::min<std::size_t>(most, sizeof lost));
     }
     const auto free = rx_buffer.free_region();
-    const ssize_t came = ::read(read_fd, free.begin, std::min(most, free.size));
-    if (came > 0)
-        rx_buffer.commit(static_cast<unsigned int>(came));
-    return came;
+    const ssize_t received = ::read(read_fd, free.begin, std::min(most, free.size));
+    if (received > 0)
+        rx_buffer.commit(static_cast<unsigned int>(received));
+    return received;
 }
 
 void Posix_data_stream::report_failed_select() {
@@ -236,28 +221,38 @@ int Posix_data_stream::_write(const unsigned char* data, unsigned int len) {
 
 int Posix_data_stream::write_within_timeout(const unsigned char* data, unsigned int len) {
     const std::int64_t start = wall_clock_ms();
-    timeval budget = as_timeval(write_timeout_ms);
+    timeval budget = glue_detail::Select::limit_of(write_timeout_ms);
     unsigned int written = 0;
     while (true) {
-        const int ready = wait_until(Ready_for::writing, write_fd, budget);
+        const int ready = wait_for_space(budget);
         if (ready == 0 || (ready < 0 && errno != EAGAIN))
             break;
         if (ready > 0) {
-            const ssize_t taken = ::write(write_fd, data + written, len - written);
-            if (taken < 0)
+            const ssize_t count = ::write(write_fd, data + written, len - written);
+            if (count < 0)
                 break;
-            written += static_cast<unsigned int>(taken);
+            written += static_cast<unsigned int>(count);
             if (written == len)
                 break;
         }
         const std::int64_t elapsed = wall_clock_ms() - start;
         if (elapsed > write_timeout_ms)
             break;
-        // The wall clock may have been set back meanwhile: what is left never grows.
+        // The wall clock may have been set back: the time left must never grow.
         const std::int64_t left_ms = std::min<std::int64_t>(write_timeout_ms - elapsed, write_timeout_ms);
-        const timeval left = as_timeval(static_cast<int>(left_ms));
+        const timeval left = glue_detail::Select::limit_of(left_ms);
         if (timercmp(&left, &budget, <))
             budget = left;
     }
     return static_cast<int>(written);
+}
+
+/// \return as `select`
+int Posix_data_stream::wait_for_space(timeval& budget) {
+    glue_detail::Select select(*this, high_descriptor_reported);
+    if (!select.add_writing(write_fd)) {
+        errno = EINVAL;
+        return -1;
+    }
+    return select.wait(&budget);
 }

@@ -11,9 +11,9 @@ constexpr const char* class_word = "DSPosSer";
 Posix_serial_data_stream::Posix_serial_data_stream() : Posix_data_stream(class_word) {}
 
 bool Posix_serial_data_stream::open(const char* path, bool create, bool blocking, bool append) {
-    Posix_data_stream::open(path, create, blocking, append);
+    const bool opened = Posix_data_stream::open(path, create, blocking, append);
     format_description("%s(%p, %s)", class_word, static_cast<void*>(this), path);
-    return init();
+    return init() && opened; // without a descriptor, `init` forgets the settings of the line before
 }
 
 bool Posix_serial_data_stream::open_default(const char* device) {

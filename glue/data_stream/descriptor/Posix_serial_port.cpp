@@ -8,7 +8,7 @@
 #include <sys/ioctl.h>
 #include <tuple>
 
-// The C library's headers leave this modem output out.
+// The C library's headers do not define this modem output.
 #ifndef TIOCM_OUT1
 #define TIOCM_OUT1 0x2000
 #endif
@@ -170,7 +170,7 @@ bool Posix_serial_port::ready() const {
 
 // ---- Settings ----
 
-/// Applies a change to the line, and keeps it when the line took it. For who holds `line_lock`.
+/// Applies a change to the line, and keeps it when the line accepted it. Called with `line_lock` held.
 template <typename Change>
 bool Posix_serial_port::update(Change change) {
     if (!ready())
@@ -183,9 +183,8 @@ bool Posix_serial_port::update(Change change) {
     return true;
 }
 
-/// Switches the `affected` modem outputs, those in `on` on; leaves the line alone when they are so already. For who
-/// holds `line_lock`.
-/// \return on purpose, true for a line that has none
+/// Switches the `affected` modem outputs: on those that are in `on`, off the others. Writes nothing when they are
+/// already in that state. Called with `line_lock` held. \return on purpose, true for a line that has no modem outputs
 bool Posix_serial_port::switch_lines(int affected, int on) {
     if (!ready())
         return false;
@@ -250,7 +249,7 @@ bool Posix_serial_port::switch_rts(handshake_t handshake) {
     return handshake == handshake_rts_cts ? switch_lines(TIOCM_RTS, TIOCM_RTS) : ready();
 }
 
-// ---- What is set ----
+// ---- Current settings ----
 
 long Posix_serial_port::get_baudRate() const {
     const std::lock_guard guard(line_lock);
@@ -311,7 +310,7 @@ bool Posix_serial_port::baud_rate_supported(long rate) {
     return rate_for(rate).baud == rate;
 }
 
-// ---- Opening by one text ----
+// ---- Opening by a specification string ----
 
 bool Posix_serial_port::open_from_args(const char* spec) {
     const glue_detail::Serial_line_text line(spec);
@@ -325,7 +324,7 @@ bool Posix_serial_port::open_from_args(const char* spec) {
     return true;
 }
 
-/// The line driver hangs on the modem output OUT1. Written even when it is so already.
+/// The modem output OUT1 selects the line driver. It is written even when it is in that state already.
 bool Posix_serial_port::select_driver(bool rs485) {
     const std::lock_guard guard(line_lock);
     int lines = 0;

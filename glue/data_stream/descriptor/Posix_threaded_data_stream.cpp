@@ -1,5 +1,12 @@
-// closed --open, start--> running --pause--> paused --resume--> running --stop--> stopped --open, start--> running
-//                                            paused --stop----> stopped
+// The reader thread of a stream, none at first:
+//
+//             open, start             pause
+//   stopped -------------> running ----------> paused
+//    ^  ^                  |     ^             |    |
+//    |  |       stop       |     |   resume    |    |
+//    |  +------------------+     +-------------+    |
+//    |                  stop                        |
+//    +----------------------------------------------+
 //
 // The operations of the stream. What its thread does is in Posix_threaded_reader.cpp.
 
@@ -9,6 +16,7 @@
 #include "detail/assertion.h"
 #include "detail/descriptors.h"
 #include "detail/hex_digits.h"
+#include "detail/line_end.h"
 
 #include <glue/data_stream/port_logging.h>
 
@@ -33,8 +41,8 @@ enum Pipe_end { reading, writing };
 
 constexpr std::int64_t no_timer = -1;
 
-/// How often room in the transmit ring is looked for, 1 ms apart.
-constexpr int polls_for_room = 1000;
+/// How many times, 1 ms apart, `write_tarve` checks for free space in the transmit ring.
+constexpr int most_polls_for_space = 1000;
 
 std::atomic<unsigned> streams_made{0};
 std::atomic<unsigned> threads_started{0};
@@ -48,7 +56,7 @@ void close_end(int& end) {
     end = -1;
 }
 
-/// Neither end makes anybody wait, and no program that the process starts inherits them.
+/// Both ends are non-blocking, and programs that the process starts do not inherit them.
 void open_pipe(int (&ends)[2]) {
     const bool made = pipe2(ends, O_NONBLOCK | O_CLOEXEC) == 0;
     for (int& end : ends)
@@ -74,7 +82,7 @@ Posix_threaded_data_stream::Posix_threaded_data_stream(const char* prefix)
       write_buffering_(false),
       port_logging_(log_none),
       stopping_(false),
-      wake_on_way_(false),
+      wake_pending_(false),
       timer_due_(no_timer) {
     char name[16];
     std::snprintf(name, sizeof name, "PDS%u", ++streams_made);
@@ -134,20 +142,20 @@ void Posix_threaded_data_stream::stop() {
     stopping_ = true;
     if (!notify('q'))
         std::perror("Posix_threaded_data_stream: cannot close notification stream");
-    pause_gate_.release(); // a paused thread returns, too
+    pause_gate_.release(); // ends a pause
     reader_thread_->join();
     reader_thread_.reset();
     forget_requests();
 }
 
-/// So that the next thread does not find what was meant for this one.
+/// Discards the requests to this thread, so that the next thread does not receive them.
 void Posix_threaded_data_stream::forget_requests() {
     char forgotten[256];
     while (::read(notify_pipe_[reading], forgotten, sizeof forgotten) > 0) {
     }
     while (pause_gate_.acquire(0)) {
     }
-    wake_on_way_ = false;
+    wake_pending_ = false;
 }
 
 bool Posix_threaded_data_stream::in_reader_thread() const {
@@ -163,7 +171,7 @@ void Posix_threaded_data_stream::reader_task() {
     char name[16];
     std::snprintf(name, sizeof name, "PTDS%u", ++threads_started);
     pthread_setname_np(pthread_self(), name);
-    // A peer that is gone shows as EPIPE; the thread that finds out does not end the process.
+    // A write to a peer that is gone fails with EPIPE and must not end the process.
     sigset_t broken_pipe;
     sigemptyset(&broken_pipe);
     sigaddset(&broken_pipe, SIGPIPE);
@@ -173,7 +181,7 @@ void Posix_threaded_data_stream::reader_task() {
     Reader(*this).run();
 }
 
-/// A full pipe does not matter to requests that only wake the thread: there is enough in it to wake up for.
+/// A full pipe is no failure for a request that only wakes the thread: what the pipe holds wakes it.
 bool Posix_threaded_data_stream::notify(char command) const {
     ssize_t written;
     do
@@ -183,9 +191,9 @@ bool Posix_threaded_data_stream::notify(char command) const {
 }
 
 bool Posix_threaded_data_stream::wake() {
-    if (wake_on_way_.exchange(true) || notify('n'))
+    if (wake_pending_.exchange(true) || notify('n'))
         return true;
-    wake_on_way_ = false;
+    wake_pending_ = false;
     return false;
 }
 
@@ -242,18 +250,18 @@ void Posix_threaded_data_stream::send_rx_event(bool full) {
 void Posix_threaded_data_stream::set_write_buffering(bool on) {
     write_buffering_ = on;
     if (on)
-        wake(); // bytes may be left from the last time
+        wake(); // bytes may be queued since buffering was last on
 }
 
 int Posix_threaded_data_stream::_write(const unsigned char* data, unsigned int len) {
-    return _write(data, len, Delivery::as_much_as_fits);
+    return _write(data, len, false);
 }
 
 int Posix_threaded_data_stream::write_packet(const unsigned char* data, unsigned int len) {
-    return _write(data, len, Delivery::whole_or_nothing);
+    return _write(data, len, true);
 }
 
-int Posix_threaded_data_stream::_write(const unsigned char* data, unsigned int len, Delivery delivery) {
+int Posix_threaded_data_stream::_write(const unsigned char* data, unsigned int len, bool packet) {
     log_port(log_writes, "WRPRE", data, len);
     if (!write_buffering_)
         return write_unbuffered(data, len);
@@ -265,13 +273,13 @@ int Posix_threaded_data_stream::_write(const unsigned char* data, unsigned int l
         const std::lock_guard guard(tx_lock_);
         written = write_at_once(data, len);
         const unsigned int rest = len - written;
-        dropped = delivery == Delivery::whole_or_nothing && rest > tx_ring_.room();
+        dropped = packet && rest > tx_ring_.room();
         if (!dropped)
             queued = tx_ring_.append(data + written, rest);
     }
     log_port(log_writes, "WR", data, written);
     if (queued > 0)
-        tell_of_queued_bytes();
+        notify_of_queued_bytes();
     return dropped ? 0 : static_cast<int>(written);
 }
 
@@ -286,7 +294,8 @@ int Posix_threaded_data_stream::write_unbuffered(const unsigned char* data, unsi
     return written;
 }
 
-/// What the descriptor takes now; nothing while earlier bytes wait. Called with `tx_lock` held.
+/// Writes what the descriptor accepts now; nothing while earlier bytes are queued. Called with `tx_lock_` held.
+/// \return the bytes written
 unsigned int Posix_threaded_data_stream::write_at_once(const unsigned char* data, unsigned int len) {
     if (!tx_ring_.empty())
         return 0;
@@ -295,7 +304,7 @@ unsigned int Posix_threaded_data_stream::write_at_once(const unsigned char* data
     return written < 0 ? 0 : static_cast<unsigned int>(written);
 }
 
-void Posix_threaded_data_stream::tell_of_queued_bytes() {
+void Posix_threaded_data_stream::notify_of_queued_bytes() {
     if (!wake())
         std::perror("Posix_threaded_data_stream: cannot notification write");
 }
@@ -314,23 +323,23 @@ bool Posix_threaded_data_stream::write_tarve(const unsigned char* data, unsigned
 
     const unsigned int rest = len - written;
     if (rest > 0 && waits_when_congested(data + written, rest))
-        queue_when_there_is_room(data + written, rest);
+        queue_when_it_fits(data + written, rest);
     return written > 0;
 }
 
-void Posix_threaded_data_stream::queue_when_there_is_room(const unsigned char* data, unsigned int len) {
+void Posix_threaded_data_stream::queue_when_it_fits(const unsigned char* data, unsigned int len) {
     int polls = 0;
-    for (; polls < polls_for_room && transmit_room() < len; ++polls)
+    for (; polls < most_polls_for_space && free_transmit_space() < len; ++polls)
         Atime::delay(1);
     {
         const std::lock_guard guard(tx_lock_);
         tx_ring_.append(data, len);
     }
-    tell_of_queued_bytes();
+    notify_of_queued_bytes();
     Debug::Print::critical("Delayed writing TARVE message due to congestion.  Delay = ~%dms\n", polls);
 }
 
-unsigned int Posix_threaded_data_stream::transmit_room() {
+unsigned int Posix_threaded_data_stream::free_transmit_space() {
     const std::lock_guard guard(tx_lock_);
     return tx_ring_.room();
 }
@@ -339,26 +348,26 @@ unsigned int Posix_threaded_data_stream::transmit_room() {
 
 namespace {
 
-/// Where a frame's length stands, and what comes before its body.
-constexpr unsigned int frame_length_at = 2;
+// A frame: two letters, the length of its body in three hexadecimal digits, the body.
+constexpr unsigned int frame_length_offset = 2;
 constexpr unsigned int frame_length_digits = 3;
-constexpr unsigned int frame_head = frame_length_at + frame_length_digits;
+constexpr unsigned int frame_head_size = frame_length_offset + frame_length_digits;
 
-/// What a sentence that need not wait has at most.
+/// A longer sentence is queued, not dropped.
 constexpr unsigned int longest_dropped_sentence = 100;
 
-bool is_line_end(unsigned char byte) {
-    return byte == '\r' || byte == '\n' || byte == '\0';
+bool may_follow_a_frame(unsigned char byte) {
+    return glue_detail::ends_line(byte) || byte == '\0';
 }
 
-/// Whether this is one whole frame and nothing but line ends behind it.
+/// Whether this is one whole frame, with nothing after it except line ends and NULs.
 bool is_framed_message(const unsigned char* bytes, unsigned int count) {
-    if (count < frame_head)
+    if (count < frame_head_size)
         return false;
-    const int body = glue_detail::hex_value(bytes + frame_length_at, frame_length_digits);
-    if (body < 0 || count < frame_head + static_cast<unsigned int>(body))
+    const int body = glue_detail::hex_value(bytes + frame_length_offset, frame_length_digits);
+    if (body < 0 || count < frame_head_size + static_cast<unsigned int>(body))
         return false;
-    return std::all_of(bytes + frame_head + body, bytes + count, is_line_end);
+    return std::all_of(bytes + frame_head_size + body, bytes + count, may_follow_a_frame);
 }
 
 bool is_reply(const unsigned char* frame) {
@@ -386,6 +395,6 @@ int Posix_threaded_data_stream::set_port_logging(data_stream_logging_t flags) {
 void Posix_threaded_data_stream::log_port(data_stream_logging_t direction, const char* tag, const unsigned char* data,
                                           unsigned int len) const {
     if (port_logging_ & direction)
-        do_port_logging(Debug::Print::enabled(port_logging_category), get_description(), tag, data, data + len,
+        do_port_logging(Debug::Print::enabled(port_logging_category), copy_description().data(), tag, data, data + len,
                         nullptr);
 }

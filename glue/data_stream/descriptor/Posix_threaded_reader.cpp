@@ -1,4 +1,20 @@
+// The reader thread:
+//
+//            "p"              "q", stop
+//   paused <------ waiting -------------> ended
+//      |            ^  |  ^                 ^
+//      +--resume----+  |  |                 |
+//      |               v  |                 |
+//      |      send, receive, notify --------+   (waits up to 500 ms for free space in the receive ring)
+//      +--stop------------------------------+
+//
+// Each descriptor that it waits for:
+//
+//   in use --fails, end of file--> resting --after 100 ms, or another descriptor replaces it--> in use
+
 #include "data_stream/descriptor/Posix_threaded_reader.h"
+
+#include "detail/Select.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -7,70 +23,40 @@
 #include <mutex>
 #include <poll.h>
 #include <string_view>
-#include <sys/select.h>
 #include <unistd.h>
 
 namespace {
 
-/// How long what failed, or is at its end, is let alone; and how often requests are looked for without a pipe.
+/// How long a descriptor that failed, or is at its end of file, is not used. Without a pipe, also the interval at which
+/// the thread checks for requests.
 constexpr int rest_ms = 100;
 
 constexpr unsigned read_size = 256;
 constexpr unsigned send_size = 1024;
 constexpr unsigned requests_at_once = 32;
 
-/// How often room in a full receive ring is looked for, 1 ms apart.
+/// Attempts, 1 ms apart, to find free space in a full receive ring.
 constexpr int attempts_to_deliver = 500;
 
 using Descriptor_use = std::shared_lock<std::shared_mutex>;
 
-/// The descriptors that one `select` waits for, and for how long.
-class Select {
+/// The time limit of a wait: the shortest of those that were set.
+class Wait_limit {
   public:
-    Select() {
-        FD_ZERO(&readable_);
-        FD_ZERO(&writable_);
-    }
-
-    /// \return whether it can be waited for
-    bool add_reading(int fd) { return add(fd, readable_); }
-    bool add_writing(int fd) { return add(fd, writable_); }
-    void wait_at_most(std::int64_t ms) { limit_ms_ = limited() ? std::min(limit_ms_, ms) : ms; }
-    bool limited() const { return limit_ms_ >= 0; }
-
-    int wait() {
-        timeval limit{};
-        if (limited()) {
-            limit.tv_sec = static_cast<time_t>(limit_ms_ / 1000);
-            limit.tv_usec = static_cast<suseconds_t>(limit_ms_ % 1000 * 1000);
-        }
-        return ::select(highest_ + 1, &readable_, &writable_, nullptr, limited() ? &limit : nullptr);
-    }
-
-    bool is_readable(int fd) const { return FD_ISSET(fd, &readable_); }
-    bool is_writable(int fd) const { return FD_ISSET(fd, &writable_); }
+    void at_most(std::int64_t ms) { ms_ = is_set() ? std::min(ms_, ms) : ms; }
+    bool is_set() const { return ms_ >= 0; }
+    std::int64_t ms() const { return ms_; }
 
   private:
-    bool add(int fd, fd_set& set) {
-        if (fd < 0 || fd >= FD_SETSIZE) // its bit would lie outside the set
-            return false;
-        FD_SET(fd, &set);
-        highest_ = std::max(highest_, fd);
-        return true;
-    }
-
-    fd_set readable_;
-    fd_set writable_;
-    int highest_ = -1;
-    std::int64_t limit_ms_ = -1;
+    std::int64_t ms_ = -1;
 };
 
-/// In units of Atime; 0 when it is past.
-std::int64_t time_left_until(std::int64_t point) {
-    return std::max<std::int64_t>(point - Atime::now().units(), 0);
+/// In units of Atime; 0 after the deadline.
+std::int64_t time_left_until(std::int64_t deadline) {
+    return std::max<std::int64_t>(deadline - Atime::now().units(), 0);
 }
 
-/// Whether it is open, or there is none.
+/// Whether the descriptor is open. A negative one means that there is none, which is good.
 bool is_good(int fd) {
     return fd < 0 || fcntl(fd, F_GETFD) >= 0;
 }
@@ -103,11 +89,11 @@ std::int64_t Posix_threaded_data_stream::Reader::Condition::rest_left(int fd) co
 void Posix_threaded_data_stream::Reader::run() {
     while (!stream_.stopping_) {
         const Ready ready = wait();
-        if (ready.requests && take_requests())
+        if (ready.requests && handle_requests())
             continue;
         run_timer();
         if (!ready.input)
-            announce_when_quiet();
+            notify_when_quiet();
         if (ready.output)
             send_queued();
         if (ready.input)
@@ -123,47 +109,49 @@ Posix_threaded_data_stream::Reader::Ready Posix_threaded_data_stream::Reader::wa
     const std::int64_t output_rest = output_condition_.rest_left(output);
     const bool has_output = bytes_are_queued();
 
-    Select select;
-    const bool hears = select.add_reading(requests);
+    glue_detail::Select select(stream_, stream_.high_descriptor_reported);
     const bool reads = input_rest == 0 && select.add_reading(input);
     const bool sends = has_output && output_rest == 0 && select.add_writing(output);
-    if (!hears)
-        select.wait_at_most(rest_ms);
+    const bool gets_requests = select.add_reading(requests);
+    Wait_limit limit;
+    if (!gets_requests)
+        limit.at_most(rest_ms);
     if (input_rest > 0)
-        select.wait_at_most(input_rest);
+        limit.at_most(input_rest);
     if (has_output && output_rest > 0)
-        select.wait_at_most(output_rest);
+        limit.at_most(output_rest);
     if (stream_.rx_event_pending_)
-        select.wait_at_most(quiet_time_left());
+        limit.at_most(quiet_time_left());
     if (const std::int64_t due = stream_.timer_due_; due >= 0)
-        select.wait_at_most(time_left_until(due));
+        limit.at_most(time_left_until(due));
 
-    const int count = select.wait();
+    timeval time_left = glue_detail::Select::limit_of(limit.ms());
+    const int count = select.wait(limit.is_set() ? &time_left : nullptr);
     Ready ready;
-    ready.requests = true; // also when the wait has failed, or there is no pipe to wait for
+    ready.requests = true; // also when the wait failed, or there is no pipe to wait for
     if (count < 0) {
         const int error = errno;
-        const bool closed_meanwhile = error == EBADF && descriptors_are_good();
-        if (!closed_meanwhile)
+        const bool was_replaced = error == EBADF && descriptors_are_good();
+        if (!was_replaced)
             handle_failed_select(error);
         return ready;
     }
     select_condition_.worked();
     if (count > 0) {
-        ready.requests = !hears || select.is_readable(requests);
+        ready.requests = !gets_requests || select.is_readable(requests);
         ready.output = sends && select.is_writable(output);
         ready.input = reads && select.is_readable(input);
-    } else if (!select.limited()) {
+    } else if (!limit.is_set()) {
         std::fputs("select(), should not have timed out", stderr);
         hold_off();
     }
     return ready;
 }
 
-/// Tells a descriptor that was closed behind the stream's back from one that was closed, or replaced, by the stream
-/// itself during the wait; the new one may have the number of the old.
+/// Distinguishes a descriptor that was closed without the stream's knowledge from one that the stream itself closed or
+/// replaced during the wait. A new descriptor may have the number of the old one.
 bool Posix_threaded_data_stream::Reader::descriptors_are_good() const {
-    const Descriptor_use use(stream_.descriptor_use); // nobody is about to close one
+    const Descriptor_use use(stream_.descriptor_use); // no other thread closes one meanwhile
     return is_good(stream_.notify_pipe_[0]) && is_good(stream_.read_fd) && is_good(stream_.write_fd);
 }
 
@@ -177,7 +165,7 @@ void Posix_threaded_data_stream::Reader::handle_failed_select(int error) {
         hold_off();
 }
 
-/// Waits a while, for requests alone.
+/// Waits a while, for requests only.
 void Posix_threaded_data_stream::Reader::hold_off() const {
     pollfd requests{stream_.notify_pipe_[0], POLLIN, 0};
     ::poll(&requests, 1, rest_ms);
@@ -190,22 +178,23 @@ bool Posix_threaded_data_stream::Reader::bytes_are_queued() const {
     return !stream_.tx_ring_.empty();
 }
 
-// ---- Requests and announcements ----
+// ---- Requests, delayed events and the timer ----
 
-/// "n" and "q" have done their work by waking the thread. \return whether what was ready does not count any more: the
-/// thread shall stop, or there was a pause, after which everything may be different
-bool Posix_threaded_data_stream::Reader::take_requests() {
+/// "n" and "q" need no action: they woke the thread.
+/// \return whether the result of the wait is no longer valid: the thread must stop, or there was a pause, during which
+///         anything may have changed
+bool Posix_threaded_data_stream::Reader::handle_requests() {
     char requests[requests_at_once];
     const ssize_t count = ::read(stream_.notify_pipe_[0], requests, sizeof requests);
-    stream_.wake_on_way_ = false; // from here on, whoever changes something wakes the thread anew
-    const std::string_view seen(requests, count > 0 ? static_cast<std::size_t>(count) : 0);
-    const bool pauses = seen.find('p') != seen.npos;
+    stream_.wake_pending_ = false; // the next change wakes the thread again
+    const std::string_view received(requests, count > 0 ? static_cast<std::size_t>(count) : 0);
+    const bool pauses = received.find('p') != received.npos;
     if (pauses && !stream_.stopping_)
         stream_.pause_gate_.acquire();
     return pauses || stream_.stopping_;
 }
 
-void Posix_threaded_data_stream::Reader::announce_when_quiet() {
+void Posix_threaded_data_stream::Reader::notify_when_quiet() {
     if (!stream_.rx_event_pending_ || quiet_time_left() > 0)
         return;
     stream_.rx_event_pending_ = false;
@@ -213,7 +202,7 @@ void Posix_threaded_data_stream::Reader::announce_when_quiet() {
     stream_.Event_sender_data_stream::send_rx_event(false);
 }
 
-/// In milliseconds, rounded up: the quiet time is never cut short.
+/// In milliseconds, rounded up so that the quiet time is never too short.
 std::int64_t Posix_threaded_data_stream::Reader::quiet_time_left() const {
     const std::int64_t quiet = stream_.rx_event_timeout_ms_;
     return std::max<std::int64_t>(last_input_ + (quiet + 1) - Atime::now(), 0);
@@ -250,12 +239,12 @@ void Posix_threaded_data_stream::Reader::send_queued() {
     output_condition_.worked();
     stream_.log_port(log_writes, "WRB", piece, static_cast<unsigned int>(sent));
     if (was_full) {
-        const std::lock_guard guard(stream_); // a waiter that deregisters is not told any more
+        const std::lock_guard guard(stream_); // a waiter that deregistered is no longer notified
         stream_.send_tx_event(true);
     }
 }
 
-/// The bytes stay in the ring.
+/// The bytes stay in the transmit ring.
 void Posix_threaded_data_stream::Reader::handle_failed_write(int fd) {
     const int error = errno;
     if (error == EINTR || error == EAGAIN)
@@ -310,14 +299,14 @@ void Posix_threaded_data_stream::Reader::handle_end_of_file(int fd) {
 void Posix_threaded_data_stream::Reader::deliver(const unsigned char* bytes, unsigned int count) {
     if (deliver_at_once(bytes, count))
         return;
-    for (int attempt = 1; attempt <= attempts_to_deliver; ++attempt) {
-        const unsigned int taken = deliver_what_fits(bytes, count);
-        bytes += taken;
-        count -= taken;
+    int attempts = 0; // since the last one that found free space, that one included
+    while (attempts < attempts_to_deliver) {
+        const unsigned int delivered = deliver_what_fits(bytes, count);
+        bytes += delivered;
+        count -= delivered;
         if (count == 0 || stream_.stopping_)
             return;
-        if (taken > 0)
-            attempt = 1;
+        attempts = delivered > 0 ? 1 : attempts + 1;
         Atime::delay(1);
     }
     std::fputs("CLIENT TOO SLOW!!!!!!!!!!!!!!!!!!!!\n\n", stderr);
@@ -336,8 +325,8 @@ bool Posix_threaded_data_stream::Reader::deliver_at_once(const unsigned char* by
 
 unsigned int Posix_threaded_data_stream::Reader::deliver_what_fits(const unsigned char* bytes, unsigned int count) {
     const std::lock_guard guard(stream_);
-    const unsigned int taken = stream_.rx_buffer.append(bytes, count);
-    if (taken > 0)
+    const unsigned int appended = stream_.rx_buffer.append(bytes, count);
+    if (appended > 0)
         stream_.send_rx_event(true);
-    return taken;
+    return appended;
 }

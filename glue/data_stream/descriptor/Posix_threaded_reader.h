@@ -6,24 +6,24 @@
 
 #include <cstdint>
 
-/// What the reader thread of a stream does, and what it remembers from one round to the next.
+/// What the reader thread of a stream does, and its state between two waits.
 class Posix_threaded_data_stream::Reader {
   public:
     explicit Reader(Posix_threaded_data_stream& owner) : stream_(owner) {}
 
-    /// Until the stream stops it.
+    /// Returns when the stream stops the thread.
     void run();
 
   private:
-    /// How it goes with one descriptor, or with `select`: what fails again and again is reported once, and what has
-    /// nothing to give is let alone for a while.
+    /// The condition of one descriptor, or of `select`: a repeated failure is reported once, and a descriptor that
+    /// failed or is at its end of file rests for a while.
     class Condition {
       public:
-        /// \return whether this error is news
+        /// \return whether this error is a new one
         bool failed(int error);
         void worked() { last_error_ = 0; }
         void rest(int fd);
-        /// Milliseconds that `fd` is still let alone; 0 for any but the resting one.
+        /// Milliseconds that `fd` still rests; 0 for every descriptor except the resting one.
         std::int64_t rest_left(int fd) const;
 
       private:
@@ -32,7 +32,7 @@ class Posix_threaded_data_stream::Reader {
         Atime rests_until_;
     };
 
-    /// What `select` has found.
+    /// What is ready after a wait.
     struct Ready {
         bool requests = false;
         bool output = false;
@@ -45,8 +45,8 @@ class Posix_threaded_data_stream::Reader {
     void hold_off() const;
     bool bytes_are_queued() const;
 
-    bool take_requests();
-    void announce_when_quiet();
+    bool handle_requests();
+    void notify_when_quiet();
     std::int64_t quiet_time_left() const;
     void run_timer();
 

@@ -1,11 +1,19 @@
-// closed --open--> open --end of the line--> lost --every second: it opens--> open
-//                  open --close--> closed    lost --close, open that fails--> closed
+//             open               end of file
+//   closed ----------> open ----------------------> lost --+
+//    ^  ^              |  ^                         |  |   | every second: opening fails
+//    |  |    close     |  |  opening succeeds       |  |<--+
+//    |  +--------------+  +-------------------------+  |
+//    |        close, or an opening by the owner that fails
+//    +-------------------------------------------------+
+//
+// At end of file the line is reopened at once when the last attempt was at least a second ago. Without a specification
+// string the stream is closed instead of lost.
 
 #include <glue/data_stream/Posix_threaded_serial_data_stream.h>
 
-#include <platform/stzncpy.h>
+#include "detail/Lock_unless_held.h"
 
-#include <QThread>
+#include <platform/stzncpy.h>
 
 #include <cstdio>
 #include <memory>
@@ -13,7 +21,7 @@
 
 namespace {
 
-void say_that_it_reopens() {
+void report_reopening() {
     std::fputs("reopen here!\n", stderr);
 }
 
@@ -40,21 +48,19 @@ bool Posix_threaded_serial_data_stream::open(const char* spec) {
     return open_from_args(spec);
 }
 
-/// Opening by a text and reopening come here with `device_lock` held; an owner who calls it must not meet the thread
-/// while that reopens.
+/// `open(spec)` and reopening call this with `device_lock_` held; an owner calls it without.
 bool Posix_threaded_serial_data_stream::open_default(const char* device) {
-    const bool held = device_lock_.owner_thread() == QThread::currentThreadId();
-    const Mutex_guard guard(held ? nullptr : &device_lock_);
-    close_line(); // under its lock: opening would close it, too, but without
-    Posix_threaded_data_stream::open(device, false, false, false);
-    return init();
+    const glue_detail::Lock_unless_held guard(device_lock_);
+    close_line(); // opening would also close it, but without the line's lock
+    const bool opened = Posix_threaded_data_stream::open(device, false, false, false);
+    return init() && opened;
 }
 
 bool Posix_threaded_serial_data_stream::close() {
     const std::lock_guard guard(device_lock_);
     lost_ = false;
     const bool closed = close_line();
-    wake(); // the thread still waits for the line, and as long as it does the system keeps the device open
+    wake(); // while the thread waits for the line, the system keeps the device open
     return closed;
 }
 
@@ -90,18 +96,18 @@ bool Posix_threaded_serial_data_stream::reopen() {
     const std::lock_guard guard(device_lock_);
     if (*spec_to_reopen_ == '\0')
         return false;
-    say_that_it_reopens();
+    report_reopening();
     return try_to_reopen();
 }
 
 void Posix_threaded_serial_data_stream::handle_close() {
     const std::lock_guard guard(device_lock_);
-    if (get_fd() < 0) // the owner was faster
+    if (get_fd() < 0) // the owner has closed it already
         return;
     close_line();
     if (*spec_to_reopen_ == '\0')
         return;
-    say_that_it_reopens();
+    report_reopening();
     const std::int64_t since_last = Atime::now() - last_attempt_;
     if (since_last < reopening_interval_ms) {
         lost_ = true;
@@ -113,7 +119,7 @@ void Posix_threaded_serial_data_stream::handle_close() {
 
 void Posix_threaded_serial_data_stream::handle_timer() {
     const std::lock_guard guard(device_lock_);
-    lost_ = lost_ && get_fd() < 0; // the owner may have opened something else
+    lost_ = lost_ && get_fd() < 0; // the owner may have opened another line
     if (!lost_)
         return;
     reports_failed_opening = false;
@@ -121,7 +127,7 @@ void Posix_threaded_serial_data_stream::handle_timer() {
     reports_failed_opening = true;
 }
 
-/// For who holds `device_lock`.
+/// Called with `device_lock_` held.
 bool Posix_threaded_serial_data_stream::try_to_reopen() {
     last_attempt_ = Atime::now();
     const bool reopened = open_from_args(spec_to_reopen_);

@@ -1,14 +1,16 @@
-//                 run                    end of output, error, stop
-//   0 not running ----> 1 running ------------------------------------> 2 finished
-//        ^                  |                                              |
-//        +------------------+------------- join, kill ---------------------+
+//                    run              end of output, error, stop request
+//     not_running ---------> running -----------------------------------> finished
+//          ^                                                                 |
+//          +---------------------------- join, kill -------------------------+
 //
-// State 1 is left by the reader thread alone: `join` asks it to stop, and closes the pipes when it has.
+// Only the reader thread changes `running` to `finished`. `join` requests this, waits for the thread, closes the pipes
+// and reaps the child. A `run` that fails leads back to `not_running`.
 
 #include <glue/data_stream/Process_data_stream.h>
 
 #include "data_stream/core/stream_specification.h"
 #include "detail/Pipe_signal_guard.h"
+#include "detail/Select.h"
 #include "detail/child_process.h"
 #include "detail/descriptors.h"
 
@@ -24,7 +26,6 @@
 #include <mutex>
 #include <pthread.h>
 #include <string>
-#include <sys/select.h>
 #include <sys/wait.h>
 #include <system_error>
 #include <unistd.h>
@@ -32,30 +33,15 @@
 
 namespace {
 
-/// The most that is moved at once.
+/// The most bytes that are moved at once.
 constexpr unsigned piece_size = 1024;
-/// How long the reader waits for output before it looks whether it should stop.
-constexpr int poll_interval_us = 10000;
+/// How long the reader waits for output before it checks for a stop request.
+constexpr int poll_interval_ms = 10;
 
 void name_this_thread(const char* prefix, int number) {
     char name[16];
     std::snprintf(name, sizeof name, "%s%d", prefix, number);
     pthread_setname_np(pthread_self(), name);
-}
-
-/// Waits for output. `to_child` takes part in the count of descriptors, as it always has, though not in the set.
-/// \return as `select`
-int wait_for_output(int from_child, int to_child) {
-    if (from_child >= FD_SETSIZE) { // setting its bit would write beyond the set
-        errno = EINVAL;
-        return -1;
-    }
-    fd_set readable;
-    FD_ZERO(&readable);
-    FD_SET(from_child, &readable);
-    timeval interval{0, poll_interval_us};
-    const int count = std::min(std::max(from_child, to_child) + 1, FD_SETSIZE);
-    return ::select(count, &readable, nullptr, nullptr, &interval);
 }
 
 void print_failed_join(char step) {
@@ -77,18 +63,18 @@ void leave_to_detached_thread(int pid) {
     }
 }
 
-/// The words that a shell would make of a text.
+/// The words into which a shell would split a text.
 class Split_words {
   public:
     explicit Split_words(const char* text) : result_(wordexp(text, &words_, 0)) {}
     ~Split_words() {
-        if (result_ == 0 || result_ == WRDE_NOSPACE) // in the other cases there is nothing to free
+        if (result_ == 0 || result_ == WRDE_NOSPACE) // other failures allocate nothing
             wordfree(&words_);
     }
     Split_words(const Split_words&) = delete;
     Split_words& operator=(const Split_words&) = delete;
 
-    bool done() const { return result_ == 0; }
+    bool succeeded() const { return result_ == 0; }
     /// Null-terminated.
     const char* const* vector() const { return words_.we_wordv; }
 
@@ -104,7 +90,7 @@ Process_data_stream* Process_data_stream::create(module_man& modules, const char
     if (command.empty())
         return nullptr;
     const Split_words words(command.c_str());
-    if (!words.done()) {
+    if (!words.succeeded()) {
         std::fprintf(stderr, "Could not parse %s\n", command.c_str());
         return nullptr;
     }
@@ -120,7 +106,7 @@ Process_data_stream::Process_data_stream(module_man* modules, const char* const*
       to_child_(-1),
       kill_on_destroy_(true) {
     if (argv)
-        run(argv, envp);
+        static_cast<void>(run(argv, envp)); // `is_running` returns the outcome
 }
 
 Process_data_stream::~Process_data_stream() {
@@ -161,7 +147,7 @@ bool Process_data_stream::run(const char* const* argv, const char* const* envp) 
     return false;
 }
 
-/// Leaves nothing of the child when the system has no thread.
+/// Ends and reaps the child when the system has no thread left.
 bool Process_data_stream::start_reader() {
     try {
         reader_.reset(new std::thread(thread_runner, this));
@@ -196,45 +182,60 @@ void Process_data_stream::thread_runner(Process_data_stream* stream) {
 
 void Process_data_stream::move_output() {
     while (!stop_request_) {
-        const unsigned room = room_for_output();
-        if (room == 0)
+        const unsigned free = free_space();
+        if (free == 0)
             Atime::delay(1);
-        const int ready = wait_for_output(from_child_, to_child_);
+        const int ready = wait_for_output();
         if (ready < 0 && errno != EAGAIN)
             break;
-        if (ready > 0 && !take_output(room))
+        if (ready > 0 && !receive_output(free))
             return;
     }
     state_ = finished;
 }
 
-/// How much may be read at once.
-unsigned int Process_data_stream::room_for_output() {
+/// On purpose, the child's input is included in the count of descriptors, though in no set.
+/// \return as `select`
+int Process_data_stream::wait_for_output() {
+    glue_detail::Select select(*this, high_descriptor_reported_);
+    if (!select.add_reading(from_child_)) {
+        errno = EINVAL;
+        return -1;
+    }
+    select.count_in(to_child_);
+    timeval interval = glue_detail::Select::limit_of(poll_interval_ms);
+    return select.wait(&interval);
+}
+
+/// How many bytes may be read at once.
+unsigned int Process_data_stream::free_space() {
     const std::lock_guard guard(mutex_);
     return std::min(rx_buffer.room(), piece_size);
 }
 
-/// Moves output into the ring and announces it, also when it finds a full ring: a read of no bytes into no room is no
-/// end. \return false when the output has ended; the state is 2 then
-bool Process_data_stream::take_output(unsigned int room) {
+/// Moves output into the ring and sends an event, also when the ring is full: without free space, a read of 0 bytes is
+/// not the end of the output. \param free  the most bytes to read \return false when the output has ended; the state is
+/// `finished` then
+bool Process_data_stream::receive_output(unsigned int free) {
     unsigned char piece[piece_size];
-    const ssize_t came = ::read(from_child_, piece, room);
+    const ssize_t received = ::read(from_child_, piece, free);
     const int error = errno;
 
     const std::lock_guard guard(mutex_);
-    if (came < 0 && error == EAGAIN)
+    if (received < 0 && error == EAGAIN)
         return true;
-    if (came < 0 || (came == 0 && room > 0)) {
+    if (received < 0 || (received == 0 && free > 0)) {
         state_ = finished;
         return false;
     }
-    put_into_ring(piece, static_cast<unsigned int>(came));
+    append_to_ring(piece, static_cast<unsigned int>(received));
     send_rx_event(rx_buffer.full());
     return true;
 }
 
-/// The room was looked at before: only somebody else who fills the ring can make less of it.
-void Process_data_stream::put_into_ring(const unsigned char* data, unsigned int count) {
+/// The bytes fit the free space that was found before the read. Fewer fit only when another producer has appended to
+/// the ring since.
+void Process_data_stream::append_to_ring(const unsigned char* data, unsigned int count) {
     if (rx_buffer.append(data, count) < count)
         Debug::Print::print(debug_category, "Error: can't write to buffer\n");
 }
@@ -281,8 +282,8 @@ void Process_data_stream::reap_within(int timeout_ms) {
     leave_to_detached_thread(child_pid_);
 }
 
-/// The system gives the number of a child that somebody else has reaped (an application that ignores SIGCHLD) to new
-/// processes: only what is still our child gets the signal. And a number of 0 or less would mean whole process groups.
+/// Sends the signal only to a process that is still our child: where the application ignores SIGCHLD, the system reaps
+/// the child and may use its number for a new process. A number of 0 or less would mean whole process groups.
 void Process_data_stream::kill() {
     if (state_ == not_running)
         return;

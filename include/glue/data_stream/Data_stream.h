@@ -5,6 +5,7 @@
 #include <platform/Cbuf.h>
 #include <platform/Mutex.h>
 
+#include <array>
 #include <cstdarg>
 #include <cstdint>
 
@@ -164,6 +165,8 @@ class GLUE_EXPORT Data_stream {
     bool set_description(const char* text);
     /// The stream's name; "DS(address)" until it gets another one.
     const char* get_description() const { return description_; }
+    /// Addition: a copy of the name, made under a lock, for threads that use the name while another one may change it.
+    std::array<char, description_size> copy_description() const;
 
   protected:
     /// `dprint` for a derived stream that holds the ring's lock already. Acquires no lock.

@@ -3,7 +3,7 @@
 #include <glue/data_stream/Posix_data_stream.h>
 #include <glue/data_stream/Posix_serial_port.h>
 
-/// The synchronous stream over a serial line: nothing runs in the background, a reader reads the line itself. For the
+/// The synchronous stream over a serial line: it has no thread, and reading operations read the line. For the
 /// asynchronous one, see Posix_threaded_serial_data_stream.
 ///
 ///     Posix_serial_data_stream line;
@@ -14,33 +14,35 @@
 ///             ...
 ///     }
 ///
-/// **Ownership, time-outs and threads** are those of Posix_data_stream. Closing and destroying leave the line set as it
-/// is; `restore` before that gives it back its former settings.
+/// **Ownership, time-outs and threads** are those of Posix_data_stream. Closing and destroying do not change the line's
+/// settings; call `restore` first to apply its former ones.
 ///
-/// Opening without O_NOCTTY, as this class does except for `open_nonintrusive`, makes the device the controlling
-/// terminal of a process that leads a session and has none: it gets SIGHUP when the line hangs up then. Start such a
-/// process with one, or as no session leader, where that matters.
+/// All opening except `open_nonintrusive` is without O_NOCTTY. The device then becomes the controlling terminal of a
+/// process that leads a session and has none, and the process gets SIGHUP when the line hangs up. Where that matters,
+/// start the process with a controlling terminal, or not as a session leader.
 class GLUE_EXPORT Posix_serial_data_stream : public Posix_data_stream, public Posix_serial_port {
   public:
     /// A closed stream.
     Posix_serial_data_stream();
 
     using Posix_data_stream::open;
-    /// Opens a device, names it in the description (also when it cannot be opened) and makes its line ready.
-    /// \return false when it cannot be opened, or is no terminal and the like: then it is open all the same
-    bool open(const char* path, bool create, bool blocking, bool append) override;
-    /// `open`, not creating anything, blocking, not appending.
-    bool open_default(const char* device) override;
-    /// Opens a device for reading alone, to listen without touching the line's settings. The port has no settings then;
-    /// `get_fd` names the line, so that `init` takes hold of it after all.
+    /// Opens a device, puts its path into the description (also when it cannot be opened) and prepares its line.
+    /// \return false when it cannot be opened, and when `init` fails (it is no terminal, for example); in the second
+    /// case
+    ///         it is open
+    [[nodiscard]] bool open(const char* path, bool create, bool blocking, bool append) override;
+    /// Calls `open`: without creating a file, blocking, not appending.
+    [[nodiscard]] bool open_default(const char* device) override;
+    /// Opens a device for reading only, and leaves the line's settings unchanged. The port has no settings then;
+    /// `get_fd` returns the line's descriptor, so that a later `init` can prepare the line.
     /// \return whether it is open
-    bool open_nonintrusive(const char* path);
+    [[nodiscard]] bool open_nonintrusive(const char* path);
 
-    /// Closes the line and forgets its settings. Takes the path out of the description first, whatever it returns.
-    /// \return false in the cases of Posix_data_stream::close; the settings stay then
+    /// Closes the line and forgets its settings. First removes the path from the description, whatever it returns.
+    /// \return false in the cases of Posix_data_stream::close; then the settings are kept
     bool close();
 
-    /// The descriptor of a line that both directions share; -1 when there is none, or each direction has its own.
+    /// The descriptor that both directions share; -1 when there is none, or each direction has its own.
     int get_fd() const override;
 
     /// Usage text of the command-line option that names a serial device.

@@ -5,8 +5,8 @@
 
 #include <platform/Atime.h>
 
-/// The asynchronous stream over a serial line: a reader thread fills the receive ring and announces what came, and
-/// opens the device anew when the line has gone away and come back (an adapter that was unplugged, say).
+/// The asynchronous stream over a serial line: a reader thread moves received bytes into the receive ring and sends
+/// events. It also reopens the device when the line was gone for a while (an adapter that was unplugged, for example).
 ///
 ///     const std::unique_ptr<Posix_threaded_serial_data_stream> line(
 ///         Posix_threaded_serial_data_stream::create("/dev/ttyS1:115200"));
@@ -15,18 +15,19 @@
 ///         line->printf("VER\r\n");
 ///     }
 ///
-/// **Reopening.** At the end of the line the reader thread closes it, says "reopen here!" on standard error and opens
-/// anew what `create` or `open(spec)` was given: device, baud rate and driver mode. When that fails it tries again
-/// every second, without saying so, until it works or the owner closes, opens or destroys the stream; never more than
-/// once a second. What was set since opening (format, handshake, modem lines) is not set again; what the receive and
-/// transmit rings hold stays. Meanwhile writes fail, or wait in the transmit ring. Of the text, the first 63 characters
-/// are kept for this. A stream that was opened in another way stays closed.
+/// **Reopening.** At end of file the reader thread closes the line, prints "reopen here!" on standard error and opens
+/// it again with the specification string of `create` or `open(spec)`: device, baud rate and driver mode. When that
+/// fails it tries again every second, without a message, until it succeeds or the owner closes, opens or destroys the
+/// stream; never more than once a second. Settings that were changed since opening (format, handshake, modem lines) are
+/// lost; the bytes in the receive and transmit rings are kept. Until the line is open again, writes fail, or their
+/// bytes are queued in the transmit ring. Only the first 63 characters of the string are kept. A stream that was opened
+/// in another way stays closed.
 ///
-/// The description, and the descriptors, change in the reader thread then. Who keeps the description, copies it.
+/// Reopening changes the description and the descriptors in the reader thread: other threads use `copy_description`.
 ///
 /// **Ownership, threads and failures** are those of Posix_threaded_data_stream. `open(spec)`, `reopen`, `close` and the
-/// operations on settings may be called while the reader thread is reopening; each of them and the reopening is as a
-/// whole before or after the other; a write then goes to the line or fails, never elsewhere. Do not call `stop` and
+/// operations on settings may be called while the reader thread is reopening: one of them runs completely before the
+/// other. A write meanwhile goes to the line or fails, never to another file. Do not call `stop` and
 /// `open(spec)` in two threads at once.
 ///
 /// Opening is without O_NOCTTY: see Posix_serial_data_stream.
@@ -35,9 +36,9 @@ class GLUE_EXPORT Posix_threaded_serial_data_stream : public Posix_threaded_data
     /// Milliseconds between two attempts to reopen.
     static constexpr int reopening_interval_ms = 1000;
 
-    /// Makes a stream and opens what `spec` names (see `Posix_serial_port::open_from_args`).
-    /// \return the stream, which belongs to the caller; null when that failed
-    static Posix_threaded_serial_data_stream* create(const char* spec);
+    /// Makes a stream and opens the line that `spec` specifies (see `Posix_serial_port::open_from_args`).
+    /// \return the stream, which the caller owns; null when opening failed
+    [[nodiscard]] static Posix_threaded_serial_data_stream* create(const char* spec);
 
     /// A closed stream.
     Posix_threaded_serial_data_stream();
@@ -45,31 +46,32 @@ class GLUE_EXPORT Posix_threaded_serial_data_stream : public Posix_threaded_data
     ~Posix_threaded_serial_data_stream() override;
 
     using Posix_threaded_data_stream::open;
-    /// Keeps `spec` for reopening, whether the opening succeeds or not, and opens what it names.
+    /// Keeps `spec` for reopening, also when opening fails, and opens the line that it specifies.
     /// \return as `open_from_args`
-    bool open(const char* spec);
-    /// Opens a device without making reads and writes wait, starts the reader thread, and makes the line ready.
-    /// \return false when it cannot be opened, or is no terminal and the like: then it is open all the same
-    bool open_default(const char* device) override;
-    /// Closes the line and opens anew what was last given to `open(spec)` or `create`. Says "reopen here!" on standard
-    /// error. When it fails and the reader thread runs, that goes on trying.
-    /// \return as `open_from_args`; false, and nothing happens, when nothing was given yet
+    [[nodiscard]] bool open(const char* spec);
+    /// Opens a device non-blocking, starts the reader thread, and prepares the line.
+    /// \return false when it cannot be opened, and when `init` fails (it is no terminal, for example); in the second
+    /// case
+    ///         it is open
+    [[nodiscard]] bool open_default(const char* device) override;
+    /// Closes the line and opens it again with the last string of `open(spec)` or `create`. Prints "reopen here!" on
+    /// standard error. When it fails, the reader thread, if it runs, tries again every second.
+    /// \return as `open_from_args`; false, with nothing done, when there is no string yet
     bool reopen();
-    /// Closes the line, forgets its settings, and ends all attempts to reopen it. Waits for a write that is going on.
-    /// Takes the path out of the description first, whatever it returns. \return false in the cases of
-    /// Posix_data_stream::close; the settings stay then
+    /// Closes the line, forgets its settings, and ends all attempts to reopen it. Waits for a write in progress.
+    /// First removes the path from the description, whatever it returns.
+    /// \return false in the cases of Posix_data_stream::close; then the settings are kept
     bool close();
 
     /// The reading descriptor; the writing one when that is closed; -1 when both are.
     int get_fd() const override;
 
     using Posix_serial_port::init;
-    /// Gives the stream a module id and makes the line ready anew.
+    /// Gives the stream a module id and prepares the line again.
     void init(module_man& modules) override;
-    /// Makes the line ready anew, for the case that somebody else has used it during the pause, and lets the thread go
-    /// on.
+    /// Prepares the line again, since another program may have used it during the pause, and ends the pause.
     void resume() override;
-    /// The end of the line: closes it and reopens it, as told above. Does nothing on a closed stream.
+    /// End of file: closes and reopens the line, as described above. Does nothing on a closed stream.
     void handle_close() override;
 
   protected:
@@ -85,7 +87,7 @@ class GLUE_EXPORT Posix_threaded_serial_data_stream : public Posix_threaded_data
     char spec_to_reopen_[spec_size];
 
     // Additions
-    Mutex device_lock_;  ///< guards what is here, and keeps closing and opening apart; taken before `line_lock`
-    bool lost_;          ///< the line is gone and wanted back
-    Atime last_attempt_; ///< to reopen
+    Mutex device_lock_;  ///< guards these members and serialises opening and closing; acquired before `line_lock`
+    bool lost_;          ///< the line is gone, and the thread tries to reopen it
+    Atime last_attempt_; ///< when the thread or the owner last tried to reopen the line
 };

@@ -25,15 +25,7 @@ void do_port_logging(Enable_token enabled, const char* name, const char* dir, co
     if (!enabled && !snoop_logger)
         return;
 
-    String_builder<4001> text;
-    const auto output = [&] {
-        if (enabled)
-            Debug::Print::printd(text.text(), static_cast<int>(text.length()));
-        if (snoop_logger)
-            snoop_logger(text.text(), text.length());
-        text.clear();
-    };
-
+    String_builder<port_log_piece_size> text;
     const auto count = static_cast<unsigned int>(end - begin);
     text.append_ts();
     if (counter) {
@@ -42,17 +34,5 @@ void do_port_logging(Enable_token enabled, const char* name, const char* dir, co
     } else {
         text.append_format("%s[%s](%d): ", name, dir, static_cast<int>(count));
     }
-    if (count == 0)
-        return;
-
-    for (const unsigned char* next = begin;;) {
-        next += text.append_ascii_esc(next, static_cast<unsigned int>(end - next));
-        if (next == end)
-            break;
-        output();
-    }
-    if (text.room() == 0)
-        output();
-    text.append("\n");
-    output();
+    log_in_pieces(text, static_cast<bool>(enabled), begin, end);
 }

@@ -27,18 +27,18 @@ Console make_console(const char* spec = "cons:") {
     return Console(Posix_console_data_stream::create(spec));
 }
 
-/// The next key; 0 when none comes.
+/// The next key; 0 when there is none.
 char key(Data_stream& console) {
     if (!eventually([&] { return console.bytes_avail() > 0; }))
         return 0;
     return take_buffered(console)[0];
 }
 
-/// A process that runs `body` with these standard descriptors and leaves by `exit`, with the status that it returns.
+/// A process that runs `body` with these standard descriptors and calls `exit` with the status that it returns.
 class Child {
   public:
     Child(int input, int output, const std::function<int()>& body) {
-        std::fflush(nullptr); // the child has nothing of ours to print
+        std::fflush(nullptr); // the child must not print the parent's buffered text
         pid_ = fork();
         if (pid_ != 0)
             return;
@@ -55,7 +55,7 @@ class Child {
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
 
-    /// Waits for the end. \return the exit status; negative when there is none
+    /// Waits for the end of the process. \return the exit status; negative when there is none
     int status() {
         int status = -1;
         const bool ended = eventually([&] { return waitpid(pid_, &status, WNOHANG) == pid_; });
@@ -98,7 +98,7 @@ struct Posix_console_data_stream_test : testing::Test {
 
 // ---- Making one ----
 
-TEST_F(Posix_console_data_stream_test, is_made_of_a_specification_that_begins_with_cons_and_a_colon_alone) {
+TEST_F(Posix_console_data_stream_test, is_only_made_from_a_specification_that_begins_with_cons_and_a_colon) {
     for (const char* spec : {"con:", "cons", "", "CONS:", " cons:", "consx:"})
         EXPECT_EQ(Posix_console_data_stream::create(spec), nullptr) << spec;
     run([] { return make_console("cons:") && make_console("cons:whatever") ? 0 : 1; });
@@ -118,7 +118,7 @@ TEST_F(Posix_console_data_stream_test, names_itself) {
 
 // ---- Reading and writing ----
 
-TEST_F(Posix_console_data_stream_test, keys_come_at_once_and_are_not_echoed) {
+TEST_F(Posix_console_data_stream_test, keys_are_received_at_once_and_not_echoed) {
     run([] {
         const Console console = make_console();
         console->printf("ready");
@@ -132,14 +132,14 @@ TEST_F(Posix_console_data_stream_test, keys_come_at_once_and_are_not_echoed) {
     EXPECT_EQ(terminal.receive(5), "ready");
     terminal.send("a");
     EXPECT_EQ(terminal.receive(3), "<a>");
-    terminal.send("\x04"); // which ends the input of a terminal that collects lines
+    terminal.send("\x04"); // which ends the input of a terminal that buffers lines
     EXPECT_EQ(terminal.receive(3), "<\x04>");
     terminal.send("q");
     EXPECT_EQ(child->status(), 0);
     EXPECT_EQ(bytes_ready(terminal.master()), 0);
 }
 
-TEST_F(Posix_console_data_stream_test, keys_pressed_before_are_not_lost) {
+TEST_F(Posix_console_data_stream_test, keys_that_were_pressed_earlier_are_received) {
     terminal.send("k");
     run([] { return key(*make_console()) == 'k' ? 0 : 1; });
     EXPECT_EQ(child->status(), 0);
@@ -157,18 +157,18 @@ TEST_F(Posix_console_data_stream_test, one_lock_guards_the_ring_and_the_events) 
     run([] {
         const Console console = make_console();
         std::atomic<bool> counted{false};
-        std::atomic<bool> announced{false};
-        console->set_rx_callback([&] { announced = true; });
+        std::atomic<bool> notified{false};
+        console->set_rx_callback([&] { notified = true; });
         console->lock();
         console->printf("locked");
         std::thread counting([&] {
             console->bytes_avail();
             counted = true;
         });
-        const bool went_past = eventually([&] { return counted || announced; }, milliseconds(100));
+        const bool ignored_the_lock = eventually([&] { return counted || notified; }, milliseconds(100));
         console->unlock();
         counting.join();
-        return !went_past && eventually([&] { return announced.load(); }) ? 0 : 1;
+        return !ignored_the_lock && eventually([&] { return notified.load(); }) ? 0 : 1;
     });
     EXPECT_EQ(terminal.receive(6), "locked");
     terminal.send("a");
@@ -203,29 +203,29 @@ TEST_F(Posix_console_data_stream_test, switches_lines_and_echo_off_and_nothing_e
     EXPECT_EQ(child->status(), 0);
 }
 
-TEST_F(Posix_console_data_stream_test, destruction_puts_the_terminal_back) {
+TEST_F(Posix_console_data_stream_test, destruction_restores_the_terminal) {
     run([] {
         Console console = make_console();
         console.reset();
         std::printf("done");
         std::fflush(stdout);
-        std::quick_exit(getchar() == 'q' ? 0 : 1); // runs nothing that could put it back only now
+        std::quick_exit(getchar() == 'q' ? 0 : 1); // runs no handler that could restore it only now
         return 1;
     });
     EXPECT_EQ(terminal.receive(4), "done");
     expect_terminal_as_before();
-    terminal.send("q\n"); // standard input waits for a line, and belongs to nobody's thread
+    terminal.send("q\n"); // standard input waits for a line, and no thread reads it
     EXPECT_EQ(child->status(), 0);
 }
 
-TEST_F(Posix_console_data_stream_test, destruction_ends_the_thread_before_it_puts_the_terminal_back) {
+TEST_F(Posix_console_data_stream_test, destruction_ends_the_thread_before_it_restores_the_terminal) {
     Pipe destroy;
-    Pipe go_on;
+    Pipe proceed;
     run([&] {
         Console console = make_console();
-        console->set_rx_callback([&, out = console.get()] { // holds up the thread
+        console->set_rx_callback([&, out = console.get()] { // blocks the thread
             out->printf("busy");
-            read_exactly(go_on.reading(), 1);
+            read_exactly(proceed.reading(), 1);
         });
         console->printf("ready");
         read_exactly(destroy.reading(), 1);
@@ -237,12 +237,12 @@ TEST_F(Posix_console_data_stream_test, destruction_ends_the_thread_before_it_put
     EXPECT_EQ(terminal.receive(4), "busy");
     write_all(destroy.writing(), "1");
     EXPECT_FALSE(eventually([&] { return has_attributes(before); }, milliseconds(50)));
-    write_all(go_on.writing(), "1");
+    write_all(proceed.writing(), "1");
     EXPECT_EQ(child->status(), 0);
     expect_terminal_as_before();
 }
 
-TEST_F(Posix_console_data_stream_test, destruction_leaves_keys_that_the_thread_did_not_take) {
+TEST_F(Posix_console_data_stream_test, destruction_leaves_keys_that_the_thread_has_not_read) {
     run([] {
         Console console = make_console();
         console->pause();
@@ -257,7 +257,7 @@ TEST_F(Posix_console_data_stream_test, destruction_leaves_keys_that_the_thread_d
     EXPECT_EQ(child->status(), 0);
 }
 
-TEST_F(Posix_console_data_stream_test, destruction_with_keys_under_way_does_not_hang) {
+TEST_F(Posix_console_data_stream_test, destruction_while_keys_arrive_does_not_hang) {
     run([] {
         for (int i = 0; i < 100; ++i)
             make_console();
@@ -271,7 +271,7 @@ TEST_F(Posix_console_data_stream_test, destruction_with_keys_under_way_does_not_
     expect_terminal_as_before();
 }
 
-TEST_F(Posix_console_data_stream_test, exit_puts_the_terminal_back_while_the_console_lives) {
+TEST_F(Posix_console_data_stream_test, exit_restores_the_terminal_of_a_console_that_still_exists) {
     run([] {
         static Posix_console_data_stream* console; // never destroyed
         console = Posix_console_data_stream::create("cons:");
@@ -286,7 +286,7 @@ TEST_F(Posix_console_data_stream_test, exit_puts_the_terminal_back_while_the_con
     expect_terminal_as_before();
 }
 
-TEST_F(Posix_console_data_stream_test, exit_puts_back_what_the_first_of_several_found) {
+TEST_F(Posix_console_data_stream_test, exit_restores_what_the_first_of_several_found) {
     run([] {
         static Posix_console_data_stream* consoles[2]; // never destroyed
         for (auto& console : consoles)
@@ -297,18 +297,18 @@ TEST_F(Posix_console_data_stream_test, exit_puts_back_what_the_first_of_several_
     expect_terminal_as_before();
 }
 
-TEST_F(Posix_console_data_stream_test, exit_leaves_a_terminal_alone_that_is_put_back_already) {
+TEST_F(Posix_console_data_stream_test, exit_leaves_a_restored_terminal_unchanged) {
     run([this] {
         make_console();
         termios changed = attributes();
-        changed.c_lflag &= ~static_cast<tcflag_t>(ECHO); // by somebody else, who wants it so
+        changed.c_lflag &= ~static_cast<tcflag_t>(ECHO); // by another part of the program
         return tcsetattr(terminal.slave(), TCSANOW, &changed);
     });
     EXPECT_EQ(child->status(), 0);
     EXPECT_FALSE(attributes().c_lflag & ECHO);
 }
 
-TEST_F(Posix_console_data_stream_test, several_put_back_what_each_found) {
+TEST_F(Posix_console_data_stream_test, each_of_several_restores_what_it_found) {
     run([] {
         Console outer = make_console();
         Console inner = make_console();
@@ -320,7 +320,7 @@ TEST_F(Posix_console_data_stream_test, several_put_back_what_each_found) {
         return 0;
     });
     EXPECT_EQ(terminal.receive(5), "inner");
-    EXPECT_FALSE(has_attributes(before)); // the outer one still has it
+    EXPECT_FALSE(has_attributes(before)); // the outer one still exists
     terminal.send("q");
     EXPECT_EQ(child->status(), 0);
     expect_terminal_as_before();
@@ -347,7 +347,7 @@ TEST_F(Posix_console_data_stream_test, a_console_whose_terminal_is_gone_rests) {
 TEST_F(Posix_console_data_stream_test, standard_input_may_be_a_pipe) {
     Pipe input;
     Pipe output;
-    ASSERT_EQ(fcntl(input.reading(), F_SETFL, O_APPEND), 0); // a flag that is none of the console's business
+    ASSERT_EQ(fcntl(input.reading(), F_SETFL, O_APPEND), 0); // a flag that the console must not change
     Child reader(input.reading(), output.writing(), [] {
         const Console console = make_console();
         if (!eventually([&] { return console->bytes_avail() == 3; }))

@@ -1,4 +1,4 @@
-// Naming, opening, closing, line commands. What passes through an open stream: Posix_data_stream_transfer_test.cpp.
+// Description, opening, closing, line commands. Reading and writing: Posix_data_stream_transfer_test.cpp.
 
 #include <glue/data_stream/Posix_data_stream.h>
 
@@ -22,7 +22,7 @@
 
 namespace {
 
-/// A text cut to what a description holds.
+/// A text, cut to the size of a description.
 __attribute__((format(printf, 1, 2))) std::string description_of(const char* format, ...) {
     char text[32];
     va_list arguments;
@@ -42,7 +42,7 @@ int flags_of(int fd) {
 
 struct Posix_data_stream_test : testing::Test {
     Temporary_folder folder;
-    Posix_data_stream stream{"X"}; // short, so that the description has room for some of a path
+    Posix_data_stream stream{"X"}; // short, so that a part of the path fits the description
 };
 
 using Posix_data_stream_naming = Posix_data_stream_test;
@@ -53,7 +53,7 @@ using Posix_data_stream_line_commands = Posix_data_stream_test;
 
 // ---- The order of the virtual operations ----
 
-TEST(Posix_data_stream_slots, opening_comes_first_in_its_order_and_closing_has_none) {
+TEST(Posix_data_stream_slots, opening_has_the_first_ones_and_closing_has_none) {
     EXPECT_EQ(vtable_slot(&Posix_data_stream::open), 2U);
     EXPECT_EQ(vtable_slot(&Posix_data_stream::open_read), 3U);
     EXPECT_EQ(vtable_slot(&Posix_data_stream::open_write), 4U);
@@ -65,7 +65,7 @@ TEST(Posix_data_stream_slots, opening_comes_first_in_its_order_and_closing_has_n
 
 // ---- Naming ----
 
-TEST_F(Posix_data_stream_naming, adopting_stream_is_called_DSPosix_and_its_address) {
+TEST_F(Posix_data_stream_naming, adopting_stream_has_the_class_word_DSPosix_and_its_address) {
     Posix_data_stream adopting(-1, -1);
     EXPECT_EQ(adopting.get_description(), name_alone("DSPosix", adopting));
 }
@@ -89,8 +89,8 @@ TEST_F(Posix_data_stream_naming, address_is_that_of_the_descriptor_stream_inside
     EXPECT_EQ(larger.get_description(), name_alone("L", larger));
 }
 
-TEST_F(Posix_data_stream_naming, each_kind_of_opening_tells_path_and_direction_cut_to_31_characters) {
-    // Two characters of path are all that fits beside an address of twelve digits and the direction.
+TEST_F(Posix_data_stream_naming, each_kind_of_opening_shows_path_and_direction_cut_to_31_characters) {
+    // With an address of twelve digits and the direction, only two characters of a path fit.
     ASSERT_EQ(chdir(folder.path().c_str()), 0);
     folder.make_file("f", "");
     void* const self = &stream;
@@ -107,7 +107,7 @@ TEST_F(Posix_data_stream_naming, each_kind_of_opening_tells_path_and_direction_c
     ASSERT_EQ(chdir("/"), 0);
 }
 
-TEST_F(Posix_data_stream_naming, every_closing_takes_the_path_out_even_when_it_closes_nothing) {
+TEST_F(Posix_data_stream_naming, every_closing_removes_the_path_even_when_it_closes_nothing) {
     const std::string path = folder.make_file("f", "");
     for (bool (Posix_data_stream::*closing)() :
          {&Posix_data_stream::close, &Posix_data_stream::close_read, &Posix_data_stream::close_write}) {
@@ -122,7 +122,7 @@ TEST_F(Posix_data_stream_naming, every_closing_takes_the_path_out_even_when_it_c
 
 // ---- Opening ----
 
-TEST_F(Posix_data_stream_opening, for_reading_gives_a_read_only_descriptor_and_leaves_writing_closed) {
+TEST_F(Posix_data_stream_opening, for_reading_makes_a_read_only_descriptor_and_leaves_writing_closed) {
     const std::string path = folder.make_file("f", "content");
     ASSERT_TRUE(stream.open_read(path.c_str(), true));
     EXPECT_EQ(flags_of(stream.get_read_fd()) & (O_ACCMODE | O_NONBLOCK | O_APPEND), O_RDONLY);
@@ -131,7 +131,7 @@ TEST_F(Posix_data_stream_opening, for_reading_gives_a_read_only_descriptor_and_l
     EXPECT_EQ(buffered(stream), "content");
 }
 
-TEST_F(Posix_data_stream_opening, for_writing_gives_a_write_only_descriptor_and_leaves_reading_closed) {
+TEST_F(Posix_data_stream_opening, for_writing_makes_a_write_only_descriptor_and_leaves_reading_closed) {
     const std::string path = folder.make_file("f", "old and longer");
     ASSERT_TRUE(stream.open_write(path.c_str(), false, true, false));
     EXPECT_EQ(flags_of(stream.get_write_fd()) & (O_ACCMODE | O_NONBLOCK | O_APPEND), O_WRONLY);
@@ -150,7 +150,7 @@ TEST_F(Posix_data_stream_opening, for_both_shares_one_descriptor) {
     EXPECT_EQ(folder.content_of("f"), "abXYef");
 }
 
-TEST_F(Posix_data_stream_opening, is_non_blocking_unless_blocking_is_asked_for) {
+TEST_F(Posix_data_stream_opening, is_non_blocking_unless_blocking_is_requested) {
     const std::string path = folder.make_file("f", "");
     ASSERT_TRUE(stream.open_read(path.c_str(), false));
     EXPECT_TRUE(flags_of(stream.get_read_fd()) & O_NONBLOCK);
@@ -171,7 +171,7 @@ TEST_F(Posix_data_stream_opening, with_append_writes_at_the_end) {
 }
 
 /// On purpose: the flags' own number serves as permissions.
-TEST_F(Posix_data_stream_opening, creates_files_with_the_flags_less_append_as_permissions) {
+TEST_F(Posix_data_stream_opening, creates_files_with_the_flags_except_append_as_permissions) {
     constexpr mode_t all_bits = 07777;
     for (const mode_t mask : {mode_t{0}, mode_t{022}, mode_t{0777}})
         for (const bool blocking : {false, true})
@@ -200,7 +200,7 @@ TEST_F(Posix_data_stream_opening, without_create_makes_no_file) {
     EXPECT_FALSE(folder.has("missing"));
 }
 
-TEST_F(Posix_data_stream_opening, that_fails_says_which_path_and_why_and_leaves_the_stream_closed) {
+TEST_F(Posix_data_stream_opening, that_fails_reports_path_and_reason_and_leaves_the_stream_closed) {
     const std::string path = folder.path("missing");
     const std::string message = "Error opening '" + path + "': No such file or directory\n";
     const Captured_descriptor standard_error(2);
@@ -222,7 +222,7 @@ TEST_F(Posix_data_stream_opening, a_fifo_without_a_reader_for_non_blocking_writi
     EXPECT_EQ(standard_error.text(), "Error opening '" + path + "': No such device or address\n");
 }
 
-TEST_F(Posix_data_stream_opening, one_fifo_from_both_sides_passes_bytes) {
+TEST_F(Posix_data_stream_opening, one_fifo_from_both_sides_transfers_bytes) {
     const std::string path = folder.make_fifo("fifo");
     ASSERT_TRUE(stream.open_read(path.c_str(), false)); // a blocking one would wait for the writer
     ASSERT_TRUE(stream.open_write(path.c_str(), false, true, false));
@@ -232,7 +232,7 @@ TEST_F(Posix_data_stream_opening, one_fifo_from_both_sides_passes_bytes) {
     EXPECT_EQ(buffered(stream), "through");
 }
 
-/// In a process without a controlling terminal: whether opening the terminal made it one.
+/// Exits with 1 when opening a terminal, in a process without a controlling one, made it the controlling terminal.
 template <typename Open>
 [[noreturn]] void exit_with_whether_it_controls(Open open) {
     Pty_pair terminal;
@@ -244,13 +244,13 @@ template <typename Open>
     _exit(::open("/dev/tty", O_RDWR) >= 0 ? 1 : 0);
 }
 
-TEST_F(Posix_data_stream_opening, for_writing_never_wins_a_controlling_terminal) {
+TEST_F(Posix_data_stream_opening, for_writing_never_makes_a_controlling_terminal) {
     EXPECT_EXIT(exit_with_whether_it_controls(
                     [](Posix_data_stream& s, const char* path) { return s.open_write(path, false, true, false); }),
                 testing::ExitedWithCode(0), "");
 }
 
-TEST_F(Posix_data_stream_opening, for_reading_or_both_may_win_a_controlling_terminal) {
+TEST_F(Posix_data_stream_opening, for_reading_or_both_may_make_a_controlling_terminal) {
     EXPECT_EXIT(exit_with_whether_it_controls(
                     [](Posix_data_stream& s, const char* path) { return s.open(path, false, true, false); }),
                 testing::ExitedWithCode(1), "");
@@ -259,7 +259,7 @@ TEST_F(Posix_data_stream_opening, for_reading_or_both_may_win_a_controlling_term
         testing::ExitedWithCode(1), "");
 }
 
-TEST_F(Posix_data_stream_opening, in_a_process_without_standard_input_does_not_take_its_number) {
+TEST_F(Posix_data_stream_opening, in_a_process_without_standard_input_does_not_use_its_number) {
     const std::string path = folder.make_file("f", "content");
     const auto open_it = [&] {
         close(0);
@@ -281,7 +281,7 @@ TEST_F(Posix_data_stream_replacing, a_shared_descriptor_by_another_closes_the_fi
     EXPECT_EQ(open_descriptors(), before + 1);
 }
 
-TEST_F(Posix_data_stream_replacing, one_direction_closes_only_that_ones_descriptor) {
+TEST_F(Posix_data_stream_replacing, one_direction_closes_only_its_descriptor) {
     const std::string path = folder.make_file("f", "");
     const int before = open_descriptors();
     ASSERT_TRUE(stream.open_read(path.c_str(), true));
@@ -361,7 +361,7 @@ TEST_F(Posix_data_stream_replacing, by_a_path_that_cannot_be_opened_leaves_that_
 
 // ---- Closing ----
 
-TEST_F(Posix_data_stream_closing, of_separate_descriptors_goes_direction_by_direction) {
+TEST_F(Posix_data_stream_closing, of_separate_descriptors_is_done_for_each_direction) {
     Pipe pipe;
     const int reading = pipe.take_reading();
     const int writing = pipe.take_writing();
@@ -378,7 +378,7 @@ TEST_F(Posix_data_stream_closing, of_separate_descriptors_goes_direction_by_dire
     EXPECT_EQ(pair.get_write_fd(), -1);
 }
 
-TEST_F(Posix_data_stream_closing, of_a_shared_descriptor_takes_close) {
+TEST_F(Posix_data_stream_closing, of_a_shared_descriptor_needs_close) {
     const std::string path = folder.make_file("f", "");
     ASSERT_TRUE(stream.open(path.c_str(), false, true, false));
     const int shared = stream.get_read_fd();
@@ -393,13 +393,13 @@ TEST_F(Posix_data_stream_closing, of_a_shared_descriptor_takes_close) {
     EXPECT_EQ(stream.get_write_fd(), -1);
 }
 
-TEST_F(Posix_data_stream_closing, what_is_closed_already_is_refused) {
+TEST_F(Posix_data_stream_closing, what_is_closed_already_fails) {
     EXPECT_FALSE(stream.close());
     EXPECT_FALSE(stream.close_read());
     EXPECT_FALSE(stream.close_write());
 }
 
-TEST_F(Posix_data_stream_closing, standard_descriptors_is_refused) {
+TEST_F(Posix_data_stream_closing, standard_descriptors_fails) {
     for (int fd = 0; fd < 3; ++fd) {
         Posix_data_stream shared(fd, fd);
         EXPECT_FALSE(shared.close());
@@ -413,7 +413,7 @@ TEST_F(Posix_data_stream_closing, standard_descriptors_is_refused) {
     }
 }
 
-TEST_F(Posix_data_stream_closing, happens_on_destruction_for_everything_but_standard_descriptors) {
+TEST_F(Posix_data_stream_closing, happens_on_destruction_except_for_standard_descriptors) {
     const std::string path = folder.make_file("f", "");
     const int before = open_descriptors();
     {
@@ -450,16 +450,16 @@ TEST_F(Posix_data_stream_line_commands, send_a_break_through_a_terminal_whatever
     EXPECT_TRUE(any_commander.send_break(1000000));
 }
 
-TEST_F(Posix_data_stream_line_commands, ask_for_a_break_of_the_default_duration_on_the_writing_descriptor) {
+TEST_F(Posix_data_stream_line_commands, send_a_break_of_the_default_duration_on_the_writing_descriptor) {
     Pipe pipe;
     Posix_data_stream writer(-1, pipe.take_writing());
     Posix_data_stream::Commander commander;
     ASSERT_TRUE(writer.init_commander(commander));
-    std::vector<std::pair<int, int>> asked;
+    std::vector<std::pair<int, int>> breaks;
     Replaced_calls calls;
-    calls.send_break = [&](int fd, int duration) { return asked.emplace_back(fd, duration), 0; };
+    calls.send_break = [&](int fd, int duration) { return breaks.emplace_back(fd, duration), 0; };
     EXPECT_TRUE(commander.send_break(250));
-    EXPECT_EQ(asked, (std::vector<std::pair<int, int>>{{writer.get_write_fd(), 0}}));
+    EXPECT_EQ(breaks, (std::vector<std::pair<int, int>>{{writer.get_write_fd(), 0}}));
 }
 
 TEST_F(Posix_data_stream_line_commands, cannot_send_a_break_through_a_pipe) {

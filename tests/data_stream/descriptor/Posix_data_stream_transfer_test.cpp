@@ -1,4 +1,4 @@
-// What passes through an open stream. Naming, opening and closing: Posix_data_stream_test.cpp.
+// Reading and writing. Description, opening and closing: Posix_data_stream_test.cpp.
 
 #include <glue/data_stream/Posix_data_stream.h>
 
@@ -6,6 +6,7 @@
 #include <support/builders/Stream_bytes.h>
 #include <support/checks/waiting.h>
 #include <support/fakes/Captured_descriptor.h>
+#include <support/faults/Limited_descriptors.h>
 #include <support/faults/Replaced_calls.h>
 #include <support/faults/Signal_disposition.h>
 #include <support/files/descriptors.h>
@@ -20,7 +21,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <limits>
-#include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -45,7 +45,7 @@ struct Posix_data_stream_reading : testing::Test {
 
 // ---- Reading ----
 
-TEST_F(Posix_data_stream_reading, brings_exactly_the_bytes_asked_for_and_leaves_the_rest) {
+TEST_F(Posix_data_stream_reading, reads_exactly_the_requested_bytes_and_leaves_the_rest) {
     arrive("0123456789");
     EXPECT_TRUE(stream.get_data(3));
     EXPECT_EQ(buffered(stream), "012");
@@ -54,7 +54,7 @@ TEST_F(Posix_data_stream_reading, brings_exactly_the_bytes_asked_for_and_leaves_
     EXPECT_EQ(buffered(stream), "0123456789");
 }
 
-TEST_F(Posix_data_stream_reading, nothing_succeeds_at_once_when_open) {
+TEST_F(Posix_data_stream_reading, of_no_bytes_succeeds_at_once_when_open) {
     EXPECT_TRUE(stream.get_data(0));
 }
 
@@ -64,7 +64,7 @@ TEST_F(Posix_data_stream_reading, from_a_closed_stream_fails_even_for_no_bytes) 
     EXPECT_FALSE(closed.get_data(1));
 }
 
-TEST_F(Posix_data_stream_reading, a_negative_count_fails_and_takes_nothing) {
+TEST_F(Posix_data_stream_reading, of_a_negative_count_fails_and_reads_nothing) {
     arrive("abc");
     EXPECT_FALSE(stream.get_data(-1));
     EXPECT_FALSE(stream.get_data(std::numeric_limits<int>::min()));
@@ -72,7 +72,7 @@ TEST_F(Posix_data_stream_reading, a_negative_count_fails_and_takes_nothing) {
     EXPECT_EQ(stream.bytes_avail(), 0U);
 }
 
-TEST_F(Posix_data_stream_reading, until_the_end_of_the_file_fails_and_keeps_what_came) {
+TEST_F(Posix_data_stream_reading, up_to_end_of_file_fails_and_keeps_what_was_read) {
     arrive("abc");
     pipe.close_writing();
     EXPECT_FALSE(stream.get_data(5));
@@ -81,7 +81,7 @@ TEST_F(Posix_data_stream_reading, until_the_end_of_the_file_fails_and_keeps_what
 }
 
 TEST_F(Posix_data_stream_reading,
-       an_empty_non_blocking_descriptor_without_a_timeout_fails_at_once_and_keeps_what_came) {
+       of_an_empty_non_blocking_descriptor_without_a_timeout_fails_at_once_and_keeps_what_was_read) {
     make_non_blocking(stream.get_read_fd());
     EXPECT_FALSE(stream.get_data(1));
     arrive("abc");
@@ -89,13 +89,13 @@ TEST_F(Posix_data_stream_reading,
     EXPECT_EQ(buffered(stream), "abc");
 }
 
-TEST_F(Posix_data_stream_reading, what_cannot_be_read_fails) {
-    ASSERT_TRUE(stream.open_read("/", true)); // a folder
+TEST_F(Posix_data_stream_reading, of_a_folder_fails) {
+    ASSERT_TRUE(stream.open_read("/", true));
     EXPECT_FALSE(stream.get_data(1));
     EXPECT_EQ(stream.bytes_avail(), 0U);
 }
 
-TEST_F(Posix_data_stream_reading, feeds_the_reading_operations_of_every_stream) {
+TEST_F(Posix_data_stream_reading, serves_the_reading_operations_of_every_stream) {
     arrive("VER 1\r\n");
     EXPECT_EQ(stream[4], '1');
     EXPECT_EQ(left_in_pipe(), 2);
@@ -105,7 +105,7 @@ TEST_F(Posix_data_stream_reading, feeds_the_reading_operations_of_every_stream) 
     EXPECT_EQ(stream.bytes_avail(), 0U);
 }
 
-TEST_F(Posix_data_stream_reading, into_a_full_ring_reads_and_loses_the_bytes) {
+TEST_F(Posix_data_stream_reading, into_a_full_ring_loses_the_bytes) {
     const std::string bytes = numbered(ring_size);
     arrive(bytes);
     ASSERT_TRUE(stream.get_data(ring_size));
@@ -123,23 +123,23 @@ TEST_F(Posix_data_stream_reading, more_than_fits_keeps_the_first_bytes) {
     EXPECT_EQ(left_in_pipe(), 4);
 }
 
-TEST_F(Posix_data_stream_reading, runs_over_the_end_of_the_ring_storage) {
+TEST_F(Posix_data_stream_reading, continues_at_the_start_of_the_ring_storage) {
     arrive(numbered(ring_size - 5));
     ASSERT_TRUE(stream.get_data(ring_size - 5));
-    stream.drop(ring_size - 10); // five bytes of the end and all of the start are free
+    stream.drop(ring_size - 10); // the last five bytes and the start are free
     arrive("abcdefghijkl");
     EXPECT_TRUE(stream.get_data(12));
     EXPECT_EQ(buffered(stream), numbered(ring_size - 5).substr(ring_size - 10) + "abcdefghijkl");
 }
 
-TEST_F(Posix_data_stream_reading, the_end_of_the_file_while_losing_bytes_fails) {
+TEST_F(Posix_data_stream_reading, of_lost_bytes_up_to_end_of_file_fails) {
     arrive(numbered(ring_size + 3));
     pipe.close_writing();
     EXPECT_FALSE(stream.get_data(ring_size + 4));
     EXPECT_EQ(stream.bytes_avail(), ring_size);
 }
 
-TEST_F(Posix_data_stream_reading, a_terminal_gives_what_its_far_end_sends_and_fails_when_that_hangs_up) {
+TEST_F(Posix_data_stream_reading, of_a_terminal_returns_what_its_far_end_sends_and_fails_after_a_hang_up) {
     Pty_pair terminal;
     ASSERT_TRUE(stream.open(terminal.path().c_str(), false, true, false));
     stream.set_read_timeout(20000);
@@ -163,7 +163,7 @@ TEST_F(Posix_data_stream_reading, timeout_setters_report_success) {
     EXPECT_NE(stream.set_default_write_timeout(), 0);
 }
 
-TEST_F(Posix_data_stream_reading, times_out_with_what_came_in_the_ring) {
+TEST_F(Posix_data_stream_reading, times_out_and_keeps_what_was_read) {
     stream.set_read_timeout(100);
     arrive("abc");
     const Stopwatch stopwatch;
@@ -173,7 +173,7 @@ TEST_F(Posix_data_stream_reading, times_out_with_what_came_in_the_ring) {
     EXPECT_EQ(buffered(stream), "abc");
 }
 
-TEST_F(Posix_data_stream_reading, bytes_that_come_one_by_one_share_the_timeout) {
+TEST_F(Posix_data_stream_reading, of_bytes_that_arrive_one_by_one_shares_the_timeout) {
     stream.set_read_timeout(100);
     make_non_blocking(stream.get_read_fd());
     std::vector<std::int64_t> waits_ms;
@@ -193,7 +193,7 @@ TEST_F(Posix_data_stream_reading, bytes_that_come_one_by_one_share_the_timeout) 
     EXPECT_EQ(buffered(stream), "xx");
 }
 
-TEST_F(Posix_data_stream_reading, bytes_that_come_later_but_in_time_are_waited_for) {
+TEST_F(Posix_data_stream_reading, waits_for_bytes_within_the_timeout) {
     stream.set_read_timeout(20000);
     std::thread sender([this] {
         for (const char* byte : {"a", "b", "c"}) {
@@ -208,18 +208,18 @@ TEST_F(Posix_data_stream_reading, bytes_that_come_later_but_in_time_are_waited_f
 
 TEST_F(Posix_data_stream_reading, a_timeout_is_split_into_seconds_and_microseconds) {
     Replaced_calls calls;
-    timeval asked{};
+    timeval limit{};
     calls.select = [&](timeval* left) {
-        asked = *left;
+        limit = *left;
         return 0;
     };
     stream.set_read_timeout(12345);
     EXPECT_FALSE(stream.get_data(1));
-    EXPECT_EQ(asked.tv_sec, 12);
-    EXPECT_EQ(asked.tv_usec, 345000);
+    EXPECT_EQ(limit.tv_sec, 12);
+    EXPECT_EQ(limit.tv_usec, 345000);
 }
 
-TEST_F(Posix_data_stream_reading, a_timeout_of_zero_takes_what_is_there_and_never_waits) {
+TEST_F(Posix_data_stream_reading, with_a_timeout_of_zero_reads_what_is_available_and_never_waits) {
     stream.set_read_timeout(0);
     EXPECT_FALSE(stream.get_data(1));
     arrive("abc");
@@ -227,10 +227,10 @@ TEST_F(Posix_data_stream_reading, a_timeout_of_zero_takes_what_is_there_and_neve
     EXPECT_FALSE(stream.get_data(1));
 }
 
-TEST_F(Posix_data_stream_reading, without_a_timeout_asks_no_select) {
-    int asked = 0;
+TEST_F(Posix_data_stream_reading, without_a_timeout_calls_no_select) {
+    int waits = 0;
     Replaced_calls calls;
-    calls.select = [&](timeval*) { return ++asked, 0; };
+    calls.select = [&](timeval*) { return ++waits, 0; };
     arrive("abcd");
     EXPECT_TRUE(stream.get_data(1));
     stream.set_read_timeout(-2);
@@ -238,13 +238,13 @@ TEST_F(Posix_data_stream_reading, without_a_timeout_asks_no_select) {
     stream.set_read_timeout(5);
     stream.set_default_read_timeout();
     EXPECT_TRUE(stream.get_data(1));
-    EXPECT_EQ(asked, 0);
+    EXPECT_EQ(waits, 0);
     stream.set_read_timeout(5);
     EXPECT_FALSE(stream.get_data(1));
-    EXPECT_EQ(asked, 1);
+    EXPECT_EQ(waits, 1);
 }
 
-TEST_F(Posix_data_stream_reading, a_failed_select_is_reported_and_the_read_tried_all_the_same) {
+TEST_F(Posix_data_stream_reading, reports_a_failed_select_and_reads_nevertheless) {
     stream.set_read_timeout(100);
     arrive("abc");
     const Captured_descriptor standard_error(2);
@@ -255,25 +255,17 @@ TEST_F(Posix_data_stream_reading, a_failed_select_is_reported_and_the_read_tried
     EXPECT_EQ(standard_error.text(), "select(), Posix_data_stream::get_data: Interrupted system call\n");
 }
 
-/// Makes a copy of a descriptor with a number that `select` cannot hold.
-int beyond_select(int fd) {
-    rlimit limit{};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    limit.rlim_cur = std::max<rlim_t>(limit.rlim_cur, std::min<rlim_t>(limit.rlim_max, FD_SETSIZE + 10));
-    setrlimit(RLIMIT_NOFILE, &limit);
-    const int high = fcntl(fd, F_DUPFD, FD_SETSIZE);
-    EXPECT_GE(high, FD_SETSIZE) << "this system allows no descriptor above those that select knows";
-    return high;
-}
-
-TEST_F(Posix_data_stream_reading, a_descriptor_too_high_for_select_goes_on_without_the_timeout) {
-    Posix_data_stream high(beyond_select(stream.get_read_fd()), -1);
+TEST_F(Posix_data_stream_reading, of_a_descriptor_too_high_for_select_has_no_timeout_and_is_reported_once) {
+    Posix_data_stream high(copy_too_high_for_select(stream.get_read_fd()), -1);
     high.set_read_timeout(100);
-    arrive("abc");
+    const std::string report = report_of_high_descriptor(high.get_description(), high.get_read_fd());
     const Captured_descriptor standard_error(2);
-    EXPECT_TRUE(high.get_data(3));
-    EXPECT_EQ(buffered(high), "abc");
-    EXPECT_EQ(standard_error.text(), "select(), Posix_data_stream::get_data: Invalid argument\n");
+    for (const char* bytes : {"abc", "def"}) {
+        arrive(bytes);
+        EXPECT_TRUE(high.get_data(3));
+        EXPECT_EQ(take_buffered(high), bytes);
+    }
+    EXPECT_EQ(standard_error.text(), report);
 }
 
 // ---- Against a model ----
@@ -331,15 +323,15 @@ TEST_F(Posix_data_stream_reading, behaves_like_two_queues_over_random_operations
 /// A stream that writes to a small non-blocking pipe; the test reads from the pipe.
 struct Posix_data_stream_writing : testing::Test {
     Pipe pipe;
-    const int room = pipe.shrink();
+    const int pipe_size = pipe.shrink();
     Posix_data_stream stream{-1, pipe.take_writing()};
 
     Posix_data_stream_writing() { make_non_blocking(stream.get_write_fd()); }
-    std::size_t unsigned_room() const { return static_cast<std::size_t>(room); }
-    void fill() { ASSERT_EQ(write_text(stream, numbered(unsigned_room())), room); }
+    std::size_t pipe_bytes() const { return static_cast<std::size_t>(pipe_size); }
+    void fill() { ASSERT_EQ(write_text(stream, numbered(pipe_bytes())), pipe_size); }
 };
 
-TEST_F(Posix_data_stream_writing, passes_the_bytes_on) {
+TEST_F(Posix_data_stream_writing, sends_the_bytes) {
     EXPECT_EQ(write_text(stream, "$GPGGA\r\n"), 8);
     EXPECT_EQ(pipe.drain(), "$GPGGA\r\n");
     stream.set_write_timeout(20000);
@@ -354,12 +346,12 @@ TEST_F(Posix_data_stream_writing, to_a_closed_stream_is_an_error_with_and_withou
     EXPECT_EQ(write_text(closed, "x"), -1);
 }
 
-TEST_F(Posix_data_stream_writing, without_a_timeout_is_one_write_with_the_systems_result) {
-    EXPECT_EQ(write_text(stream, numbered(unsigned_room() + 100)), room);
+TEST_F(Posix_data_stream_writing, without_a_timeout_is_one_system_write) {
+    EXPECT_EQ(write_text(stream, numbered(pipe_bytes() + 100)), pipe_size);
     errno = 0;
     EXPECT_EQ(write_text(stream, "x"), -1);
     EXPECT_EQ(errno, EAGAIN);
-    EXPECT_EQ(pipe.drain(), numbered(unsigned_room()));
+    EXPECT_EQ(pipe.drain(), numbered(pipe_bytes()));
 }
 
 TEST_F(Posix_data_stream_writing, to_a_full_pipe_times_out_with_nothing_written) {
@@ -373,11 +365,11 @@ TEST_F(Posix_data_stream_writing, to_a_full_pipe_times_out_with_nothing_written)
 
 TEST_F(Posix_data_stream_writing, more_than_fits_times_out_with_the_count_so_far) {
     stream.set_write_timeout(50);
-    EXPECT_EQ(write_text(stream, numbered(unsigned_room() + 100)), room);
-    EXPECT_EQ(pipe.drain(), numbered(unsigned_room()));
+    EXPECT_EQ(write_text(stream, numbered(pipe_bytes() + 100)), pipe_size);
+    EXPECT_EQ(pipe.drain(), numbered(pipe_bytes()));
 }
 
-TEST_F(Posix_data_stream_writing, after_the_default_timeout_is_restored_is_one_write_again) {
+TEST_F(Posix_data_stream_writing, with_the_default_timeout_restored_is_one_system_write) {
     fill();
     stream.set_write_timeout(0);
     EXPECT_EQ(write_text(stream, "x"), 0);
@@ -385,7 +377,7 @@ TEST_F(Posix_data_stream_writing, after_the_default_timeout_is_restored_is_one_w
     EXPECT_EQ(write_text(stream, "x"), -1);
 }
 
-TEST_F(Posix_data_stream_writing, with_any_negative_timeout_is_one_write) {
+TEST_F(Posix_data_stream_writing, with_any_negative_timeout_is_one_system_write) {
     fill();
     for (const int ms : {-1, -2, std::numeric_limits<int>::min()}) {
         stream.set_write_timeout(ms);
@@ -393,8 +385,8 @@ TEST_F(Posix_data_stream_writing, with_any_negative_timeout_is_one_write) {
     }
 }
 
-TEST_F(Posix_data_stream_writing, to_a_slow_reader_gets_everything_out_in_time) {
-    const std::string bytes = numbered(20 * unsigned_room() + 17);
+TEST_F(Posix_data_stream_writing, to_a_slow_reader_writes_everything_in_time) {
+    const std::string bytes = numbered(20 * pipe_bytes() + 17);
     stream.set_write_timeout(20000);
     std::string received;
     std::thread reader([&] { received = read_exactly(pipe.reading(), bytes.size()); });
@@ -413,7 +405,7 @@ TEST_F(Posix_data_stream_writing, to_a_reader_that_is_gone_fails_or_returns_the_
     EXPECT_EQ(write_text(stream, "x"), 0);
 }
 
-TEST_F(Posix_data_stream_writing, to_a_reader_that_leaves_half_way_returns_the_count_so_far) {
+TEST_F(Posix_data_stream_writing, to_a_reader_that_disappears_returns_the_count_so_far) {
     const Signal_disposition no_pipe_signal(SIGPIPE, SIG_IGN);
     stream.set_write_timeout(20000);
     Replaced_calls calls;
@@ -423,20 +415,20 @@ TEST_F(Posix_data_stream_writing, to_a_reader_that_leaves_half_way_returns_the_c
             pipe.close_reading();
         return 1;
     };
-    EXPECT_EQ(write_text(stream, numbered(2 * unsigned_room())), room);
+    EXPECT_EQ(write_text(stream, numbered(2 * pipe_bytes())), pipe_size);
     EXPECT_EQ(waits, 2);
 }
 
-TEST_F(Posix_data_stream_writing, an_interrupted_wait_returns_the_count_so_far) {
+TEST_F(Posix_data_stream_writing, with_an_interrupted_wait_returns_the_count_so_far) {
     stream.set_write_timeout(20000);
     Replaced_calls calls;
     int waits = 0;
     calls.select = [&](timeval*) { return ++waits == 1 ? 1 : (errno = EINTR, -1); };
-    EXPECT_EQ(write_text(stream, numbered(2 * unsigned_room())), room);
+    EXPECT_EQ(write_text(stream, numbered(2 * pipe_bytes())), pipe_size);
     EXPECT_EQ(waits, 2);
 }
 
-TEST_F(Posix_data_stream_writing, a_wait_that_asks_to_try_again_is_tried_again) {
+TEST_F(Posix_data_stream_writing, repeats_a_wait_that_fails_with_EAGAIN) {
     stream.set_write_timeout(20000);
     Replaced_calls calls;
     int waits = 0;
@@ -445,22 +437,28 @@ TEST_F(Posix_data_stream_writing, a_wait_that_asks_to_try_again_is_tried_again) 
     EXPECT_EQ(waits, 3);
 }
 
-TEST_F(Posix_data_stream_writing, with_a_timeout_to_a_descriptor_too_high_for_select_writes_nothing) {
-    Posix_data_stream high(-1, beyond_select(stream.get_write_fd()));
+TEST_F(Posix_data_stream_writing,
+       with_a_timeout_to_a_descriptor_too_high_for_select_writes_nothing_and_is_reported_once) {
+    Posix_data_stream high(-1, copy_too_high_for_select(stream.get_write_fd()));
+    const Captured_descriptor standard_error(2);
     EXPECT_EQ(write_text(high, "plain"), 5);
+    EXPECT_EQ(standard_error.text(), "");
     high.set_write_timeout(20000);
-    errno = 0;
-    EXPECT_EQ(write_text(high, "x"), 0);
-    EXPECT_EQ(errno, EINVAL);
+    for (int i = 0; i < 2; ++i) {
+        errno = 0;
+        EXPECT_EQ(write_text(high, "x"), 0);
+        EXPECT_EQ(errno, EINVAL);
+    }
+    EXPECT_EQ(standard_error.text(), report_of_high_descriptor(high.get_description(), high.get_write_fd()));
     EXPECT_EQ(pipe.drain(), "plain");
 }
 
-/// Writes in rounds: before each the pipe is emptied, while the waiting and the clock go as the test says.
+/// Writes in rounds: each wait empties the pipe. The test sets the duration of the waits and the clock.
 struct Posix_data_stream_write_timing : Posix_data_stream_writing {
     Replaced_calls calls;
     std::vector<std::int64_t> waits_ms;
-    long waited_ms = 0;               ///< what each wait takes, off the time left
-    std::vector<std::int64_t> clocks; ///< what the wall clock says, call by call; the last value stays
+    long waited_ms = 0;               ///< the duration of each wait
+    std::vector<std::int64_t> clocks; ///< the wall clock at each call; the last value is repeated
 
     int write_in_rounds(int timeout_ms, int rounds) {
         calls.select = [this](timeval* left) {
@@ -475,31 +473,31 @@ struct Posix_data_stream_write_timing : Posix_data_stream_writing {
             return clocks[std::min(next++, clocks.size() - 1)];
         };
         stream.set_write_timeout(timeout_ms);
-        return write_text(stream, numbered(static_cast<std::size_t>(rounds) * unsigned_room()));
+        return write_text(stream, numbered(static_cast<std::size_t>(rounds) * pipe_bytes()));
     }
 };
 
-TEST_F(Posix_data_stream_write_timing, each_wait_gets_what_the_wall_clock_has_left_of_the_timeout) {
+TEST_F(Posix_data_stream_write_timing, each_wait_gets_the_rest_of_the_timeout_by_the_wall_clock) {
     clocks = {1000000, 1000040, 1000080, 1000120};
-    EXPECT_EQ(write_in_rounds(100, 10), 3 * room);
+    EXPECT_EQ(write_in_rounds(100, 10), 3 * pipe_size);
     EXPECT_EQ(waits_ms, (std::vector<std::int64_t>{100, 60, 20}));
 }
 
-TEST_F(Posix_data_stream_write_timing, exactly_the_timeout_is_not_over_it) {
+TEST_F(Posix_data_stream_write_timing, a_wait_follows_when_exactly_the_timeout_has_elapsed) {
     clocks = {1000000, 1000050, 1000100, 1000101};
-    EXPECT_EQ(write_in_rounds(100, 10), 3 * room);
+    EXPECT_EQ(write_in_rounds(100, 10), 3 * pipe_size);
     EXPECT_EQ(waits_ms, (std::vector<std::int64_t>{100, 50, 0}));
 }
 
-TEST_F(Posix_data_stream_write_timing, everything_out_after_the_timeout_still_counts) {
+TEST_F(Posix_data_stream_write_timing, everything_written_after_the_timeout_still_counts) {
     clocks = {1000000, 1000040, 2000000};
-    EXPECT_EQ(write_in_rounds(100, 2), 2 * room);
+    EXPECT_EQ(write_in_rounds(100, 2), 2 * pipe_size);
 }
 
 TEST_F(Posix_data_stream_write_timing, a_wall_clock_that_is_set_back_never_makes_a_wait_longer) {
     clocks = {3000000000, 0}; // by five weeks, more milliseconds than an int holds
     waited_ms = 30;
-    EXPECT_EQ(write_in_rounds(100, 10), 3 * room);
+    EXPECT_EQ(write_in_rounds(100, 10), 3 * pipe_size);
     EXPECT_EQ(waits_ms, (std::vector<std::int64_t>{100, 70, 40, 10}));
 }
 

@@ -25,7 +25,7 @@ struct Posix_serial_data_stream_test : testing::Test {
     Pty_pair terminal{Pty_pair::as_it_comes};
     Posix_serial_data_stream stream;
 
-    /// "DSPosSer(address)", or with a path, cut to what a description holds.
+    /// "DSPosSer(address)", or with a path, cut to the size of a description.
     std::string named(const std::string& path = "") {
         char text[Data_stream::description_size];
         std::snprintf(text, sizeof text, path.empty() ? "DSPosSer(%p)" : "DSPosSer(%p, %s)",
@@ -52,7 +52,7 @@ TEST_F(Posix_serial_data_stream_test, opens_and_makes_the_line_raw) {
     EXPECT_EQ(stream.get_fd(), stream.get_write_fd());
 }
 
-TEST_F(Posix_serial_data_stream_test, passes_bytes_both_ways_unchanged) {
+TEST_F(Posix_serial_data_stream_test, transfers_bytes_both_ways_unchanged) {
     ASSERT_TRUE(stream.open_from_args((terminal.path() + ":115200").c_str()));
     const std::string bytes("\x03\r\n\x04\x11\x13\x7F\xFF\x00\x1A", 10);
     EXPECT_EQ(write_bytes(stream, bytes), 10);
@@ -62,7 +62,7 @@ TEST_F(Posix_serial_data_stream_test, passes_bytes_both_ways_unchanged) {
     EXPECT_EQ(take_buffered(stream), bytes);
 }
 
-TEST_F(Posix_serial_data_stream_test, opens_as_told_when_told_how) {
+TEST_F(Posix_serial_data_stream_test, opens_with_the_requested_flags) {
     ASSERT_TRUE(stream.open(terminal.path().c_str(), false, false, true));
     EXPECT_EQ(fcntl(stream.get_fd(), F_GETFL) & (O_ACCMODE | O_NONBLOCK | O_APPEND), O_RDWR | O_NONBLOCK | O_APPEND);
 }
@@ -74,7 +74,7 @@ TEST_F(Posix_serial_data_stream_test, opens_by_default_blocking_and_raw) {
     EXPECT_TRUE(is_raw());
 }
 
-TEST_F(Posix_serial_data_stream_test, opens_by_one_text) {
+TEST_F(Posix_serial_data_stream_test, opens_by_a_specification_string) {
     ASSERT_TRUE(stream.open_from_args((terminal.path() + ":100000").c_str()));
     const termios now = settings_of(terminal.slave());
     EXPECT_EQ(cfgetispeed(&now), speed_t{B115200});
@@ -90,7 +90,7 @@ TEST_F(Posix_serial_data_stream_test, selects_the_driver_on_the_line_it_opens) {
     EXPECT_EQ(line.take_calls(), (Calls{"tcgetattr", "tcsetattr", "tcsetattr", "TIOCMGET", "TIOCMSET"}));
 }
 
-TEST_F(Posix_serial_data_stream_test, device_that_is_not_there_is_named_on_standard_error_and_in_the_description) {
+TEST_F(Posix_serial_data_stream_test, missing_device_is_named_on_standard_error_and_in_the_description) {
     ASSERT_TRUE(stream.open_default(terminal.path().c_str()));
     const Captured_descriptor errors(STDERR_FILENO);
     EXPECT_FALSE(stream.open("/dev/none", false, true, false));
@@ -102,7 +102,7 @@ TEST_F(Posix_serial_data_stream_test, device_that_is_not_there_is_named_on_stand
     EXPECT_FALSE(stream.open_from_args("/dev/none:9600"));
 }
 
-TEST_F(Posix_serial_data_stream_test, what_is_no_terminal_opens_with_a_failure_and_without_settings) {
+TEST_F(Posix_serial_data_stream_test, file_that_is_no_terminal_opens_with_a_failure_and_without_settings) {
     Temporary_folder folder;
     const std::string path = folder.make_file("f", "content");
     EXPECT_FALSE(stream.open(path.c_str(), false, true, false));
@@ -111,7 +111,7 @@ TEST_F(Posix_serial_data_stream_test, what_is_no_terminal_opens_with_a_failure_a
     EXPECT_FALSE(stream.open_default(path.c_str()));
 }
 
-TEST_F(Posix_serial_data_stream_test, opening_another_device_goes_by_the_settings_of_that_one) {
+TEST_F(Posix_serial_data_stream_test, opening_another_device_uses_the_settings_of_that_one) {
     Simulated_line line;
     ASSERT_TRUE(stream.open_from_args((line.path() + ":57600").c_str()));
     ASSERT_TRUE(stream.open_default(terminal.path().c_str()));
@@ -119,7 +119,7 @@ TEST_F(Posix_serial_data_stream_test, opening_another_device_goes_by_the_setting
     EXPECT_TRUE(is_raw());
 }
 
-TEST_F(Posix_serial_data_stream_test, closing_forgets_the_settings_and_leaves_the_line) {
+TEST_F(Posix_serial_data_stream_test, closing_forgets_the_settings_and_does_not_change_the_line) {
     ASSERT_TRUE(stream.open_default(terminal.path().c_str()));
     const int fd = stream.get_fd();
     EXPECT_TRUE(stream.close());
@@ -144,7 +144,7 @@ TEST_F(Posix_serial_data_stream_test, closing_a_pair_of_descriptors_closes_nothi
     EXPECT_TRUE(is_open(fd));
 }
 
-TEST_F(Posix_serial_data_stream_test, descriptor_is_the_one_of_both_directions_or_none) {
+TEST_F(Posix_serial_data_stream_test, descriptor_is_that_of_both_directions_or_none) {
     EXPECT_EQ(stream.get_fd(), -1);
     ASSERT_TRUE(stream.open_write(terminal.path().c_str(), false, true, false));
     EXPECT_EQ(stream.get_fd(), -1);
@@ -156,7 +156,7 @@ TEST_F(Posix_serial_data_stream_test, descriptor_is_the_one_of_both_directions_o
     EXPECT_GE(stream.get_fd(), 0);
 }
 
-TEST_F(Posix_serial_data_stream_test, listening_touches_no_settings) {
+TEST_F(Posix_serial_data_stream_test, nonintrusive_opening_changes_no_settings) {
     Simulated_line line;
     ASSERT_TRUE(stream.open_nonintrusive(line.path().c_str()));
     EXPECT_EQ(line.take_calls(), Calls{});
@@ -172,18 +172,18 @@ TEST_F(Posix_serial_data_stream_test, listening_touches_no_settings) {
     EXPECT_TRUE(stream.close());
 }
 
-TEST_F(Posix_serial_data_stream_test, listening_after_a_line_with_settings_has_none) {
+TEST_F(Posix_serial_data_stream_test, nonintrusive_opening_after_a_line_with_settings_has_none) {
     ASSERT_TRUE(stream.open_default(terminal.path().c_str()));
     Simulated_line line;
     ASSERT_TRUE(stream.open_nonintrusive(line.path().c_str()));
     EXPECT_FALSE(stream.set_baud_rate(9600));
     EXPECT_FALSE(stream.restore());
     EXPECT_EQ(line.take_calls(), Calls{});
-    EXPECT_TRUE(stream.init()) << "unless it is asked for";
+    EXPECT_TRUE(stream.init()) << "unless the caller requests them";
     EXPECT_TRUE(stream.set_baud_rate(9600));
 }
 
-TEST_F(Posix_serial_data_stream_test, listening_to_what_is_not_there_fails) {
+TEST_F(Posix_serial_data_stream_test, nonintrusive_opening_of_a_missing_device_fails) {
     const Captured_descriptor errors(STDERR_FILENO);
     EXPECT_FALSE(stream.open_nonintrusive("/dev/none"));
     EXPECT_EQ(errors.text(), "Error opening '/dev/none': No such file or directory\n");
@@ -191,7 +191,7 @@ TEST_F(Posix_serial_data_stream_test, listening_to_what_is_not_there_fails) {
     EXPECT_EQ(stream.get_fd(), -1);
 }
 
-TEST_F(Posix_serial_data_stream_test, former_settings_come_back_when_asked_for) {
+TEST_F(Posix_serial_data_stream_test, former_settings_are_restored_on_request) {
     const termios before = settings_of(terminal.slave());
     ASSERT_TRUE(stream.open_default(terminal.path().c_str()));
     ASSERT_TRUE(stream.restore());
@@ -210,7 +210,7 @@ TEST_F(Posix_serial_data_stream_test, destroying_closes_the_line_and_leaves_its_
     EXPECT_TRUE(is_raw());
 }
 
-TEST_F(Posix_serial_data_stream_test, line_that_hangs_up_is_at_its_end) {
+TEST_F(Posix_serial_data_stream_test, line_that_hangs_up_is_at_end_of_file) {
     ASSERT_TRUE(stream.open_default(terminal.path().c_str()));
     terminal.hang_up();
     EXPECT_FALSE(stream.get_data(1));
@@ -228,10 +228,10 @@ TEST_F(Posix_serial_data_stream_test, pseudo_terminal_has_no_modem_lines_and_no_
     Posix_serial_port::Counters counters;
     EXPECT_FALSE(stream.get_counters(counters));
     EXPECT_FALSE(stream.open_from_args((terminal.path() + ":9600:rs485").c_str()));
-    EXPECT_EQ(stream.get_baudRate(), 9600) << "it is open all the same";
+    EXPECT_EQ(stream.get_baudRate(), 9600) << "it is open nevertheless";
 }
 
-TEST(Posix_serial_data_stream_help, tells_the_command_line_option) {
+TEST(Posix_serial_data_stream_help, names_the_command_line_option) {
     EXPECT_STREQ(Posix_serial_data_stream::get_help(), "-c|--comm device[:baud]");
 }
 

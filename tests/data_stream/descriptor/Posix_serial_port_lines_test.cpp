@@ -18,7 +18,7 @@ using Posix_serial_port_counters = Posix_serial_port_test;
 
 // ---- Handshake ----
 
-TEST_F(Posix_serial_port_handshake, by_rts_and_cts_is_set_and_raises_rts) {
+TEST_F(Posix_serial_port_handshake, with_rts_and_cts_is_set_and_raises_rts) {
     start();
     ASSERT_TRUE(port.set_handshake(Port::handshake_xon_xoff));
     line.take_calls();
@@ -29,7 +29,7 @@ TEST_F(Posix_serial_port_handshake, by_rts_and_cts_is_set_and_raises_rts) {
     EXPECT_EQ(line.take_calls(), (Calls{"tcsetattr", "TIOCMGET", "TIOCMSET"}));
 }
 
-TEST_F(Posix_serial_port_handshake, by_characters_is_set_and_leaves_rts_alone) {
+TEST_F(Posix_serial_port_handshake, with_characters_is_set_and_leaves_rts_unchanged) {
     start();
     ASSERT_TRUE(port.set_handshake(Port::handshake_rts_cts));
     line.take_calls();
@@ -40,7 +40,7 @@ TEST_F(Posix_serial_port_handshake, by_characters_is_set_and_leaves_rts_alone) {
     EXPECT_EQ(line.take_calls(), Calls{"tcsetattr"});
 }
 
-TEST_F(Posix_serial_port_handshake, none_and_unknown_ones_clear_both_kinds) {
+TEST_F(Posix_serial_port_handshake, of_no_or_an_unknown_kind_clears_both_kinds) {
     start();
     for (const int handshake : {0, 3, -1})
         for (const Port::handshake_t before : {Port::handshake_rts_cts, Port::handshake_xon_xoff}) {
@@ -53,7 +53,7 @@ TEST_F(Posix_serial_port_handshake, none_and_unknown_ones_clear_both_kinds) {
         }
 }
 
-TEST_F(Posix_serial_port_handshake, raising_rts_writes_only_a_change_and_leaves_the_other_lines) {
+TEST_F(Posix_serial_port_handshake, raising_rts_writes_only_a_change_and_keeps_the_other_lines) {
     start();
     line.set_modem_lines(TIOCM_DTR | TIOCM_OUT1);
     EXPECT_TRUE(port.switch_rts(Port::handshake_rts_cts));
@@ -97,18 +97,18 @@ TEST_F(Posix_serial_port_modem_lines, each_is_switched_alone_and_written_only_wh
         }
 }
 
-TEST_F(Posix_serial_port_modem_lines, a_line_without_any_has_nothing_to_switch_which_is_no_failure) {
+TEST_F(Posix_serial_port_modem_lines, switching_them_succeeds_on_a_line_without_any) {
     start();
     line.fail({"TIOCMGET"});
     EXPECT_TRUE(port.set_dtr_state(true));
     EXPECT_TRUE(port.set_rts_state(true));
     EXPECT_TRUE(port.switch_rts(Port::handshake_rts_cts));
-    EXPECT_EQ(line.take_calls(), Calls(3, "TIOCMGET")) << "what is unknown is not written";
+    EXPECT_EQ(line.take_calls(), Calls(3, "TIOCMGET")) << "unknown lines are not written";
     EXPECT_TRUE(port.set_handshake(Port::handshake_rts_cts));
     EXPECT_TRUE(port.set_state(state_of(300, Port::handshake_none, 1, 1)));
 }
 
-TEST_F(Posix_serial_port_modem_lines, ones_that_cannot_be_written_are_no_failure) {
+TEST_F(Posix_serial_port_modem_lines, switching_succeeds_when_they_cannot_be_written) {
     start();
     line.fail({"TIOCMSET"});
     EXPECT_TRUE(port.set_dtr_state(true));
@@ -117,7 +117,7 @@ TEST_F(Posix_serial_port_modem_lines, ones_that_cannot_be_written_are_no_failure
     EXPECT_EQ(line.modem_lines(), 0);
 }
 
-TEST_F(Posix_serial_port_modem_lines, are_told_with_the_handshake) {
+TEST_F(Posix_serial_port_modem_lines, are_returned_with_the_handshake) {
     start();
     struct {
         int bit;
@@ -140,7 +140,7 @@ TEST_F(Posix_serial_port_modem_lines, are_told_with_the_handshake) {
         }
 }
 
-TEST_F(Posix_serial_port_modem_lines, ones_that_cannot_be_read_are_told_as_off_with_a_failure) {
+TEST_F(Posix_serial_port_modem_lines, that_cannot_be_read_are_returned_as_off_with_a_failure) {
     start();
     ASSERT_TRUE(port.set_handshake(Port::handshake_xon_xoff));
     line.fail({"TIOCMGET"});
@@ -181,7 +181,7 @@ TEST_F(Posix_serial_port_state, switches_dtr_and_rts_by_the_line_states_and_writ
             }
 }
 
-TEST_F(Posix_serial_port_state, with_handshake_by_rts_and_cts_raises_rts_and_leaves_dtr_alone) {
+TEST_F(Posix_serial_port_state, with_rts_and_cts_raises_rts_and_leaves_dtr_unchanged) {
     start();
     for (const int dtr : {0, TIOCM_DTR}) {
         line.set_modem_lines(dtr);
@@ -223,7 +223,7 @@ TEST_F(Posix_serial_port_counters, are_those_of_the_system) {
     EXPECT_EQ(counters.buffer_overruns, -11);
 }
 
-TEST_F(Posix_serial_port_counters, stay_as_they_are_where_the_system_does_not_count) {
+TEST_F(Posix_serial_port_counters, are_left_unchanged_where_the_system_has_none) {
     start();
     line.fail({"TIOCGICOUNT"});
     Port::Counters counters;

@@ -1,5 +1,5 @@
-// Start, baud rate and format. Handshake, modem lines and counters: Posix_serial_port_lines_test.cpp. Opening by one
-// text: Posix_serial_port_text_test.cpp.
+// Start, baud rate and format. Handshake, modem lines and counters: Posix_serial_port_lines_test.cpp. Opening by a
+// specification string: Posix_serial_port_text_test.cpp.
 
 #include <glue/data_stream/Posix_serial_port.h>
 
@@ -75,7 +75,7 @@ TEST(Posix_serial_port_values, have_the_numbers_of_the_settings) {
     EXPECT_EQ(Port::handshake_xon_xoff, 2);
 }
 
-/// Equal to a copy, and no more after any of the changes.
+/// Expects it to equal a copy, and to differ from it after each of the changes.
 template <typename Value, typename... Change>
 void expect_compares(const Value& value, Change... changes) {
     const Value copy = value;
@@ -124,7 +124,7 @@ TEST_F(Posix_serial_port_start, makes_the_line_raw_at_once) {
     EXPECT_EQ(line.take_calls(), (Calls{"tcgetattr", "tcsetattr"}));
 }
 
-TEST_F(Posix_serial_port_start, clears_and_sets_what_raw_mode_needs) {
+TEST_F(Posix_serial_port_start, clears_and_sets_the_flags_of_raw_mode) {
     ASSERT_TRUE(port.init());
     const termios now = line.settings();
     EXPECT_EQ(now.c_lflag & (ECHO | ICANON | ISIG | IEXTEN), 0U);
@@ -136,12 +136,12 @@ TEST_F(Posix_serial_port_start, clears_and_sets_what_raw_mode_needs) {
     EXPECT_EQ(cfgetospeed(&now), speed_t{B1200});
 }
 
-TEST_F(Posix_serial_port_start, nothing_works_before) {
+TEST_F(Posix_serial_port_start, no_setting_works_before) {
     expect_everything_fails(port);
     EXPECT_EQ(line.take_calls(), Calls{});
 }
 
-TEST_F(Posix_serial_port_start, nothing_works_after_the_end_and_the_line_stays_as_it_is) {
+TEST_F(Posix_serial_port_start, no_setting_works_after_the_end_and_the_line_is_left_unchanged) {
     start();
     const termios before = line.settings();
     port.deinit();
@@ -150,13 +150,13 @@ TEST_F(Posix_serial_port_start, nothing_works_after_the_end_and_the_line_stays_a
     EXPECT_TRUE(same_settings(line.settings(), before));
 }
 
-TEST_F(Posix_serial_port_start, nothing_works_without_a_descriptor) {
+TEST_F(Posix_serial_port_start, no_setting_works_without_a_descriptor) {
     start();
     const int fd = std::exchange(port.fd, -1);
     expect_everything_fails(port);
     EXPECT_EQ(line.take_calls(), Calls{});
     port.fd = fd;
-    EXPECT_TRUE(port.set_baud_rate(300)) << "the settings were still there";
+    EXPECT_TRUE(port.set_baud_rate(300)) << "the settings were kept";
 }
 
 TEST_F(Posix_serial_port_start, without_a_descriptor_fails_and_forgets_earlier_settings) {
@@ -167,7 +167,7 @@ TEST_F(Posix_serial_port_start, without_a_descriptor_fails_and_forgets_earlier_s
     expect_everything_fails(port);
 }
 
-TEST_F(Posix_serial_port_start, on_a_line_that_does_not_tell_its_settings_fails_and_forgets_earlier_ones) {
+TEST_F(Posix_serial_port_start, fails_on_a_line_whose_settings_cannot_be_read_and_forgets_earlier_ones) {
     start();
     line.fail({"tcgetattr"});
     EXPECT_FALSE(port.init());
@@ -175,7 +175,7 @@ TEST_F(Posix_serial_port_start, on_a_line_that_does_not_tell_its_settings_fails_
     expect_everything_fails(port);
 }
 
-TEST_F(Posix_serial_port_start, on_a_line_that_refuses_raw_mode_fails_and_leaves_no_settings) {
+TEST_F(Posix_serial_port_start, fails_on_a_line_that_refuses_raw_mode_and_leaves_no_settings) {
     line.fail({"tcsetattr"});
     EXPECT_FALSE(port.init());
     line.fail({});
@@ -195,12 +195,12 @@ TEST_F(Posix_serial_port_start, settings_found_are_restored) {
     EXPECT_TRUE(same_settings(line.settings(), found));
 }
 
-TEST_F(Posix_serial_port_start, after_restoring_the_next_setting_brings_raw_mode_back) {
+TEST_F(Posix_serial_port_start, after_restoring_the_next_setting_makes_the_line_raw_again) {
     start();
     ASSERT_TRUE(port.restore());
     ASSERT_TRUE(port.set_baud_rate(57600));
     EXPECT_EQ(line.settings().c_lflag & ICANON, 0U);
-    ASSERT_TRUE(port.restore()) << "what was found is kept";
+    ASSERT_TRUE(port.restore()) << "the saved settings are kept";
     EXPECT_NE(line.settings().c_lflag & ICANON, 0U);
 }
 
@@ -210,7 +210,7 @@ TEST_F(Posix_serial_port_start, restoring_fails_when_the_line_refuses) {
     EXPECT_FALSE(port.restore());
 }
 
-TEST_F(Posix_serial_port_start, done_again_keeps_the_settings_of_that_moment) {
+TEST_F(Posix_serial_port_start, a_second_time_saves_the_settings_of_that_moment) {
     start();
     ASSERT_TRUE(port.set_baud_rate(57600));
     ASSERT_TRUE(port.init());
@@ -222,7 +222,7 @@ TEST_F(Posix_serial_port_start, done_again_keeps_the_settings_of_that_moment) {
     EXPECT_EQ(now.c_lflag & ICANON, 0U);
 }
 
-TEST_F(Posix_serial_port_start, a_setting_that_the_line_refuses_is_as_if_never_asked_for) {
+TEST_F(Posix_serial_port_start, a_setting_that_the_line_refuses_has_no_effect) {
     start();
     const termios before = line.settings();
     line.fail({"tcsetattr"});
@@ -231,7 +231,7 @@ TEST_F(Posix_serial_port_start, a_setting_that_the_line_refuses_is_as_if_never_a
     EXPECT_FALSE(port.set_handshake(Port::handshake_rts_cts));
     EXPECT_FALSE(port.set_state(state_of(57600, Port::handshake_none, 1, 1)));
     EXPECT_FALSE(port.set_state(state_of(57600, Port::handshake_rts_cts, 1, 1)));
-    EXPECT_EQ(line.take_calls(), Calls(5, "tcsetattr")) << "the modem lines are left alone";
+    EXPECT_EQ(line.take_calls(), Calls(5, "tcsetattr")) << "the modem lines are left unchanged";
     EXPECT_EQ(port.get_baudRate(), 1200);
     line.fail({});
     ASSERT_TRUE(port.set_baud_rate(1200));
@@ -262,9 +262,9 @@ TEST_F(Posix_serial_port_baud_rate, each_of_the_twelve_is_set_for_both_direction
     }
 }
 
-TEST_F(Posix_serial_port_baud_rate, of_the_input_is_set_where_it_was_that_of_the_output) {
+TEST_F(Posix_serial_port_baud_rate, of_the_input_is_set_where_it_followed_the_output) {
     termios settings = line.settings();
-    cfsetispeed(&settings, B0); // which means so
+    cfsetispeed(&settings, B0); // which means: as the output
     line.set_settings(settings);
     start();
     EXPECT_TRUE(port.set_baud_rate(9600));
@@ -284,7 +284,7 @@ TEST_F(Posix_serial_port_baud_rate, between_two_is_the_higher_one) {
     }
 }
 
-TEST_F(Posix_serial_port_baud_rate, beyond_both_ends_is_the_lowest_or_the_highest) {
+TEST_F(Posix_serial_port_baud_rate, outside_the_table_is_the_lowest_or_the_highest) {
     start();
     for (const long asked : {0L, -1L, std::numeric_limits<long>::min()}) {
         EXPECT_TRUE(port.set_baud_rate(asked));
@@ -323,7 +323,7 @@ TEST_F(Posix_serial_port_format, every_combination_is_set_at_once_and_read_back)
     for (int bits = 5; bits <= 8; ++bits)
         for (int stop_bits = 1; stop_bits <= 2; ++stop_bits)
             for (int parity = 0; parity <= 2; ++parity) {
-                // parity_none leaves PARODD alone: start from even each time
+                // parity_none leaves PARODD unchanged: start from even each time
                 ASSERT_TRUE(port.set_format(format_of(Port::bits_8, Port::stop_bits_1, Port::parity_even)));
                 line.take_calls();
                 const Port::Format format =
@@ -340,7 +340,7 @@ TEST_F(Posix_serial_port_format, every_combination_is_set_at_once_and_read_back)
             }
 }
 
-TEST_F(Posix_serial_port_format, touches_nothing_else) {
+TEST_F(Posix_serial_port_format, changes_nothing_else) {
     start();
     ASSERT_TRUE(port.set_handshake(Port::handshake_xon_xoff));
     termios expected = line.settings();

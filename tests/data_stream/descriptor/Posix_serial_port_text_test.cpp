@@ -1,4 +1,4 @@
-// Opening by one text that names device, baud rate and line driver. The settings: Posix_serial_port_test.cpp.
+// Opening by a specification string: device, baud rate and line driver. The settings: Posix_serial_port_test.cpp.
 
 #include <glue/data_stream/Posix_serial_port.h>
 
@@ -20,7 +20,7 @@ struct Posix_serial_port_text : testing::Test {
         return port.open_from_args(spec.c_str());
     }
 
-    /// The baud rate that a text leads to.
+    /// The baud rate after opening by a specification string.
     long baud_of(const std::string& spec) {
         EXPECT_TRUE(open(spec)) << spec;
         return port.get_baudRate();
@@ -30,14 +30,14 @@ struct Posix_serial_port_text : testing::Test {
 const Calls opening{"tcgetattr", "tcsetattr", "tcsetattr"};
 const Calls opening_with_driver{"tcgetattr", "tcsetattr", "tcsetattr", "TIOCMGET", "TIOCMSET"};
 
-TEST_F(Posix_serial_port_text, device_alone_opens_at_9600_and_leaves_the_driver) {
+TEST_F(Posix_serial_port_text, device_alone_opens_at_9600_and_leaves_the_driver_unchanged) {
     EXPECT_TRUE(open("/dev/ttyS9"));
     EXPECT_EQ(port.opened, Calls{"/dev/ttyS9"});
     EXPECT_EQ(port.get_baudRate(), 9600);
     EXPECT_EQ(line.take_calls(), opening);
 }
 
-TEST_F(Posix_serial_port_text, device_and_baud_rate) {
+TEST_F(Posix_serial_port_text, baud_rate_follows_the_device) {
     EXPECT_EQ(baud_of("d:115200"), 115200);
     EXPECT_EQ(port.opened, Calls{"d"});
     EXPECT_EQ(baud_of("d:100000"), 115200);
@@ -45,7 +45,7 @@ TEST_F(Posix_serial_port_text, device_and_baud_rate) {
     EXPECT_EQ(baud_of("d:300"), 300);
 }
 
-TEST_F(Posix_serial_port_text, baud_rate_is_read_as_far_as_it_is_a_decimal_number) {
+TEST_F(Posix_serial_port_text, baud_rate_is_read_up_to_the_first_other_character) {
     EXPECT_EQ(baud_of("d:19200baud"), 19200);
     EXPECT_EQ(baud_of("d: +4800"), 4800);
     EXPECT_EQ(baud_of("d:0x9600"), 300);
@@ -67,21 +67,21 @@ TEST_F(Posix_serial_port_text, empty_fields_count) {
     EXPECT_EQ(port.opened, Calls{""});
 }
 
-TEST_F(Posix_serial_port_text, rs485_raises_out1_and_leaves_the_other_lines) {
+TEST_F(Posix_serial_port_text, rs485_raises_out1_and_keeps_the_other_lines) {
     line.set_modem_lines(TIOCM_DTR | TIOCM_RTS);
     EXPECT_TRUE(open("d:9600:rs485"));
     EXPECT_EQ(line.modem_lines(), TIOCM_DTR | TIOCM_RTS | 0x2000);
     EXPECT_EQ(line.take_calls(), opening_with_driver);
 }
 
-TEST_F(Posix_serial_port_text, rs232_clears_out1_and_leaves_the_other_lines) {
+TEST_F(Posix_serial_port_text, rs232_clears_out1_and_keeps_the_other_lines) {
     line.set_modem_lines(TIOCM_DTR | TIOCM_OUT1 | TIOCM_RTS);
     EXPECT_TRUE(open("d:9600:rs232"));
     EXPECT_EQ(line.modem_lines(), TIOCM_DTR | TIOCM_RTS);
     EXPECT_EQ(line.take_calls(), opening_with_driver);
 }
 
-TEST_F(Posix_serial_port_text, driver_is_written_even_when_it_is_so_already) {
+TEST_F(Posix_serial_port_text, driver_is_written_even_when_it_is_selected_already) {
     EXPECT_TRUE(open("d:9600:rs232"));
     EXPECT_EQ(line.take_calls(), opening_with_driver);
     line.set_modem_lines(TIOCM_OUT1);
@@ -89,7 +89,7 @@ TEST_F(Posix_serial_port_text, driver_is_written_even_when_it_is_so_already) {
     EXPECT_EQ(line.take_calls(), opening_with_driver);
 }
 
-TEST_F(Posix_serial_port_text, first_five_characters_of_the_mode_decide) {
+TEST_F(Posix_serial_port_text, first_five_characters_select_the_mode) {
     EXPECT_TRUE(open("d:9600:rs485xyz"));
     EXPECT_EQ(line.modem_lines(), TIOCM_OUT1);
     EXPECT_TRUE(open("d:9600:rs232, half"));
@@ -103,7 +103,7 @@ TEST_F(Posix_serial_port_text, first_five_characters_of_the_mode_decide) {
         }
 }
 
-TEST_F(Posix_serial_port_text, later_fields_do_not_matter) {
+TEST_F(Posix_serial_port_text, later_fields_are_ignored) {
     EXPECT_EQ(baud_of("d:2400:rs485:rs232:115200"), 2400);
     EXPECT_EQ(line.modem_lines(), TIOCM_OUT1);
     EXPECT_EQ(baud_of("d:4800::rs485"), 4800);
@@ -112,7 +112,7 @@ TEST_F(Posix_serial_port_text, later_fields_do_not_matter) {
     EXPECT_EQ(line.modem_lines(), 0);
 }
 
-TEST_F(Posix_serial_port_text, first_255_characters_count) {
+TEST_F(Posix_serial_port_text, only_the_first_255_characters_are_used) {
     const std::string device(250, 'x');
     EXPECT_EQ(baud_of(device + ":4801"), 9600); // 255 characters
     EXPECT_EQ(port.opened, Calls{device});
@@ -123,7 +123,7 @@ TEST_F(Posix_serial_port_text, first_255_characters_count) {
     EXPECT_EQ(port.opened, Calls{std::string(255, 'z')});
 }
 
-TEST_F(Posix_serial_port_text, device_that_does_not_open_is_the_end) {
+TEST_F(Posix_serial_port_text, device_that_does_not_open_is_a_failure) {
     port.opens = false;
     EXPECT_FALSE(open("d:9600:rs485"));
     EXPECT_EQ(line.take_calls(), Calls{});
@@ -145,7 +145,7 @@ TEST_F(Posix_serial_port_text, refused_baud_rate_is_no_failure) {
     EXPECT_EQ(line.modem_lines(), TIOCM_OUT1);
 }
 
-TEST_F(Posix_serial_port_text, driver_that_cannot_be_selected_is_a_failure_and_the_line_stays_ready) {
+TEST_F(Posix_serial_port_text, driver_that_cannot_be_selected_is_a_failure_and_the_line_stays_open) {
     for (const char* const spec : {"d:19200:rs485", "d:19200:rs232"})
         for (const char* const call : {"TIOCMGET", "TIOCMSET"}) {
             line.fail({call});

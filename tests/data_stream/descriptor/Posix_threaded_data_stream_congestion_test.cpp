@@ -1,4 +1,4 @@
-// Which commands wait for room in the transmit ring, and which are dropped. How they wait:
+// Which commands wait for free space in the transmit ring, and which are dropped. How they wait:
 // Posix_threaded_data_stream_writing_test.cpp.
 
 #include <glue/data_stream/Posix_threaded_data_stream.h>
@@ -37,10 +37,10 @@ TEST(Posix_threaded_data_stream_congestion, line_ends_and_nuls_may_follow_a_fram
     EXPECT_FALSE(waits(std::string("PG003abc\n\0\r\0", 12)));
     EXPECT_TRUE(waits("PG003abc\n."));
     EXPECT_TRUE(waits("PG003abc\r\nPG000"));
-    EXPECT_TRUE(waits("PG003abcd")); // right behind the body
+    EXPECT_TRUE(waits("PG003abcd")); // directly after the body
 }
 
-TEST(Posix_threaded_data_stream_congestion, a_frame_cut_short_is_no_frame) {
+TEST(Posix_threaded_data_stream_congestion, an_incomplete_frame_is_no_frame) {
     EXPECT_TRUE(waits("PG003ab"));
     EXPECT_TRUE(waits("PGFFF"));
 }

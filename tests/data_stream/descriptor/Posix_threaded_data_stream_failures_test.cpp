@@ -1,6 +1,7 @@
-// The end of the file, descriptors and waits that fail, and that none of it keeps the thread busy.
+// End of file, descriptors and waits that fail; none of it keeps the thread busy.
 
 #include <support/builders/Stream_bytes.h>
+#include <support/faults/Limited_descriptors.h>
 #include <support/faults/Replaced_calls.h>
 #include <support/files/Temporary_folder.h>
 #include <support/streams/Receiving_stream.h>
@@ -11,7 +12,7 @@
 #include <optional>
 #include <pthread.h>
 #include <stdlib.h>
-#include <sys/resource.h>
+#include <sys/select.h>
 #include <unistd.h>
 
 namespace {
@@ -27,9 +28,9 @@ std::size_t occurrences(const std::string& what, const std::string& text) {
 
 using Posix_threaded_data_stream_failures = Receiving_stream;
 
-// ---- The end of the file ----
+// ---- End of file ----
 
-TEST_F(Posix_threaded_data_stream_failures, the_end_of_the_file_is_told_ten_times_a_second) {
+TEST_F(Posix_threaded_data_stream_failures, end_of_file_is_handled_ten_times_a_second) {
     sockets.close_far();
     const Stopwatch watch;
     stream.start();
@@ -39,7 +40,7 @@ TEST_F(Posix_threaded_data_stream_failures, the_end_of_the_file_is_told_ten_time
     EXPECT_EQ(errors.text(), "");
 }
 
-TEST_F(Posix_threaded_data_stream_failures, a_thread_at_the_end_of_the_file_rests) {
+TEST_F(Posix_threaded_data_stream_failures, a_thread_at_end_of_file_rests) {
     stream.set_rx_event_timeout(1);
     arrive("abc");
     sockets.close_far();
@@ -49,7 +50,7 @@ TEST_F(Posix_threaded_data_stream_failures, a_thread_at_the_end_of_the_file_rest
     EXPECT_EQ(waiter.codes(), std::vector<int>{0});
 }
 
-TEST_F(Posix_threaded_data_stream_failures, the_end_of_the_file_is_told_without_a_lock) {
+TEST_F(Posix_threaded_data_stream_failures, end_of_file_is_handled_without_a_lock) {
     stream.on_end_of_file = [this] {
         stream.lock();
         stream.unlock();
@@ -59,7 +60,7 @@ TEST_F(Posix_threaded_data_stream_failures, the_end_of_the_file_is_told_without_
     EXPECT_TRUE(eventually([&] { return stream.ends_of_file >= 1; }));
 }
 
-TEST_F(Posix_threaded_data_stream_failures, what_comes_behind_the_end_of_a_fifo_is_received) {
+TEST_F(Posix_threaded_data_stream_failures, bytes_after_the_end_of_a_fifo_are_received) {
     const Temporary_folder folder;
     const std::string path = folder.make_fifo("fifo");
     Threaded_stream reader;
@@ -89,7 +90,7 @@ TEST_F(Posix_threaded_data_stream_failures, a_descriptor_that_replaces_one_at_it
     EXPECT_EQ(stream.ends_of_file, 1);
 }
 
-TEST_F(Posix_threaded_data_stream_failures, a_stream_that_closes_at_the_end_goes_on_without_input) {
+TEST_F(Posix_threaded_data_stream_failures, a_stream_that_closes_at_end_of_file_continues_without_input) {
     stream.on_end_of_file = [&] { stream.close_read(); };
     sockets.close_far();
     stream.start();
@@ -102,7 +103,7 @@ TEST_F(Posix_threaded_data_stream_failures, a_stream_that_closes_at_the_end_goes
 
 // ---- Descriptors that fail ----
 
-/// A terminal whose near end nobody has open: reading from the far end fails with EIO.
+/// A terminal whose near end is not open: reading from the far end fails with EIO.
 struct Line_that_is_gone {
     int far = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
 
@@ -117,7 +118,7 @@ struct Line_that_is_gone {
     }
 };
 
-TEST_F(Posix_threaded_data_stream_failures, a_line_that_is_gone_is_reported_once_and_is_at_its_end) {
+TEST_F(Posix_threaded_data_stream_failures, a_line_that_is_gone_is_reported_once_and_is_at_end_of_file) {
     const std::string message = "read(), Posix_data_stream::get_data: Input/output error\n";
     const Line_that_is_gone line;
     Threaded_stream reader(line.far, -1);
@@ -130,10 +131,10 @@ TEST_F(Posix_threaded_data_stream_failures, a_line_that_is_gone_is_reported_once
     write_all(near, "abc");
     EXPECT_TRUE(eventually([&] { return reader.bytes_avail() == 3; }));
     close(near);
-    EXPECT_TRUE(is_said(message + message)); // gone again, which is news
+    EXPECT_TRUE(is_said(message + message)); // gone again, which is reported again
 }
 
-TEST_F(Posix_threaded_data_stream_failures, every_error_of_a_line_that_is_gone_is_the_end_of_it) {
+TEST_F(Posix_threaded_data_stream_failures, every_error_of_a_line_that_is_gone_is_end_of_file) {
     for (const int error : {EIO, ENODEV, ENXIO}) {
         Socket_pair pair;
         Threaded_stream reader(pair.take_near());
@@ -153,7 +154,7 @@ TEST_F(Posix_threaded_data_stream_failures, every_error_of_a_line_that_is_gone_i
     }
 }
 
-TEST_F(Posix_threaded_data_stream_failures, an_arrival_that_somebody_else_took_is_no_failure) {
+TEST_F(Posix_threaded_data_stream_failures, input_that_another_process_has_read_is_no_failure) {
     const int fd = stream.get_read_fd();
     std::atomic<int> reads{0};
     Replaced_calls calls;
@@ -191,7 +192,7 @@ TEST_F(Posix_threaded_data_stream_failures, reads_that_signals_interrupt_are_rep
     EXPECT_EQ(errors.text(), "read(), Posix_data_stream::get_data: Interrupted system call\n");
 }
 
-TEST_F(Posix_threaded_data_stream_failures, what_cannot_be_read_is_reported_once_and_is_not_at_its_end) {
+TEST_F(Posix_threaded_data_stream_failures, a_folder_is_reported_once_and_is_not_at_end_of_file) {
     Threaded_stream reader(open("/", O_RDONLY | O_CLOEXEC), -1);
     reader.start();
     ASSERT_TRUE(is_said("read(), Posix_data_stream::get_data: Is a directory\n"));
@@ -201,7 +202,7 @@ TEST_F(Posix_threaded_data_stream_failures, what_cannot_be_read_is_reported_once
     EXPECT_EQ(errors.text(), "read(), Posix_data_stream::get_data: Is a directory\n");
 }
 
-TEST_F(Posix_threaded_data_stream_failures, a_descriptor_closed_behind_its_back_is_reported_once_and_rests) {
+TEST_F(Posix_threaded_data_stream_failures, a_descriptor_that_the_test_closes_is_reported_once_and_rests) {
     const std::string message = "select(), Posix_data_stream::get_data: Bad file descriptor\n";
     const int fd = stream.get_read_fd();
     const int kept = dup(fd);
@@ -220,7 +221,7 @@ TEST_F(Posix_threaded_data_stream_failures, a_descriptor_closed_behind_its_back_
 TEST_F(Posix_threaded_data_stream_failures, a_descriptor_that_was_replaced_during_the_wait_is_no_failure) {
     std::atomic<int> waits{0};
     Replaced_calls calls;
-    calls.select = [&](timeval*) { // the old one was closed, and the new one has its number: all is well by now
+    calls.select = [&](timeval*) { // the old one was closed, and the new one has its number
         errno = ++waits == 1 ? EBADF : ENOMEM;
         return -1;
     };
@@ -230,7 +231,7 @@ TEST_F(Posix_threaded_data_stream_failures, a_descriptor_that_was_replaced_durin
     stream.stop();
 }
 
-TEST_F(Posix_threaded_data_stream_failures, requests_are_heard_while_select_fails) {
+TEST_F(Posix_threaded_data_stream_failures, requests_are_handled_while_select_fails) {
     const int request_pipe = next_descriptor();
     Threaded_stream failing;
     Replaced_calls calls;
@@ -244,7 +245,7 @@ TEST_F(Posix_threaded_data_stream_failures, requests_are_heard_while_select_fail
     failing.stop();
 }
 
-TEST_F(Posix_threaded_data_stream_failures, a_wait_that_ends_without_reason_is_reported) {
+TEST_F(Posix_threaded_data_stream_failures, a_wait_without_a_limit_that_times_out_is_reported) {
     Replaced_calls calls;
     calls.select = [](timeval* limit) {
         EXPECT_EQ(limit, nullptr);
@@ -254,11 +255,11 @@ TEST_F(Posix_threaded_data_stream_failures, a_wait_that_ends_without_reason_is_r
     stream.start();
     EXPECT_TRUE(process_rests());
     stream.stop();
-    const std::string said = errors.text();
+    const std::string printed = errors.text();
     const std::string message = "select(), should not have timed out";
-    EXPECT_EQ(occurrences(message, said) * message.size(), said.size());
-    EXPECT_GE(occurrences(message, said), 1U);
-    EXPECT_LE(occurrences(message, said), static_cast<std::size_t>(watch.elapsed() / milliseconds(100)) + 1);
+    EXPECT_EQ(occurrences(message, printed) * message.size(), printed.size());
+    EXPECT_GE(occurrences(message, printed), 1U);
+    EXPECT_LE(occurrences(message, printed), static_cast<std::size_t>(watch.elapsed() / milliseconds(100)) + 1);
 }
 
 TEST_F(Posix_threaded_data_stream_failures, a_select_that_always_fails_is_reported_once_and_does_not_spin) {
@@ -288,7 +289,7 @@ TEST_F(Posix_threaded_data_stream_failures, a_signal_is_reported_and_survived) {
     stream.start();
     arrive("a");
     ASSERT_TRUE(waiter.wait_for(1));
-    // The thread may not be waiting yet; a signal that finds it elsewhere goes unnoticed.
+    // The thread may not be waiting yet; a signal before the wait has no effect.
     EXPECT_TRUE(eventually([&] {
         pthread_kill(thread, SIGUSR1);
         return errors.text().find("select(), Posix_data_stream::get_data: Interrupted system call\n") == 0;
@@ -299,25 +300,52 @@ TEST_F(Posix_threaded_data_stream_failures, a_signal_is_reported_and_survived) {
     sigaction(SIGUSR1, &before, nullptr);
 }
 
-TEST_F(Posix_threaded_data_stream_failures, a_descriptor_beyond_what_select_knows_is_left_alone) {
-    rlimit before{};
-    getrlimit(RLIMIT_NOFILE, &before);
-    if (before.rlim_max <= FD_SETSIZE)
-        GTEST_SKIP() << "this process may not open more than " << before.rlim_max << " descriptors";
-    const rlimit enough{FD_SETSIZE + 10, before.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &enough);
-    const int fd = fcntl(stream.get_read_fd(), F_DUPFD_CLOEXEC, FD_SETSIZE);
-    ASSERT_GE(fd, FD_SETSIZE);
-    {
-        Threaded_stream reader(fd, fd);
-        reader.set_write_buffering(true);
-        arrive("abc");
-        reader.start();
-        EXPECT_TRUE(process_rests());
-        EXPECT_EQ(reader.bytes_avail(), 0U);
-    }
-    setrlimit(RLIMIT_NOFILE, &before);
-    EXPECT_EQ(errors.text(), "");
+TEST_F(Posix_threaded_data_stream_failures, a_descriptor_too_high_for_select_is_reported_once_and_left_alone) {
+    const int fd = copy_too_high_for_select(stream.get_read_fd());
+    Threaded_stream reader(fd, fd);
+    reader.set_write_buffering(true);
+    arrive("abc");
+    reader.start();
+    EXPECT_TRUE(is_said(report_of_high_descriptor(reader.get_description(), fd)));
+    EXPECT_TRUE(process_rests());
+    reader.wake();
+    EXPECT_TRUE(process_rests());
+    reader.stop();
+    EXPECT_EQ(reader.bytes_avail(), 0U);
+    EXPECT_EQ(errors.text(), report_of_high_descriptor(reader.get_description(), fd));
+}
+
+TEST_F(Posix_threaded_data_stream_failures, queued_bytes_for_a_descriptor_too_high_for_select_are_reported_once) {
+    Pipe pipe;
+    pipe.shrink();
+    make_non_blocking(pipe.writing());
+    const int fd = copy_too_high_for_select(pipe.writing());
+    Threaded_stream writer(-1, fd);
+    writer.set_write_buffering(true);
+    writer.start();
+    const std::string bytes(70000, 'x'); // more than the pipe holds
+    write_bytes(writer, bytes);
+    EXPECT_TRUE(is_said(report_of_high_descriptor(writer.get_description(), fd)));
+    write_bytes(writer, bytes);
+    EXPECT_TRUE(process_rests());
+    writer.stop();
+    EXPECT_EQ(errors.text(), report_of_high_descriptor(writer.get_description(), fd));
+}
+
+TEST_F(Posix_threaded_data_stream_failures,
+       a_notification_pipe_too_high_for_select_is_reported_and_requests_still_count) {
+    const int fd = dup(stream.get_read_fd());
+    const Many_descriptors many(FD_SETSIZE);
+    const int request_pipe = next_descriptor();
+    Threaded_stream reader(fd, -1);
+    reader.start();
+    EXPECT_TRUE(is_said(report_of_high_descriptor(reader.get_description(), request_pipe)));
+    arrive("abc");
+    EXPECT_TRUE(eventually([&] { return reader.bytes_avail() == 3; }));
+    reader.pause();
+    EXPECT_TRUE(eventually([&] { return bytes_ready(request_pipe) == 0; }));
+    reader.stop();
+    EXPECT_EQ(errors.text(), report_of_high_descriptor(reader.get_description(), request_pipe));
 }
 
 TEST_F(Posix_threaded_data_stream_failures, an_idle_thread_rests) {

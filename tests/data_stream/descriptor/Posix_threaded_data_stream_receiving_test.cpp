@@ -1,4 +1,4 @@
-// What the thread reads, and what it announces when.
+// What the thread reads, and which events it sends when.
 
 #include <support/builders/Stream_bytes.h>
 #include <support/fakes/Replaced_delays.h>
@@ -27,7 +27,7 @@ TEST_F(Posix_threaded_data_stream_receiving, nothing_can_be_fetched) {
     EXPECT_FALSE(stream.bytes_avail(1U));
 }
 
-TEST_F(Posix_threaded_data_stream_receiving, an_arrival_is_announced_by_one_event) {
+TEST_F(Posix_threaded_data_stream_receiving, received_bytes_are_reported_by_one_event) {
     stream.start();
     arrive("abc");
     ASSERT_TRUE(waiter.wait_for(1));
@@ -36,7 +36,7 @@ TEST_F(Posix_threaded_data_stream_receiving, an_arrival_is_announced_by_one_even
     EXPECT_EQ(waiter.codes(), Codes{0});
 }
 
-TEST_F(Posix_threaded_data_stream_receiving, bytes_come_in_chunks_of_256_each_with_its_event) {
+TEST_F(Posix_threaded_data_stream_receiving, bytes_are_received_in_chunks_of_256_with_one_event_each) {
     const std::string bytes = numbered(2 * chunk_size + 1);
     arrive(bytes);
     stream.start();
@@ -58,7 +58,7 @@ TEST_F(Posix_threaded_data_stream_receiving, the_callback_runs_under_the_lock_of
             is_locked = false;
             Threaded_stream::unlock();
         }
-        bool is_locked = false; // of interest to the thread that holds the lock alone
+        bool is_locked = false; // used only by the thread that holds the lock
     };
     Watched_stream watched(dup(stream.get_read_fd()));
     std::atomic<bool> called{false};
@@ -73,7 +73,7 @@ TEST_F(Posix_threaded_data_stream_receiving, the_callback_runs_under_the_lock_of
     EXPECT_TRUE(was_locked);
 }
 
-TEST_F(Posix_threaded_data_stream_receiving, filling_the_ring_to_the_last_byte_is_an_ordinary_arrival) {
+TEST_F(Posix_threaded_data_stream_receiving, filling_the_ring_to_the_last_byte_sends_plain_events) {
     const std::string bytes = numbered(ring_size);
     arrive(bytes);
     stream.start();
@@ -87,7 +87,7 @@ TEST_F(Posix_threaded_data_stream_receiving, filling_the_ring_to_the_last_byte_i
 
 const std::string too_slow = "CLIENT TOO SLOW!!!!!!!!!!!!!!!!!!!!\n\n";
 
-/// A ring that lacks 100 bytes of room for a chunk; nobody really sleeps.
+/// A ring without the last 100 bytes of free space for a chunk; delays do not sleep.
 struct Posix_threaded_data_stream_overrun : Posix_threaded_data_stream_receiving {
     static constexpr unsigned missing = 100;
     const std::string bytes = numbered(ring_size + missing);
@@ -95,7 +95,7 @@ struct Posix_threaded_data_stream_overrun : Posix_threaded_data_stream_receiving
 
     ~Posix_threaded_data_stream_overrun() override { stream.stop(); }
 
-    Codes codes_behind_the_ordinary_ones() {
+    Codes codes_after_the_plain_ones() {
         stream.stop();
         Codes codes = waiter.codes();
         codes.erase(codes.begin(), std::find_if(codes.begin(), codes.end(), [](int code) { return code != 0; }));
@@ -103,20 +103,20 @@ struct Posix_threaded_data_stream_overrun : Posix_threaded_data_stream_receiving
     }
 };
 
-TEST_F(Posix_threaded_data_stream_overrun, what_fits_is_announced_as_full_and_the_rest_waits_for_room) {
-    std::string taken;
+TEST_F(Posix_threaded_data_stream_overrun, full_events_report_what_fits_and_the_rest_waits_for_free_space) {
+    std::string consumed;
     delays.meanwhile = [&](std::size_t) {
         if (delays.count == 3) {
-            taken.resize(missing);
-            stream.get_data(reinterpret_cast<unsigned char*>(taken.data()), missing, 0);
+            consumed.resize(missing);
+            stream.get_data(reinterpret_cast<unsigned char*>(consumed.data()), missing, 0);
             stream.drop(missing);
         }
     };
     arrive(bytes);
     stream.start();
     ASSERT_TRUE(eventually([&] { return waiter.codes().size() == ring_size / chunk_size + 2; }));
-    EXPECT_EQ(codes_behind_the_ordinary_ones(), (Codes{1, 1}));
-    EXPECT_EQ(taken + take_buffered(stream), bytes);
+    EXPECT_EQ(codes_after_the_plain_ones(), (Codes{1, 1}));
+    EXPECT_EQ(consumed + take_buffered(stream), bytes);
     EXPECT_EQ(delays.count, 3);
     EXPECT_EQ(errors.text(), "");
 }
@@ -125,13 +125,13 @@ TEST_F(Posix_threaded_data_stream_overrun, after_500_attempts_the_rest_of_the_ch
     arrive(bytes);
     stream.start();
     ASSERT_TRUE(is_said(too_slow));
-    EXPECT_EQ(codes_behind_the_ordinary_ones(), (Codes{1, 1}));
-    EXPECT_GE(delays.milliseconds, 499);
-    EXPECT_LE(delays.milliseconds, 501);
+    EXPECT_EQ(codes_after_the_plain_ones(), (Codes{1, 1}));
+    EXPECT_EQ(delays.count, 500);
+    EXPECT_EQ(delays.milliseconds, 500);
     EXPECT_EQ(take_buffered(stream), bytes.substr(0, ring_size));
 }
 
-TEST_F(Posix_threaded_data_stream_overrun, any_room_starts_the_count_of_attempts_anew) {
+TEST_F(Posix_threaded_data_stream_overrun, any_free_space_restarts_the_count_of_attempts) {
     delays.meanwhile = [&](std::size_t) {
         if (delays.count % 400 == 0)
             stream.drop(1);
@@ -163,7 +163,7 @@ TEST_F(Posix_threaded_data_stream_receiving, waits_about_half_a_second_for_a_slo
     EXPECT_GE(watch.elapsed(), milliseconds(490));
 }
 
-TEST_F(Posix_threaded_data_stream_receiving, stopping_does_not_wait_for_a_slow_reader_nor_blames_it) {
+TEST_F(Posix_threaded_data_stream_receiving, stopping_neither_waits_for_a_slow_reader_nor_reports_it) {
     arrive(numbered(ring_size + 1));
     const Stopwatch watch;
     stream.start();
@@ -173,9 +173,9 @@ TEST_F(Posix_threaded_data_stream_receiving, stopping_does_not_wait_for_a_slow_r
     EXPECT_TRUE(gave_up_before || errors.text().empty()) << errors.text();
 }
 
-// ---- Events held back until the input is quiet ----
+// ---- Events delayed until the input is quiet ----
 
-TEST_F(Posix_threaded_data_stream_receiving, an_event_timeout_holds_the_announcement_back_until_the_input_is_quiet) {
+TEST_F(Posix_threaded_data_stream_receiving, an_event_timeout_delays_the_event_until_the_input_is_quiet) {
     constexpr milliseconds quiet(300);
     std::atomic<int> calls{0};
     stream.set_rx_callback([&] { ++calls; });
@@ -198,11 +198,11 @@ TEST_F(Posix_threaded_data_stream_receiving, an_event_timeout_holds_the_announce
     }
 }
 
-TEST_F(Posix_threaded_data_stream_receiving, a_held_back_announcement_comes_no_earlier_than_the_quiet_time) {
-    std::atomic<long long> announced_after_us{-1};
+TEST_F(Posix_threaded_data_stream_receiving, a_delayed_event_is_not_sent_before_the_quiet_time_is_over) {
+    std::atomic<long long> notified_after_us{-1};
     Stopwatch since_arrival;
     stream.set_rx_callback([&] {
-        announced_after_us = std::chrono::duration_cast<std::chrono::microseconds>(since_arrival.elapsed()).count();
+        notified_after_us = std::chrono::duration_cast<std::chrono::microseconds>(since_arrival.elapsed()).count();
     });
     stream.set_rx_event_timeout(50);
     stream.start();
@@ -210,20 +210,20 @@ TEST_F(Posix_threaded_data_stream_receiving, a_held_back_announcement_comes_no_e
     arrive("a");
     ASSERT_TRUE(waiter.wait_for(1));
     stream.stop();
-    EXPECT_GE(announced_after_us, 50000);
+    EXPECT_GE(notified_after_us, 50000);
 }
 
-TEST_F(Posix_threaded_data_stream_receiving, a_held_back_announcement_is_made_under_the_lock_of_the_ring) {
+TEST_F(Posix_threaded_data_stream_receiving, a_delayed_event_is_sent_under_the_lock_of_the_ring) {
     stream.set_rx_event_timeout(1);
     stream.send_rx_event(false);
-    stream.lock(); // and whoever deregisters with it is not told any more
+    stream.lock(); // a waiter that deregistered under it is no longer notified
     stream.start();
     EXPECT_FALSE(eventually([&] { return !waiter.codes().empty(); }, milliseconds(50)));
     stream.unlock();
     EXPECT_TRUE(waiter.wait_for(1));
 }
 
-TEST_F(Posix_threaded_data_stream_receiving, a_thread_that_holds_an_announcement_back_rests) {
+TEST_F(Posix_threaded_data_stream_receiving, a_thread_that_delays_an_event_rests) {
     stream.set_rx_event_timeout(1000000);
     stream.start();
     arrive("a");
@@ -232,7 +232,7 @@ TEST_F(Posix_threaded_data_stream_receiving, a_thread_that_holds_an_announcement
     EXPECT_TRUE(waiter.codes().empty());
 }
 
-TEST_F(Posix_threaded_data_stream_receiving, wakes_do_not_put_a_held_back_announcement_off) {
+TEST_F(Posix_threaded_data_stream_receiving, wakes_do_not_postpone_a_delayed_event) {
     stream.set_rx_event_timeout(50);
     stream.start();
     arrive("a");
@@ -242,7 +242,7 @@ TEST_F(Posix_threaded_data_stream_receiving, wakes_do_not_put_a_held_back_announ
     }));
 }
 
-TEST_F(Posix_threaded_data_stream_receiving, a_full_announcement_goes_out_at_once_and_leaves_the_other_pending) {
+TEST_F(Posix_threaded_data_stream_receiving, a_full_event_is_sent_at_once_and_leaves_the_other_pending) {
     stream.set_rx_event_timeout(50);
     stream.send_rx_event(false);
     stream.send_rx_event(true);
@@ -253,7 +253,7 @@ TEST_F(Posix_threaded_data_stream_receiving, a_full_announcement_goes_out_at_onc
     EXPECT_EQ(waiter.codes(), (Codes{1, 0}));
 }
 
-TEST_F(Posix_threaded_data_stream_receiving, an_announcement_made_elsewhere_is_held_back_and_sent_by_the_thread) {
+TEST_F(Posix_threaded_data_stream_receiving, an_event_of_another_thread_is_delayed_and_sent_by_the_reader_thread) {
     stream.set_rx_event_timeout(1);
     stream.start();
     ASSERT_TRUE(eventually([&] { return stream.flushes == 1; }));
@@ -261,7 +261,7 @@ TEST_F(Posix_threaded_data_stream_receiving, an_announcement_made_elsewhere_is_h
     EXPECT_TRUE(waiter.wait_for(1));
 }
 
-TEST_F(Posix_threaded_data_stream_receiving, without_a_timeout_again_the_pending_announcement_is_not_forgotten) {
+TEST_F(Posix_threaded_data_stream_receiving, switching_the_timeout_off_sends_the_pending_event) {
     stream.set_rx_event_timeout(1000000);
     stream.start();
     arrive("a");
@@ -271,7 +271,7 @@ TEST_F(Posix_threaded_data_stream_receiving, without_a_timeout_again_the_pending
     EXPECT_TRUE(waiter.wait_for(1));
 }
 
-TEST_F(Posix_threaded_data_stream_receiving, a_quiet_waiter_hears_of_a_full_ring_alone) {
+TEST_F(Posix_threaded_data_stream_receiving, a_quiet_waiter_is_notified_only_of_a_full_ring) {
     const Replaced_delays no_delays;
     stream.reg_rx_waiter(waiter, true);
     arrive(numbered(ring_size + 1));

@@ -1,5 +1,5 @@
-// Naming, the notification pipe, opening, and the life of the thread. What passes through: the _receiving_test,
-// _writing_test and _transfer_test beside this one.
+// Description, notification pipe, opening, and the life of the thread. Reading and writing: the _receiving_test,
+// _writing_test and _transfer_test of the same folder.
 
 #include <glue/data_stream/Posix_threaded_data_stream.h>
 
@@ -33,7 +33,7 @@ std::string address_of(const void* object) {
     return text;
 }
 
-/// The process cannot open descriptors while it lives.
+/// While it lives, the process cannot open descriptors.
 class No_descriptors_left {
   public:
     No_descriptors_left() {
@@ -59,11 +59,11 @@ struct Posix_threaded_data_stream_test : testing::Test {
     bool has_received(const std::string& bytes) {
         return eventually([&] { return stream.bytes_avail() >= bytes.size(); }) && take_buffered(stream) == bytes;
     }
-    /// Until the thread has taken every request.
-    bool requests_are_taken() const {
+    /// Waits until the thread has read all requests.
+    bool requests_are_read() const {
         return eventually([&] { return bytes_ready(request_pipe) == 0; });
     }
-    /// Receives nothing although something came.
+    /// Whether the stream receives nothing although bytes have arrived.
     bool stays_paused() {
         return !eventually([&] { return stream.bytes_avail() > 0; }, milliseconds(50));
     }
@@ -86,7 +86,7 @@ TEST_F(Posix_threaded_data_stream_test, virtual_operations_follow_those_of_the_p
     EXPECT_EQ(vtable_slot(&Class::write_packet), not_virtual);
 }
 
-TEST_F(Posix_threaded_data_stream_test, bears_the_class_word_of_its_constructor) {
+TEST_F(Posix_threaded_data_stream_test, has_the_class_word_of_its_constructor) {
     const Posix_threaded_data_stream named("Word");
     EXPECT_EQ(named.get_description(), "Word(" + address_of(static_cast<const Posix_data_stream*>(&named)) + ")");
 }
@@ -107,7 +107,7 @@ TEST_F(Posix_threaded_data_stream_test, registration_waits_for_the_lock_of_the_r
 
 // ---- The notification pipe ----
 
-TEST_F(Posix_threaded_data_stream_test, takes_two_descriptors_and_gives_them_back) {
+TEST_F(Posix_threaded_data_stream_test, opens_two_descriptors_and_closes_them) {
     const int before = open_descriptors();
     {
         Posix_threaded_data_stream other("X");
@@ -116,7 +116,7 @@ TEST_F(Posix_threaded_data_stream_test, takes_two_descriptors_and_gives_them_bac
     EXPECT_EQ(open_descriptors(), before);
 }
 
-TEST_F(Posix_threaded_data_stream_test, its_pipe_is_not_for_programs_that_the_process_starts) {
+TEST_F(Posix_threaded_data_stream_test, its_pipe_is_not_inherited_by_programs) {
     EXPECT_TRUE(fcntl(request_pipe, F_GETFD) & FD_CLOEXEC);
     EXPECT_TRUE(fcntl(request_pipe + 1, F_GETFD) & FD_CLOEXEC);
 }
@@ -154,42 +154,43 @@ struct Posix_threaded_data_stream_without_pipe : testing::Test {
     Posix_threaded_data_stream_without_pipe() {
         const int near = sockets.take_near();
         make_non_blocking(near);
-        const Threaded_stream first(-1, -1); // a sanitizer that meets a class for the first time needs descriptors
+        const Threaded_stream first(-1, -1); // a sanitizer opens descriptors when it first checks a class
         const No_descriptors_left none_left;
         stream = std::make_unique<Threaded_stream>(near, near);
     }
-    std::string news() {
+    /// What was printed since the last call.
+    std::string new_errors() {
         const std::string all = errors.text();
-        return all.substr(std::exchange(told_, all.size()));
+        return all.substr(std::exchange(returned_, all.size()));
     }
 
   private:
-    std::size_t told_ = 0;
+    std::size_t returned_ = 0;
 };
 
-TEST_F(Posix_threaded_data_stream_without_pipe, says_so_and_receives_all_the_same) {
-    EXPECT_EQ(news(), "Posix_threaded_data_stream: cannot open notification pipe: Too many open files\n");
+TEST_F(Posix_threaded_data_stream_without_pipe, reports_it_and_receives_nevertheless) {
+    EXPECT_EQ(new_errors(), "Posix_threaded_data_stream: cannot open notification pipe: Too many open files\n");
     stream->start();
     write_all(sockets.far(), "abc");
     EXPECT_TRUE(eventually([&] { return stream->bytes_avail() == 3; }));
     EXPECT_TRUE(process_rests());
     stream.reset();
-    EXPECT_EQ(news(), "Posix_threaded_data_stream: cannot close notification stream: Bad file descriptor\n");
+    EXPECT_EQ(new_errors(), "Posix_threaded_data_stream: cannot close notification stream: Bad file descriptor\n");
 }
 
 TEST_F(Posix_threaded_data_stream_without_pipe, cannot_pause) {
-    news();
+    new_errors();
     EXPECT_TRUE(stream->pause());
-    EXPECT_EQ(news(), "Posix_threaded_data_stream: cannot write to notification stream: Bad file descriptor\n");
+    EXPECT_EQ(new_errors(), "Posix_threaded_data_stream: cannot write to notification stream: Bad file descriptor\n");
 }
 
-TEST_F(Posix_threaded_data_stream_without_pipe, sends_queued_bytes_although_it_cannot_be_told_of_them) {
-    news();
+TEST_F(Posix_threaded_data_stream_without_pipe, sends_queued_bytes_although_it_cannot_be_notified) {
+    new_errors();
     stream->set_write_buffering(true);
     stream->start();
-    const int written = write_bytes(*stream, std::string(1 << 20, 'x')); // more than the socket and the ring take
+    const int written = write_bytes(*stream, std::string(1 << 20, 'x')); // more than the socket and the ring hold
     ASSERT_GT(written, 0);
-    EXPECT_EQ(news(), "Posix_threaded_data_stream: cannot notification write: Bad file descriptor\n");
+    EXPECT_EQ(new_errors(), "Posix_threaded_data_stream: cannot notification write: Bad file descriptor\n");
     read_exactly(sockets.far(), static_cast<unsigned>(written) + Posix_threaded_data_stream::tx_capacity);
 }
 
@@ -229,7 +230,7 @@ TEST_F(Posix_threaded_data_stream_test, a_failed_opening_starts_nothing) {
     EXPECT_EQ(threads(), threads_before);
 }
 
-TEST_F(Posix_threaded_data_stream_test, opening_shows_a_running_thread_the_descriptor) {
+TEST_F(Posix_threaded_data_stream_test, opening_makes_a_running_thread_use_the_descriptor) {
     const Temporary_folder folder;
     Threaded_stream closed;
     closed.start();
@@ -240,13 +241,13 @@ TEST_F(Posix_threaded_data_stream_test, opening_shows_a_running_thread_the_descr
 
 // ---- Starting and stopping ----
 
-TEST_F(Posix_threaded_data_stream_test, starts_one_thread_however_often_it_is_asked) {
+TEST_F(Posix_threaded_data_stream_test, starts_only_one_thread) {
     const int before = threads();
     stream.start();
     stream.start();
     EXPECT_EQ(threads(), before + 1);
     stream.stop();
-    EXPECT_TRUE(eventually([&] { return threads() == before; })); // the system may list it a little longer
+    EXPECT_TRUE(eventually([&] { return threads() == before; })); // the system may list the thread a little longer
 }
 
 TEST_F(Posix_threaded_data_stream_test, thread_flushes_the_stream_first) {
@@ -279,13 +280,13 @@ TEST_F(Posix_threaded_data_stream_test, stopping_without_a_thread_does_nothing) 
     EXPECT_EQ(errors.text(), "");
 }
 
-TEST_F(Posix_threaded_data_stream_test, goes_on_when_it_is_started_again) {
+TEST_F(Posix_threaded_data_stream_test, receives_again_when_it_is_started_again) {
     for (int i = 0; i < 3; ++i) {
         stream.start();
         arrive("abc");
         EXPECT_TRUE(has_received("abc"));
         stream.stop();
-        EXPECT_EQ(bytes_ready(request_pipe), 0); // nothing that would stop the next thread
+        EXPECT_EQ(bytes_ready(request_pipe), 0); // no request that would stop the next thread
     }
 }
 
@@ -299,7 +300,7 @@ TEST_F(Posix_threaded_data_stream_test, a_stopped_stream_keeps_what_it_has_recei
     EXPECT_EQ(bytes_ready(stream.get_read_fd()), 3);
 }
 
-TEST_F(Posix_threaded_data_stream_test, a_thread_that_shall_stop_reads_nothing_more) {
+TEST_F(Posix_threaded_data_stream_test, a_thread_that_must_stop_reads_nothing_more) {
     std::atomic<bool> waits{false};
     Replaced_calls calls;
     calls.select = [&](timeval*) { // everything is ready, the request to stop included
@@ -316,20 +317,20 @@ TEST_F(Posix_threaded_data_stream_test, a_thread_that_shall_stop_reads_nothing_m
 }
 
 TEST_F(Posix_threaded_data_stream_test, a_thread_that_cannot_be_started_is_reported) {
-    std::string said;
+    std::string printed;
     {
         const No_room_for_threads no_room;
         const Captured_descriptor errors(STDERR_FILENO);
         stream.start();
-        said = errors.text();
+        printed = errors.text();
     }
-    EXPECT_EQ(said.find("Posix_threaded_data_stream: cannot start the reader thread: "), 0U);
-    stream.start(); // and can be tried again
+    EXPECT_EQ(printed.find("Posix_threaded_data_stream: cannot start the reader thread: "), 0U);
+    stream.start(); // which may be repeated
     arrive("abc");
     EXPECT_TRUE(has_received("abc"));
 }
 
-TEST_F(Posix_threaded_data_stream_test, the_thread_cannot_stop_itself_and_goes_on) {
+TEST_F(Posix_threaded_data_stream_test, the_thread_cannot_stop_itself_and_continues) {
     std::atomic<bool> called{false};
     stream.set_rx_callback([&] {
         stream.stop();
@@ -363,7 +364,7 @@ TEST(Posix_threaded_data_stream_death_test, the_thread_that_destroys_its_stream_
 TEST_F(Posix_threaded_data_stream_test, receives_nothing_while_paused_and_everything_afterwards) {
     stream.start();
     EXPECT_TRUE(stream.pause());
-    ASSERT_TRUE(requests_are_taken());
+    ASSERT_TRUE(requests_are_read());
     arrive("abc");
     EXPECT_TRUE(stays_paused());
     stream.resume();
@@ -374,33 +375,33 @@ TEST_F(Posix_threaded_data_stream_test, a_resume_without_a_pause_ends_the_next_p
     stream.resume();
     stream.pause();
     stream.start();
-    ASSERT_TRUE(requests_are_taken());
+    ASSERT_TRUE(requests_are_read());
     arrive("abc");
     EXPECT_TRUE(has_received("abc"));
     stream.pause();
-    ASSERT_TRUE(requests_are_taken());
+    ASSERT_TRUE(requests_are_read());
     arrive("def");
     EXPECT_TRUE(stays_paused());
 }
 
-TEST_F(Posix_threaded_data_stream_test, pauses_that_the_thread_finds_together_are_one) {
+TEST_F(Posix_threaded_data_stream_test, pauses_that_the_thread_reads_together_are_one) {
     stream.pause();
     stream.pause();
     stream.start();
-    ASSERT_TRUE(requests_are_taken());
+    ASSERT_TRUE(requests_are_read());
     stream.resume();
     arrive("abc");
     EXPECT_TRUE(has_received("abc"));
 }
 
-TEST_F(Posix_threaded_data_stream_test, what_was_ready_before_a_pause_is_looked_at_anew) {
+TEST_F(Posix_threaded_data_stream_test, what_was_ready_before_a_pause_is_checked_again) {
     std::atomic<int> waits{0};
     std::atomic<int> reads{0};
     Replaced_calls calls;
     calls.select = [&](timeval*) {
         if (++waits == 1)
             return 1;
-        EXPECT_TRUE(eventually([&] { return bytes_ready(request_pipe) > 0; })); // that to stop
+        EXPECT_TRUE(eventually([&] { return bytes_ready(request_pipe) > 0; })); // the request to stop
         return 1;
     };
     calls.read = [&, fd = stream.get_read_fd()](int asked) -> std::optional<ssize_t> {
@@ -410,7 +411,7 @@ TEST_F(Posix_threaded_data_stream_test, what_was_ready_before_a_pause_is_looked_
     arrive("abc");
     stream.pause();
     stream.start();
-    ASSERT_TRUE(requests_are_taken());
+    ASSERT_TRUE(requests_are_read());
     stream.resume();
     EXPECT_TRUE(eventually([&] { return waits > 1; }));
     EXPECT_EQ(reads, 0);
@@ -419,16 +420,16 @@ TEST_F(Posix_threaded_data_stream_test, what_was_ready_before_a_pause_is_looked_
 
 TEST_F(Posix_threaded_data_stream_test, stopping_ends_a_pause) {
     stream.start();
-    for (int i = 0; i < 100; ++i) // more than one reading of the pipe brings
+    for (int i = 0; i < 100; ++i) // more than the thread reads at once
         stream.pause();
     stream.stop();
     stream.start();
     arrive("abc");
     EXPECT_TRUE(has_received("abc")); // none of the pauses is left
     stream.pause();
-    ASSERT_TRUE(requests_are_taken());
+    ASSERT_TRUE(requests_are_read());
     arrive("def");
-    EXPECT_TRUE(stays_paused()); // nor a resume
+    EXPECT_TRUE(stays_paused()); // nor is a resume
 }
 
 TEST_F(Posix_threaded_data_stream_test, a_paused_thread_rests) {
@@ -441,36 +442,37 @@ TEST_F(Posix_threaded_data_stream_test, a_paused_thread_rests) {
 TEST_F(Posix_threaded_data_stream_test, wakes_do_not_fill_the_pipe_of_a_paused_thread) {
     stream.start();
     stream.pause();
-    ASSERT_TRUE(requests_are_taken());
+    ASSERT_TRUE(requests_are_read());
     for (int i = 0; i < 100000; ++i)
         stream.wake();
     EXPECT_LE(bytes_ready(request_pipe), 1);
 }
 
-TEST_F(Posix_threaded_data_stream_test, a_pause_that_no_longer_fits_the_pipe_is_reported) {
+TEST_F(Posix_threaded_data_stream_test, a_pause_that_does_not_fit_the_pipe_is_reported) {
     const Captured_descriptor errors(STDERR_FILENO);
     for (int i = 0; i < 70000 && errors.text().empty(); ++i)
         stream.pause();
     EXPECT_EQ(errors.text(), "Posix_threaded_data_stream: cannot write to notification stream: "
                              "Resource temporarily unavailable\n");
     stream.start();
-    stream.stop(); // a full pipe does not keep it from stopping
+    stream.stop(); // also with a full pipe
 }
 
-// ---- Coming and going ----
+// ---- Destruction ----
 
 TEST_F(Posix_threaded_data_stream_test, may_be_destroyed_in_every_state) {
     enum State { idle, receiving, paused, full, in_an_event, at_the_end, closed };
     for (const State state : {idle, receiving, paused, full, in_an_event, at_the_end, closed}) {
         Socket_pair pair;
         std::atomic<bool> in_event{false};
-        Stopwatch going;
+        Stopwatch destruction;
         {
+            const int requests = next_descriptor();
             Threaded_stream dying(state == closed ? -1 : pair.take_near());
             dying.set_rx_callback([&] {
                 in_event = true;
-                if (state == in_an_event)
-                    std::this_thread::sleep_for(milliseconds(20));
+                if (state == in_an_event) // until the destructor stops the thread
+                    EXPECT_TRUE(eventually([&] { return bytes_ready(requests) > 0; }));
             });
             dying.start();
             if (state == receiving || state == in_an_event || state == full)
@@ -479,32 +481,32 @@ TEST_F(Posix_threaded_data_stream_test, may_be_destroyed_in_every_state) {
                 dying.pause();
             if (state == at_the_end)
                 pair.close_far();
-            const bool has_come = eventually([&] {
+            const bool is_in_state = eventually([&] {
                 return (state != full || dying.bytes_avail() == Data_stream::rx_capacity) &&
                        (state != in_an_event || in_event);
             });
-            EXPECT_TRUE(has_come);
-            going = Stopwatch();
+            EXPECT_TRUE(is_in_state);
+            destruction = Stopwatch();
         }
-        EXPECT_LT(going.elapsed(), std::chrono::seconds(10)) << "in state " << state;
+        EXPECT_LT(destruction.elapsed(), std::chrono::seconds(10)) << "in state " << state;
     }
 }
 
-TEST_F(Posix_threaded_data_stream_test, hundreds_may_come_and_go_and_leave_nothing_behind) {
+TEST_F(Posix_threaded_data_stream_test, hundreds_of_streams_leave_no_threads_and_descriptors) {
     const int descriptors_before = open_descriptors();
     const int threads_before = threads();
     for (int i = 0; i < 500; ++i) {
         Socket_pair pair;
-        Threaded_stream passing(pair.take_near());
-        passing.start();
+        Threaded_stream short_lived(pair.take_near());
+        short_lived.start();
         if (i % 2)
             write_all(pair.far(), "abc");
         if (i % 3 == 0)
-            passing.pause();
+            short_lived.pause();
         if (i % 4 == 0)
-            passing.stop();
+            short_lived.stop();
         if (i % 5 == 0)
-            passing.start();
+            short_lived.start();
     }
     EXPECT_EQ(open_descriptors(), descriptors_before);
     EXPECT_EQ(threads(), threads_before);

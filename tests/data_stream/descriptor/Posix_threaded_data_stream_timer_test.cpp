@@ -16,16 +16,16 @@ struct Posix_threaded_data_stream_timer : testing::Test {
     Threaded_stream stream{pipe.take_reading(), -1};
 };
 
-TEST_F(Posix_threaded_data_stream_timer, wakes_the_thread_once_when_the_time_has_passed) {
+TEST_F(Posix_threaded_data_stream_timer, wakes_the_thread_once_after_the_time) {
     stream.start();
     const Stopwatch time;
     stream.set_timer(50);
     ASSERT_TRUE(eventually([&] { return stream.timers == 1; }));
-    EXPECT_GT(time.elapsed(), 48ms); // the clock behind it counts whole milliseconds
+    EXPECT_GT(time.elapsed(), 48ms); // its clock counts whole milliseconds
     EXPECT_FALSE(eventually([&] { return stream.timers > 1; }, 100ms));
 }
 
-TEST_F(Posix_threaded_data_stream_timer, reaches_a_thread_that_waits_already) {
+TEST_F(Posix_threaded_data_stream_timer, wakes_a_thread_that_waits_already) {
     stream.start();
     ASSERT_TRUE(eventually([&] { return stream.flushes == 1; }));
     ASSERT_TRUE(process_rests());
@@ -33,7 +33,7 @@ TEST_F(Posix_threaded_data_stream_timer, reaches_a_thread_that_waits_already) {
     EXPECT_TRUE(eventually([&] { return stream.timers == 1; }));
 }
 
-TEST_F(Posix_threaded_data_stream_timer, replaces_what_was_set_before) {
+TEST_F(Posix_threaded_data_stream_timer, replaces_an_earlier_setting) {
     stream.start();
     stream.set_timer(600000);
     stream.set_timer(0);
@@ -47,7 +47,7 @@ TEST_F(Posix_threaded_data_stream_timer, is_kept_until_there_is_a_thread) {
     EXPECT_TRUE(eventually([&] { return stream.timers == 1; }));
 }
 
-TEST_F(Posix_threaded_data_stream_timer, can_be_set_again_when_it_runs) {
+TEST_F(Posix_threaded_data_stream_timer, can_be_set_again_in_its_handler) {
     stream.on_timer = [this] {
         if (stream.timers < 5)
             stream.set_timer(1);
@@ -58,7 +58,7 @@ TEST_F(Posix_threaded_data_stream_timer, can_be_set_again_when_it_runs) {
     EXPECT_FALSE(eventually([&] { return stream.timers > 5; }, 50ms));
 }
 
-TEST_F(Posix_threaded_data_stream_timer, lets_the_thread_wait_and_does_not_hold_up_its_end) {
+TEST_F(Posix_threaded_data_stream_timer, lets_the_thread_wait_and_does_not_delay_its_end) {
     stream.start();
     stream.set_timer(600000);
     EXPECT_TRUE(process_rests());
@@ -75,7 +75,7 @@ TEST_F(Posix_threaded_data_stream_timer, bytes_arrive_while_it_is_set) {
     EXPECT_TRUE(eventually([&] { return stream.bytes_avail() == 3; }));
 }
 
-TEST(Posix_threaded_data_stream_timer_slot, is_right_behind_the_other_virtual_operations) {
+TEST(Posix_threaded_data_stream_timer_slot, directly_follows_the_other_virtual_operations) {
     struct Slots : Posix_threaded_data_stream {
         static std::size_t timer() { return vtable_slot(&Slots::handle_timer); }
     };

@@ -1,4 +1,4 @@
-// Random traffic both ways, with a writer and a reader thread for each direction beside the streams' own threads.
+// Random traffic both ways, with a writer and a reader thread for each direction, besides the streams' own threads.
 
 #include <support/builders/Random.h>
 #include <support/builders/Stream_bytes.h>
@@ -20,7 +20,7 @@
 
 namespace {
 
-/// One direction of a transfer. Never more is under way than the rings hold: nothing may get lost.
+/// One direction of a transfer. The bytes in transit always fit the rings: none may be lost.
 class Traffic {
   public:
     Traffic(Posix_threaded_data_stream& from, Posix_threaded_data_stream& to, Random& random)
@@ -39,7 +39,7 @@ class Traffic {
     }
 
   private:
-    static constexpr std::size_t most_under_way =
+    static constexpr std::size_t most_in_transit =
         std::min(Data_stream::rx_capacity, Posix_threaded_data_stream::tx_capacity);
 
     static std::size_t piece_of(std::size_t most, std::mt19937& random) {
@@ -48,10 +48,10 @@ class Traffic {
 
     void write() {
         for (std::size_t sent = 0; sent < bytes_.size();) {
-            const auto room = [&] { return most_under_way - (sent - received_count_); };
-            if (!eventually([&] { return room() > 0; }))
+            const auto free_space = [&] { return most_in_transit - (sent - received_count_); };
+            if (!eventually([&] { return free_space() > 0; }))
                 return;
-            const std::string piece = bytes_.substr(sent, piece_of(room(), writer_random_));
+            const std::string piece = bytes_.substr(sent, piece_of(free_space(), writer_random_));
             const auto count = static_cast<unsigned>(piece.size());
             if (writer_random_() % 2)
                 from_.write_packet(bytes_of(piece), count);
@@ -90,10 +90,10 @@ void exchange(Threaded_stream& a, Threaded_stream& b) {
         stream->set_write_buffering(true);
         stream->start();
     }
-    Traffic there(a, b, random);
-    Traffic back(b, a, random);
-    EXPECT_TRUE(there.arrives_unchanged());
-    EXPECT_TRUE(back.arrives_unchanged());
+    Traffic forward(a, b, random);
+    Traffic backward(b, a, random);
+    EXPECT_TRUE(forward.arrives_unchanged());
+    EXPECT_TRUE(backward.arrives_unchanged());
 }
 
 TEST(Posix_threaded_data_stream_transfer, random_bytes_pass_a_socket_unchanged_both_ways) {
@@ -118,7 +118,7 @@ TEST(Posix_threaded_data_stream_transfer, random_bytes_pass_a_terminal_unchanged
     exchange(a, b);
 }
 
-TEST(Posix_threaded_data_stream_transfer, takes_nothing_from_the_heap_on_the_way) {
+TEST(Posix_threaded_data_stream_transfer, allocates_nothing) {
     Socket_pair sockets;
     const int near = sockets.take_near();
     make_non_blocking(near);
@@ -126,10 +126,10 @@ TEST(Posix_threaded_data_stream_transfer, takes_nothing_from_the_heap_on_the_way
     stream.set_write_buffering(true);
     std::optional<Allocation_counter> in_thread;
     std::atomic<int> arrivals{0};
-    std::atomic<unsigned> taken_by_thread{0};
+    std::atomic<unsigned> allocations_in_thread{0};
     stream.set_rx_callback([&] {
         if (in_thread)
-            taken_by_thread = in_thread->count();
+            allocations_in_thread = in_thread->count();
         else
             in_thread.emplace();
         if (arrivals == 2)
@@ -148,7 +148,7 @@ TEST(Posix_threaded_data_stream_transfer, takes_nothing_from_the_heap_on_the_way
         write_all(sockets.far(), "a");
         ASSERT_TRUE(eventually([&] { return arrivals == i; }));
     }
-    EXPECT_EQ(taken_by_thread, 0U);
+    EXPECT_EQ(allocations_in_thread, 0U);
 }
 
 } // namespace

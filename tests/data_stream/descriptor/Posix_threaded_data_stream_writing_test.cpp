@@ -27,6 +27,10 @@ using Codes = std::vector<int>;
 constexpr unsigned ring_size = Posix_threaded_data_stream::tx_capacity;
 constexpr unsigned send_size = 1024;
 
+int write_as(Posix_threaded_data_stream& stream, const std::string& bytes, bool packet) {
+    return stream._write(bytes_of(bytes), static_cast<unsigned>(bytes.size()), packet);
+}
+
 int write_packet(Posix_threaded_data_stream& stream, const std::string& bytes) {
     return stream.write_packet(bytes_of(bytes), static_cast<unsigned>(bytes.size()));
 }
@@ -50,25 +54,25 @@ struct Posix_threaded_data_stream_writing : testing::Test {
     }
     ~Posix_threaded_data_stream_writing() override { stream.stop(); }
 
-    /// The descriptor takes nothing more until the test reads.
+    /// The descriptor accepts nothing more until the test reads.
     void fill_pipe() { ASSERT_EQ(write_bytes(stream, std::string(pipe_size, '.')), static_cast<int>(pipe_size)); }
     /// Whether the transmit ring holds these bytes and no others.
     bool has_queued(const std::string& expected) {
         pipe.drain();
         stream.start();
         std::string sent;
-        const auto comes = [&](std::size_t count) {
+        const auto receives = [&](std::size_t count) {
             return eventually([&] { return (sent += pipe.drain()).size() >= count; });
         };
-        const bool came = comes(expected.size());
-        write_bytes(stream, "|"); // goes behind whatever else is queued
-        return came && comes(expected.size() + 1) && sent == expected + "|";
+        const bool complete = receives(expected.size());
+        write_bytes(stream, "|"); // is queued after all other bytes
+        return complete && receives(expected.size() + 1) && sent == expected + "|";
     }
 };
 
 // ---- Without buffering ----
 
-TEST_F(Posix_threaded_data_stream_writing, without_buffering_the_result_is_that_of_the_plain_stream) {
+TEST_F(Posix_threaded_data_stream_writing, without_buffering_returns_what_the_plain_stream_returns) {
     stream.set_write_buffering(false);
     EXPECT_EQ(write_bytes(stream, "abc"), 3);
     EXPECT_EQ(write_packet(stream, "def"), 3);
@@ -88,22 +92,22 @@ TEST_F(Posix_threaded_data_stream_writing, buffering_is_off_at_first) {
     EXPECT_EQ(write_bytes(fresh, "abc"), -1);
 }
 
-TEST_F(Posix_threaded_data_stream_writing, without_buffering_the_write_timeout_counts) {
+TEST_F(Posix_threaded_data_stream_writing, without_buffering_the_write_timeout_is_in_force) {
     stream.set_write_buffering(false);
     stream.set_write_timeout(20);
     const Stopwatch watch;
     EXPECT_EQ(write_bytes(stream, numbered(pipe_size + 100)), static_cast<int>(pipe_size));
-    EXPECT_GT(watch.elapsed(), milliseconds(18)); // the clock behind it counts whole milliseconds
+    EXPECT_GT(watch.elapsed(), milliseconds(18)); // its clock counts whole milliseconds
 }
 
 // ---- With buffering ----
 
-TEST_F(Posix_threaded_data_stream_writing, what_the_descriptor_takes_is_written_at_once) {
+TEST_F(Posix_threaded_data_stream_writing, what_the_descriptor_accepts_is_written_at_once) {
     EXPECT_EQ(write_bytes(stream, "abc"), 3);
     EXPECT_EQ(pipe.drain(), "abc");
 }
 
-TEST_F(Posix_threaded_data_stream_writing, what_it_does_not_take_is_queued_and_not_counted) {
+TEST_F(Posix_threaded_data_stream_writing, what_it_does_not_accept_is_queued_and_not_counted) {
     const std::string bytes = numbered(pipe_size + 1000);
     EXPECT_EQ(write_bytes(stream, bytes), static_cast<int>(pipe_size));
     EXPECT_EQ(write_bytes(stream, "behind"), 0);
@@ -115,7 +119,7 @@ TEST_F(Posix_threaded_data_stream_writing, nothing_overtakes_queued_bytes) {
     fill_pipe();
     EXPECT_EQ(write_bytes(stream, "first"), 0);
     pipe.drain();
-    EXPECT_EQ(write_bytes(stream, "second"), 0); // although the descriptor would take it now
+    EXPECT_EQ(write_bytes(stream, "second"), 0); // although the descriptor would accept it now
     EXPECT_TRUE(has_queued("firstsecond"));
 }
 
@@ -138,14 +142,14 @@ TEST_F(Posix_threaded_data_stream_writing, a_closed_stream_queues_until_it_has_a
     EXPECT_EQ(errors.text(), "");
 }
 
-TEST_F(Posix_threaded_data_stream_writing, a_running_thread_sends_queued_bytes_as_the_peer_takes_them) {
+TEST_F(Posix_threaded_data_stream_writing, a_running_thread_sends_queued_bytes_while_the_peer_reads) {
     stream.start();
     const std::string bytes = numbered(pipe_size + ring_size);
     EXPECT_EQ(write_bytes(stream, bytes), static_cast<int>(pipe_size));
     EXPECT_EQ(read_exactly(pipe.reading(), bytes.size()), bytes);
 }
 
-TEST_F(Posix_threaded_data_stream_writing, room_in_a_ring_that_was_full_is_announced_with_the_flag) {
+TEST_F(Posix_threaded_data_stream_writing, an_event_reports_free_space_in_a_ring_that_was_full) {
     fill_pipe();
     write_bytes(stream, numbered(ring_size));
     stream.start();
@@ -155,18 +159,18 @@ TEST_F(Posix_threaded_data_stream_writing, room_in_a_ring_that_was_full_is_annou
     EXPECT_EQ(waiter.codes(), Codes{3});
 }
 
-TEST_F(Posix_threaded_data_stream_writing, room_is_announced_under_the_lock_of_the_stream) {
+TEST_F(Posix_threaded_data_stream_writing, free_space_is_reported_under_the_lock_of_the_stream) {
     fill_pipe();
     write_bytes(stream, numbered(ring_size));
-    stream.lock(); // and whoever deregisters with it is not told any more
+    stream.lock(); // a waiter that deregistered under it is no longer notified
     stream.start();
-    read_exactly(pipe.reading(), pipe_size + 1); // the thread has sent something
+    read_exactly(pipe.reading(), pipe_size + 1); // the thread has sent bytes
     EXPECT_FALSE(eventually([&] { return !waiter.codes().empty(); }, milliseconds(50)));
     stream.unlock();
     EXPECT_TRUE(waiter.wait_for(1));
 }
 
-TEST_F(Posix_threaded_data_stream_writing, room_in_a_ring_that_was_not_full_is_not_announced) {
+TEST_F(Posix_threaded_data_stream_writing, free_space_in_a_ring_that_was_not_full_is_not_reported) {
     fill_pipe();
     write_bytes(stream, numbered(ring_size - 1));
     stream.start();
@@ -175,7 +179,7 @@ TEST_F(Posix_threaded_data_stream_writing, room_in_a_ring_that_was_not_full_is_n
     EXPECT_EQ(waiter.codes(), Codes{});
 }
 
-TEST_F(Posix_threaded_data_stream_writing, switched_off_buffering_leaves_queued_bytes_until_it_is_on_again) {
+TEST_F(Posix_threaded_data_stream_writing, without_buffering_queued_bytes_stay_until_it_is_on_again) {
     stream.start();
     fill_pipe();
     stream.set_write_buffering(false);
@@ -192,14 +196,14 @@ TEST_F(Posix_threaded_data_stream_writing, switched_off_buffering_leaves_queued_
     EXPECT_EQ(read_exactly(pipe.reading(), 6), "queued");
 }
 
-TEST_F(Posix_threaded_data_stream_writing, a_full_descriptor_does_not_keep_the_thread_busy) {
+TEST_F(Posix_threaded_data_stream_writing, a_full_descriptor_lets_the_thread_wait) {
     stream.start();
     write_bytes(stream, numbered(pipe_size + ring_size));
     EXPECT_TRUE(process_rests());
     EXPECT_EQ(errors.text(), "");
 }
 
-TEST_F(Posix_threaded_data_stream_writing, a_peer_that_has_gone_is_reported_once_and_survived) {
+TEST_F(Posix_threaded_data_stream_writing, a_peer_that_is_gone_is_reported_once_and_survived) {
     const Signal_disposition deadly(SIGPIPE, SIG_DFL);
     fill_pipe();
     write_bytes(stream, "lost");
@@ -209,12 +213,12 @@ TEST_F(Posix_threaded_data_stream_writing, a_peer_that_has_gone_is_reported_once
     EXPECT_TRUE(process_rests());
     EXPECT_EQ(errors.text(), "ptds write: Broken pipe\n");
 
-    Pipe next; // what is queued goes to the next peer
-    const int gone = stream.get_write_fd();
+    Pipe next; // the next peer gets the queued bytes
+    const int broken = stream.get_write_fd();
     stream.use(-1, next.take_writing());
     stream.wake();
     EXPECT_EQ(read_exactly(next.reading(), 4), "lost");
-    close(gone);
+    close(broken);
 }
 
 /// A write of queued bytes fails once with this error.
@@ -232,7 +236,7 @@ struct Posix_threaded_data_stream_failing_write : Posix_threaded_data_stream_wri
             return -1;
         };
         stream.start();
-        EXPECT_EQ(read_exactly(pipe.reading(), 6), "queued"); // without anybody waking the thread
+        EXPECT_EQ(read_exactly(pipe.reading(), 6), "queued"); // although nothing wakes the thread
         stream.stop();
     }
 };
@@ -248,7 +252,7 @@ TEST_F(Posix_threaded_data_stream_failing_write, is_reported_and_tried_again) {
     EXPECT_EQ(errors.text(), "ptds write: Input/output error\n");
 }
 
-TEST_F(Posix_threaded_data_stream_failing_write, that_comes_again_after_one_that_worked_is_news) {
+TEST_F(Posix_threaded_data_stream_failing_write, that_follows_a_successful_one_is_reported_again) {
     fill_pipe();
     write_bytes(stream, numbered(send_size + 1)); // sent in two pieces
     pipe.drain();
@@ -268,7 +272,7 @@ TEST_F(Posix_threaded_data_stream_failing_write, that_comes_again_after_one_that
 
 // ---- Packets ----
 
-TEST_F(Posix_threaded_data_stream_writing, a_packet_that_goes_out_at_once_is_counted) {
+TEST_F(Posix_threaded_data_stream_writing, a_packet_that_is_written_at_once_is_counted) {
     EXPECT_EQ(write_packet(stream, "abc"), 3);
     EXPECT_EQ(pipe.drain(), "abc");
 }
@@ -280,7 +284,7 @@ TEST_F(Posix_threaded_data_stream_writing, a_packet_larger_than_the_ring_is_drop
     EXPECT_TRUE(has_queued(""));
 }
 
-TEST_F(Posix_threaded_data_stream_writing, a_packet_as_large_as_the_room_is_queued) {
+TEST_F(Posix_threaded_data_stream_writing, a_packet_as_large_as_the_free_space_is_queued) {
     fill_pipe();
     const std::string bytes = numbered(ring_size);
     EXPECT_EQ(write_packet(stream, bytes.substr(0, 200)), 0);
@@ -288,7 +292,7 @@ TEST_F(Posix_threaded_data_stream_writing, a_packet_as_large_as_the_room_is_queu
     EXPECT_TRUE(has_queued(bytes));
 }
 
-TEST_F(Posix_threaded_data_stream_writing, a_packet_larger_than_the_room_leaves_the_ring_as_it_is) {
+TEST_F(Posix_threaded_data_stream_writing, a_packet_larger_than_the_free_space_leaves_the_ring_unchanged) {
     fill_pipe();
     const std::string bytes = numbered(200);
     write_packet(stream, bytes);
@@ -296,18 +300,28 @@ TEST_F(Posix_threaded_data_stream_writing, a_packet_larger_than_the_room_leaves_
     EXPECT_TRUE(has_queued(bytes));
 }
 
-TEST_F(Posix_threaded_data_stream_writing, a_packet_whose_rest_does_not_fit_counts_as_dropped_though_its_start_is_out) {
+TEST_F(Posix_threaded_data_stream_writing,
+       a_packet_whose_rest_does_not_fit_counts_as_dropped_though_its_start_is_written) {
     const std::string bytes = numbered(pipe_size + ring_size + 1);
     EXPECT_EQ(write_packet(stream, bytes), 0);
     EXPECT_EQ(pipe.drain(), bytes.substr(0, pipe_size));
     EXPECT_TRUE(has_queued(""));
 }
 
-TEST_F(Posix_threaded_data_stream_writing, a_packet_whose_rest_fits_counts_what_is_out) {
+TEST_F(Posix_threaded_data_stream_writing, a_packet_whose_rest_fits_counts_what_is_written) {
     const std::string bytes = numbered(pipe_size + ring_size);
     EXPECT_EQ(write_packet(stream, bytes), static_cast<int>(pipe_size));
     EXPECT_EQ(pipe.drain(), bytes.substr(0, pipe_size));
     EXPECT_TRUE(has_queued(bytes.substr(pipe_size)));
+}
+
+TEST_F(Posix_threaded_data_stream_writing, bytes_may_be_written_as_a_packet_or_not) {
+    fill_pipe();
+    EXPECT_EQ(write_as(stream, numbered(ring_size + 1), true), 0);
+    EXPECT_TRUE(has_queued(""));
+    fill_pipe();
+    EXPECT_EQ(write_as(stream, numbered(ring_size + 1), false), 0);
+    EXPECT_TRUE(has_queued(numbered(ring_size)));
 }
 
 // ---- Commands under congestion ----
@@ -323,7 +337,7 @@ struct Posix_threaded_data_stream_commands : Posix_threaded_data_stream_writing 
     }
 };
 
-TEST_F(Posix_threaded_data_stream_commands, go_out_at_once_when_they_can) {
+TEST_F(Posix_threaded_data_stream_commands, are_written_at_once_when_the_descriptor_accepts_them) {
     EXPECT_TRUE(write_tarve(stream, "PG003abc\r\n"));
     EXPECT_EQ(pipe.drain(), "PG003abc\r\n");
     EXPECT_EQ(debug.text(), "");
@@ -338,15 +352,15 @@ TEST_F(Posix_threaded_data_stream_commands, that_can_be_dropped_are_dropped_unde
     EXPECT_TRUE(has_queued(""));
 }
 
-TEST_F(Posix_threaded_data_stream_commands, that_wait_are_queued_and_reported_even_when_there_is_room) {
+TEST_F(Posix_threaded_data_stream_commands, that_wait_are_queued_and_reported_even_when_they_fit) {
     fill_pipe();
-    EXPECT_FALSE(write_tarve(stream, "RE003abc\r\n")); // nothing went out at once
+    EXPECT_FALSE(write_tarve(stream, "RE003abc\r\n")); // nothing was written at once
     EXPECT_EQ(delays.count, 0);
     EXPECT_EQ(debug.text(), report(0));
     EXPECT_TRUE(has_queued("RE003abc\r\n"));
 }
 
-TEST_F(Posix_threaded_data_stream_commands, that_wait_are_sent_by_a_thread_that_had_nothing_to_do) {
+TEST_F(Posix_threaded_data_stream_commands, that_wait_are_sent_by_an_idle_thread) {
     fill_pipe();
     stream.start();
     EXPECT_TRUE(eventually([&] { return stream.flushes == 1; }));
@@ -355,14 +369,14 @@ TEST_F(Posix_threaded_data_stream_commands, that_wait_are_sent_by_a_thread_that_
     EXPECT_EQ(read_exactly(pipe.reading(), pipe_size + 10).substr(pipe_size), "RE003abc\r\n");
 }
 
-TEST_F(Posix_threaded_data_stream_commands, for_which_there_is_just_enough_room_are_not_delayed) {
+TEST_F(Posix_threaded_data_stream_commands, that_just_fit_are_not_delayed) {
     fill_pipe();
     write_bytes(stream, std::string(ring_size - 8, '.'));
     EXPECT_FALSE(write_tarve(stream, "RE003abc"));
     EXPECT_EQ(debug.text(), report(0));
 }
 
-TEST_F(Posix_threaded_data_stream_commands, wait_for_room_a_millisecond_at_a_time_without_a_lock) {
+TEST_F(Posix_threaded_data_stream_commands, wait_for_free_space_a_millisecond_at_a_time_without_a_lock) {
     fill_pipe();
     write_bytes(stream, std::string(ring_size - 5, '.'));
     delays.meanwhile = [&](std::size_t) {
@@ -389,8 +403,8 @@ TEST_F(Posix_threaded_data_stream_commands, queue_what_fits_after_a_thousand_pol
     EXPECT_TRUE(has_queued(std::string(ring_size - 5, '.') + "RE003"));
 }
 
-TEST_F(Posix_threaded_data_stream_commands, of_which_a_part_went_out_are_judged_by_their_rest) {
-    const std::string sentence = "$" + numbered(pipe_size + 50); // what is left does not begin with a dollar
+TEST_F(Posix_threaded_data_stream_commands, that_are_partly_written_are_judged_by_their_rest) {
+    const std::string sentence = "$" + numbered(pipe_size + 50); // the rest does not begin with a dollar
     EXPECT_TRUE(write_tarve(stream, sentence));
     EXPECT_EQ(pipe.drain().size(), pipe_size);
     EXPECT_TRUE(has_queued(sentence.substr(pipe_size)));
@@ -437,7 +451,7 @@ TEST_F(Posix_threaded_data_stream_logging, shows_the_description_the_tag_and_the
     EXPECT_EQ(debug.text_without_times(), "<time> " + std::string(stream.get_description()) + "[RD](3): a\\r\\n\n");
 }
 
-TEST_F(Posix_threaded_data_stream_logging, goes_to_the_snoop_logger_too) {
+TEST_F(Posix_threaded_data_stream_logging, is_also_for_the_snoop_logger) {
     static std::atomic<unsigned> snooped;
     snooped = 0;
     Debug::Print::enable(port_logging_category, false);
@@ -473,7 +487,7 @@ TEST_F(Posix_threaded_data_stream_logging, is_off_at_first_and_each_direction_ha
     EXPECT_EQ(logged(), "RD 3 WRPRE 2 WR 2 RD 3 WRPRE 2 WR 2");
 }
 
-TEST_F(Posix_threaded_data_stream_logging, of_an_unbuffered_write_shows_what_went_out) {
+TEST_F(Posix_threaded_data_stream_logging, of_an_unbuffered_write_shows_what_was_written) {
     stream.set_port_logging(Data_stream::log_writes);
     stream.set_write_buffering(false);
     write_bytes(stream, std::string(pipe_size + 9, 'x'));

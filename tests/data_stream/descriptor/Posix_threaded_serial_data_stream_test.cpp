@@ -1,4 +1,4 @@
-// Opening, closing, settings, pausing. What happens when the line goes away: Posix_threaded_serial_reopening_test.cpp.
+// Opening, closing, settings, pausing. A line that disappears: Posix_threaded_serial_reopening_test.cpp.
 
 #include <glue/data_stream/Posix_threaded_serial_data_stream.h>
 
@@ -20,7 +20,7 @@ namespace {
 using Calls = std::vector<std::string>;
 using Stream = Posix_threaded_serial_data_stream;
 
-/// "DSPosTSer(address)", or with a path, cut to what a description holds.
+/// "DSPosTSer(address)", or with a path, cut to the size of a description.
 std::string name_of(Stream& stream, const std::string& path = "") {
     char text[Data_stream::description_size];
     std::snprintf(text, sizeof text, path.empty() ? "DSPosTSer(%p)" : "DSPosTSer(%p, %s, rw)",
@@ -35,7 +35,7 @@ struct Posix_threaded_serial_data_stream_test : testing::Test {
         return std::unique_ptr<Stream>(Stream::create(spec.c_str()));
     }
     bool is_raw() const { return (line.settings().c_lflag & (ICANON | ECHO)) == 0; }
-    /// As somebody else leaves a line who has used it.
+    /// As another program might leave a line.
     void make_cooked() {
         termios settings = line.settings();
         settings.c_lflag |= ICANON | ECHO;
@@ -51,7 +51,7 @@ TEST_F(Posix_threaded_serial_data_stream_test, starts_closed) {
     EXPECT_FALSE(stream.close());
 }
 
-TEST_F(Posix_threaded_serial_data_stream_test, is_made_by_one_text) {
+TEST_F(Posix_threaded_serial_data_stream_test, is_made_from_a_specification_string) {
     const auto stream = make(line.path() + ":115200:rs485");
     ASSERT_TRUE(stream);
     EXPECT_TRUE(is_raw());
@@ -78,7 +78,7 @@ TEST_F(Posix_threaded_serial_data_stream_test, receives_in_its_thread_and_sends)
     stream->dereg_rx_waiter();
 }
 
-TEST_F(Posix_threaded_serial_data_stream_test, is_not_made_of_what_does_not_open) {
+TEST_F(Posix_threaded_serial_data_stream_test, is_not_made_for_a_line_that_does_not_open) {
     const int before = open_descriptors();
     {
         const Captured_descriptor errors(STDERR_FILENO);
@@ -143,8 +143,8 @@ TEST_F(Posix_threaded_serial_data_stream_test, descriptor_is_the_reading_one_els
     EXPECT_TRUE(stream.init()) << "one descriptor is enough";
 }
 
-TEST_F(Posix_threaded_serial_data_stream_test, closing_lets_go_of_the_device_although_the_thread_waits_for_it) {
-    for (int round = 0; round < 10; ++round) { // most of which find it waiting already
+TEST_F(Posix_threaded_serial_data_stream_test, closing_releases_the_device_although_the_thread_waits_for_it) {
+    for (int round = 0; round < 10; ++round) { // in most of them it is waiting already
         Pty_pair terminal;
         const auto stream = make(terminal.path());
         ASSERT_TRUE(stream);
@@ -204,7 +204,7 @@ TEST_F(Posix_threaded_serial_data_stream_test, pausing_stops_the_thread_and_resu
     const auto stream = make(line.path());
     ASSERT_TRUE(stream);
     EXPECT_TRUE(stream->pause());
-    // The thread may be on its way into the pause: it takes what it has seen already.
+    // The pause may not have begun: the thread may still read.
     ASSERT_TRUE(eventually([&] {
         const unsigned before = stream->bytes_avail();
         line.terminal().send("x");

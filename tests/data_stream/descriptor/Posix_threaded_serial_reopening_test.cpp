@@ -1,9 +1,11 @@
-// A line that goes away and comes back.
+// A line that disappears and returns.
 
 #include <glue/data_stream/Posix_threaded_serial_data_stream.h>
+#include <glue/data_stream/port_logging.h>
 
 #include <support/builders/Stream_bytes.h>
 #include <support/checks/waiting.h>
+#include <support/fakes/Captured_debug.h>
 #include <support/fakes/Captured_descriptor.h>
 #include <support/files/Temporary_folder.h>
 #include <support/files/descriptors.h>
@@ -30,13 +32,13 @@ std::size_t count_of(const std::string& part, const std::string& text) {
     return count;
 }
 
-/// A device node that stays while what is behind it comes and goes, as the name of a plugged adapter does.
+/// A path that always is the current line, as the device node of an adapter that is unplugged and plugged in again.
 class Socket_for_lines {
   public:
     const std::string& path() const { return path_; }
     Pty_pair& line() { return *line_; }
 
-    /// Plugs in a new line, over one that is plugged in.
+    /// Plugs in a new line; replaces one that is plugged in.
     void plug_in() {
         auto next = std::make_unique<Pty_pair>();
         const std::string other = folder_.path("next");
@@ -66,7 +68,7 @@ struct Posix_threaded_serial_reopening : testing::Test {
         return stream;
     }
     static bool is_closed(const Stream& stream) { return stream.get_fd() < 0; }
-    /// Bytes go both ways.
+    /// Expects bytes to pass both ways.
     void expect_works(Stream& stream) {
         socket.line().send("in");
         EXPECT_TRUE(eventually([&] { return stream.bytes_avail() >= 2; }));
@@ -76,9 +78,9 @@ struct Posix_threaded_serial_reopening : testing::Test {
     }
 };
 
-// ---- Asked for ----
+// ---- On request ----
 
-TEST_F(Posix_threaded_serial_reopening, without_a_text_does_nothing) {
+TEST_F(Posix_threaded_serial_reopening, without_a_specification_string_does_nothing) {
     Stream stream;
     ASSERT_TRUE(stream.open_default(socket.path().c_str()));
     const int fd = stream.get_fd();
@@ -88,7 +90,7 @@ TEST_F(Posix_threaded_serial_reopening, without_a_text_does_nothing) {
     EXPECT_EQ(errors.text(), "");
 }
 
-TEST_F(Posix_threaded_serial_reopening, opens_by_the_last_text_and_says_so) {
+TEST_F(Posix_threaded_serial_reopening, opens_by_the_last_specification_string_and_reports_it) {
     Stream stream;
     ASSERT_TRUE(stream.open((socket.path() + ":1200").c_str()));
     ASSERT_TRUE(stream.set_baud_rate(57600));
@@ -101,13 +103,13 @@ TEST_F(Posix_threaded_serial_reopening, opens_by_the_last_text_and_says_so) {
     expect_works(stream);
 }
 
-TEST_F(Posix_threaded_serial_reopening, of_a_made_stream_opens_by_its_text) {
+TEST_F(Posix_threaded_serial_reopening, of_a_created_stream_uses_its_specification_string) {
     const auto stream = make(socket.path() + ":2400");
     EXPECT_TRUE(stream->reopen());
     EXPECT_EQ(stream->get_baudRate(), 2400);
 }
 
-TEST_F(Posix_threaded_serial_reopening, keeps_a_text_that_did_not_open) {
+TEST_F(Posix_threaded_serial_reopening, keeps_a_specification_string_that_failed_to_open) {
     Stream stream;
     socket.pull_out();
     ASSERT_FALSE(stream.open((socket.path() + ":2400").c_str()));
@@ -116,13 +118,13 @@ TEST_F(Posix_threaded_serial_reopening, keeps_a_text_that_did_not_open) {
     EXPECT_EQ(stream.get_baudRate(), 2400);
 }
 
-TEST_F(Posix_threaded_serial_reopening, opens_by_the_first_63_characters) {
+TEST_F(Posix_threaded_serial_reopening, uses_the_first_63_characters) {
     Temporary_folder folder;
     Pty_pair whole;
     Pty_pair cut;
     ASSERT_LT(folder.path("").size(), 60U);
     const std::string name(60 - folder.path("").size(), 'x');
-    const std::string short_path = folder.path(name); // 60 characters, and ":30" behind them
+    const std::string short_path = folder.path(name); // 60 characters, followed by ":30"
     std::filesystem::create_symlink(cut.path(), short_path);
     Stream stream;
     ASSERT_TRUE(stream.open((short_path + ":3000").c_str()));
@@ -148,14 +150,14 @@ TEST_F(Posix_threaded_serial_reopening, happens_at_once_when_the_line_ends_and_a
     const auto stream = make(socket.path() + ":2400");
     const Captured_descriptor errors(STDERR_FILENO);
     socket.plug_in();
-    // The end shows as a read error, too, where the system gives one.
+    // Some systems also report a read error.
     ASSERT_TRUE(eventually([&] { return count_of(reopening, errors.text()) == 1 && stream->get_baudRate() == 2400; }));
     expect_works(*stream);
     EXPECT_EQ(count_of(reopening, errors.text()), 1U);
     EXPECT_EQ(count_of("Error opening", errors.text()), 0U);
 }
 
-TEST_F(Posix_threaded_serial_reopening, is_part_of_the_end_of_the_line_but_not_twice_within_a_second) {
+TEST_F(Posix_threaded_serial_reopening, follows_end_of_file_but_not_twice_within_a_second) {
     const auto stream = make(socket.path() + ":2400");
     ASSERT_TRUE(stream->set_baud_rate(300));
     const Captured_descriptor errors(STDERR_FILENO);
@@ -169,18 +171,18 @@ TEST_F(Posix_threaded_serial_reopening, is_part_of_the_end_of_the_line_but_not_t
     EXPECT_EQ(errors.text(), reopening + reopening);
     ASSERT_TRUE(eventually([&] { return stream->get_baudRate() == 2400; }));
     EXPECT_GT(time.elapsed(), 900ms);
-    EXPECT_EQ(errors.text(), reopening + reopening) << "told at the end of the line, not at each attempt";
+    EXPECT_EQ(errors.text(), reopening + reopening) << "reported at end of file, not at each attempt";
     expect_works(*stream);
 }
 
-TEST_F(Posix_threaded_serial_reopening, is_tried_until_the_line_is_back_and_told_once) {
+TEST_F(Posix_threaded_serial_reopening, is_tried_until_the_line_is_back_and_reported_once) {
     const auto stream = make(socket.path() + ":2400");
     const Captured_descriptor errors(STDERR_FILENO);
     socket.pull_out();
     ASSERT_TRUE(eventually([&] { return is_closed(*stream) && count_of("Error opening", errors.text()) == 1; }));
     EXPECT_EQ(write_bytes(*stream, "lost"), -1);
     EXPECT_FALSE(stream->set_baud_rate(9600));
-    // Longer than one attempt takes to follow another.
+    // Longer than the time between two attempts.
     EXPECT_FALSE(eventually([&] { return !is_closed(*stream); }, 1200ms));
     socket.plug_in();
     ASSERT_TRUE(eventually([&] { return stream->get_baudRate() == 2400; }));
@@ -188,10 +190,10 @@ TEST_F(Posix_threaded_serial_reopening, is_tried_until_the_line_is_back_and_told
     EXPECT_EQ(count_of(reopening, errors.text()), 1U) << errors.text();
     EXPECT_EQ(count_of("Error opening", errors.text()), 1U) << errors.text();
     EXPECT_FALSE(stream->open("/dev/none"));
-    EXPECT_EQ(count_of("Error opening '/dev/none'", errors.text()), 1U) << "the owner is told";
+    EXPECT_EQ(count_of("Error opening '/dev/none'", errors.text()), 1U) << "the owner's failure is reported";
 }
 
-TEST_F(Posix_threaded_serial_reopening, sends_afterwards_what_waited_in_the_transmit_ring) {
+TEST_F(Posix_threaded_serial_reopening, sends_the_bytes_of_the_transmit_ring_afterwards) {
     const auto stream = make(socket.path());
     stream->set_write_buffering(true);
     socket.pull_out();
@@ -213,7 +215,7 @@ TEST_F(Posix_threaded_serial_reopening, keeps_what_was_received_before) {
     EXPECT_EQ(take_buffered(*stream), "before after");
 }
 
-TEST_F(Posix_threaded_serial_reopening, does_not_happen_on_a_line_that_was_opened_without_a_text) {
+TEST_F(Posix_threaded_serial_reopening, does_not_happen_on_a_line_that_was_opened_without_a_specification_string) {
     Stream stream;
     ASSERT_TRUE(stream.open_default(socket.path().c_str()));
     const Captured_descriptor errors(STDERR_FILENO);
@@ -224,16 +226,16 @@ TEST_F(Posix_threaded_serial_reopening, does_not_happen_on_a_line_that_was_opene
     EXPECT_EQ(count_of(reopening, errors.text()), 0U);
 }
 
-TEST_F(Posix_threaded_serial_reopening, is_over_when_the_owner_closes) {
+TEST_F(Posix_threaded_serial_reopening, ends_when_the_owner_closes) {
     const auto stream = make(socket.path());
     socket.pull_out();
     ASSERT_TRUE(eventually([&] { return is_closed(*stream); }));
-    EXPECT_FALSE(stream->close()) << "there is nothing to close";
+    EXPECT_FALSE(stream->close()) << "no line is open";
     socket.plug_in();
     EXPECT_FALSE(eventually([&] { return !is_closed(*stream); }, 1300ms));
 }
 
-TEST_F(Posix_threaded_serial_reopening, is_over_when_the_owner_opens_something_else) {
+TEST_F(Posix_threaded_serial_reopening, ends_when_the_owner_opens_another_line) {
     const auto stream = make(socket.path() + ":2400");
     socket.pull_out();
     ASSERT_TRUE(eventually([&] { return is_closed(*stream); }));
@@ -244,16 +246,16 @@ TEST_F(Posix_threaded_serial_reopening, is_over_when_the_owner_opens_something_e
     EXPECT_FALSE(eventually([&] { return stream->get_fd() != fd || stream->get_baudRate() == 2400; }, 1300ms));
 }
 
-TEST_F(Posix_threaded_serial_reopening, of_a_text_that_the_owner_has_replaced_is_over) {
+TEST_F(Posix_threaded_serial_reopening, ends_when_the_owner_replaces_the_specification_string) {
     const auto stream = make(socket.path());
     socket.pull_out();
     ASSERT_TRUE(eventually([&] { return is_closed(*stream); }));
-    EXPECT_FALSE(stream->open((socket.path() + ":2400").c_str())); // nor is the new one tried again
+    EXPECT_FALSE(stream->open((socket.path() + ":2400").c_str())); // and the new one is not tried again
     socket.plug_in();
     EXPECT_FALSE(eventually([&] { return !is_closed(*stream); }, 1300ms));
 }
 
-TEST_F(Posix_threaded_serial_reopening, end_of_the_line_on_a_closed_stream_does_nothing) {
+TEST_F(Posix_threaded_serial_reopening, does_not_follow_end_of_file_on_a_closed_stream) {
     const auto stream = make(socket.path());
     ASSERT_TRUE(stream->close());
     const Captured_descriptor errors(STDERR_FILENO);
@@ -263,7 +265,7 @@ TEST_F(Posix_threaded_serial_reopening, end_of_the_line_on_a_closed_stream_does_
 }
 
 TEST_F(Posix_threaded_serial_reopening, happens_once_a_second_at_most) {
-    // What is at its end as soon as it is opened: no terminal, so opening says false, but open it is.
+    // At end of file as soon as it is open. It is no terminal, so opening returns false, but it is open.
     Stream stream;
     const Captured_descriptor errors(STDERR_FILENO);
     const Stopwatch time;
@@ -274,7 +276,7 @@ TEST_F(Posix_threaded_serial_reopening, happens_once_a_second_at_most) {
     EXPECT_TRUE(process_rests());
 }
 
-TEST_F(Posix_threaded_serial_reopening, takes_no_time_of_the_processor_while_it_waits) {
+TEST_F(Posix_threaded_serial_reopening, uses_no_processor_time_while_it_waits) {
     const auto stream = make(socket.path());
     stream->set_write_buffering(true);
     socket.pull_out();
@@ -351,10 +353,10 @@ TEST_F(Posix_threaded_serial_reopening, settings_may_be_changed_at_the_same_time
     expect_works(*stream);
 }
 
-TEST_F(Posix_threaded_serial_reopening, by_the_owner_may_come_while_bytes_arrive) {
+TEST_F(Posix_threaded_serial_reopening, by_the_owner_is_possible_while_bytes_arrive) {
     const auto stream = make(socket.path());
     const Captured_descriptor errors(STDERR_FILENO);
-    for (int round = 0; round < 1000; ++round) { // most of which find the thread waiting for the line
+    for (int round = 0; round < 1000; ++round) { // in most of them the thread is waiting for the line
         socket.line().send("xxxxx");
         EXPECT_TRUE(stream->open(socket.path().c_str()));
         stream->drop_all();
@@ -362,7 +364,32 @@ TEST_F(Posix_threaded_serial_reopening, by_the_owner_may_come_while_bytes_arrive
     EXPECT_EQ(errors.text(), "");
 }
 
-TEST_F(Posix_threaded_serial_reopening, writing_goes_on_at_the_same_time) {
+TEST_F(Posix_threaded_serial_reopening, renames_a_stream_that_another_thread_logs) {
+    const Captured_descriptor errors(STDERR_FILENO);
+    const Captured_debug debug;
+    Debug::Print::enable(port_logging_category, true);
+    const auto stream = make(socket.path());
+    stream->set_port_logging(Data_stream::log_writes);
+    std::atomic<bool> done{false};
+    std::thread writer([&] {
+        while (!done) {
+            write_bytes(*stream, "x");
+            std::this_thread::yield();
+        }
+    });
+    for (std::size_t round = 1; round <= 2; ++round) {
+        socket.plug_in();
+        EXPECT_TRUE(eventually([&] { return count_of(reopening, errors.text()) == round && !is_closed(*stream); }));
+    }
+    done = true;
+    writer.join();
+    Debug::Print::enable(port_logging_category, false);
+    const std::string text = debug.text();
+    EXPECT_GT(count_of("[WRPRE](1): x\n", text), 0U);
+    EXPECT_EQ(count_of("[WRPRE](1): x\n", text), count_of("DSPosTSer(0x", text) - count_of("[WR](1): x\n", text));
+}
+
+TEST_F(Posix_threaded_serial_reopening, writing_continues_at_the_same_time) {
     const Captured_descriptor errors(STDERR_FILENO);
     const auto stream = make(socket.path());
     for (const bool buffering : {false, true}) {
@@ -374,9 +401,9 @@ TEST_F(Posix_threaded_serial_reopening, writing_goes_on_at_the_same_time) {
                 std::this_thread::yield();
             }
         });
-        const std::size_t told = count_of(reopening, errors.text());
+        const std::size_t before = count_of(reopening, errors.text());
         socket.plug_in();
-        EXPECT_TRUE(eventually([&] { return count_of(reopening, errors.text()) > told && !is_closed(*stream); }));
+        EXPECT_TRUE(eventually([&] { return count_of(reopening, errors.text()) > before && !is_closed(*stream); }));
         socket.line().receive(1);
         stream->close();
         EXPECT_TRUE(is_closed(*stream));
@@ -386,7 +413,7 @@ TEST_F(Posix_threaded_serial_reopening, writing_goes_on_at_the_same_time) {
     }
 }
 
-TEST_F(Posix_threaded_serial_reopening, destroying_at_the_moment_the_line_ends_leaves_nothing_behind) {
+TEST_F(Posix_threaded_serial_reopening, destroying_while_the_line_ends_leaves_no_descriptor) {
     const Captured_descriptor errors(STDERR_FILENO);
     const int before = open_descriptors();
     for (int round = 0; round < 200; ++round) {

@@ -1,4 +1,4 @@
-// What a child finds when it starts, and what becomes of one that cannot start.
+// What a child inherits, and what happens to one that cannot start.
 
 #include <glue/data_stream/Process_data_stream.h>
 
@@ -54,7 +54,7 @@ TEST(Process_data_stream_child, has_the_environment_of_its_parent_when_it_is_giv
     unsetenv("GLUE_TEST_INHERITED");
 }
 
-TEST(Process_data_stream_child, gets_its_arguments_as_they_are) {
+TEST(Process_data_stream_child, gets_its_arguments_unchanged) {
     EXPECT_EQ(output_of_program(Child_program({"printf", "%s:", "two  words", "", "'$HOME'"})), "two  words::'$HOME':");
 }
 
@@ -73,9 +73,9 @@ TEST(Process_data_stream_child, is_found_by_its_path_or_on_the_parents_path) {
 
 // ---- Descriptors ----
 
-const char* const only_its_own = "0\n1\n2\n3\n"; // 3 is the folder that is looked at
+const char* const only_its_own = "0\n1\n2\n3\n"; // 3 is the folder that is listed
 
-TEST(Process_data_stream_child, inherits_no_descriptor_but_the_standard_ones) {
+TEST(Process_data_stream_child, inherits_no_descriptor_except_the_standard_ones) {
     EXPECT_EQ(output_of_program(Child_program({"ls", "/proc/self/fd"})), only_its_own);
 }
 
@@ -89,10 +89,10 @@ TEST(Process_data_stream_child, inherits_nothing_of_another_stream) {
     EXPECT_EQ(output_of_program(Child_program({"ls", "/proc/self/fd"})), only_its_own);
 }
 
-TEST(Process_data_stream_child, that_lives_on_does_not_keep_the_input_of_another_open) {
+TEST(Process_data_stream_child, that_continues_does_not_keep_the_input_of_another_open) {
     Process_data_stream first(nullptr, echo(), nullptr);
     Process_data_stream second(nullptr, echo(), nullptr);
-    EXPECT_EQ(first.join(-1), 0); // its end of input comes
+    EXPECT_EQ(first.join(-1), 0); // it gets end of input
     EXPECT_TRUE(second.is_running());
 }
 
@@ -106,14 +106,14 @@ std::string descriptors_of_a_program_started_by_others() {
     return line;
 }
 
-TEST(Process_data_stream_child, leaves_the_pipes_of_its_stream_to_no_other_program) {
+TEST(Process_data_stream_child, shares_the_pipes_of_its_stream_with_no_other_program) {
     const std::string before = descriptors_of_a_program_started_by_others();
     Process_data_stream stream(nullptr, echo(), nullptr);
     EXPECT_EQ(descriptors_of_a_program_started_by_others(), before);
 }
 
-/// Ends the process: 0 when a child can be talked to though the process has no standard streams, and these are not
-/// taken for anything meanwhile.
+/// Exits with 0 when a process without standard streams can write to and read from a child, and their numbers stay
+/// unused.
 [[noreturn]] void talk_without_standard_streams() {
     for (int fd : {0, 1, 2})
         close(fd);
@@ -126,7 +126,7 @@ TEST(Process_data_stream_child, leaves_the_pipes_of_its_stream_to_no_other_progr
     _exit(good ? 0 : 1);
 }
 
-TEST(Process_data_stream_child, can_be_talked_to_by_a_parent_without_standard_streams) {
+TEST(Process_data_stream_child, serves_a_parent_without_standard_streams) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(talk_without_standard_streams(), testing::ExitedWithCode(0), "");
 }
@@ -156,7 +156,7 @@ struct Process_data_stream_failed_child : testing::Test {
     Captured_descriptor errors{2};
 };
 
-TEST_F(Process_data_stream_failed_child, tells_the_reason_and_the_arguments_when_its_category_is_on) {
+TEST_F(Process_data_stream_failed_child, reports_the_reason_and_the_arguments_when_its_category_is_on) {
     Debug::Print::enable(category, true);
     EXPECT_EQ(output_of_program(Child_program({"/nowhere", "-a", "two words"})), "");
     EXPECT_EQ(errors.text(), "popen2 (Process_data_stream): No such file or directory\n"
@@ -165,7 +165,7 @@ TEST_F(Process_data_stream_failed_child, tells_the_reason_and_the_arguments_when
                              "arg[2]: 'two words'\n");
 }
 
-TEST_F(Process_data_stream_failed_child, tells_that_a_program_must_not_be_run) {
+TEST_F(Process_data_stream_failed_child, reports_that_a_program_must_not_be_run) {
     const Temporary_folder folder;
     const std::string path = folder.make_file("no_program", "text");
     Debug::Print::enable(category, true);
@@ -173,12 +173,12 @@ TEST_F(Process_data_stream_failed_child, tells_that_a_program_must_not_be_run) {
     EXPECT_EQ(errors.text(), "popen2 (Process_data_stream): Permission denied\narg[0]: '" + path + "'\n");
 }
 
-TEST_F(Process_data_stream_failed_child, tells_nothing_when_its_category_is_off) {
+TEST_F(Process_data_stream_failed_child, reports_nothing_when_its_category_is_off) {
     EXPECT_EQ(output_of_program(Child_program({"/nowhere", "-a"})), "");
     EXPECT_EQ(errors.text(), "");
 }
 
-TEST_F(Process_data_stream_failed_child, writes_nothing_that_its_parent_has_yet_to_write) {
+TEST_F(Process_data_stream_failed_child, writes_nothing_that_its_parent_has_buffered) {
     const Temporary_folder folder;
     std::FILE* const file = std::fopen(folder.path("file").c_str(), "w");
     ASSERT_TRUE(file);
@@ -191,7 +191,7 @@ TEST_F(Process_data_stream_failed_child, writes_nothing_that_its_parent_has_yet_
 TEST_F(Process_data_stream_failed_child, ends_when_it_cannot_list_its_descriptors) {
     Process_data_stream stream(nullptr, nullptr, nullptr);
     {
-        const Limited_descriptors limit(4); // just for the two pipes
+        const Limited_descriptors limit(4); // enough for the two pipes
         ASSERT_TRUE(stream.run(shell("echo started"), nullptr));
         EXPECT_TRUE(eventually([&] { return stream.is_finished(); }));
     }

@@ -1,4 +1,4 @@
-// How a child ends, who waits for it, and what is left afterwards.
+// How a child ends, what waits for it, and that nothing is left afterwards.
 
 #include <glue/data_stream/Process_data_stream.h>
 
@@ -40,7 +40,7 @@ bool no_detached_threads() {
     return threads_named("CWT").empty();
 }
 
-/// Nothing may be left of a child when a test has ended, and what the stream says is collected.
+/// Checks that nothing is left of a child when a test has ended. Collects the messages of the stream.
 struct Process_data_stream_end : testing::Test {
     Process_data_stream_end() { Debug::Print::enable(category, true); }
     ~Process_data_stream_end() override {
@@ -54,7 +54,7 @@ struct Process_data_stream_end : testing::Test {
     Captured_debug debug;
 };
 
-/// Prints its process id and outlives the end of its input and every signal that can be ignored.
+/// Prints its process id. Ignores the end of its input and every signal that can be ignored.
 const char* const stubborn = "trap '' HUP INT TERM PIPE; echo $$; exec sleep 1000";
 
 int number(const std::string& text) {
@@ -79,7 +79,7 @@ TEST_F(Process_data_stream_end, join_without_limit_waits_for_it) {
     EXPECT_EQ(stream.join(-1), -1) << "joined already";
 }
 
-TEST_F(Process_data_stream_end, join_brings_the_end_of_input) {
+TEST_F(Process_data_stream_end, join_ends_the_input) {
     Process_data_stream stream(nullptr, echo(), nullptr);
     EXPECT_EQ(stream.join(20000), 0);
     EXPECT_TRUE(no_children());
@@ -87,7 +87,7 @@ TEST_F(Process_data_stream_end, join_brings_the_end_of_input) {
     EXPECT_EQ(debug.text(), "");
 }
 
-TEST_F(Process_data_stream_end, join_with_a_limit_returns_when_it_comes_earlier) {
+TEST_F(Process_data_stream_end, join_with_a_limit_returns_when_the_child_ends_earlier) {
     const Stopwatch watch;
     Process_data_stream stream(nullptr, Child_program({"sleep", "0.05"}), nullptr);
     EXPECT_EQ(stream.join(60000), 0);
@@ -96,7 +96,7 @@ TEST_F(Process_data_stream_end, join_with_a_limit_returns_when_it_comes_earlier)
     EXPECT_EQ(debug.text(), "");
 }
 
-TEST_F(Process_data_stream_end, join_with_a_limit_leaves_what_does_not_end_to_a_detached_thread) {
+TEST_F(Process_data_stream_end, join_with_a_limit_leaves_a_child_that_does_not_end_to_a_detached_thread) {
     Process_data_stream stream(nullptr, shell(stubborn), nullptr);
     const int pid = number(line_of(stream));
     const Stopwatch watch;
@@ -104,44 +104,44 @@ TEST_F(Process_data_stream_end, join_with_a_limit_leaves_what_does_not_end_to_a_
     EXPECT_GE(watch.elapsed(), milliseconds(30));
     EXPECT_FALSE(stream.is_running());
 
-    int told_pid = 0;
-    unsigned long told_ms = 0;
+    int printed_pid = 0;
+    unsigned long printed_ms = 0;
     char rest = 0;
     const std::string text = debug.text();
     EXPECT_EQ(std::sscanf(text.c_str(), "couldn't delete child %d after %lu.  Spawning detached thread to wait%c",
-                          &told_pid, &told_ms, &rest),
+                          &printed_pid, &printed_ms, &rest),
               3)
         << text;
     EXPECT_NE(text.find(".  Spawning"), std::string::npos) << "two blanks";
     EXPECT_EQ(rest, '\n');
     EXPECT_EQ(text.find('\n'), text.size() - 1);
-    EXPECT_EQ(told_pid, pid);
-    EXPECT_GE(told_ms, 30UL);
+    EXPECT_EQ(printed_pid, pid);
+    EXPECT_GE(printed_ms, 30UL);
 
     EXPECT_TRUE(eventually([] { return threads_named("CWT").size() == 1; }));
     EXPECT_TRUE(is_alive(pid));
     send_signal(pid, SIGKILL); // and the detached thread reaps it
 }
 
-TEST_F(Process_data_stream_end, join_of_no_time_looks_once) {
+TEST_F(Process_data_stream_end, join_of_no_time_checks_once) {
     Replaced_process_calls calls;
-    std::atomic<int> looks{0};
+    std::atomic<int> checks{0};
     calls.waitpid = [&](pid_t pid, int options) {
         if (options == WNOHANG) {
-            ++looks;
+            ++checks;
             return 0;
         }
         return original_waitpid(pid, nullptr, options);
     };
     Process_data_stream stream(nullptr, echo(), nullptr);
     EXPECT_EQ(stream.join(0), 0);
-    EXPECT_EQ(looks, 1);
+    EXPECT_EQ(checks, 1);
     EXPECT_NE(debug.text().find("Spawning detached thread"), std::string::npos);
     EXPECT_TRUE(eventually(no_children)) << "the detached thread does not reap it";
     EXPECT_TRUE(eventually(no_detached_threads)); // they use the replaced call
 }
 
-TEST_F(Process_data_stream_end, join_of_what_somebody_else_has_reaped_says_so) {
+TEST_F(Process_data_stream_end, join_reports_a_child_that_the_system_has_reaped) {
     const Signal_disposition system_reaps(SIGCHLD, SIG_IGN);
     Process_data_stream stream(nullptr, shell("exit 0"), nullptr);
     EXPECT_TRUE(eventually([&] { return stream.is_finished() && no_children(); }));
@@ -154,7 +154,7 @@ TEST_F(Process_data_stream_end, join_of_what_somebody_else_has_reaped_says_so) {
                             "Process_data_stream::join (a): No child processes\n");
 }
 
-TEST_F(Process_data_stream_end, join_goes_on_waiting_after_a_signal) {
+TEST_F(Process_data_stream_end, join_continues_to_wait_after_a_signal) {
     Replaced_process_calls calls;
     int interruptions = 0;
     calls.waitpid = [&](pid_t pid, int options) {
@@ -179,7 +179,7 @@ TEST_F(Process_data_stream_end, join_is_silent_when_the_category_is_off) {
     send_signal(pid, SIGKILL);
 }
 
-TEST_F(Process_data_stream_end, output_that_closes_finishes_a_child_that_goes_on) {
+TEST_F(Process_data_stream_end, closed_output_finishes_the_stream_of_a_child_that_continues) {
     Process_data_stream stream(nullptr, shell("echo $$; exec >&-; exec sleep 1000"), nullptr);
     const int pid = number(line_of(stream));
     EXPECT_TRUE(eventually([&] { return stream.is_finished(); }));
@@ -188,7 +188,7 @@ TEST_F(Process_data_stream_end, output_that_closes_finishes_a_child_that_goes_on
     EXPECT_TRUE(is_alive(pid));
 }
 
-TEST_F(Process_data_stream_end, a_grandchild_that_holds_the_output_keeps_the_stream_running_but_does_not_hold_it_up) {
+TEST_F(Process_data_stream_end, a_grandchild_that_has_the_output_keeps_the_stream_running_but_does_not_delay_its_end) {
     int grandchild = 0;
     const Stopwatch watch;
     {
@@ -201,9 +201,9 @@ TEST_F(Process_data_stream_end, a_grandchild_that_holds_the_output_keeps_the_str
     send_signal(grandchild, SIGKILL);
 }
 
-// ---- Being ended ----
+// ---- Ending a child ----
 
-TEST_F(Process_data_stream_end, kill_ends_what_ignores_everything_else) {
+TEST_F(Process_data_stream_end, kill_ends_a_child_that_ignores_everything_else) {
     Process_data_stream stream(nullptr, shell(stubborn), nullptr);
     const int pid = number(line_of(stream));
     const Stopwatch watch;
@@ -213,10 +213,10 @@ TEST_F(Process_data_stream_end, kill_ends_what_ignores_everything_else) {
     EXPECT_LT(watch.elapsed(), generous);
     EXPECT_FALSE(stream.is_running());
     EXPECT_FALSE(stream.is_finished());
-    EXPECT_TRUE(stream.run(echo(), nullptr)) << "it does not start afterwards";
+    EXPECT_TRUE(stream.run(echo(), nullptr)) << "it does not start again";
 }
 
-TEST_F(Process_data_stream_end, destruction_ends_what_ignores_everything_else) {
+TEST_F(Process_data_stream_end, destruction_ends_a_child_that_ignores_everything_else) {
     int pid = 0;
     {
         Process_data_stream stream(nullptr, shell(stubborn), nullptr);
@@ -226,7 +226,7 @@ TEST_F(Process_data_stream_end, destruction_ends_what_ignores_everything_else) {
     EXPECT_FALSE(is_alive(pid));
 }
 
-TEST_F(Process_data_stream_end, destruction_leaves_what_does_not_end_at_once_to_a_detached_thread) {
+TEST_F(Process_data_stream_end, destruction_leaves_a_child_that_does_not_end_at_once_to_a_detached_thread) {
     Replaced_process_calls calls;
     calls.waitpid = [&](pid_t pid, int options) {
         return options == WNOHANG ? 0 : original_waitpid(pid, nullptr, options);
@@ -258,7 +258,7 @@ TEST_F(Process_data_stream_end, kill_sends_the_one_signal_to_the_child_and_only_
     EXPECT_TRUE(eventually(no_children));
 }
 
-TEST_F(Process_data_stream_end, kill_spares_whoever_has_the_number_of_a_reaped_child) {
+TEST_F(Process_data_stream_end, kill_does_not_signal_a_process_with_the_number_of_a_reaped_child) {
     const Signal_disposition system_reaps(SIGCHLD, SIG_IGN);
     bool signalled = false;
     {
@@ -307,7 +307,7 @@ void expect_consecutive_names() {
     third.join(0);
     if (!eventually([] { return threads_named("CWT").size() == 1; }))
         _exit(4);
-    // Killing the first two may have taken detached threads, too.
+    // Killing the first two may have started detached threads, too.
     const int waiter = number(threads_named("CWT").begin()->substr(3));
     if (waiter < 0 || waiter > 2)
         _exit(5);
@@ -334,8 +334,8 @@ TEST_F(Process_data_stream_end, detached_threads_are_numbered_from_0) {
     EXPECT_EXIT(expect_first_detached_name(), testing::ExitedWithCode(0), "");
 }
 
-TEST_F(Process_data_stream_end, a_thousand_streams_leave_nothing_behind) {
-    // The fixture looks for what is left.
+TEST_F(Process_data_stream_end, a_thousand_streams_leave_nothing) {
+    // The fixture checks that nothing is left.
     const Child_program program({"yes"});
     for (int i = 0; i < 1000; ++i) {
         Process_data_stream stream(nullptr, program, nullptr);
@@ -344,17 +344,17 @@ TEST_F(Process_data_stream_end, a_thousand_streams_leave_nothing_behind) {
             EXPECT_TRUE(eventually([&] { return stream.bytes_avail() > 0; }));
         }
         if (i % 3 == 0)
-            stream.detach(); // ends all the same: for want of a reader
+            stream.detach(); // ends nevertheless: its output has no reader
     }
 }
 
-TEST_F(Process_data_stream_end, output_that_is_announced_during_destruction_is_announced_all_the_same) {
+TEST_F(Process_data_stream_end, output_that_arrives_during_destruction_is_still_reported) {
     auto stream = std::make_unique<Process_data_stream>(nullptr, echo(), nullptr);
     Process_data_stream& its_stream = *stream;
     expect_event_on_its_way_to_arrive(std::move(stream), [&] { write_bytes(its_stream, "!"); });
 }
 
-TEST_F(Process_data_stream_end, destruction_amid_output_is_prompt) {
+TEST_F(Process_data_stream_end, destruction_while_output_arrives_is_prompt) {
     const Stopwatch watch;
     for (int i = 0; i < 20; ++i) {
         Recording_waiter waiter;

@@ -1,4 +1,4 @@
-// Specifications, starting, and what passes through. What the child finds: Process_data_stream_child_test.cpp. Its end:
+// Specifications, starting, reading and writing. What the child inherits: Process_data_stream_child_test.cpp. Its end:
 // Process_data_stream_end_test.cpp.
 
 #include <glue/data_stream/Process_data_stream.h>
@@ -44,7 +44,7 @@ struct Enabled_category {
     ~Enabled_category() { Debug::Print::enable(category, false); }
 };
 
-/// Bytes of which no short stretch repeats, in a file that a child can print.
+/// Random bytes, in a file that a child can print.
 struct Random_file {
     std::string bytes;
     Temporary_folder folder;
@@ -85,10 +85,10 @@ TEST_F(Process_data_stream_specification, a_command_line_ends_at_its_first_inner
 
 TEST_F(Process_data_stream_specification, is_found_anywhere_in_the_text) {
     EXPECT_EQ(output_of_spec("something, exec:printf %s: a"), "a:");
-    EXPECT_EQ(output_of_spec("exec:''exec:printf %s: a"), "a:"); // the first has nothing behind it
+    EXPECT_EQ(output_of_spec("exec:''exec:printf %s: a"), "a:"); // the first is followed by no command line
 }
 
-TEST_F(Process_data_stream_specification, of_something_else_makes_no_stream_and_says_nothing) {
+TEST_F(Process_data_stream_specification, of_another_kind_makes_no_stream_and_prints_nothing) {
     const Captured_descriptor errors(2);
     for (const char* spec : {"", "exec", "exec:", "exec:\"", "exec:''", "Exec:printf", "exec printf", "tcp:4000"})
         EXPECT_FALSE(create(spec)) << spec;
@@ -109,7 +109,7 @@ TEST_F(Process_data_stream_specification, is_split_as_a_shell_would) {
     unsetenv("GLUE_TEST_WORDS");
 }
 
-TEST_F(Process_data_stream_specification, that_cannot_be_split_says_so_and_makes_no_stream) {
+TEST_F(Process_data_stream_specification, that_cannot_be_split_is_reported_and_makes_no_stream) {
     const Captured_descriptor errors(2);
     EXPECT_FALSE(create("exec:\"sleep 1000 \\\""));
     EXPECT_EQ(errors.text(), "Could not parse sleep 1000 \\\n");
@@ -142,7 +142,7 @@ TEST_F(Process_data_stream_specification, of_a_blank_command_makes_a_stream_that
     }
 }
 
-TEST_F(Process_data_stream_specification, of_a_program_that_is_not_there_makes_a_stream_that_ends_at_once) {
+TEST_F(Process_data_stream_specification, of_a_missing_program_makes_a_stream_that_ends_at_once) {
     ASSERT_TRUE(create("exec:/nowhere/to/be/found"));
     EXPECT_EQ(output_of(*stream), "");
     EXPECT_TRUE(stream->is_finished());
@@ -177,9 +177,9 @@ struct Process_data_stream_starting : testing::Test {
         EXPECT_EQ(open_descriptors(), descriptors_before);
         EXPECT_EQ(write_bytes(stream, "a"), -1);
         EXPECT_TRUE(eventually(no_children));
-        stream.kill(); // must not signal anybody: there is no child
+        stream.kill(); // must send no signal: there is no child
         EXPECT_EQ(stream.join(0), -1);
-        EXPECT_TRUE(run(echo())) << "it does not start afterwards";
+        EXPECT_TRUE(run(echo())) << "it does not start again";
     }
 };
 
@@ -205,7 +205,7 @@ TEST_F(Process_data_stream_starting, nothing_runs_before) {
     EXPECT_EQ(open_descriptors(), descriptors_before);
 }
 
-TEST_F(Process_data_stream_starting, nothing_is_ever_fetched) {
+TEST_F(Process_data_stream_starting, nothing_can_be_fetched) {
     EXPECT_EQ(stream.get_data(0), 1);
     EXPECT_EQ(stream.get_data(3), 0);
     EXPECT_EQ(stream.get_data(-1), 0);
@@ -218,7 +218,7 @@ TEST_F(Process_data_stream_starting, runs_what_the_constructor_is_given) {
     EXPECT_FALSE(other.is_finished());
 }
 
-TEST_F(Process_data_stream_starting, one_that_runs_refuses_another_and_goes_on) {
+TEST_F(Process_data_stream_starting, one_that_runs_refuses_another_and_continues) {
     ASSERT_TRUE(run(echo()));
     EXPECT_FALSE(run(shell("echo other")));
     EXPECT_TRUE(stream.is_running());
@@ -251,16 +251,16 @@ TEST_F(Process_data_stream_starting, nothing_to_run_fails) {
 }
 
 TEST_F(Process_data_stream_starting, without_descriptors_for_both_pipes_fails_and_keeps_none) {
-    ASSERT_TRUE(run(echo())); // also for the sanitizer, which needs descriptors to look at an object the first time
+    ASSERT_TRUE(run(echo())); // also for the sanitizer, which opens descriptors when it first checks a class
     stream.join(-1);
-    for (int room = 0; room < 4; ++room) {
-        const Limited_descriptors limit(room);
-        EXPECT_FALSE(run(echo())) << room;
+    for (int free = 0; free < 4; ++free) {
+        const Limited_descriptors limit(free);
+        EXPECT_FALSE(run(echo())) << free;
     }
     expect_not_started();
 }
 
-TEST_F(Process_data_stream_starting, without_room_for_a_process_fails_and_keeps_no_descriptor) {
+TEST_F(Process_data_stream_starting, without_a_free_process_fails_and_keeps_no_descriptor) {
     {
         Replaced_process_calls calls;
         calls.fork = [] {
@@ -272,7 +272,7 @@ TEST_F(Process_data_stream_starting, without_room_for_a_process_fails_and_keeps_
     expect_not_started();
 }
 
-TEST_F(Process_data_stream_starting, without_room_for_a_thread_fails_and_leaves_no_child) {
+TEST_F(Process_data_stream_starting, without_a_free_thread_fails_and_leaves_no_child) {
     {
         const No_room_for_threads no_room;
         EXPECT_FALSE(run(echo()));
@@ -282,36 +282,36 @@ TEST_F(Process_data_stream_starting, without_room_for_a_thread_fails_and_leaves_
 
 // ---- Reading what the child prints ----
 
-TEST(Process_data_stream_output, of_a_child_that_ends_at_once_arrives_whole) {
+TEST(Process_data_stream_output, of_a_child_that_ends_at_once_is_received_whole) {
     const Random_file file(1024 * 1024);
     Process_data_stream stream(nullptr, Child_program({"cat", file.path}), nullptr);
     EXPECT_TRUE(output_of(stream) == file.bytes);
     EXPECT_TRUE(stream.is_finished());
 }
 
-TEST(Process_data_stream_output, fills_the_ring_to_the_last_byte_and_waits_there) {
+TEST(Process_data_stream_output, fills_the_ring_to_the_last_byte_and_then_waits) {
     const Random_file file(3 * ring_size);
     Process_data_stream stream(nullptr, Child_program({"cat", file.path}), nullptr);
     ASSERT_TRUE(eventually([&] { return stream.bytes_avail() == ring_size; }));
-    stream.drop(1); // so that later pieces run over the end of the ring's storage
+    stream.drop(1); // so that later pieces wrap in the ring's storage
     ASSERT_TRUE(eventually([&] { return stream.bytes_avail() == ring_size; }));
-    EXPECT_TRUE(stream.is_running()) << "reading nothing into a full ring was taken for the end";
+    EXPECT_TRUE(stream.is_running()) << "a read of 0 bytes into a full ring was treated as the end";
     EXPECT_TRUE(output_of(stream) == file.bytes.substr(1));
 }
 
-TEST(Process_data_stream_output, with_a_full_ring_its_end_comes_only_when_there_is_room) {
+TEST(Process_data_stream_output, with_a_full_ring_ends_only_when_there_is_free_space) {
     const Random_file file(ring_size);
     Process_data_stream stream(nullptr, Child_program({"cat", file.path}), nullptr);
     ASSERT_TRUE(eventually([&] { return stream.bytes_avail() == ring_size; }));
     Recording_waiter waiter;
     stream.reg_rx_waiter(waiter, true);
-    ASSERT_TRUE(waiter.wait_for(3)); // the end of the output was seen and passed over
+    ASSERT_TRUE(waiter.wait_for(3)); // the end of the output was found and ignored
     EXPECT_TRUE(stream.is_running());
     EXPECT_TRUE(output_of(stream) == file.bytes);
     stream.dereg_rx_waiter();
 }
 
-TEST(Process_data_stream_output, is_announced) {
+TEST(Process_data_stream_output, is_reported_by_an_event) {
     Recording_waiter waiter;
     Process_data_stream stream(nullptr, nullptr, nullptr);
     stream.reg_rx_waiter(waiter, false);
@@ -322,23 +322,23 @@ TEST(Process_data_stream_output, is_announced) {
     stream.dereg_rx_waiter();
 }
 
-TEST(Process_data_stream_output, into_a_ring_that_becomes_full_is_announced_so_again_and_again) {
+TEST(Process_data_stream_output, into_a_full_ring_repeats_the_full_event) {
     Recording_waiter waiter;
     Process_data_stream stream(nullptr, nullptr, nullptr);
     stream.reg_rx_waiter(waiter, true); // quiet: only full ones
     ASSERT_TRUE(stream.run(Child_program({"yes"}), nullptr));
-    ASSERT_TRUE(waiter.wait_for(5)); // though nobody takes anything
+    ASSERT_TRUE(waiter.wait_for(5)); // though nothing is consumed
     EXPECT_EQ(waiter.codes().front(), 1);
     EXPECT_EQ(stream.bytes_avail(), ring_size);
     stream.dereg_rx_waiter();
 }
 
-/// Lets a test get at the ring and its lock.
+/// Gives a test access to the ring and its lock.
 struct Open_process_data_stream : Process_data_stream {
     Open_process_data_stream() : Process_data_stream(nullptr, nullptr, nullptr) {}
-    ~Open_process_data_stream() override { kill(); } // while it is one of these
+    ~Open_process_data_stream() override { kill(); } // before this class is destroyed
     Mutex& ring_lock() { return *buffer_lock; }
-    /// For who holds that lock.
+    /// Called with that lock held.
     unsigned unlocked_bytes_avail() const { return rx_buffer.size(); }
     void fill_ring() {
         const std::lock_guard guard(*buffer_lock);
@@ -347,7 +347,7 @@ struct Open_process_data_stream : Process_data_stream {
     }
 };
 
-TEST(Process_data_stream_output, comes_in_pieces_of_1024_bytes_at_most) {
+TEST(Process_data_stream_output, is_read_in_pieces_of_up_to_1024_bytes) {
     const Random_file file(ring_size);
     Open_process_data_stream stream;
     std::vector<unsigned> pieces;
@@ -363,7 +363,7 @@ TEST(Process_data_stream_output, comes_in_pieces_of_1024_bytes_at_most) {
     EXPECT_EQ(*std::max_element(pieces.begin(), pieces.end()), 1024U);
 }
 
-TEST(Process_data_stream_output, is_announced_under_the_lock_of_the_ring) {
+TEST(Process_data_stream_output, is_reported_under_the_lock_of_the_ring) {
     Open_process_data_stream stream;
     std::atomic<int> locked{0};
     std::atomic<int> unlocked{0};
@@ -379,12 +379,12 @@ TEST(Process_data_stream_output, is_announced_under_the_lock_of_the_ring) {
     EXPECT_EQ(stream.ring_lock().owner_thread(), nullptr);
 }
 
-TEST(Process_data_stream_output, that_finds_its_room_taken_is_reported_and_lost) {
+TEST(Process_data_stream_output, that_no_longer_fits_the_ring_is_reported_and_lost) {
     const Enabled_category enabled;
     const Captured_debug debug;
     Open_process_data_stream stream;
     Replaced_calls calls;
-    calls.select = [&](timeval*) { // between the look at the room and the reading
+    calls.select = [&](timeval*) { // after the check of the free space, before the read
         stream.fill_ring();
         return 1;
     };
@@ -399,12 +399,12 @@ TEST(Process_data_stream_output, is_waited_for_ten_milliseconds_at_a_time) {
     std::atomic<std::int64_t> us{0};
     calls.select = [&](timeval* left) {
         us = std::int64_t{left->tv_sec} * 1000000 + left->tv_usec;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        std::this_thread::yield();
         return 0;
     };
     Process_data_stream stream(nullptr, shell("exit 0"), nullptr);
     EXPECT_TRUE(eventually([&] { return us == 10000; })) << us;
-    EXPECT_TRUE(stream.is_running()) << "what is not ready was read";
+    EXPECT_TRUE(stream.is_running()) << "output that was not ready was read";
     stream.kill();
 }
 
@@ -420,7 +420,7 @@ TEST(Process_data_stream_output, an_interrupted_wait_ends_the_reading) {
     stream.kill();
 }
 
-TEST(Process_data_stream_output, a_wait_that_should_be_repeated_is_repeated) {
+TEST(Process_data_stream_output, a_wait_that_fails_with_EAGAIN_is_repeated) {
     Replaced_calls calls;
     std::atomic<int> waits{0};
     calls.select = [&](timeval*) {
@@ -441,14 +441,14 @@ int output_descriptor(const std::set<int>& before) {
     return -1;
 }
 
-TEST(Process_data_stream_output, that_turns_out_not_to_be_there_is_waited_for_again) {
+TEST(Process_data_stream_output, is_waited_for_again_when_a_read_finds_none) {
     Replaced_calls calls;
     calls.select = [](timeval*) { return 1; };
     const auto before = open_descriptor_numbers();
     Process_data_stream stream(nullptr, nullptr, nullptr);
     ASSERT_TRUE(stream.run(shell("read go </dev/null; echo abc; exec sleep 1000"), nullptr));
     const int from_child = output_descriptor(before);
-    EXPECT_EQ(fcntl(from_child, F_GETFL) & O_NONBLOCK, 0) << "the reading end does not block";
+    EXPECT_EQ(fcntl(from_child, F_GETFL) & O_NONBLOCK, 0) << "the reading end is non-blocking";
     make_non_blocking(from_child);
     EXPECT_EQ(line_of(stream), "abc");
     EXPECT_TRUE(stream.is_running());
@@ -465,15 +465,20 @@ TEST(Process_data_stream_output, that_cannot_be_read_ends_the_reading) {
     EXPECT_TRUE(eventually([&] { return stream.is_finished(); }));
 }
 
-TEST(Process_data_stream_output, on_a_descriptor_that_select_does_not_know_ends_at_once) {
+TEST(Process_data_stream_output, on_a_descriptor_too_high_for_select_ends_at_once_and_is_reported_once) {
+    const Captured_descriptor standard_error(STDERR_FILENO);
     const Many_descriptors many(1024);
     Process_data_stream stream(nullptr, nullptr, nullptr);
-    EXPECT_TRUE(stream.run(echo(), nullptr));
-    EXPECT_TRUE(eventually([&] { return stream.is_finished(); }));
-    EXPECT_EQ(stream.join(0), 0);
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_TRUE(stream.run(echo(), nullptr));
+        EXPECT_TRUE(eventually([&] { return stream.is_finished(); }));
+        EXPECT_EQ(stream.join(-1), 0);
+    }
+    // 1024 and 1025 are the ends of the other pipe.
+    EXPECT_EQ(standard_error.text(), report_of_high_descriptor(stream.get_description(), 1026));
 }
 
-TEST(Process_data_stream_output, on_the_highest_descriptor_that_select_knows_arrives) {
+TEST(Process_data_stream_output, on_the_highest_descriptor_that_select_knows_is_received) {
     const Many_descriptors many(1021); // 1021 and 1022 for the input, 1023 for the output
     Process_data_stream stream(nullptr, nullptr, nullptr);
     ASSERT_TRUE(stream.run(shell("echo abc"), nullptr));
@@ -519,7 +524,7 @@ TEST(Process_data_stream_input, that_the_child_has_closed_fails_without_a_signal
     EXPECT_TRUE(stream.is_running());
 }
 
-TEST(Process_data_stream_input, leaves_a_signal_that_waited_before) {
+TEST(Process_data_stream_input, leaves_a_signal_that_was_pending_before) {
     Process_data_stream stream(nullptr, shell("exec <&-; echo closed; exec sleep 1000"), nullptr);
     ASSERT_EQ(line_of(stream), "closed");
     sigset_t pipe_signal;
@@ -531,8 +536,8 @@ TEST(Process_data_stream_input, leaves_a_signal_that_waited_before) {
     EXPECT_EQ(write_bytes(stream, "a"), -1);
     sigpending(&pending);
     EXPECT_EQ(sigismember(&pending, SIGPIPE), 1);
-    int taken = 0;
-    sigwait(&pipe_signal, &taken);
+    int received = 0;
+    sigwait(&pipe_signal, &received);
     pthread_sigmask(SIG_UNBLOCK, &pipe_signal, nullptr);
 }
 
@@ -554,7 +559,7 @@ TEST(Process_data_stream_input, is_non_blocking_for_the_child_so_that_cat_ends_a
     EXPECT_EQ(errors.text(), complaint + complaint + complaint);
 }
 
-/// Up to what a pipe takes whole or not at all.
+/// Up to the size that a pipe accepts whole or not at all.
 TEST(Process_data_stream_input, of_two_threads_is_not_mixed) {
     constexpr std::size_t size = PIPE_BUF - 1;
     constexpr int count = 200;

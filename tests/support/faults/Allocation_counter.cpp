@@ -30,7 +30,7 @@ unsigned Allocation_counter::count() const {
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 
-// The sanitizers bring an allocator of their own, and a way to be told of its use.
+// The sanitizers have their own allocator, and call a hook for each allocation.
 
 extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*allocated)(const volatile void*, std::size_t),
                                                          void (*freed)(const volatile void*));
@@ -40,7 +40,8 @@ extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*allocated)(const
 
 #else
 
-// The program's own definitions win over those of the shared libraries; these pass on to the C library.
+// The dynamic linker prefers these definitions of the program to those of the shared libraries. They call the C
+// library.
 
 extern "C" {
 void* __libc_malloc(std::size_t);

@@ -1,8 +1,8 @@
 #pragma once
 
-/// Counts what the thread that makes it takes from the heap while it lives: every `new`, `malloc`, `calloc`, `realloc`
-/// and aligned allocation, of the test program and of every shared library, the C library's own included.
-/// Under the thread sanitizer, aligned ones are not seen.
+/// Counts the allocations of the thread that made it while it lives: every `new`, `malloc`, `calloc`, `realloc`
+/// and aligned allocation, in the test program and in every shared library, the C library included.
+/// Under the thread sanitizer, aligned ones are not counted.
 ///
 ///     const Allocation_counter allocations;
 ///     stream.drop(1);

@@ -2,11 +2,13 @@
 
 #include <support/files/descriptors.h>
 
+#include <algorithm>
 #include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/resource.h>
+#include <sys/select.h>
 #include <unistd.h>
 
 namespace {
@@ -37,9 +39,25 @@ std::set<int> open_descriptor_numbers() {
     std::set<int> numbers;
     for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
         numbers.insert(std::stoi(entry.path().filename()));
-    for (auto number = numbers.begin(); number != numbers.end();) // the one that looked is closed again
+    for (auto number = numbers.begin(); number != numbers.end();) // that of the directory is closed again
         number = is_open(*number) ? std::next(number) : numbers.erase(number);
     return numbers;
+}
+
+int copy_too_high_for_select(int fd) {
+    constexpr rlim_t enough = FD_SETSIZE + 100;
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    if (limit.rlim_cur < enough)
+        limit_descriptors(std::min(limit.rlim_max, enough));
+    const int copy = fcntl(fd, F_DUPFD_CLOEXEC, FD_SETSIZE);
+    EXPECT_GE(copy, FD_SETSIZE) << "this system allows no descriptor above those that select knows";
+    return copy;
+}
+
+std::string report_of_high_descriptor(const char* description, int fd) {
+    return std::string(description) + ": cannot wait for descriptor " + std::to_string(fd) +
+           ": select knows those below 1024 only\n";
 }
 
 Limited_descriptors::Limited_descriptors(int more) {

@@ -1,13 +1,21 @@
 #pragma once
 
 #include <set>
+#include <string>
 #include <vector>
 
 /// The numbers of the descriptors that this process has open.
 std::set<int> open_descriptor_numbers();
 
-/// Limits the number of open descriptors while it lives: to those that are open, filling the gaps between them, and
-/// `more`.
+/// A copy of a descriptor with a number that `select` does not know: FD_SETSIZE or above. Raises the process's limit of
+/// descriptors where that is needed.
+int copy_too_high_for_select(int fd);
+
+/// What a stream of that description reports of such a descriptor.
+std::string report_of_high_descriptor(const char* description, int fd);
+
+/// While it lives, limits the number of open descriptors to those that are open now and `more`. It fills the gaps
+/// between the open ones.
 class Limited_descriptors {
   public:
     explicit Limited_descriptors(int more);
@@ -20,7 +28,7 @@ class Limited_descriptors {
     std::vector<int> fillers_;
 };
 
-/// Opens descriptors, which children inherit, while it lives: until the next one would have the number `first_free`.
+/// While it lives, keeps descriptors open, which children inherit, so that the next one gets the number `first_free`.
 class Many_descriptors {
   public:
     explicit Many_descriptors(int first_free);

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
-/// While it lives, no file that this process writes grows beyond so many bytes: a disk that gets full.
+/// While it lives, no file that this process writes grows beyond this number of bytes, as on a full disk.
 class Limited_file_size {
   public:
     explicit Limited_file_size(rlim_t bytes) : handler_before_(std::signal(SIGXFSZ, SIG_IGN)) {

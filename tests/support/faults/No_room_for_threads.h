@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
-/// While it lives, no thread can be started: each would get a stack for which no address space has room.
+/// While it lives, no thread can be started: each would need a stack that does not fit the address space.
 class No_room_for_threads {
   public:
     No_room_for_threads() {

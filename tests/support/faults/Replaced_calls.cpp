@@ -33,7 +33,7 @@ Replaced_calls::~Replaced_calls() {
     replaced = nullptr;
 }
 
-// The program's own definitions win over those of the shared libraries.
+// The dynamic linker prefers these definitions of the program to those of the shared libraries.
 
 extern "C" int select(int count, fd_set* readable, fd_set* writable, fd_set* exceptional, timeval* left) {
     static const auto original = in_c_library(select);

@@ -16,9 +16,9 @@
 
 namespace {
 
-std::atomic<Replaced_file_calls*> replaced{nullptr}; // other threads may ask
+std::atomic<Replaced_file_calls*> replaced{nullptr}; // other threads may read it
 
-/// What the test answers; nothing when it has no answer.
+/// The test's answer; no value when it has none.
 template <typename Member, typename... Arguments>
 Replaced_file_calls::Answer answer(Member member, Arguments... arguments) {
     Replaced_file_calls* const present = replaced;
@@ -42,7 +42,7 @@ std::string name_behind(int fd) {
     return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fd)).filename().string();
 }
 
-// The program's own definitions win over those of the shared libraries.
+// The dynamic linker prefers these definitions of the program to those of the shared libraries.
 
 extern "C" int openat(int folder, const char* name, int flags, ...) {
     static const auto original = in_c_library(openat);
@@ -164,7 +164,7 @@ extern "C" std::size_t fread(void* destination, std::size_t size, std::size_t co
     return instead ? static_cast<std::size_t>(*instead) : original(destination, size, count, file);
 }
 
-/// Gives way to a test's own, which wants to know the file too.
+/// Weak: a test that needs the file, too, defines its own.
 extern "C" [[gnu::weak]] std::size_t fwrite(const void* source, std::size_t size, std::size_t count, std::FILE* file) {
     static const auto original = in_c_library(fwrite);
     const auto instead = answer(&Replaced_file_calls::fwrite, size, count);

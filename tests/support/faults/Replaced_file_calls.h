@@ -5,8 +5,8 @@
 #include <string>
 #include <sys/types.h>
 
-/// Sees, and where a test sets an answer replaces, calls that the program makes to the C library about files, for as
-/// long as it lives. Nothing as an answer: what the C library answers. One at a time; set it up before other threads
+/// While it lives, observes calls of the program to the C library about files, and replaces those for which a test
+/// returns a result. Without one, the C library is called. One at a time; set it up before other threads
 /// start.
 ///
 ///     Replaced_file_calls calls;
@@ -37,7 +37,7 @@ class Replaced_file_calls {
     std::function<Answer(int whence)> fseek;
     std::function<Answer()> ftell;
     std::function<Answer()> fsetpos;
-    /// With how many members of what size.
+    /// With the size and the number of the members.
     std::function<Answer(std::size_t size, std::size_t count)> fread;
     std::function<Answer(std::size_t size, std::size_t count)> fwrite;
     std::function<Answer()> ferror;

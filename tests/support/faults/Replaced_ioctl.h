@@ -1,10 +1,10 @@
 #pragma once
 
-/// Answers `ioctl` instead of the C library. \return false to leave a call to others
+/// Replaces `ioctl`. \return false to pass the call on
 using Ioctl_answer = bool (*)(int fd, unsigned long request, void* argument, int& result);
 
-/// There is one `ioctl` in a test program, and several who want to answer it: each is asked in turn. Make one of these
-/// at the level of a file.
+/// Registers a replacement. A test program has one `ioctl`, which calls the registered replacements in turn. Make these
+/// at namespace scope.
 class Replaced_ioctl {
   public:
     explicit Replaced_ioctl(Ioctl_answer how);

@@ -7,10 +7,10 @@
 
 namespace {
 
-std::mutex replaced_mutex; // the library's detached threads make such calls at any time
+std::mutex replaced_mutex; // detached threads of the library may make such calls at any time
 Replaced_process_calls* replaced = nullptr;
 
-/// A copy of what replaces a call, so that it can be called without the mutex; empty when nothing does.
+/// A copy of the replacement of a call, which can be called without the mutex; empty when there is none.
 template <typename Replacement>
 Replacement replacement_of(Replacement Replaced_process_calls::*call) {
     const std::lock_guard guard(replaced_mutex);
@@ -35,7 +35,7 @@ pid_t original_waitpid(pid_t pid, int* status, int options) {
     return original(pid, status, options);
 }
 
-// The program's own definitions win over those of the shared libraries.
+// The dynamic linker prefers these definitions of the program to those of the shared libraries.
 
 extern "C" pid_t fork() noexcept {
     static const auto original = in_c_library(fork);

@@ -4,8 +4,8 @@
 #include <sys/types.h>
 #include <wordexp.h>
 
-/// Replaces calls that the program makes to the C library to start and end child processes, for as long as it lives.
-/// What is not set goes to the C library. One at a time; set it up before other threads make such calls.
+/// While it lives, replaces calls of the program to the C library that start and end child processes.
+/// Calls that are not set go to the C library. One at a time; set it up before other threads make such calls.
 class Replaced_process_calls {
   public:
     Replaced_process_calls();
@@ -20,5 +20,5 @@ class Replaced_process_calls {
     std::function<void()> wordfree;
 };
 
-/// What the C library does, whatever is replaced.
+/// The C library's own function, also while it is replaced.
 pid_t original_waitpid(pid_t pid, int* status, int options);

@@ -12,7 +12,7 @@ namespace {
 
 Replaced_store_calls* replaced = nullptr;
 
-/// Records a call, and has it answered by the test or else by the platform's own operation.
+/// Records a call. Calls the platform's operation when the test returns no result.
 template <typename... Arguments>
 int call(const std::string& text, const char* symbol, Arguments... arguments) {
     if (replaced) {
@@ -56,7 +56,7 @@ std::vector<std::string> Replaced_store_calls::calls_of(const std::string& begin
     return found;
 }
 
-// The test program's own, which the dynamic linker takes instead of the platform's.
+// The dynamic linker prefers these definitions of the test program to those of the platform.
 
 int pcfIsMounted(const char* name) {
     return call("IsMounted", "_Z12pcfIsMountedPKc", name);

@@ -5,12 +5,12 @@
 #include <string>
 #include <vector>
 
-/// Records the calls to the platform's file store while it lives, and answers in the store's place where a test says
-/// so. For one thread.
+/// While it lives, records the calls to the platform's file store, and replaces those for which a test returns a
+/// result. For one thread.
 ///
 ///     Replaced_store_calls store;
 ///     store.answer = [](const std::string& call) -> std::optional<int> {
-///         return call == "OpenRead a 0" ? std::optional(1) : std::nullopt;   // busy; else what the store answers
+///         return call == "OpenRead a 0" ? std::optional(1) : std::nullopt;   // busy; otherwise the store is called
 ///     };
 ///
 /// The calls as texts: "IsMounted", "Info", "Exists a", "Remove a", "GetFileName 3", "OpenRead a 500", "Read 32 0",
@@ -22,14 +22,14 @@ class Replaced_store_calls {
     Replaced_store_calls(const Replaced_store_calls&) = delete;
     Replaced_store_calls& operator=(const Replaced_store_calls&) = delete;
 
-    /// What a call returns, with its other results left as they are; nothing: what the store says.
+    /// The result of a call, whose other results are left unchanged; no value: the store is called.
     std::function<std::optional<int>(const std::string& call)> answer;
 
-    /// What is filled into the room for a name, all of it and without a NUL; 0: what the store says.
+    /// The character that fills the whole buffer for a name, without a NUL; 0: the store is called.
     char name_filler = 0;
 
     /// Every call so far.
     std::vector<std::string> calls;
-    /// Those that begin so.
+    /// Those that begin with this text.
     std::vector<std::string> calls_of(const std::string& beginning) const;
 };

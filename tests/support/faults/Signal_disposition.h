@@ -2,8 +2,8 @@
 
 #include <csignal>
 
-/// What the process does about a signal while this lives; then what it did before. Programs that are started meanwhile
-/// inherit whether it is ignored.
+/// While it lives, sets the disposition of a signal; then restores the earlier one. Programs that are started meanwhile
+/// inherit that a signal is ignored.
 ///
 ///     const Signal_disposition no_pipe_signal(SIGPIPE, SIG_IGN);
 class Signal_disposition {

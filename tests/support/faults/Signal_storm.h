@@ -4,8 +4,8 @@
 #include <csignal>
 #include <thread>
 
-/// While it lives, every thread of the process but its own gets a signal a thousand times a second. The handler does
-/// nothing, and system calls are not begun anew behind it: those that wait return with EINTR.
+/// While it lives, every thread of the process except its own gets a signal a thousand times a second. The handler only
+/// counts, and system calls are not restarted: those that wait return with EINTR.
 class Signal_storm {
   public:
     Signal_storm();
@@ -13,11 +13,11 @@ class Signal_storm {
     Signal_storm(const Signal_storm&) = delete;
     Signal_storm& operator=(const Signal_storm&) = delete;
 
-    /// Signals that threads have got so far.
+    /// Signals that threads have received so far.
     unsigned count() const;
 
   private:
-    void blow();
+    void send_signals();
 
     struct sigaction action_before_;
     std::atomic<bool> over_{false};

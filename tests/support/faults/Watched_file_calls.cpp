@@ -57,7 +57,7 @@ Watched_file_calls::Answer Watched_file_calls::by_descriptor(const char* what, i
     return decide({what, fs::path(path).filename().string(), fd, std::move(bytes), "", number});
 }
 
-/// A name without a path is of the folder: whoever else uses such names does not do it while a test watches.
+/// A name without a path is one in the folder: other code does not use such names while a test observes.
 Watched_file_calls::Answer Watched_file_calls::by_name(const char* what, const char* name, long number,
                                                        const char* to) {
     const std::string path = name;

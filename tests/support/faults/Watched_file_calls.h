@@ -18,8 +18,8 @@ struct File_call {
     long number = 0;   ///< flags of an opening, length of a truncation, request of an ioctl, size of a transfer
 };
 
-/// Sees every call about the files of a folder, and about the folder, while it lives, before the call is made, and
-/// answers in the place of the C library where a test says so. For one thread.
+/// While it lives, observes every call about a folder and its files before it is made, and replaces the call when the
+/// test returns a result. For one thread.
 ///
 ///     const Watched_file_calls watched(folder, [&](const File_call& call) -> Watched_file_calls::Answer {
 ///         if (call.what != "sync")
@@ -28,7 +28,7 @@ struct File_call {
 ///         return -1;
 ///     });
 ///
-/// Calls that the test makes while it decides are not seen.
+/// Calls that the test makes while it decides are not observed.
 class Watched_file_calls {
   public:
     using Answer = std::optional<long>;

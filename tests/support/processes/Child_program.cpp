@@ -40,7 +40,7 @@ std::string output_of(Process_data_stream& stream, std::size_t count) {
 std::string output_of(Process_data_stream& stream) {
     std::string output;
     const bool ended = eventually([&] {
-        const bool finished = stream.is_finished(); // asked first: all output is there when it is
+        const bool finished = stream.is_finished(); // read first: when it is true, all output is in the ring
         output += take_buffered(stream);
         return finished;
     });
@@ -60,7 +60,7 @@ std::string line_of(Process_data_stream& stream) {
         }
         return false;
     });
-    EXPECT_TRUE(complete) << "only \"" << line << "\" came";
+    EXPECT_TRUE(complete) << "received only \"" << line << "\"";
     return line;
 }
 

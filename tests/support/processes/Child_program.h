@@ -24,19 +24,19 @@ class Child_program {
 
 /// A script for the shell.
 Child_program shell(const std::string& script);
-/// Gives back what it is sent, until that ends.
+/// A program that copies its input to its output until end of input.
 Child_program echo();
 /// The path of that program.
 std::string path_of_echo();
 
-/// Takes what a child prints until `count` bytes have come; fewer when they do not within 20 seconds.
+/// Reads the output of a child until `count` bytes are received; fewer after 20 seconds.
 std::string output_of(Process_data_stream& stream, std::size_t count);
-/// The same until its output ends.
+/// Reads the output of a child until its end.
 std::string output_of(Process_data_stream& stream);
-/// Takes a line of output, without the line feed.
+/// Reads a line of output; returns it without the line feed.
 std::string line_of(Process_data_stream& stream);
 
-/// Whether this process has no children: none that run and none that wait to be reaped. Reaps none.
+/// Whether this process has no children, running or waiting to be reaped. Reaps none.
 bool no_children();
 /// The names of this process's threads that begin with `prefix`.
 std::multiset<std::string> threads_named(const std::string& prefix);

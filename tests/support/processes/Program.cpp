@@ -15,7 +15,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// A descriptor that is closed with its owner. None of ours reaches a program by accident.
+/// A descriptor that is closed when its owner is destroyed. Programs inherit none of these by accident.
 class Descriptor {
   public:
     Descriptor() = default;
@@ -49,7 +49,7 @@ Pipe make_pipe() {
     return {Descriptor(ends[0]), Descriptor(ends[1])};
 }
 
-/// While it lives, writing to a program that has closed its standard input does not end the test.
+/// While it lives, a write to a program that has closed its standard input does not end the test.
 class No_pipe_signal {
   public:
     No_pipe_signal() {
@@ -71,7 +71,7 @@ class No_pipe_signal {
     sigset_t before_;
 };
 
-/// How a program begins: its descriptors, process group and signals.
+/// How a program is started: its descriptors, process group and signals.
 class Spawn_plan {
   public:
     Spawn_plan() {
@@ -97,18 +97,18 @@ class Spawn_plan {
     posix_spawnattr_t attributes;
 };
 
-/// Carries the bytes between a running program and the test.
-class Conversation {
+/// Transfers the bytes between a running program and the test.
+class Transfer {
   public:
-    Conversation(std::string_view input, std::size_t read_at_most, Clock::time_point deadline)
+    Transfer(std::string_view input, std::size_t read_at_most, Clock::time_point deadline)
         : input_(input), left_to_read_(read_at_most), deadline_(deadline) {}
 
     Descriptor to_program;
     Descriptor output;
     Descriptor errors;
 
-    /// Until the program has closed both its outputs. False: the deadline came first.
-    bool carry(Program_result& result) {
+    /// Returns when the program has closed both its outputs. \return false after the deadline
+    bool run(Program_result& result) {
         const No_pipe_signal no_pipe_signal;
         fcntl(to_program.get(), F_SETFL, O_NONBLOCK);
         if (input_.empty())
@@ -122,10 +122,10 @@ class Conversation {
             if (ready <= 0)
                 continue;
             if (watched[0].revents)
-                feed();
+                send_input();
             if (watched[1].revents)
                 read_output(result.output);
-            if (watched[2].revents && take(errors, result.errors, piece_size) == 0)
+            if (watched[2].revents && append_from(errors, result.errors, piece_size) == 0)
                 errors.close();
         }
         return true;
@@ -134,7 +134,7 @@ class Conversation {
   private:
     static constexpr std::size_t piece_size = 65536;
 
-    void feed() {
+    void send_input() {
         const ssize_t sent = write(to_program.get(), input_.data(), input_.size());
         if (sent > 0)
             input_.remove_prefix(static_cast<std::size_t>(sent));
@@ -143,13 +143,13 @@ class Conversation {
     }
 
     void read_output(std::string& text) {
-        const std::size_t taken = take(output, text, std::min(left_to_read_, piece_size));
-        left_to_read_ -= taken;
-        if (taken == 0 || left_to_read_ == 0)
+        const std::size_t count = append_from(output, text, std::min(left_to_read_, piece_size));
+        left_to_read_ -= count;
+        if (count == 0 || left_to_read_ == 0)
             output.close();
     }
 
-    static std::size_t take(const Descriptor& from, std::string& text, std::size_t at_most) {
+    static std::size_t append_from(const Descriptor& from, std::string& text, std::size_t at_most) {
         char piece[piece_size];
         ssize_t n = 0;
         do
@@ -166,8 +166,7 @@ class Conversation {
     Clock::time_point deadline_;
 };
 
-/// The program's end, looked for every millisecond until the deadline; the process group is killed when that comes
-/// first.
+/// Checks every millisecond whether the program has ended. Kills the process group after the deadline.
 void wait_for_end(pid_t pid, Clock::time_point deadline, Program_result& result) {
     siginfo_t info = {};
     while (result.in_time) {
@@ -185,7 +184,7 @@ void wait_for_end(pid_t pid, Clock::time_point deadline, Program_result& result)
     result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }
 
-/// An array as the C library wants it, which ends in a null pointer; valid as long as the texts.
+/// A null-terminated array of pointers to the texts, valid as long as they are.
 std::vector<char*> array_of(const std::vector<std::string>& texts) {
     std::vector<char*> array;
     for (const std::string& text : texts)
@@ -194,7 +193,7 @@ std::vector<char*> array_of(const std::vector<std::string>& texts) {
     return array;
 }
 
-/// The test's environment, changed: variables are set, or, without a value, left out.
+/// The test's environment with changes: a variable is set, or, without a value, removed.
 std::vector<std::string> changed_environment(const std::map<std::string, std::optional<std::string>>& changes) {
     std::vector<std::string> variables;
     for (char** variable = environ; *variable; ++variable)
@@ -246,15 +245,15 @@ Program& Program::time_limit(std::chrono::milliseconds limit) {
     return *this;
 }
 
-Program& Program::once_started(std::function<void(pid_t)> tell) {
-    tell_start_ = std::move(tell);
+Program& Program::once_started(std::function<void(pid_t)> notify) {
+    notify_started_ = std::move(notify);
     return *this;
 }
 
 Program_result Program::run() const {
     const Clock::time_point deadline = Clock::now() + limit_;
     Program_result result;
-    Conversation conversation(input_, read_at_most_, deadline);
+    Transfer transfer(input_, read_at_most_, deadline);
     Pipe input = make_pipe();
     Pipe output = make_pipe();
     Pipe errors = make_pipe();
@@ -278,15 +277,15 @@ Program_result Program::run() const {
         result.status = did_not_start;
         return result;
     }
-    if (tell_start_)
-        tell_start_(pid);
+    if (notify_started_)
+        notify_started_(pid);
     input.read_end.close();
     output.write_end.close();
     errors.write_end.close();
-    conversation.to_program = std::move(input.write_end);
-    conversation.output = std::move(output.read_end);
-    conversation.errors = std::move(errors.read_end);
-    result.in_time = conversation.carry(result);
+    transfer.to_program = std::move(input.write_end);
+    transfer.output = std::move(output.read_end);
+    transfer.errors = std::move(errors.read_end);
+    result.in_time = transfer.run(result);
     wait_for_end(pid, deadline, result);
     return result;
 }

@@ -23,13 +23,13 @@ Running_program::Running_program(std::string path, std::vector<std::string> argu
     Program program("setpriv", std::move(arguments));
     program.time_limit(time_limit);
     runner_ = std::thread([this, program, process = std::move(process)]() mutable {
-        bool told = false;
+        bool notified = false;
         program.once_started([&](pid_t number) {
-            told = true;
-            process.set_value(descriptor_of_process(number)); // it is not waited for yet, so the number is its
+            notified = true;
+            process.set_value(descriptor_of_process(number)); // it is not reaped yet, so the number is its own
         });
         result_ = program.run();
-        if (!told)
+        if (!notified)
             process.set_value(-1);
     });
     process_ = started.get();

@@ -6,8 +6,8 @@
 #include <sys/types.h>
 #include <thread>
 
-/// A program that runs beside the test, socat for one, and is ended with it, also when the test is killed: a program
-/// that is left behind would take the bytes of a later test whose terminal gets the same number.
+/// A program that runs beside the test (socat, for example). It is ended with the test, also when the test is killed: a
+/// program that continued would read the bytes of a later test whose terminal gets the same number.
 ///
 ///     Running_program peer("socat", {"TCP-LISTEN:" + port + ",bind=127.0.0.1", "PIPE"});
 class Running_program {
@@ -18,11 +18,11 @@ class Running_program {
     Running_program(const Running_program&) = delete;
     Running_program& operator=(const Running_program&) = delete;
 
-    /// Sends it a signal, unless it has ended, and waits for its end. \return what became of it
+    /// Sends it a signal, unless it has ended, and waits for its end. \return its result
     const Program_result& end(int signal_number);
 
   private:
-    int process_ = -1; ///< a descriptor of the process: no other process ever gets that
+    int process_ = -1; ///< a descriptor of the process, which never refers to another process
     Program_result result_;
     std::thread runner_;
 };

@@ -6,10 +6,11 @@
 #include <string>
 #include <sys/types.h>
 
-/// Whether a process waits for something: its first thread, if it has several.
+/// Whether a process is waiting; of several threads, the first one.
 inline bool sleeps(pid_t process) {
     const std::string id = std::to_string(process);
-    std::ifstream file("/proc/" + id + "/task/" + id + "/stat"); // an emulator answers for the process itself
+    std::ifstream file("/proc/" + id + "/task/" + id +
+                       "/stat"); // under an emulator, the file of the process is that of the emulator
     std::string number;
     std::string name;
     std::string state;
@@ -17,11 +18,11 @@ inline bool sleeps(pid_t process) {
     return state == "S";
 }
 
-/// Sends a signal to one process that the test has started. Numbers that stand for many processes, or for none that a
-/// test may have started, are refused: a -1 that means "not known yet" would reach every process there is.
+/// Sends a signal to one process that the test has started. Refuses numbers that stand for several processes, or for
+/// one that no test has started: a -1 that means "not known yet" would signal every process.
 inline void send_signal(pid_t process, int number) {
     if (process <= 1)
         ADD_FAILURE() << process << " is no process of this test";
     else if (kill(process, number) != 0)
-        ADD_FAILURE() << "process " << process << " is not there";
+        ADD_FAILURE() << "process " << process << " does not exist";
 }

@@ -3,16 +3,16 @@
 #include <string>
 #include <string_view>
 
-/// A pseudo terminal: the test holds the far end (`master`), the code under test opens the near one by its path, as it
-/// would open a serial device.
+/// A pseudo terminal: the test has the far end (`master`), the code under test opens the near one by its path, like
+/// a serial device.
 ///
-/// Where that makes it the test's controlling terminal (a test that leads its session has none before), taking the far
-/// end away would end the test with SIGHUP: the signal is ignored meanwhile.
+/// The terminal may become the test's controlling terminal (when the test leads a session). Closing the far
+/// end would then end the test with SIGHUP, so this signal is ignored while the object lives.
 class Pty_pair {
   public:
     enum Mode { raw, as_it_comes };
 
-    /// With `raw` bytes pass unchanged and are not echoed, from the start.
+    /// With `raw`, bytes pass unchanged and are not echoed; with `as_it_comes`, the system's settings stay.
     explicit Pty_pair(Mode mode = raw);
     ~Pty_pair();
     Pty_pair(const Pty_pair&) = delete;
@@ -26,14 +26,14 @@ class Pty_pair {
 
     /// Sends bytes to the near end.
     void send(std::string_view bytes) const;
-    /// Waits for bytes that the near end wrote.
+    /// Waits for bytes that the near end writes.
     std::string receive(std::size_t count) const;
-    /// Takes the far end away, as a pulled plug does.
+    /// Closes the far end, like unplugging.
     void hang_up();
 
     /// Closes the descriptor of the near end.
     void close_slave();
-    /// Whether nobody has the near end open (any more).
+    /// Whether the near end is open nowhere.
     bool near_end_is_gone() const;
 
   private:
