@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <mutex>
 
 class module_man;
 class waiter_descriptor;
@@ -24,7 +25,9 @@ class waiter_descriptor;
 /// deregister first. A waiter is deregistered before it is destroyed.
 ///
 /// **Threads.** Registration runs under `lock()`, which a stream with a thread of its own makes the lock that this
-/// thread sends its events under. Who holds that lock must not register, deregister or call `init`.
+/// thread sends its events under. Who holds that lock must not register, deregister or call `init`. When a waiter is
+/// deregistered or replaced, the operation returns after the notification in progress, unless it is called within that
+/// notification: then the former waiter may be destroyed.
 class GLUE_EXPORT Event_sender_data_stream : public virtual Data_stream {
   public:
     /// Codes of the events.
@@ -80,6 +83,7 @@ class GLUE_EXPORT Event_sender_data_stream : public virtual Data_stream {
 
   private:
     void send(waiter_descriptor& waiter, event_code code, bool urgent, bool merge) const;
+    void wait_for_notification();
 
     // Atomic because some streams announce without holding lock().
     std::atomic<std::int16_t> module_id_;
@@ -88,4 +92,5 @@ class GLUE_EXPORT Event_sender_data_stream : public virtual Data_stream {
     std::atomic<bool> rx_quiet_;
     std::atomic<bool> tx_quiet_;
     std::function<void()> rx_callback_;
+    std::recursive_mutex notification_; ///< held from the reading of a waiter's address to the end of its notification
 };

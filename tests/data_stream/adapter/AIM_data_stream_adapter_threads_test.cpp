@@ -7,16 +7,21 @@
 #include <support/fakes/Captured_debug.h>
 #include <support/fakes/Recording_waiter.h>
 #include <support/fakes/Scripted_event_sender.h>
+#include <support/processes/processes.h>
 #include <support/processes/processor_time.h>
+
+#include <platform/Debug.h>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <thread>
+#include <unistd.h>
 #include <utility>
 
 namespace {
@@ -182,6 +187,145 @@ TEST(AIM_adapter_threads, can_be_destroyed_while_its_raw_stream_announces_bytes)
             EXPECT_TRUE(eventually([&] { return adapter.bytes_avail() != 0; }));
         }
     }
+}
+
+/// A waiter whose next notification lasts as long as an operation of the test: its queue is full, so that the
+/// notification drops the oldest event and reports that through the debug printer, which runs the operation.
+class Slow_waiter {
+  public:
+    explicit Slow_waiter(std::function<void()> operation) {
+        Debug::Print::set_sink([this, during = std::move(operation)](std::string_view) {
+            during();
+            notified_ = true;
+        });
+        for (unsigned i = 0; i < waiter_descriptor::capacity; ++i) {
+            waiter_event other;
+            other.code = -1; // equals no event of a stream
+            waiter_.send_event(other, false, false);
+        }
+    }
+    ~Slow_waiter() { Debug::Print::set_sink({}); }
+    Slow_waiter(const Slow_waiter&) = delete;
+    Slow_waiter& operator=(const Slow_waiter&) = delete;
+
+    waiter_descriptor* waiter() { return &waiter_; }
+    bool notified() const { return notified_; }
+
+  private:
+    waiter_descriptor waiter_;
+    std::atomic<bool> notified_{false};
+};
+
+/// Runs an operation in a thread of its own.
+class Operation_thread {
+  public:
+    void start(std::function<void()> operation) {
+        thread_ = std::thread([this, operation = std::move(operation)] {
+            id_ = gettid();
+            operation();
+            returned_ = true;
+        });
+    }
+    void join() { thread_.join(); }
+    /// \return whether the operation waits; false when it returns
+    bool waits() {
+        eventually([this] { return returned_ || (id_ != 0 && sleeps(id_)); });
+        return !returned_;
+    }
+
+  private:
+    std::atomic<pid_t> id_{0};
+    std::atomic<bool> returned_{false};
+    std::thread thread_;
+};
+
+TEST(AIM_adapter_threads, deregistering_waits_for_the_notification_in_progress) {
+    module_man modules;
+    auto owned = std::make_unique<Scripted_event_sender>();
+    Scripted_event_sender& raw = *owned;
+    AIM_data_stream_adapter adapter(modules, std::move(owned), '1');
+    Operation_thread deregistration;
+    std::atomic<bool> waits{false};
+    Slow_waiter rx([&] {
+        deregistration.start([&] { adapter.dereg_rx_waiter(); });
+        waits = deregistration.waits();
+    });
+    adapter.reg_rx_waiter(rx.waiter(), false);
+    raw.push(aim_frame("abc"));
+    EXPECT_TRUE(eventually([&] { return rx.notified(); }));
+    deregistration.join();
+    EXPECT_TRUE(waits);
+    EXPECT_EQ(adapter.get_rx_waiter(), nullptr);
+}
+
+TEST(AIM_adapter_threads, deregistering_of_the_tx_waiter_waits_for_the_notification_in_progress) {
+    module_man modules;
+    AIM_data_stream_adapter adapter(modules, std::make_unique<Scripted_event_sender>(), '1');
+    Operation_thread deregistration;
+    bool waits = false;
+    Slow_waiter tx([&] {
+        deregistration.start([&] { adapter.dereg_tx_waiter(); });
+        waits = deregistration.waits();
+    });
+    adapter.reg_tx_waiter(tx.waiter(), false);
+    adapter.send_tx_event(false);
+    deregistration.join();
+    EXPECT_TRUE(waits);
+    EXPECT_EQ(adapter.get_tx_waiter(), nullptr);
+}
+
+TEST(AIM_adapter_threads, registering_another_waiter_waits_for_the_notification_in_progress) {
+    module_man modules;
+    AIM_data_stream_adapter adapter(modules, std::make_unique<Scripted_event_sender>(), '1');
+    Recording_waiter next;
+    Operation_thread registration;
+    bool waits = false;
+    Slow_waiter rx([&] {
+        registration.start([&] { adapter.reg_rx_waiter(next, false); });
+        waits = registration.waits();
+    });
+    adapter.reg_rx_waiter(rx.waiter(), false);
+    adapter.send_rx_event(false);
+    registration.join();
+    EXPECT_TRUE(waits);
+    EXPECT_EQ(adapter.get_rx_waiter(), next.waiter());
+}
+
+TEST(AIM_adapter_threads, waiters_can_be_deregistered_within_a_notification) {
+    module_man modules;
+    AIM_data_stream_adapter adapter(modules, std::make_unique<Scripted_event_sender>(), '1');
+    Slow_waiter rx([&] {
+        adapter.dereg_rx_waiter();
+        adapter.dereg_tx_waiter();
+    });
+    adapter.reg_rx_waiter(rx.waiter(), false);
+    adapter.reg_tx_waiter(rx.waiter(), false);
+    adapter.send_rx_event(false);
+    EXPECT_TRUE(rx.notified());
+    EXPECT_EQ(adapter.get_rx_waiter(), nullptr);
+    EXPECT_EQ(adapter.get_tx_waiter(), nullptr);
+}
+
+TEST(AIM_adapter_threads, waiter_can_be_destroyed_as_soon_as_it_is_deregistered) {
+    std::string wire;
+    for (int i = 0; i < 200; ++i)
+        wire += aim_frame(std::to_string(i));
+    const Captured_debug complaints; // frames that a full ring has cut
+    module_man modules;
+    AIM_data_stream_adapter adapter(modules, std::make_unique<Sending_stream>(wire, 30), '1');
+    std::atomic<bool> over{false};
+    std::thread reader([&] {
+        while (!over)
+            adapter.drop(2); // notifies when bytes remain
+    });
+    for (int i = 0; i < 300; ++i) {
+        Recording_waiter rx;
+        adapter.reg_rx_waiter(rx, false);
+        EXPECT_TRUE(rx.wait_for(1));
+        adapter.dereg_rx_waiter();
+    }
+    over = true;
+    reader.join();
 }
 
 TEST(AIM_adapter_threads, raw_stream_goes_after_the_loop_and_before_the_waiter) {
