@@ -41,7 +41,7 @@ class Decoder {
             if (kind == Vesk_parser::noise)
                 std::printf("%d bytes of noise\n", len);
             else if (kind == Vesk_parser::acknowledgement)
-                std::puts(packet[0] == 0x06 ? "accepted" : "refused");
+                std::puts(packet[0] == Vesk_parser::accepted_byte ? "accepted" : "refused");
             else if (kind == Vesk_parser::frame && !message.check_checksum())
                 std::puts("a frame whose checksum is wrong");
             else if (message.get_msg_id() == AIM_message::identifier)

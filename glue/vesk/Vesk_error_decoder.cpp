@@ -125,9 +125,9 @@ void Vesk_error_decoder::init() {
         GLUE_ASSERT(str[0] == ',');
         const Item item{str + 1, code};
         Item* const end = items_ + count_;
-        Item* const place = std::find_if(items_, end, [&](const Item& present) { return present > item; });
-        std::move_backward(place, end, end + 1);
-        *place = item;
+        Item* const position = std::find_if(items_, end, [&](const Item& present) { return present > item; });
+        std::move_backward(position, end, end + 1);
+        *position = item;
         ++count_;
     }
     initialised_ = true;
