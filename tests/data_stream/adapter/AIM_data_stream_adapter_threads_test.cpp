@@ -8,7 +8,6 @@
 #include <support/fakes/Recording_waiter.h>
 #include <support/fakes/Scripted_event_sender.h>
 #include <support/processes/processes.h>
-#include <support/processes/processor_time.h>
 
 #include <platform/Debug.h>
 
@@ -16,6 +15,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
+#include <ctime>
 #include <functional>
 #include <memory>
 #include <string>
@@ -28,16 +29,16 @@ namespace {
 
 constexpr unsigned longest_read = AIM_data_stream_adapter::longest_read;
 
-/// Bytes that no parser takes for the beginning of a frame, to their line end.
-std::string rubbish(Random& random) {
+/// A line of noise: no byte can begin a frame.
+std::string noise_line(Random& random) {
     std::string bytes;
     for (unsigned count = random.between(0, 40); count != 0; --count)
         bytes += static_cast<char>(random.between('!', '/'));
     return bytes + "\n";
 }
 
-/// A raw stream with a thread of its own, which receives `bytes` again and again as there is room, in pieces of up to
-/// `longest_piece`, until the stream is destroyed.
+/// A raw stream with a thread of its own, which receives `bytes` repeatedly, in pieces of up to `longest_piece` that
+/// fit, until the stream is destroyed.
 class Sending_stream : public Scripted_event_sender {
   public:
     Sending_stream(std::string bytes, unsigned longest_piece)
@@ -64,14 +65,14 @@ class Sending_stream : public Scripted_event_sender {
     std::thread sender;
 };
 
-/// Reads as an application does, woken by events, until `count` bytes came.
+/// Reads as an application does, after events, until `count` bytes have been received.
 std::string read_by_events(AIM_data_stream_adapter& adapter, Recording_waiter& rx, std::size_t count, Random& random) {
     std::string bytes;
     while (bytes.size() < count) {
         if (adapter.bytes_avail() == 0) {
             rx.clear();
             if (adapter.bytes_avail() == 0 && !rx.wait_for(1)) {
-                ADD_FAILURE() << "no event, " << bytes.size() << " of " << count << " bytes came";
+                ADD_FAILURE() << "no event, " << bytes.size() << " of " << count << " bytes received";
                 return bytes;
             }
         }
@@ -84,7 +85,7 @@ std::string read_by_events(AIM_data_stream_adapter& adapter, Recording_waiter& r
     return bytes;
 }
 
-/// Two adapters back to back: what is written to one can be read from the other.
+/// Two connected adapters: bytes written to one can be read from the other.
 struct Linked_adapters {
     Linked_adapters() {
         near_raw.on_write = [this](const unsigned char* data, unsigned len) {
@@ -118,13 +119,13 @@ TEST(AIM_adapter_threads, payload_of_every_size_arrives) {
     }
 }
 
-TEST(AIM_adapter_threads, bytes_arrive_whatever_the_pieces_the_rubbish_and_the_channels) {
+TEST(AIM_adapter_threads, bytes_arrive_with_any_pieces_noise_and_channels) {
     Random random;
     module_man modules;
     std::string wire, expected;
     for (int i = 0; i < 400; ++i) {
         if (random.one_in(4))
-            wire += rubbish(random);
+            wire += noise_line(random);
         const unsigned size = random.one_in(10) ? random.between(0, longest_read) : random.between(0, 100);
         const std::string payload = random.bytes(size);
         wire += aim_frame(payload, static_cast<char>(random.byte()));
@@ -135,7 +136,7 @@ TEST(AIM_adapter_threads, bytes_arrive_whatever_the_pieces_the_rubbish_and_the_c
     Scripted_event_sender& raw = *owned;
     AIM_data_stream_adapter reader(modules, std::move(owned), '1');
     reader.reg_rx_waiter(rx, false);
-    std::thread sender([&] { // starts only now, as the adapter drops what came before it
+    std::thread sender([&] { // starts after the adapter, which drops earlier bytes
         Random sizes;
         for (std::string rest = wire; !rest.empty(); std::this_thread::yield())
             rest.erase(0, raw.push(rest.substr(0, sizes.between(1, 700))));
@@ -173,11 +174,11 @@ TEST(AIM_adapter_threads, many_write_while_others_read_and_drop) {
     EXPECT_EQ(link.far_raw.bytes_avail(), 0U);
 }
 
-TEST(AIM_adapter_threads, can_be_destroyed_while_its_raw_stream_announces_bytes) {
+TEST(AIM_adapter_threads, can_be_destroyed_while_its_raw_stream_sends_events) {
     std::string wire;
     for (int i = 0; i < 200; ++i)
         wire += aim_frame(std::to_string(i));
-    const Captured_debug complaints; // where a frame is met in its midst
+    const Captured_debug complaints; // about frames whose beginning was dropped
     for (int i = 0; i < 300; ++i) {
         module_man modules;
         Recording_waiter rx;
@@ -328,13 +329,13 @@ TEST(AIM_adapter_threads, waiter_can_be_destroyed_as_soon_as_it_is_deregistered)
     reader.join();
 }
 
-TEST(AIM_adapter_threads, raw_stream_goes_after_the_loop_and_before_the_waiter) {
+TEST(AIM_adapter_threads, raw_stream_is_destroyed_after_the_loop_and_before_the_waiter) {
     module_man modules;
     auto owned = std::make_unique<Scripted_event_sender>();
     Scripted_event_sender& raw = *owned;
     bool destroyed = false;
     raw.on_destroy = [&] {
-        raw.push(aim_frame("abc")); // no handler runs: the bytes stay
+        raw.push(aim_frame("abc")); // no handler runs, so the bytes stay
         EXPECT_EQ(raw.buffered(), aim_frame("abc"));
         destroyed = true;
     };
@@ -343,15 +344,24 @@ TEST(AIM_adapter_threads, raw_stream_goes_after_the_loop_and_before_the_waiter) 
 }
 
 TEST(AIM_adapter_threads, takes_no_processor_time_while_nothing_happens_or_bytes_wait) {
+    constexpr std::chrono::milliseconds busy(200); // of this thread: a thread that polls gets about as much
+    const auto cpu_time = [](clockid_t clock) {
+        timespec time{};
+        clock_gettime(clock, &time);
+        return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+    };
     Linked_adapters link;
     for (const bool bytes_wait : {false, true}) {
         if (bytes_wait) {
             link.far_raw.push(aim_frame("abc") + aim_frame("def") + ">>0");
             ASSERT_TRUE(link.rx.wait_for(1));
         }
-        const auto before = processor_time();
-        Atime::delay(300);
-        EXPECT_LT(processor_time() - before, std::chrono::milliseconds(100)) << bytes_wait;
+        const auto before = cpu_time(CLOCK_PROCESS_CPUTIME_ID);
+        const auto begin = cpu_time(CLOCK_THREAD_CPUTIME_ID);
+        while (cpu_time(CLOCK_THREAD_CPUTIME_ID) - begin < busy) {
+        }
+        const auto other_threads = cpu_time(CLOCK_PROCESS_CPUTIME_ID) - before - busy;
+        EXPECT_LT(other_threads, busy / 4) << bytes_wait;
     }
 }
 
