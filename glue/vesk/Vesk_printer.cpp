@@ -103,8 +103,9 @@ int Vesk_printer::snprint(const Vesk_message& m, char* buf, int size) const {
     return print_unknown(m, buf, size);
 }
 
-// ---- Messages: on purpose some lines begin with blanks and "ecc" has no "=", as the programs that read logs expect
-// ----
+// ---- Messages ----
+
+// On purpose some lines begin with blanks, and "ecc" has no "=": programs that read logs expect it.
 
 int Vesk_printer::snprint(const Msg_PG& m, char* buf, int size) const {
     return print_line(buf, size,

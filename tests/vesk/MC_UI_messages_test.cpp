@@ -89,7 +89,7 @@ TEST(Msg_ES, size_follows_count_and_item_size_up_to_the_capacity) {
     EXPECT_EQ(message.get_size(), 12U);
     EXPECT_TRUE(message.set_num_items(5, 4));
     EXPECT_EQ(message.get_size(), 32U);
-    EXPECT_FALSE(message.set_num_items(6, 4)) << "no room";
+    EXPECT_FALSE(message.set_num_items(6, 4)) << "exceeds the capacity";
     EXPECT_EQ(message.get_num_items(), 5U) << "and nothing changed";
     EXPECT_FALSE(message.set_num_items(1, -4));
     EXPECT_FALSE(message.set_num_items(10, std::numeric_limits<int>::max()));

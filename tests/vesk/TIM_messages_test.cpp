@@ -62,7 +62,7 @@ TEST(TIM_messages, other_identifiers_are_printed_with_any_length) {
               "<time> ??: HEART 10, STATE NOT_AVAILABLE, PROD 1, CURV 3.000000\n");
     EXPECT_EQ(printed(build_frame("XX", "")),
               "<time> ??: HEART A, STATE AUTOMATION_UNAVAILABLE, PROD 0, CURV 0.000000\n")
-        << "the line feed stands where the heartbeat would be";
+        << "the line feed is at the offset of the heartbeat";
 }
 
 TEST(TIM_messages, nothing_is_printed_while_the_category_is_off) {

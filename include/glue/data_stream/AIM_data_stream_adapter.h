@@ -33,8 +33,7 @@
 /// raw stream it only takes frames.
 ///
 /// **Ownership.** The adapter owns the raw stream. Its destructor first ends the loop, then destroys the raw stream,
-/// then the waiter of that stream's events. If fetching from the raw stream waits, the loop and the destructor wait,
-/// too.
+/// then the waiter of that stream's events. The loop and the destructor wait as long as a fetch from the raw stream.
 ///
 /// **Threads.** The loop's thread ("vro.ADSA" and a number) and the readers' threads take frames and notify the rx
 /// waiter. The adapter's lock guards the ring and the parser; no event is sent under it. Writers acquire no lock of the
@@ -51,8 +50,8 @@ class GLUE_EXPORT AIM_data_stream_adapter : public Event_sender_data_stream, pub
     /// The longest payload in a frame that readers of frames, this class included, accept.
     static constexpr unsigned longest_read = 4087;
 
-    /// Starts the loop, drops the bytes that `raw_stream` has buffered, becomes its rx and tx waiter and gives it a
-    /// module id. \param written_channel  the channel of the frames that are written
+    /// Starts the loop, drops the buffered bytes of `raw_stream`, becomes its rx and tx waiter and calls its `init`.
+    /// \param written_channel  the channel of the frames that are written
     AIM_data_stream_adapter(module_man& modules, std::unique_ptr<Event_sender_data_stream> raw_stream,
                             char written_channel);
 
@@ -74,8 +73,8 @@ class GLUE_EXPORT AIM_data_stream_adapter : public Event_sender_data_stream, pub
     ///
     /// The caller holds the adapter's lock, as all reading operations of `Data_stream` do. Reading without it is an
     /// error that loses bytes: on purpose a backtrace is printed and the process aborts. With debug category 43 only
-    /// the backtrace is printed, with 44 nothing happens. \return whether the ring now holds `n` bytes, old and new
-    /// ones together
+    /// the backtrace is printed, with 44 nothing happens.
+    /// \return whether the ring now holds `n` bytes, old and new ones together
     int get_data(int n) override;
 
     /// Consumes `n` bytes of the ring as every stream does. Then takes frames if the ring is empty, and notifies the rx
@@ -86,8 +85,7 @@ class GLUE_EXPORT AIM_data_stream_adapter : public Event_sender_data_stream, pub
     /// partial frame, a reply or an acknowledgement.
     void drop_all() override;
 
-    /// Handles an event of the raw stream: takes frames if the ring is empty, and notifies the rx waiter if it holds
-    /// bytes.
+    /// Handles an event of the raw stream: takes frames if the ring is empty, then notifies the rx waiter of bytes.
     void handle_event(waiter_event& event) override;
 
     /// Does nothing: the adapter sets no timeouts.
@@ -96,8 +94,8 @@ class GLUE_EXPORT AIM_data_stream_adapter : public Event_sender_data_stream, pub
     /// Writes one frame and a line feed to the raw stream. A payload is never split.
     ///
     /// On purpose: a frame with more than `longest_read` bytes of payload is sent, though its readers discard it; with
-    /// more than 4089 its length digits are not written and are sent as three NULs. \return `n`; 0 when the raw stream
-    /// did not accept the whole frame, of which it may have accepted a part
+    /// more than 4089 its length digits are not written and are sent as three NULs.
+    /// \return `n`; 0 when the raw stream did not accept the whole frame, of which it may have accepted a part
     int _write(const unsigned char* buf, unsigned int n) override;
 
   private:

@@ -15,13 +15,11 @@
 ///     while (unsigned length = lines.string_avail()) { ... }
 ///
 /// On purpose, since readers rely on it:
-/// - When the next line has begun, the last byte of the line end stays in the staging ring: of "ABC" CR LF "D", "ABC"
-/// CR
-///   is released and LF "D" stays. A line end at the end of the staged bytes is released whole. Line ends before a line
-///   belong to it.
-/// - A full ring never yields a line: when all 4200 bytes of the staging ring are used, they wait for the time-out even
-/// if
-///   they contain lines.
+/// - When the next line has begun, the last byte of the line end stays in the staging ring: of "ABC" CR LF "D" the
+///   bytes "ABC" CR are released, and LF "D" stays. A line end at the end of the staged bytes is released whole. Line
+///   ends before a line belong to it.
+/// - A full ring never yields a line: when all 4200 bytes of the staging ring are used, they wait for the time-out,
+///   even if they contain lines.
 /// - Bytes that do not fit into the receive ring when they are released are lost; no line is released while the receive
 ///   ring holds a complete one. Bytes that do not fit into the staging ring stay in the inner stream.
 /// - The adapter never fetches from the inner stream: something else must fill it, for example a thread of its own.

@@ -10,8 +10,7 @@
 ///     Restream_data_stream_adapter restream(&port);
 ///     Vesk_parser parser(&restream, false);
 ///
-/// On purpose the adapter never fetches from the inner stream: something else must fill it, for example a thread of its
-/// own.
+/// On purpose the adapter never fetches from the inner stream: something else must fill it, for example its own thread.
 ///
 /// **Ownership.** The caller owns the inner stream, which outlives the adapter.
 ///

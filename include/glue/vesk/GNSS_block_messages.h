@@ -42,9 +42,8 @@ class GLUE_EXPORT Msg_PA : public GNSS_block_message {
     /// \return false, with `block` unchanged, when the message has no such block
     bool get_main(block_t& block) const;
     bool get_fallback(block_t& block) const;
-    /// \return false, with nothing written, when the message has no such block; false, with the fields written that
-    /// fit,
-    ///         when the message is too short for it
+    /// \return false when the message has no such block, with nothing written, or is too short for it, with the fields
+    ///         written that fit
     bool set_main(const block_t& block);
     bool set_fallback(const block_t& block);
 
@@ -53,8 +52,8 @@ class GLUE_EXPORT Msg_PA : public GNSS_block_message {
     bool set_block(int number, const block_t& block);
 };
 
-/// Where block `block` (1 main, 2 fallback) of a message begins. Ends the process when the message claims more than
-/// two. \return the offset; -1 when the message has no such block
+/// Finds block `block` (1 main, 2 fallback) of a message. Ends the process when the message claims more than two.
+/// \return its offset; -1 when the message has no such block
 GLUE_EXPORT int get_PA_block_offset(const Msg_PA& message, int block);
 
 /// A chain of up to three blocks: kind, length n, n bytes of content. Every operation ends the process when the message

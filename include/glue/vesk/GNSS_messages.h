@@ -16,8 +16,8 @@
 ///     }
 ///
 /// A view checks neither identifier nor length nor checksum. A field beyond the end of the frame reads as 0. All
-/// numbers are little-endian; offsets count from the identifier's first byte. Where no unit is given, the receiver
-/// defines it.
+/// numbers are little-endian; offsets count from the identifier's first byte. The receiver defines units that are not
+/// given here.
 ///
 /// The setters, `id`, `body_length` and `init` are additions, for programs that simulate a receiver. Writing:
 ///

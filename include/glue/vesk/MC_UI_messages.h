@@ -42,8 +42,8 @@ GLUE_EXPORT const char* to_str(mc_implement_t value);
 GLUE_EXPORT const char* to_str(calibration_mode_t value);
 GLUE_EXPORT const char* to_str(modem_power_t value);
 
-/// Up to ten numbers for the display. Sender and display have agreed what each means, and whether it is a float or an
-/// integer.
+/// Up to ten numbers for the display. Sender and display have agreed on the meaning of each, and whether it is a float
+/// or an integer.
 ///
 ///     offset 10        uint8   number of items
 ///            11 + 4i   item i: float or little-endian int32
@@ -62,8 +62,7 @@ class GLUE_EXPORT Msg_ES : public Vesk_message {
     unsigned get_num_items() const;
     /// Makes the message a frame of `count` items of `size` bytes: writes frame size, number of items, identifier and
     /// length field. The frame may grow up to the buffer's capacity.
-    /// \return false when `count` is above 10, with the number of items set to 0, or when the frame exceeds the
-    /// capacity
+    /// \return false when `count` is above 10, with the number of items set to 0, or when the frame does not fit
     bool set_num_items(unsigned count, int size);
 
     /// \return 0 for an `i` that is not below the number of items

@@ -12,8 +12,7 @@
 ///            5 + L            line terminator, CR or LF, on every frame that `Vesk_parser` delivers
 ///
 /// The body ends with the checksum. In the binary form it is one byte at offset L + 4, over the L + 4 bytes before it.
-/// In the text form it is two upper-case hexadecimal digits at offsets L + 3 and L + 4, over the L + 3 bytes before
-/// them.
+/// In the text form it is two upper-case hexadecimal digits, at offsets L + 3 and L + 4, over the bytes before them.
 ///
 ///     unsigned char frame[64];
 ///     Vesk_message message(frame, sizeof frame, 14);      // a body of 9 bytes
@@ -41,9 +40,8 @@ class GLUE_EXPORT Vesk_message : public Binary_message {
 
     /// Writes the two identifier bytes of `src`, then the length field of a frame of `size` bytes (L = `size` - 5). The
     /// size in use is left unchanged.
-    /// \return false when the length is not valid for that `size` (the identifier is written all the same) or the
-    /// message
-    ///         is shorter than its header
+    /// \return false when the length is not valid, with the identifier written, or the message is shorter than its
+    ///         header
     virtual bool setup(const unsigned char* src, int size);
 
     // ---- Length ----
@@ -63,8 +61,8 @@ class GLUE_EXPORT Vesk_message : public Binary_message {
     // ---- Checksum ----
 
     /// The 8-bit checksum over the first `n` bytes: for each byte the value, 0 at first, is rotated left by two bits
-    /// and the byte is XORed into it; at the end it is rotated once more. An `n` above the size in use means the size
-    /// in use. \return 0 to 255; 0 for an `n` of 0
+    /// and the byte is XORed into it; at the end it is rotated once more. Only bytes in use are included.
+    /// \return 0 to 255; 0 for an `n` of 0
     unsigned compute_8bit_checksum(int n) const;
 
     /// Whether the message is a whole frame, its last byte in use is the terminator, and its binary or text checksum is

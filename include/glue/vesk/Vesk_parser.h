@@ -123,9 +123,8 @@ class GLUE_EXPORT Vesk_parser {
     int get_packet(unsigned char* buf, int size, int& len);
 
     /// Takes the next packet, for callers that use frames only.
-    /// \return the frame's `len`; minus `len` for noise; 0 for everything else. An acknowledgement is reported through
-    /// the
-    ///         debug printer.
+    /// \return the frame's `len`; minus `len` for noise; 0 for everything else. Acknowledgements are reported through
+    ///         the debug printer.
     int get_packet(unsigned char* buf, int size);
 
     /// Takes the next packet into the bytes that `message` has in use; their number is left unchanged.
