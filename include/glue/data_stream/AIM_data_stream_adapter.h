@@ -60,7 +60,7 @@ class GLUE_EXPORT AIM_data_stream_adapter : public Event_sender_data_stream, pub
     /// Ends the loop, then destroys the raw stream. No other thread may use the adapter at that time.
     ~AIM_data_stream_adapter() override;
 
-    /// Acquires the adapter's lock.
+    /// The adapter's lock.
     void lock() override;
     void unlock() override;
 

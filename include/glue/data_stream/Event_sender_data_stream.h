@@ -25,9 +25,7 @@ class waiter_descriptor;
 /// deregister first. A waiter is deregistered before it is destroyed.
 ///
 /// **Threads.** Registration runs under `lock()`, which a stream with a thread of its own makes the lock that this
-/// thread sends its events under. Who holds that lock must not register, deregister or call `init`. When a waiter is
-/// deregistered or replaced, the operation returns after the notification in progress, unless it is called within that
-/// notification: then the former waiter may be destroyed.
+/// thread sends its events under. Who holds that lock must not register, deregister or call `init`.
 class GLUE_EXPORT Event_sender_data_stream : public virtual Data_stream {
   public:
     /// Codes of the events.
@@ -67,6 +65,8 @@ class GLUE_EXPORT Event_sender_data_stream : public virtual Data_stream {
     // Who is told. One waiter each: registering replaces the one before. A quiet waiter gets the codes 1 and 3 only.
 
     void reg_rx_waiter(waiter_descriptor* waiter, bool quiet);
+    /// Returns after the notification in progress, unless it is called within one: the waiter may then be destroyed.
+    /// The same holds for the replaced waiter when another one is registered.
     void dereg_rx_waiter();
     void reg_tx_waiter(waiter_descriptor* waiter, bool quiet);
     void dereg_tx_waiter();
