@@ -1,4 +1,4 @@
-// Shows the messages among bytes that standard input gives as hexadecimal digits, one by one or in AIM frames:
+// Shows the messages in bytes that it reads as hexadecimal digits from standard input, also those within AIM frames:
 // receiver_simulator --epochs 2 | xxd -p | decode_hex
 #include <glue/data_stream/AIM_message.h>
 #include <glue/data_stream/Loopback_data_stream.h>
@@ -9,15 +9,15 @@
 #include <cstring>
 #include <memory>
 
-/// Bytes that belong together, taken piece by piece: the parser reads back what was written to the loopback.
+/// Decodes one sequence of bytes, received in pieces: the parser reads the bytes that were written to the loopback.
 class Decoder {
   public:
-    /// \param indent  columns in front of each line
+    /// \param indent  blanks before each line
     explicit Decoder(int indent) : indent_(indent) { parser_.set_keep_on_error(true); }
 
     void take(const unsigned char* data, unsigned count) {
         while (count > 0) {
-            const auto taken = static_cast<unsigned>(bytes_.__write(data, count)); // as many as there is room for
+            const auto taken = static_cast<unsigned>(bytes_.__write(data, count)); // as many as fit
             data += taken;
             count -= taken;
             show_messages();
@@ -41,7 +41,7 @@ class Decoder {
             if (kind == Vesk_parser::noise)
                 std::printf("%d bytes of noise\n", len);
             else if (kind == Vesk_parser::acknowledgement)
-                std::puts(packet[0] == 0x06 ? "accepted" : "refused");
+                std::puts(packet[0] == Vesk_parser::accepted_byte ? "accepted" : "refused");
             else if (kind == Vesk_parser::frame && !message.check_checksum())
                 std::puts("a frame whose checksum is wrong");
             else if (message.get_msg_id() == AIM_message::identifier)
@@ -61,13 +61,13 @@ class Decoder {
     static void print(const Vesk_message& message) {
         char line[3 * Vesk_parser::largest_packet] = "";
         Vesk_printer(true).snprint(message, line, sizeof line);
-        std::printf("%.*s\n", static_cast<int>(std::strcspn(line, "\r\n")), line); // a reply has an end of its own
+        std::printf("%.*s\n", static_cast<int>(std::strcspn(line, "\r\n")), line); // a reply includes its line end
     }
 
     int indent_;
     Loopback_data_stream bytes_;
     Vesk_parser parser_{&bytes_, false};
-    std::unique_ptr<Decoder> carried_; ///< what AIM frames among the bytes carry
+    std::unique_ptr<Decoder> carried_; ///< for the payload of AIM frames
 };
 
 int main() {
@@ -77,5 +77,5 @@ int main() {
         decoder.take(&one, 1);
     }
     decoder.finish();
-    return std::feof(stdin) != 0 ? 0 : 1; // what is no digit ends it, too
+    return std::feof(stdin) != 0 ? 0 : 1; // any other character ends the input, too
 }

@@ -7,10 +7,10 @@
 
 int main() {
     Posix_data_stream stream(0, -1);
-    while (stream.bytes_avail(stream.bytes_avail() + 1)) { // one more than there is
+    while (stream.bytes_avail(stream.bytes_avail() + 1)) { // fetches when nothing more is buffered
         for (unsigned length = stream.string_avail(); length > 0; length = stream.string_avail()) {
             if (length == Data_stream::full_ring) {
-                stream.drop_all(); // no line is as long as that
+                stream.drop_all(); // no sentence is as long as the ring
                 continue;
             }
             std::string line(length, '\0');

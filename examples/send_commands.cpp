@@ -1,6 +1,6 @@
-// Sends a receiver the command lines of standard input, each when the one before is answered, and prints the answers:
-// send_commands tcpc:port=4001 < commands. A number behind that says how many seconds to wait for an answer: 5, unless
-// said. What is sent is shown on standard error; without a stream that is all that happens.
+// Sends command lines from standard input to a receiver, each after the reply to the one before, and prints the
+// replies: send_commands tcpc:port=4001 < commands. An optional second argument is the time limit for a reply in
+// seconds, 5 by default. Sent commands are shown on standard error; without a stream they are only shown.
 #include <glue/data_stream/Data_stream_factory.h>
 #include <glue/data_stream/Debug_data_stream.h>
 #include <glue/data_stream/Diagnostic_data_stream.h>
@@ -20,7 +20,7 @@
 #include <memory>
 #include <optional>
 
-/// Prints the receiver's reply; what else it sends goes by. \return whether there was one in time
+/// Prints the next reply of the receiver and skips everything else. \return false when the deadline passed before
 static bool show_reply(Vesk_parser& receiver, Atime deadline) {
     unsigned char packet[Vesk_parser::largest_packet];
     for (int len = 0; Atime::now() < deadline;) {
@@ -37,7 +37,7 @@ static bool show_reply(Vesk_parser& receiver, Atime deadline) {
 }
 
 int main(int argc, char** argv) {
-    std::signal(SIGPIPE, SIG_IGN); // a peer that is gone is told by the result of the write
+    std::signal(SIGPIPE, SIG_IGN); // the result of a write reports that the peer is gone
     module_man modules;
     std::unique_ptr<Event_sender_data_stream> stream;
     std::optional<Event_receiver_data_stream> receiver;
@@ -46,9 +46,9 @@ int main(int argc, char** argv) {
         if (!stream)
             return 1;
         receiver.emplace(*stream, modules);
-        receiver->set_read_timeout(100); // between two looks at the clock
+        receiver->set_read_timeout(100); // between two checks of the deadline
     }
-    const int patience_ms = (argc > 2 ? std::atoi(argv[2]) : 5) * 1000;
+    const int limit_ms = (argc > 2 ? std::atoi(argv[2]) : 5) * 1000;
 
     Debug_data_stream printed(false);
     Data_stream& destination = receiver ? static_cast<Data_stream&>(*receiver) : printed;
@@ -56,7 +56,7 @@ int main(int argc, char** argv) {
     Diagnostic_data_stream tap(receiver ? "sent" : nullptr, destination, shown, sizeof shown);
     Vesk_parser answers(&destination, false);
 
-    // A command that is cut off may mean something else: none is released before its line is complete.
+    // A part of a command may have another meaning: none is released before its line is complete.
     Posix_data_stream input(0, -1);
     Line_data_stream_adapter commands(std::numeric_limits<int>::max(), &input);
     while (input.bytes_avail(1U)) {
@@ -65,8 +65,8 @@ int main(int argc, char** argv) {
         const bool sent = tap.write(commands) > 0 && commands.bytes_avail() == 0;
         tap.print_debug();
         if (!sent)
-            std::fputs("it was not taken\n", stderr);
-        if (!sent || (receiver && !show_reply(answers, Atime::now() + patience_ms)))
-            return 1; // the commands that follow may rely on this one
+            std::fputs("the command was not sent\n", stderr);
+        if (!sent || (receiver && !show_reply(answers, Atime::now() + limit_ms)))
+            return 1; // the commands that follow may depend on this one
     }
 }

@@ -1,5 +1,5 @@
-// Shows the messages made of blocks in a receiver's traffic on standard input. They have no identifiers of their own:
-// the command line says which identifier bears which of them here, for example show_blocks P1=PA Q1=S1 Q2=S2 < traffic
+// Shows the messages that consist of blocks in a receiver's traffic on standard input. They have no fixed identifiers:
+// the command line assigns them, for example show_blocks P1=PA Q1=S1 Q2=S2 < traffic
 #include <glue/data_stream/Posix_data_stream.h>
 #include <glue/vesk/GNSS_block_messages.h>
 #include <glue/vesk/Vesk_parser.h>
@@ -44,7 +44,7 @@ static void show_blocks(const Chain& message) {
         show("vbs", block);
 }
 
-/// What claims more blocks than its kind may have is damaged, and must not be looked into.
+/// A message that claims more blocks than its kind can have is damaged: its blocks must not be read.
 template <typename Message, unsigned most_blocks>
 static void show_message(const Vesk_message& frame) {
     const Message message(frame.get_ptr(), frame.get_size());

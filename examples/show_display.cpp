@@ -1,4 +1,4 @@
-// Shows what a machine's display is told, from standard input:
+// Shows the messages for a machine's display from standard input:
 // receiver_simulator --automation --display | show_display
 #include <glue/data_stream/Posix_data_stream.h>
 #include <glue/vesk/MC_UI_messages.h>
@@ -8,7 +8,7 @@
 
 using namespace MC_UI_messages;
 
-/// What sender and display have agreed on: mode, implement, curvature, speed; then, if they are sent, two more modes.
+/// The items that sender and display have agreed on: mode, implement, curvature, speed; two more modes are optional.
 enum Item : unsigned { item_control, item_implement, item_curvature, item_speed, item_calibration, item_modem };
 
 template <typename Mode>

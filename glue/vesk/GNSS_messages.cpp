@@ -206,8 +206,8 @@ bool Msg_S1::get_vbs(block_t& block) const {
 
 namespace {
 
-/// Copies the text behind the length byte at `offset`, as much of it as `text` keeps, and clears what is left of
-/// `text`. \return the length on the wire
+/// Copies the text after the length byte at `offset`, cut to the size of `text`; fills the rest of `text` with NULs.
+/// \return the length on the wire
 template <unsigned size>
 std::uint8_t copy_text(const Binary_message& message, unsigned offset, char (&text)[size]) {
     const std::uint8_t length = message.get_uint8(offset);

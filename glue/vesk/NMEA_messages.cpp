@@ -16,10 +16,10 @@ namespace {
 
 using glue_detail::hex_value;
 
-constexpr int shortest_head = 5; // "$" and what tells sentences apart
+constexpr int shortest_head = 5; // "$" and the four characters that follow
 constexpr int checksum_digits = 2;
 
-/// Where the last "*" is; -1 when there is none.
+/// The index of the last "*"; -1 when there is none.
 int last_star(const char* s, unsigned len) {
     for (unsigned i = len; i-- > 0;)
         if (s[i] == '*')
@@ -35,13 +35,13 @@ double degrees(double field, char hemisphere, char negative) {
     return hemisphere == negative || hemisphere == negative + ('a' - 'A') ? -value : value;
 }
 
-/// Cut towards zero, and to what an int holds.
+/// Rounded towards zero and limited to the range of an int.
 int whole_number(double field) {
     using Limits = std::numeric_limits<int>;
     return static_cast<int>(std::clamp(field, static_cast<double>(Limits::min()), static_cast<double>(Limits::max())));
 }
 
-/// Degrees as whole degrees and ten-thousandths of a minute's thousandth: 1e-7 minutes, far below a millimetre.
+/// An angle in whole degrees, whole minutes and units of 1e-7 minutes, which are less than a millimetre on the ground.
 struct Minutes {
     explicit Minutes(double value) {
         constexpr long long per_degree = 60LL * 10000000;
@@ -55,7 +55,7 @@ struct Minutes {
     int fraction;
 };
 
-/// A number with so many decimals, on every locale with a point.
+/// Writes a number with this many decimals, with a decimal point in every locale.
 void print_decimal(char (&text)[48], double value, int decimals) {
     const double step = std::pow(10, decimals);
     const long long scaled = std::llround(std::fabs(value) * step);

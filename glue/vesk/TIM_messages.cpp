@@ -9,7 +9,7 @@ namespace TIM_messages {
 
 namespace {
 
-// Where fields are
+// Offsets of the fields, and bits within them.
 constexpr unsigned mark = 5;
 constexpr unsigned heart = 6;
 constexpr unsigned state_and_prod = 7;
@@ -36,10 +36,10 @@ const Enum_wrapper_& state_names() {
     return names;
 }
 
-/// Made when the library is loaded, rather than while a message waits to be printed.
+/// Builds the table when the library is loaded, not when the first message is printed.
 [[maybe_unused]] const Enum_wrapper_& made_at_start = state_names();
 
-/// Says so when a message has another length. On purpose with the whole frame's length as the one to have.
+/// Reports a wrong length. On purpose the report gives the length of the whole frame as the expected one.
 bool has_wrong_length(const Vesk_message& message, const char* name) {
     if (message.get_msg_len() == body_length)
         return false;

@@ -1,10 +1,12 @@
 #include <glue/vesk/Vesk_error_decoder.h>
 
 #include "detail/assertion.h"
+#include "detail/line_end.h"
 
 #include <algorithm>
 #include <cstring>
 #include <iterator>
+#include <string_view>
 
 namespace {
 
@@ -53,12 +55,19 @@ constexpr const char* phrases[] = {
 };
 constexpr int phrase_count = static_cast<int>(std::size(phrases));
 
-/// The last of a text's fields, which commas part and a "}" ends.
+/// The text without the CRs and LFs at its end.
+std::string_view without_line_end(std::string_view text) {
+    while (!text.empty() && glue_detail::ends_line(static_cast<unsigned char>(text.back())))
+        text.remove_suffix(1);
+    return text;
+}
+
+/// The last field of a text. Commas separate the fields, a "}" ends one.
 class Last_field {
   public:
-    explicit Last_field(const char* text) {
-        for (; *text != '\0'; ++text)
-            take(*text);
+    explicit Last_field(std::string_view text) {
+        for (const char character : text)
+            append(character);
         field_[length_] = '\0';
     }
 
@@ -66,9 +75,9 @@ class Last_field {
     int length() const { return length_; }
 
   private:
-    static constexpr int longest = 63;
+    static constexpr int longest = 63; // characters; those that follow are skipped
 
-    void take(char character) {
+    void append(char character) {
         if (character == ',') {
             length_ = 0;
             closed_ = false;
@@ -116,9 +125,9 @@ void Vesk_error_decoder::init() {
         GLUE_ASSERT(str[0] == ',');
         const Item item{str + 1, code};
         Item* const end = items_ + count_;
-        Item* const place = std::find_if(items_, end, [&](const Item& present) { return present > item; });
-        std::move_backward(place, end, end + 1);
-        *place = item;
+        Item* const position = std::find_if(items_, end, [&](const Item& present) { return present > item; });
+        std::move_backward(position, end, end + 1);
+        *position = item;
         ++count_;
     }
     initialised_ = true;
@@ -148,6 +157,6 @@ int Vesk_error_decoder::extract(const char* text) {
     constexpr int shortest_phrase = 3;
     if (!text)
         return -1;
-    const Last_field field(text);
+    const Last_field field(without_line_end(text));
     return field.length() < shortest_phrase ? -1 : get(field.text());
 }

@@ -28,11 +28,11 @@ unsigned rotate_left(unsigned byte, unsigned bits) {
     return (byte << bits | byte >> (8 - bits)) & 0xFFU;
 }
 
-/// The checksum is linear over XOR, and a byte's contribution is that byte rotated by 2 bits for every place between it
-/// and the end: places four apart contribute in the same way. So the bytes are XORed eight at a time, in place classes,
-/// and each class is rotated once.
+/// The checksum is linear over XOR: each byte contributes itself, rotated by 2 bits for every position from it to the
+/// end. Bytes whose positions differ by a multiple of four are rotated alike. So the bytes are XORed eight at a time,
+/// into one byte for each position modulo 8, and each of these is rotated once.
 unsigned checksum_of(const unsigned char* bytes, unsigned count) {
-    unsigned char classes[8] = {};
+    unsigned char sums[8] = {};
     unsigned done = 0;
     std::uint64_t wide = 0;
     for (; count - done >= sizeof wide; done += sizeof wide) {
@@ -40,13 +40,13 @@ unsigned checksum_of(const unsigned char* bytes, unsigned count) {
         std::memcpy(&next, bytes + done, sizeof next);
         wide ^= next;
     }
-    std::memcpy(classes, &wide, sizeof wide);
+    std::memcpy(sums, &wide, sizeof wide);
     for (unsigned i = 0; done < count; ++i, ++done)
-        classes[i] ^= bytes[done];
+        sums[i] ^= bytes[done];
 
     unsigned value = 0;
-    for (unsigned i = 0; i < sizeof classes; ++i)
-        value ^= rotate_left(classes[i], 2 * ((count - i) % 4));
+    for (unsigned i = 0; i < sizeof sums; ++i)
+        value ^= rotate_left(sums[i], 2 * ((count - i) % 4));
     return value;
 }
 
@@ -55,8 +55,9 @@ unsigned checksum_of(const unsigned char* bytes, unsigned count) {
 Vesk_message::~Vesk_message() = default;
 
 bool Vesk_message::setup(const unsigned char* src, int size) {
-    const bool named = set_uint8(0, src[0]) && set_uint8(1, src[1]);
-    return named && size >= static_cast<int>(header_size) && set_msg_len(static_cast<unsigned>(size) - header_size);
+    const bool identified = set_uint8(0, src[0]) && set_uint8(1, src[1]);
+    return identified && size >= static_cast<int>(header_size) &&
+           set_msg_len(static_cast<unsigned>(size) - header_size);
 }
 
 unsigned Vesk_message::get_msg_len() const {
@@ -104,8 +105,8 @@ bool Vesk_message::check_checksum() const {
     const bool text_form = (frame[0] == '>' && frame[1] == '>') || frame[size - 4] == '@';
     if (!text_form)
         return false;
-    const int told = hex_value(frame + size - 3, checksum_digits);
-    return told >= 0 && static_cast<unsigned>(told) == compute_8bit_checksum(static_cast<int>(L + 3));
+    const int received = hex_value(frame + size - 3, checksum_digits);
+    return received >= 0 && static_cast<unsigned>(received) == compute_8bit_checksum(static_cast<int>(L + 3));
 }
 
 bool Vesk_message::validate(int identifier) const {
@@ -166,11 +167,11 @@ bool Vesk_response::get_identifier(const char*& begin, const char*& end) const {
 
 const char* Vesk_response::strip_identifier(unsigned& len) {
     const char* identifier = nullptr;
-    const char* behind = nullptr;
-    if (!get_identifier(identifier, behind))
+    const char* identifier_end = nullptr;
+    if (!get_identifier(identifier, identifier_end))
         return nullptr;
     const Text text(*this);
-    const char* const begin = std::find_if_not(behind, text.end, is_space);
+    const char* const begin = std::find_if_not(identifier_end, text.end, is_space);
     const char* end = text.end;
     while (end > begin && is_space_or_control(end[-1]))
         --end;

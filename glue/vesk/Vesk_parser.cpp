@@ -1,11 +1,16 @@
-// States of the parser, which are those of its view of the stream:
+// States of the parser:
 //
-//      synchronised: at a frame start <------------------------------+
-//        | whole frame, reply or acknowledgement: taken, stays here   |
-//        | framing error                                              | noise reported
-//        v                                                            |
-//      not synchronised: skipping to the next line end ---------------+
-//          stays here while no line end has come; the search then starts again at the next call
+//        whole frame, reply or acknowledgement: delivered
+//               +------+
+//               |      v
+//        synchronised: the stream is at the start of a frame <--------------+
+//                 |                                                         |
+//                 | framing error                                           | line end, or the longest
+//                 v                                                         | noise: delivered as noise
+//        not synchronised: searching for the next line end -----------------+
+//               |      ^
+//               +------+
+//        no line end yet: the next call searches again from the first byte
 
 #include <glue/vesk/Vesk_parser.h>
 
@@ -23,10 +28,8 @@ using glue_detail::ends_line;
 
 namespace {
 
-constexpr unsigned char accepted_byte = 0x06;
-constexpr unsigned char refused_byte = 0x15;
 constexpr unsigned longest_noise = 4190;        // without a line end
-constexpr unsigned last_index_to_extend = 4198; // so that noise with its line end fits the stream's ring
+constexpr unsigned last_index_to_extend = 4198; // noise with its line end then fits into the stream's ring
 
 bool separates(unsigned char byte) {
     return byte == '\0' || ends_line(byte);
@@ -95,27 +98,27 @@ bool Vesk_parser::is_newline(int i) {
 int Vesk_parser::get_packet(unsigned char* buf, int size, int& len) {
     if (!stream_)
         return nothing;
-    const unsigned room = static_cast<unsigned>(std::max(size, 0));
+    const unsigned capacity = static_cast<unsigned>(std::max(size, 0));
     while (synchronised_) {
         drop_line_end();
         if (is_acknowledgement())
-            return take_acknowledgement(buf, room, len);
+            return take_acknowledgement(buf, capacity, len);
 
         Header header{};
         unsigned whole = 0;
-        Look look = look_at_header(header);
-        if (look == Look::complete)
-            look = look_for_end(header, whole);
+        Check check = check_header(header);
+        if (check == Check::complete)
+            check = find_end(header, whole);
 
-        if (look == Look::incomplete)
+        if (check == Check::incomplete)
             return nothing;
-        if (look == Look::complete)
-            return terminated_ && header.is_reply() ? take_reply(whole, buf, room, len)
-                                                    : take_frame(whole, buf, room, len);
-        if (look == Look::bad)
+        if (check == Check::complete)
+            return terminated_ && header.is_reply() ? take_reply(whole, buf, capacity, len)
+                                                    : take_frame(whole, buf, capacity, len);
+        if (check == Check::bad)
             synchronised_ = 0;
     }
-    return resynchronise(buf, room, len);
+    return resynchronise(buf, capacity, len);
 }
 
 int Vesk_parser::get_packet(unsigned char* buf, int size) {
@@ -137,10 +140,10 @@ int Vesk_parser::get_packet(Vesk_message& message, int& len) {
     return get_packet(message.get_ptr(), static_cast<int>(message.get_size()), len);
 }
 
-// Looking, without taking anything but single bytes that cannot start a frame
+// ---- Checking what is buffered; consumes only single bytes that cannot start a frame ----
 
-/// Whether `count` bytes are buffered, after fetching what is missing. Counts them itself: there are streams whose
-/// fetch claims success and leaves less.
+/// Whether `count` bytes are buffered. Fetches those that are missing, then counts them: some streams report success
+/// with fewer bytes.
 bool Vesk_parser::has(unsigned count) {
     return stream_->bytes_avail() >= count || (stream_->bytes_avail(count) && stream_->bytes_avail() >= count);
 }
@@ -152,42 +155,42 @@ bool Vesk_parser::is_acknowledgement() {
     return byte == accepted_byte || byte == refused_byte;
 }
 
-/// While a line end is still looked for, what may have come meanwhile can be its rest rather than a line.
+/// Whether an echoed line lacks its ">". After a frame, the first bytes may still be the rest of its line end.
 bool Vesk_parser::lacks_prompt() {
     return parse_mode_ == parse_echoed_lines && !frame_just_taken_ && stream_->bytes_avail() > 1 &&
            (*stream_)[0] != '>' && (*stream_)[1] != '>';
 }
 
-Vesk_parser::Look Vesk_parser::look_at_header(Header& header) {
+Vesk_parser::Check Vesk_parser::check_header(Header& header) {
     if (lacks_prompt())
-        return Look::bad;
+        return Check::bad;
     unsigned char bytes[Vesk_message::header_size];
-    const bool there = has(sizeof bytes) && stream_->get_data(bytes, sizeof bytes, 0);
+    const bool received = has(sizeof bytes) && stream_->get_data(bytes, sizeof bytes, 0);
     if (frame_just_taken_ && stream_->bytes_avail() > 0)
-        return Look::restart; // what was only fetched now may begin with the rest of a line end
-    if (!there)
-        return Look::incomplete;
+        return Check::restart; // the fetched bytes may begin with the rest of a line end
+    if (!received)
+        return Check::incomplete;
 
     header.c0 = bytes[0];
     header.c1 = bytes[1];
     if (header.c0 == '\0') {
         drop_one(counts_.separators);
-        return Look::restart;
+        return Check::restart;
     }
     if (!may_identify(header.c0) || !may_identify(header.c1))
-        return Look::bad;
+        return Check::bad;
 
     const int length = glue_detail::hex_value(bytes + 2, 3);
     if (length < 0)
         return refuse_header();
     header.length = Vesk_message::header_size + static_cast<unsigned>(length);
-    return accepted_by_checker(header) ? Look::complete : refuse_header();
+    return accepted_by_checker(header) ? Check::complete : refuse_header();
 }
 
-Vesk_parser::Look Vesk_parser::refuse_header() {
+Vesk_parser::Check Vesk_parser::refuse_header() {
     if (!keep_on_error_)
         drop_one(counts_.noise);
-    return Look::bad;
+    return Check::bad;
 }
 
 bool Vesk_parser::accepted_by_checker(const Header& header) {
@@ -201,36 +204,37 @@ bool Vesk_parser::accepted_by_checker(const Header& header) {
     return false;
 }
 
-/// Finds out how many bytes a frame or reply takes with its terminator, once they are all there.
-Vesk_parser::Look Vesk_parser::look_for_end(const Header& header, unsigned& whole) {
+/// Finds the size of a frame or reply with its terminator, when it is buffered whole.
+Vesk_parser::Check Vesk_parser::find_end(const Header& header, unsigned& whole) {
     whole = header.length + (terminated_ ? 1 : 0);
     if (!has(whole))
-        return Look::incomplete;
+        return Check::incomplete;
     if (!terminated_)
-        return Look::complete;
+        return Check::complete;
     if (header.is_reply())
-        return look_for_end_of_reply(whole);
+        return find_end_of_reply(whole);
     if (ends_line((*stream_)[whole - 1]))
-        return Look::complete;
+        return Check::complete;
     drop_one(counts_.noise);
-    return Look::restart;
+    return Check::restart;
 }
 
-/// A reply ends with an LF, which may be one byte further than its length says: some receivers count the CR in front of
-/// it and some do not.
-Vesk_parser::Look Vesk_parser::look_for_end_of_reply(unsigned& whole) {
+/// A reply ends with an LF. It may come one byte later than the length says: some receivers count the CR before the LF,
+/// some do not.
+Vesk_parser::Check Vesk_parser::find_end_of_reply(unsigned& whole) {
     const unsigned end = (*stream_)[whole - 1] == '\n' ? whole - 1 : whole;
     if (!has(end + 1))
-        return Look::incomplete;
+        return Check::incomplete;
     if ((*stream_)[end] != '\n') {
         drop_one(counts_.noise);
-        return Look::restart;
+        return Check::restart;
     }
     whole = end + 1;
-    return Look::complete;
+    return Check::complete;
 }
 
-/// Finds the index of the first line end, or of the last byte of the longest noise; false when neither has come.
+/// Finds the index of the first line end, or of the last byte of the longest noise.
+/// \return false when neither has been received
 bool Vesk_parser::find_end_of_noise(unsigned& index) {
     unsigned char piece[256];
     for (index = 0; index < longest_noise;) {
@@ -284,7 +288,7 @@ int Vesk_parser::resynchronise(unsigned char* buf, unsigned size, int& len) {
     return noise;
 }
 
-/// Moves `count` bytes, at most `size`, from the stream to `buf`.
+/// Moves `count` bytes, at most `size`, from the stream to `buf`. \return how many
 unsigned Vesk_parser::take(unsigned count, unsigned char* buf, unsigned size, std::uint64_t& counted_as) {
     count = std::min(count, size);
     stream_->get_data(buf, count, 0);
@@ -299,7 +303,7 @@ void Vesk_parser::drop_one(std::uint64_t& counted_as) {
     ++counted_as;
 }
 
-/// Drops what is buffered of the NULs, CRs and LFs behind a frame; what comes later is dropped at a later call.
+/// Drops the buffered NULs, CRs and LFs that follow a frame; a later call drops those that arrive later.
 void Vesk_parser::drop_line_end() {
     while (frame_just_taken_ && stream_->bytes_avail() > 0) {
         if (separates((*stream_)[0]))

@@ -23,7 +23,7 @@ int print_line(char* buf, int size, const char* format, ...) {
     return line.length();
 }
 
-/// On purpose: some forms print an unsigned number with its sign bit.
+/// On purpose: some formats print an unsigned number as a signed one.
 int as_signed(std::uint32_t value) {
     return static_cast<int>(value);
 }
@@ -45,7 +45,7 @@ int print_list(const List& list, bool verbose, char* buf, int size, int unit = 1
     return line.length();
 }
 
-/// Prints the whole frame as it stands, up to its first NUL. \return its length, also when it was cut
+/// Prints the whole frame unchanged, up to its first NUL. \return its length, also when it was cut
 int print_text(const Vesk_printer&, const Vesk_message& m, char* buf, int size) {
     const Ascii_message text(m, false);
     return Line_writer(buf, size).append("%.*s", static_cast<int>(text.get_length()), text.get_text());
@@ -70,7 +70,7 @@ int print_as(const Vesk_printer& printer, const Vesk_message& m, char* buf, int 
     return printer.snprint(Message(m.get_ptr(), m.get_size()), buf, size);
 }
 
-/// Who prints the frames of an identifier.
+/// The function that prints the frames of one identifier.
 struct Route {
     int id;
     int (*print)(const Vesk_printer& printer, const Vesk_message& m, char* buf, int size);
@@ -103,7 +103,9 @@ int Vesk_printer::snprint(const Vesk_message& m, char* buf, int size) const {
     return print_unknown(m, buf, size);
 }
 
-// The blanks in front of some lines and the missing "=" behind "ecc" are part of the form: logs are read by programs.
+// ---- Messages ----
+
+// On purpose some lines begin with blanks, and "ecc" has no "=": programs that read logs expect it.
 
 int Vesk_printer::snprint(const Msg_PG& m, char* buf, int size) const {
     return print_line(buf, size,

@@ -8,7 +8,7 @@ receive() { "$simulator" --epochs 25 --rate 0 --seed 7; }
 positions=$(receive | "$example")
 [[ $(wc -l <<<"$positions") -eq 25 ]] || { echo "not 25 positions: $positions" && exit 1; }
 
-# The monitor shows three digits more; cut to what the example shows, both are the same figures.
+# The monitor shows three digits more; rounded to those of the example, both are the same numbers.
 seen=$(receive | "$monitor" --format comma 2>/dev/null |
     awk -F, '$1 ~ /PG/ { printf "%.7f %.7f %.3f\n", $2, $3, $4 }')
 diff <(echo "$positions") <(echo "$seen")

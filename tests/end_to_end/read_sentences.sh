@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # usage: read_sentences.sh SIMULATOR MONITOR EXAMPLE
-# The example prints the positions of all sentences between a simulated receiver's frames, those that the monitor shows.
+# The example prints the positions of all sentences of a simulated receiver, the same ones that the monitor shows.
 set -euo pipefail
 simulator=$1 monitor=$2 example=$3
 

@@ -1,4 +1,4 @@
-// The example of messages made of blocks.
+// The example for messages that consist of blocks.
 
 #include <support/builders/Frame_builder.h>
 #include <support/processes/Program.h>
@@ -36,7 +36,7 @@ std::string texts(std::uint16_t code, const std::string& a, const std::string& b
     return le(code) + le(std::uint32_t{7}) + static_cast<char>(a.size()) + a + static_cast<char>(b.size()) + b;
 }
 
-TEST(Show_blocks, tells_every_block_of_the_messages_it_is_told_of) {
+TEST(Show_blocks, shows_every_block_of_the_messages_on_its_command_line) {
     const std::string traffic = build_frame("P1", blocks(1) + solution(10, 4)) +
                                 build_frame("P1", blocks(2) + solution(20, 4) + solution(30, 1)) +
                                 build_frame("XX", blocks(1) + solution(40, 4)) + "ER021%%4,wrong parameter\n" +
@@ -56,7 +56,7 @@ TEST(Show_blocks, tells_every_block_of_the_messages_it_is_told_of) {
                              "  ts: code 9, 7, \"left\", \"right\"\n");
 }
 
-TEST(Show_blocks, survives_messages_that_claim_too_much_or_are_damaged) {
+TEST(Show_blocks, skips_messages_that_claim_too_much_or_are_damaged) {
     std::string damaged = build_frame("P1", blocks(1) + solution(10, 4));
     damaged[20] ^= 1;
     const std::string traffic = damaged + build_frame("P1", blocks(3) + solution(10, 4)) +
@@ -66,7 +66,7 @@ TEST(Show_blocks, survives_messages_that_claim_too_much_or_are_damaged) {
     EXPECT_EQ(result.output, "PA\n  claims 3 blocks\nS1\n  claims 4 blocks\nS2\n");
 }
 
-TEST(Show_blocks, takes_nothing_else_for_an_identifier) {
+TEST(Show_blocks, refuses_other_arguments) {
     for (const char* const argument : {"P1", "P1=", "P1=XX", "P=PA", "P1=PAX"}) {
         const auto result = Program(SHOW_BLOCKS, {argument}).run();
         EXPECT_EQ(result.status, 1) << argument;

@@ -1,4 +1,4 @@
-// The example of what a display is told.
+// The example for messages to a display.
 
 #include <support/builders/Frame_builder.h>
 #include <support/processes/Program.h>
@@ -19,7 +19,7 @@ std::string frame_of(const std::vector<std::string>& items) {
 
 } // namespace
 
-TEST(Show_display, names_every_mode_that_it_is_told) {
+TEST(Show_display, names_every_received_mode) {
     std::string damaged = frame_of({le(1), le(0), le(0.0F), le(0.0F)});
     damaged[12] = static_cast<char>(damaged[12] ^ 1);
     const std::string traffic = frame_of({le(1), le(-1), le(0.125F), le(2.5F)}) + build_frame("GS", "whatever") +

@@ -43,7 +43,7 @@ std::string without_times(const std::string& text) {
     return std::regex_replace(text, std::regex("(^|\n)\\d\\d:\\d\\d:\\d\\d\\.\\d{3} "), "$1");
 }
 
-TEST(Send_commands, tells_the_answer_to_each_between_the_frames_of_a_receiver) {
+TEST(Send_commands, prints_the_reply_to_each_command_between_the_frames_of_a_receiver) {
     const auto result = Program(SEND_COMMANDS, {"exec:" + simulator + " --stream cons: --rate 50", "60"})
                             .input("version\nrate\n\ndance\r\nrate,20\r\nrate\n")
                             .run();
@@ -60,7 +60,7 @@ TEST(Send_commands, tells_the_answer_to_each_between_the_frames_of_a_receiver) {
                                             "sent [\\nrate\\n]\n");
 }
 
-TEST(Send_commands, sends_the_next_when_the_one_before_is_answered) {
+TEST(Send_commands, sends_a_command_after_the_reply_to_the_one_before) {
     const Pty_pair line;
     std::thread device([&] {
         EXPECT_EQ(line.receive(4), "one\n");
@@ -75,7 +75,7 @@ TEST(Send_commands, sends_the_next_when_the_one_before_is_answered) {
     EXPECT_EQ(result.output, "accepted first\nrefused second\n");
 }
 
-TEST(Send_commands, stops_at_one_that_is_not_answered) {
+TEST(Send_commands, stops_at_a_command_without_a_reply) {
     const Pty_pair line;
     const auto result = Program(SEND_COMMANDS, {line.path(), "0"}).input("one\ntwo\n").run();
     EXPECT_EQ(result.status, 1);
@@ -90,7 +90,7 @@ TEST(Send_commands, without_a_stream_prints_the_whole_lines) {
     EXPECT_EQ(result.errors, "version\nrate,5\n");
 }
 
-TEST(Send_commands, says_when_there_is_no_such_stream) {
+TEST(Send_commands, returns_1_when_the_stream_cannot_be_opened) {
     const auto result = Program(SEND_COMMANDS, {"/nowhere"}).input("version\n").run();
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.output, "");
@@ -118,7 +118,7 @@ std::string carried(char channel, const std::string& bytes) {
     return build_frame(">>", channel + bytes, Checksum::text);
 }
 
-TEST(Decode_hex, shows_messages_and_what_is_none) {
+TEST(Decode_hex, shows_messages_noise_and_acknowledgements) {
     std::string damaged = time_frame(3);
     damaged[6] ^= 1;
     const auto result =
@@ -135,7 +135,7 @@ TEST(Decode_hex, shows_messages_and_what_is_none) {
                              "5 bytes left over\n");
 }
 
-TEST(Decode_hex, shows_messages_that_frames_carry_in_pieces) {
+TEST(Decode_hex, shows_messages_that_AIM_frames_carry_in_pieces) {
     const std::string inner = time_frame(7) + time_frame(8);
     const auto result = Program(DECODE_HEX)
                             .input(hex(carried('1', inner.substr(0, 6)) + time_frame(1) +
@@ -153,7 +153,7 @@ TEST(Decode_hex, shows_messages_that_frames_carry_in_pieces) {
                              "  1 bytes left over\n");
 }
 
-TEST(Decode_hex, takes_more_than_a_stream_holds_at_once) {
+TEST(Decode_hex, decodes_more_bytes_than_a_stream_holds) {
     std::string bytes;
     std::string expected;
     for (char letter = 'a'; letter <= 'z'; ++letter) {
@@ -161,7 +161,7 @@ TEST(Decode_hex, takes_more_than_a_stream_holds_at_once) {
         bytes += reply + "\r\n";
         expected += "  " + reply + "\n";
     }
-    const std::size_t piece = 4080; // together with the part of a reply that the one before left, too much
+    const std::size_t piece = 4080; // with the rest of the piece before, more than a stream holds
     std::string frames;
     for (std::size_t begin = 0; begin < bytes.size(); begin += piece)
         frames += carried('x', bytes.substr(begin, piece));
@@ -171,7 +171,7 @@ TEST(Decode_hex, takes_more_than_a_stream_holds_at_once) {
     EXPECT_TRUE(shown == expected) << result.output;
 }
 
-TEST(Decode_hex, ends_at_what_is_no_digit) {
+TEST(Decode_hex, ends_at_a_character_that_is_not_a_digit) {
     const auto result = Program(DECODE_HEX).input(hex(time_frame(1)) + " xyz").run();
     EXPECT_EQ(result.output, "RT ms=1\n");
     EXPECT_EQ(result.status, 1);

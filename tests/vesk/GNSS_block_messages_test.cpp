@@ -26,7 +26,7 @@ Msg_PA::block_t numbered_block(int first) {
     return block;
 }
 
-/// The bytes of `numbered_block`, put together without it.
+/// The bytes of `numbered_block`, built without it.
 std::string numbered_block_bytes(int first) {
     const auto nth = [first](int n) { return static_cast<float>(first + n); };
     return le<double>(-first) + le<double>(-first - 1) + le<double>(-first - 2) + le(nth(3) + 0.5F) +
@@ -90,7 +90,7 @@ TEST(Msg_PA, setting_blocks_writes_their_bytes_and_nothing_else) {
     EXPECT_EQ(frame.bytes(), "PA06C\2" + numbered_block_bytes(1) + numbered_block_bytes(20) + std::string(14, filler));
 }
 
-TEST(Msg_PA, setting_a_block_that_does_not_fit_says_so) {
+TEST(Msg_PA, setting_a_block_that_does_not_fit_returns_false) {
     Frame frame("PA06C\1" + std::string(52, filler));
     EXPECT_FALSE(frame.as<Msg_PA>().set_main(numbered_block(1)));
     EXPECT_EQ(frame.bytes(), "PA06C\1" + numbered_block_bytes(1).substr(0, 49) + std::string(3, filler));
@@ -153,7 +153,7 @@ Frame s1_frame(int count, const std::string& chain) {
     return Frame(build_frame("S1", static_cast<char>(count) + chain));
 }
 
-TEST(Msg_S1, each_kind_is_found_wherever_it_stands) {
+TEST(Msg_S1, each_kind_is_found_at_every_position) {
     Frame frame = s1_frame(3, chain_block(3, s1_content(0xFF00) + "more") + chain_block(1, s1_content(10)) +
                                   chain_block(2, s1_content(20)));
     const auto message = frame.as<Msg_S1>();
@@ -170,7 +170,7 @@ TEST(Msg_S1, each_kind_is_found_wherever_it_stands) {
     EXPECT_EQ(get_S1S2_block_offset(message, 4), -1);
 }
 
-TEST(Msg_S1, a_kind_that_is_missing_is_not_found_behind_the_last_block) {
+TEST(Msg_S1, a_missing_kind_is_not_found_after_the_last_block) {
     Frame frame =
         s1_frame(2, chain_block(2, s1_content(20)) + chain_block(3, s1_content(30)) + chain_block(1, s1_content(10)));
     Msg_S1::block_t block = {7, {8, 9, 10, 11}};
@@ -179,7 +179,7 @@ TEST(Msg_S1, a_kind_that_is_missing_is_not_found_behind_the_last_block) {
     EXPECT_EQ(block.values[3], 11);
 }
 
-TEST(Msg_S1, the_first_block_of_a_kind_counts) {
+TEST(Msg_S1, the_first_block_of_a_kind_is_read) {
     Frame frame = s1_frame(2, chain_block(2, s1_content(20)) + chain_block(2, s1_content(30)));
     Msg_S1::block_t block;
     ASSERT_TRUE(frame.as<Msg_S1>().get_ts(block));
@@ -192,7 +192,7 @@ TEST(Msg_S1, without_blocks_there_is_none) {
     EXPECT_FALSE(frame.as<Msg_S1>().get_hp(block));
 }
 
-TEST(Msg_S1, empty_blocks_are_stepped_over) {
+TEST(Msg_S1, empty_blocks_are_skipped) {
     Frame frame = s1_frame(3, chain_block(9, "") + chain_block(0, "") + chain_block(3, s1_content(30)));
     Msg_S1::block_t block;
     ASSERT_TRUE(frame.as<Msg_S1>().get_vbs(block));
@@ -263,13 +263,13 @@ TEST(Msg_S2, texts_keep_31_characters) {
     EXPECT_STREQ(fitting.text_b, "");
 }
 
-TEST(Msg_S2, texts_keep_NULs_and_are_0_behind_their_end) {
+TEST(Msg_S2, texts_keep_NULs_and_are_0_after_their_end) {
     const Msg_S2::block_t block = s2_block_of(s2_frame(std::string("a\0c", 3), ""));
     EXPECT_EQ(block.length_a, 3);
     EXPECT_EQ(std::string(block.text_a, 32), std::string("a\0c", 3) + std::string(29, '\0'));
 }
 
-TEST(Msg_S2, the_longest_first_text_is_stepped_over) {
+TEST(Msg_S2, the_longest_first_text_is_skipped) {
     const std::string longest(255, 'x');
     Frame frame("S2200\1\1\xFF" + s2_content(longest, "tail") + "\n"); // the block's own length cannot say as much
     Msg_S2::block_t block;

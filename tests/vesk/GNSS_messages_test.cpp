@@ -11,13 +11,13 @@ using namespace GNSS_messages;
 
 namespace {
 
-// A field is looked at in a frame whose other bytes all hold this: no byte of its neighbours may come in.
+// All other bytes of a frame have this value when a field is read or written: no byte of a neighbour may be used.
 constexpr char filler = '\xA5';
 constexpr unsigned longer_than_any_fixed_frame = 64;
 
-/// Values that tell every byte, the sign and the ends of the range.
+/// Values that show every byte, the sign and the ends of the range.
 template <typename T>
-std::vector<T> telling_values() {
+std::vector<T> distinctive_values() {
     using limits = std::numeric_limits<T>;
     if constexpr (std::is_floating_point_v<T>)
         return {T(0.1), T(-123456.789), limits::max(), limits::lowest(), limits::denorm_min(), limits::infinity()};
@@ -25,10 +25,10 @@ std::vector<T> telling_values() {
         return {static_cast<T>(0x8182838485868788), static_cast<T>(0x0102030405060708), limits::min(), limits::max()};
 }
 
-/// A field of `Message`: where it is, what reads it and what writes it.
+/// Checks a field: its offset, the operation that reads it and the one that writes it.
 template <typename T, typename Get, typename Set>
 void expect_field_by(unsigned offset, Get get, Set set) {
-    for (const T value : telling_values<T>()) {
+    for (const T value : distinctive_values<T>()) {
         const std::string background(longer_than_any_fixed_frame, filler);
         const std::string with_value = std::string(background).replace(offset, sizeof(T), le(value));
         for (unsigned size = 0; size <= longer_than_any_fixed_frame; ++size) {
@@ -37,9 +37,9 @@ void expect_field_by(unsigned offset, Get get, Set set) {
             Frame received(with_value.substr(0, size));
             EXPECT_EQ(get(received), whole ? value : T(0)) << "offset " << offset << ", size " << size;
 
-            Frame made(background.substr(0, size));
-            EXPECT_EQ(set(made, value), whole) << "offset " << offset << ", size " << size;
-            EXPECT_EQ(made.bytes(), (whole ? with_value : background).substr(0, size));
+            Frame written(background.substr(0, size));
+            EXPECT_EQ(set(written, value), whole) << "offset " << offset << ", size " << size;
+            EXPECT_EQ(written.bytes(), (whole ? with_value : background).substr(0, size));
         }
     }
 }
@@ -194,7 +194,7 @@ TEST(GNSS_messages, almanac_fields_are_signed_where_the_wire_is) {
     EXPECT_EQ(na.as<Msg_NA>().get_day(), -32768);
 }
 
-// ---- What is computed ----
+// ---- Computed values ----
 
 TEST(GNSS_messages, PG_gives_degrees) {
     Frame frame(build_frame("PG", le(0.5) + le(-3.141592653589793) + le(0.0) + le(0.0F) + '\0'));
@@ -216,7 +216,7 @@ TEST(GNSS_messages, DP_computes_in_double) {
 
 // ---- Identifiers, sizes and new frames ----
 
-/// What every class of the family holds to.
+/// The rules for every class of the family.
 template <typename Message>
 void expect_thin_view() {
     static_assert(std::is_base_of_v<Vesk_message, Message>);
@@ -243,7 +243,7 @@ void expect_fixed_message(const std::string& identifier, unsigned L) {
     EXPECT_EQ(too_small.bytes(), std::string(4 + L, filler));
 }
 
-TEST(GNSS_messages, fixed_messages_know_identifier_and_length) {
+TEST(GNSS_messages, fixed_messages_have_their_identifier_and_length) {
     expect_fixed_message<Msg_PG>("PG", 30);
     expect_fixed_message<Msg_RT>("~~", 5);
     expect_fixed_message<Msg_RD>("RD", 6);
@@ -271,7 +271,7 @@ TEST(GNSS_messages, a_received_frame_validates_and_reads) {
 // ---- Lists ----
 
 template <typename Message, typename Entry>
-void expect_list(const std::string& identifier, unsigned behind) {
+void expect_list(const std::string& identifier, unsigned bytes_after_entries) {
     expect_thin_view<Message>();
     static_assert(std::is_same_v<decltype(std::declval<Message>().get_entry(0)), Entry>);
     SCOPED_TRACE(identifier);
@@ -282,16 +282,16 @@ void expect_list(const std::string& identifier, unsigned behind) {
     };
     EXPECT_EQ(entries_for("000"), 0U);
     EXPECT_EQ(entries_for("001"), 0U);
-    EXPECT_EQ(entries_for("002"), 2 - behind);
-    EXPECT_EQ(entries_for("004"), 4 - behind);
-    EXPECT_EQ(entries_for("FFF"), 4095 - behind); // however few bytes there are
+    EXPECT_EQ(entries_for("002"), 2 - bytes_after_entries);
+    EXPECT_EQ(entries_for("004"), 4 - bytes_after_entries);
+    EXPECT_EQ(entries_for("FFF"), 4095 - bytes_after_entries); // though the frame has fewer bytes
     EXPECT_EQ(entries_for("0x4"), 0U);
     EXPECT_EQ(Frame(identifier + "00").as<Message>().get_num_entries(), 0U);
 
     Frame frame(std::string(100, filler));
     auto message = frame.as<Message>();
     ASSERT_TRUE(message.init(3));
-    EXPECT_EQ(message.get_size(), 5 + 3 * sizeof(Entry) + behind);
+    EXPECT_EQ(message.get_size(), 5 + 3 * sizeof(Entry) + bytes_after_entries);
     std::string body;
     for (unsigned i = 0; i < 3; ++i) {
         const auto value = static_cast<Entry>(0xF1E2 - i);
@@ -299,12 +299,12 @@ void expect_list(const std::string& identifier, unsigned behind) {
         EXPECT_EQ(message.get_entry(i), value);
         body += le(value);
     }
-    body.append(behind - 1, '\0');
+    body.append(bytes_after_entries - 1, '\0');
     message.set_checksum(true);
     EXPECT_EQ(frame.bytes().substr(0, message.get_size()), build_frame(identifier, body, Checksum::binary, ""));
 }
 
-TEST(GNSS_messages, lists_know_identifier_entries_and_length) {
+TEST(GNSS_messages, lists_have_their_identifier_entries_and_length) {
     expect_list<Msg_SI, std::uint8_t>("SI", 1);
     expect_list<Msg_NN, std::uint8_t>("NN", 1);
     expect_list<Msg_EC, std::uint8_t>("EC", 1);
@@ -316,7 +316,7 @@ TEST(GNSS_messages, lists_know_identifier_entries_and_length) {
     expect_list<Msg_TC, std::uint16_t>("TC", 1);
 }
 
-TEST(GNSS_messages, list_entries_lie_side_by_side_from_offset_5) {
+TEST(GNSS_messages, list_entries_are_adjacent_from_offset_5) {
     Frame frame(build_frame("EL", "\x01\x7F\x80\xFF"));
     const auto message = frame.as<Msg_EL>();
     ASSERT_EQ(message.get_num_entries(), 4U);
@@ -326,17 +326,17 @@ TEST(GNSS_messages, list_entries_lie_side_by_side_from_offset_5) {
     EXPECT_EQ(message.get_entry(3), -1);
 }
 
-TEST(GNSS_messages, there_is_no_entry_behind_the_last) {
+TEST(GNSS_messages, there_is_no_entry_after_the_last) {
     Frame frame(build_frame("SI", "\x01\x02"));
     auto message = frame.as<Msg_SI>();
     const std::string before = frame.bytes();
-    EXPECT_EQ(message.get_entry(2), 0); // the checksum lies there
+    EXPECT_EQ(message.get_entry(2), 0); // the checksum is there
     EXPECT_EQ(message.get_entry(0xFFFFFFFF), 0);
     EXPECT_FALSE(message.set_entry(2, 9));
     EXPECT_EQ(frame.bytes(), before);
 }
 
-TEST(GNSS_messages, a_list_has_room_for_a_full_body_and_not_more) {
+TEST(GNSS_messages, a_list_holds_a_full_body_and_not_more) {
     Frame frame(std::string(5000, filler));
     auto message = frame.as<Msg_SI>();
     EXPECT_FALSE(message.init(4095));
@@ -351,7 +351,7 @@ TEST(GNSS_messages, a_list_has_room_for_a_full_body_and_not_more) {
     EXPECT_TRUE(two_byte.init(2047));
 }
 
-TEST(GNSS_messages, TC_tells_one_two_byte_entry_per_body_byte_less_one) {
+TEST(GNSS_messages, TC_has_one_two_byte_entry_per_body_byte_less_one) {
     Frame frame("TC005" + le(std::uint16_t(0xFFFE)) + le(std::uint16_t(0x1234)) + "\x55" + "\n");
     const auto message = frame.as<Msg_TC>();
     ASSERT_EQ(message.get_num_entries(), 4U);
@@ -368,7 +368,7 @@ TEST(GNSS_messages, TC_entries_half_in_the_buffer_read_as_0) {
     EXPECT_FALSE(frame.as<Msg_TC>().set_entry(1, 0xFFFF));
 }
 
-TEST(GNSS_messages, SS_has_a_byte_that_is_no_entry) {
+TEST(GNSS_messages, SS_has_one_byte_that_is_not_an_entry) {
     Frame frame(build_frame("SS", "\x0A\x0B\x63"));
     const auto message = frame.as<Msg_SS>();
     ASSERT_EQ(message.get_num_entries(), 2U);

@@ -50,7 +50,7 @@ TEST(MC_UI_messages, modem_powers_have_names) {
     EXPECT_EQ(name<modem_power_t>(4), "Unknown modem_power_t");
 }
 
-TEST(MC_UI_messages, modes_hold_any_number_of_a_link) {
+TEST(MC_UI_messages, modes_hold_any_received_number) {
     for (const int number : {std::numeric_limits<int>::min(), -1000, 1000, std::numeric_limits<int>::max()}) {
         EXPECT_EQ(name<control_mode_t>(number), "Unknown control_mode_t");
         EXPECT_EQ(name<mc_implement_t>(number), "Unknown mc_implement_t");
@@ -73,7 +73,7 @@ TEST(Msg_ES, ten_items_make_a_frame_of_52_bytes) {
     EXPECT_EQ(frame[10], 10);
 }
 
-TEST(Msg_ES, eleven_items_are_none) {
+TEST(Msg_ES, eleven_items_are_refused) {
     unsigned char frame[100] = {};
     Msg_ES message(frame, sizeof frame);
     ASSERT_TRUE(message.set_num_items(3, 4));
@@ -89,14 +89,14 @@ TEST(Msg_ES, size_follows_count_and_item_size_up_to_the_capacity) {
     EXPECT_EQ(message.get_size(), 12U);
     EXPECT_TRUE(message.set_num_items(5, 4));
     EXPECT_EQ(message.get_size(), 32U);
-    EXPECT_FALSE(message.set_num_items(6, 4)) << "no room";
+    EXPECT_FALSE(message.set_num_items(6, 4)) << "exceeds the capacity";
     EXPECT_EQ(message.get_num_items(), 5U) << "and nothing changed";
     EXPECT_FALSE(message.set_num_items(1, -4));
     EXPECT_FALSE(message.set_num_items(10, std::numeric_limits<int>::max()));
     EXPECT_EQ(message.get_size(), 32U) << "which 32 bits would take for a frame of 2 bytes";
 }
 
-TEST(Msg_ES, items_are_floats_or_whole_numbers) {
+TEST(Msg_ES, items_are_floats_or_integers) {
     unsigned char frame[64] = {};
     Msg_ES message(frame, sizeof frame);
     ASSERT_TRUE(message.set_num_items(3, 4));
@@ -113,7 +113,7 @@ TEST(Msg_ES, items_are_floats_or_whole_numbers) {
               unterminated_frame("ES", std::string(5, '\0') + '\3' + le(1.5F) + le(0) + le(-2)));
 }
 
-TEST(Msg_ES, items_beyond_their_number_are_none_though_the_frame_has_room) {
+TEST(Msg_ES, items_beyond_their_number_are_not_accessible_even_in_a_larger_frame) {
     unsigned char frame[64] = {};
     Msg_ES message(frame, sizeof frame);
     frame[10] = 2;
@@ -129,7 +129,7 @@ TEST(Msg_ES, items_beyond_their_number_are_none_though_the_frame_has_room) {
     EXPECT_FALSE(message.set_item(0x40000001U, 1)) << "whose offset wraps";
 }
 
-TEST(Msg_ES, item_that_the_frame_is_too_short_for_is_none) {
+TEST(Msg_ES, item_beyond_the_end_of_the_frame_is_not_accessible) {
     unsigned char frame[14] = {};
     Msg_ES message(frame, sizeof frame);
     frame[10] = 10;

@@ -45,7 +45,7 @@ Position position_of(const std::string& fields) {
 
 } // namespace
 
-TEST(NMEA0183_message, delimiter_is_the_last_star_with_two_characters_behind_it) {
+TEST(NMEA0183_message, delimiter_is_the_last_star_with_two_characters_after_it) {
     EXPECT_EQ(delimiter_of("$GPGG*47"), 5);
     EXPECT_EQ(delimiter_of("$GPGG*47\r\n"), 5);
     EXPECT_EQ(delimiter_of("$GPGG*A*47"), 7);
@@ -76,20 +76,20 @@ TEST(NMEA0183_message, right_checksum_checks_in_either_case) {
     EXPECT_TRUE(checks(text)) << text;
 }
 
-TEST(NMEA0183_message, wrong_checksum_is_told) {
+TEST(NMEA0183_message, wrong_checksum_is_reported) {
     const Captured_debug debug;
     EXPECT_FALSE(checks("$GPXXX,1*00"));
     EXPECT_EQ(debug.text(), "Checksum failure for '$GPXXX,1*00': 52 vs 00\n");
 }
 
-TEST(NMEA0183_message, what_has_no_checksum_is_told_of_by_the_result_alone) {
+TEST(NMEA0183_message, missing_checksum_gives_false_without_a_message) {
     const Captured_debug debug;
     for (const char* text : {"$GPGGA,1", "$GPGGA,1*", "$GPGGA,1*4", "$GPGGA,1*G7", "$GPGGA,1*4 ", "GPGGA,1*47", ""})
         EXPECT_FALSE(checks(text)) << text;
     EXPECT_EQ(debug.text(), "");
 }
 
-TEST(NMEA0183_message, every_single_error_is_seen) {
+TEST(NMEA0183_message, every_single_error_is_detected) {
     const Captured_debug debug;
     const std::string good = sentence("GPVTG,054.7,T,034.4,M,005.5,N,010.2,K");
     for (std::size_t place = 1; place < good.size(); ++place)
@@ -110,7 +110,7 @@ TEST(NMEA0183_message, trim_cuts_at_the_star) {
     EXPECT_STREQ(message.get_text(), "$GPGGA,1");
 }
 
-TEST(NMEA0183_message, trim_without_a_star_leaves_the_text_alone) {
+TEST(NMEA0183_message, trim_without_a_star_leaves_the_text_unchanged) {
     std::string text = "$GPGGA,1";
     NMEA0183_message message(text.data(), static_cast<unsigned>(text.size()));
     EXPECT_EQ(message.trim(), 0U);
@@ -118,7 +118,7 @@ TEST(NMEA0183_message, trim_without_a_star_leaves_the_text_alone) {
     EXPECT_EQ(text, "$GPGGA,1");
 }
 
-TEST(NMEA0183_message, complete_adds_what_is_checked) {
+TEST(NMEA0183_message, complete_appends_a_valid_checksum) {
     char text[16] = "$GPGGA,1";
     EXPECT_EQ(NMEA0183_message::complete(text, 8, sizeof text), 13U);
     EXPECT_EQ(std::string(text), sentence("GPGGA,1") + "\r\n");
@@ -177,14 +177,14 @@ TEST(Msg_NMEA_GGA, other_fields_are_read) {
     EXPECT_FALSE(Msg_NMEA_GGA(other.data(), static_cast<unsigned>(other.size())).is_GGA());
 }
 
-TEST(Msg_NMEA_GGA, counts_are_cut_to_what_they_can_hold) {
+TEST(Msg_NMEA_GGA, counts_are_limited_to_the_range_of_an_int) {
     std::string text = "$GNGGA,123519,4807.038,N,01131.000,E,1e300,-1e300,0.9,545.4,M,46.9,M,,*5C";
     const Msg_NMEA_GGA gga(text.data(), static_cast<unsigned>(text.size()));
     EXPECT_EQ(gga.get_fix(), std::numeric_limits<int>::max());
     EXPECT_EQ(gga.get_satellites(), std::numeric_limits<int>::min());
 }
 
-TEST(compose_GGA, reads_back_as_it_was) {
+TEST(compose_GGA, is_read_back_with_the_same_values) {
     Random random;
     for (int i = 0; i < 1000; ++i) {
         const GGA fix = {static_cast<unsigned>(random.between(0, 86400000 - 1)),
@@ -208,7 +208,7 @@ TEST(compose_GGA, reads_back_as_it_was) {
     }
 }
 
-TEST(compose_GGA, is_a_sentence_as_others_write_it) {
+TEST(compose_GGA, has_the_form_of_other_senders) {
     char text[120];
     const GGA fix = {45319990, -48.1173, -11.516666666667, 1, 8, 0.94, 545.4, -46.9};
     ASSERT_GT(compose(fix, text, sizeof text), 0U);

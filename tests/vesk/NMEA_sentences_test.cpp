@@ -123,7 +123,7 @@ TEST(NMEA_sentences, are_at_least_200_with_different_checksums) {
     EXPECT_GT(checksums.size(), 60U);
 }
 
-TEST(NMEA_sentences, with_checksums_that_others_computed_check) {
+TEST(NMEA_sentences, with_checksums_from_other_sources_are_accepted) {
     for (const char* text : {"$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,*47",
                              "$GPRMC,123519,A,4807.038,N,01131.000,E,022.4,084.4,230394,003.1,W*6A",
                              "$GPGSA,A,3,04,05,,09,12,,,24,,,,,2.5,1.3,2.1*39",
@@ -131,7 +131,7 @@ TEST(NMEA_sentences, with_checksums_that_others_computed_check) {
         EXPECT_TRUE(checks(text)) << text;
 }
 
-TEST(NMEA_sentences, with_the_right_checksum_check_with_any_line_end_and_in_either_case) {
+TEST(NMEA_sentences, with_the_right_checksum_are_accepted_with_any_line_end_and_in_either_case) {
     const Captured_debug debug;
     for (const std::string& body : all_bodies()) {
         const unsigned checksum = checksum_of(body);
@@ -143,7 +143,7 @@ TEST(NMEA_sentences, with_the_right_checksum_check_with_any_line_end_and_in_eith
     EXPECT_EQ(debug.text(), "");
 }
 
-TEST(NMEA_sentences, with_any_other_checksum_fail_and_say_so) {
+TEST(NMEA_sentences, with_any_other_checksum_fail_and_are_reported) {
     for (const std::string& body : all_bodies()) {
         const unsigned right = checksum_of(body);
         for (const unsigned wrong : {right ^ 0x01U, right ^ 0x10U, right ^ 0x80U, right ^ 0xFFU}) {
@@ -157,7 +157,7 @@ TEST(NMEA_sentences, with_any_other_checksum_fail_and_say_so) {
     }
 }
 
-TEST(NMEA_sentences, cut_anywhere_in_front_of_their_last_digit_fail_silently) {
+TEST(NMEA_sentences, cut_anywhere_before_their_last_digit_fail_without_a_message) {
     const Captured_debug debug;
     for (const std::string& body : all_bodies()) {
         const std::string whole = with_checksum(body, checksum_of(body));
@@ -167,7 +167,7 @@ TEST(NMEA_sentences, cut_anywhere_in_front_of_their_last_digit_fail_silently) {
     EXPECT_EQ(debug.text(), "");
 }
 
-TEST(NMEA_sentences, that_lost_a_character_or_their_beginning_fail) {
+TEST(NMEA_sentences, without_a_character_or_their_beginning_fail) {
     const Captured_debug debug;
     for (const std::string& body : all_bodies()) {
         const std::string sum = with_checksum(body, checksum_of(body)).substr(body.size() + 1);
@@ -184,11 +184,11 @@ TEST(NMEA_sentences, are_trimmed_to_their_fields) {
         NMEA0183_message message = message_of(text);
         EXPECT_EQ(message.trim(), body.size() + 1);
         EXPECT_EQ(message.get_text(), "$" + body);
-        EXPECT_EQ(message.trim(), 0U) << "there is no star any more";
+        EXPECT_EQ(message.trim(), 0U) << "there is no longer a star";
     }
 }
 
-TEST(NMEA_sentences, are_completed_as_they_came) {
+TEST(NMEA_sentences, are_completed_to_their_received_form) {
     for (const std::string& body : all_bodies()) {
         char text[160] = {};
         ("$" + body).copy(text, sizeof text);
@@ -197,7 +197,7 @@ TEST(NMEA_sentences, are_completed_as_they_came) {
     }
 }
 
-/// A field of a body as text, found here by counting commas.
+/// A field of a body as text, found by counting commas.
 std::string field_of(const std::string& body, unsigned index) {
     std::size_t begin = 0;
     for (; index > 0; --index) {
@@ -209,7 +209,7 @@ std::string field_of(const std::string& body, unsigned index) {
     return body.substr(begin, body.find(',', begin) - begin);
 }
 
-/// Degrees from the digits of "ddmm.mmmm", taken apart as text.
+/// Degrees from the digits of "ddmm.mmmm", read as text.
 double degrees_of(const std::string& field, const std::string& hemisphere) {
     if (field.empty())
         return 0;
@@ -218,7 +218,7 @@ double degrees_of(const std::string& field, const std::string& hemisphere) {
     return hemisphere == "S" || hemisphere == "W" ? -degrees : degrees;
 }
 
-TEST(NMEA_sentences, of_positions_and_of_nothing_else_are_GGA_and_give_their_fields) {
+TEST(NMEA_sentences, are_GGA_only_if_they_hold_a_position_and_return_their_fields) {
     unsigned positions = 0;
     for (const std::string& body : all_bodies()) {
         std::string text = with_checksum(body, checksum_of(body)) + "\r\n";
@@ -238,7 +238,7 @@ TEST(NMEA_sentences, of_positions_and_of_nothing_else_are_GGA_and_give_their_fie
     EXPECT_EQ(positions, 4 * std::size(talkers));
 }
 
-TEST(NMEA_sentences, that_are_too_long_are_handled_like_any) {
+TEST(NMEA_sentences, that_are_too_long_are_handled_like_others) {
     const Captured_debug debug;
     for (const std::size_t length : {83U, 255U, 1024U, 70000U}) {
         std::string body = "GPTXT,01,01,02,";
@@ -252,7 +252,7 @@ TEST(NMEA_sentences, that_are_too_long_are_handled_like_any) {
     }
 }
 
-TEST(NMEA_sentences, count_their_last_star) {
+TEST(NMEA_sentences, end_their_fields_at_the_last_star) {
     const std::string body = "GPTXT,01,01,02,5*3=15*";
     const std::string text = with_checksum(body, checksum_of(body));
     EXPECT_EQ(delimiter_of(text), static_cast<int>(body.size() + 1));

@@ -14,7 +14,7 @@ using namespace TIM_messages;
 
 constexpr unsigned level = 77;
 
-/// What `print` says of a frame.
+/// The text that `print` prints for a frame.
 std::string printed(std::string frame) {
     const Enabled_category on(level);
     const Captured_debug debug;
@@ -43,7 +43,7 @@ TEST(TIM_messages, command_prints_its_fields) {
               "<time> GC: RDY 0, RQ 0:1:1:0:1:0:0.000000 HEART 0 STATE AUTOMATION_READY_TO_ENABLED PROD 1\n");
 }
 
-TEST(TIM_messages, each_flag_of_a_command_is_printed_in_its_place) {
+TEST(TIM_messages, each_flag_of_a_command_is_printed_at_its_position) {
     const char* const flags[] = {
         "RDY 0, RQ 0:0:0:0:0:1:", "RDY 0, RQ 0:0:0:0:1:0:", "RDY 0, RQ 0:0:0:1:0:0:", "RDY 0, RQ 0:0:1:0:0:0:",
         "RDY 0, RQ 0:1:0:0:0:0:", "RDY 0, RQ 1:0:0:0:0:0:", "RDY 1, RQ 0:0:0:0:0:0:", "RDY 0, RQ 0:0:0:0:0:0:"};
@@ -52,17 +52,17 @@ TEST(TIM_messages, each_flag_of_a_command_is_printed_in_its_place) {
                   std::string("<time> GC: ") + flags[bit] + "0.000000 HEART 0 STATE AUTOMATION_UNAVAILABLE PROD 0\n");
 }
 
-TEST(TIM_messages, wrong_length_is_reported_and_nothing_else) {
+TEST(TIM_messages, wrong_length_is_reported_and_the_fields_are_not_printed) {
     EXPECT_EQ(printed(build_frame("GS", std::string(7, '\0'))), "GS wrong message len 8 vs 14\n");
     EXPECT_EQ(printed(build_frame("GC", std::string(9, '\0'))), "GC wrong message len 10 vs 14\n");
 }
 
-TEST(TIM_messages, other_identifiers_are_printed_whatever_their_length) {
+TEST(TIM_messages, other_identifiers_are_printed_with_any_length) {
     EXPECT_EQ(printed(build_frame("XX", body(0x10, 0xF1, 0, 3))),
               "<time> ??: HEART 10, STATE NOT_AVAILABLE, PROD 1, CURV 3.000000\n");
     EXPECT_EQ(printed(build_frame("XX", "")),
               "<time> ??: HEART A, STATE AUTOMATION_UNAVAILABLE, PROD 0, CURV 0.000000\n")
-        << "the line feed stands where the heartbeat would be";
+        << "the line feed is at the offset of the heartbeat";
 }
 
 TEST(TIM_messages, nothing_is_printed_while_the_category_is_off) {
@@ -132,14 +132,14 @@ TEST(TIM_messages, frames_are_built_as_they_are_read) {
     EXPECT_TRUE(command.get_ready()) << "the ready flag is no request";
 }
 
-TEST(TIM_messages, new_frame_is_empty_whatever_the_buffer_held) {
+TEST(TIM_messages, new_frame_is_empty_with_any_previous_content) {
     unsigned char frame[14];
     std::memset(frame, 0xFF, sizeof frame);
     ASSERT_TRUE(Msg_GS(frame, sizeof frame).init());
     EXPECT_EQ(std::string(reinterpret_cast<char*>(frame), 14), std::string("GS009\1\0\0\0\0\0\0\0\0", 14));
 }
 
-TEST(TIM_messages, no_room_is_no_frame) {
+TEST(TIM_messages, buffer_that_is_too_small_gets_no_frame) {
     unsigned char frame[13] = {};
     EXPECT_FALSE(Msg_GS(frame, sizeof frame).init());
     EXPECT_FALSE(Msg_GC(frame, 4).set_ready(true));

@@ -1,5 +1,10 @@
 #include <glue/vesk/Vesk_error_decoder.h>
 
+#include <glue/vesk/Vesk_message.h>
+#include <glue/vesk/Vesk_parser.h>
+
+#include <support/fakes/Scripted_stream.h>
+
 #include <cstring>
 #include <gtest/gtest.h>
 #include <string>
@@ -56,7 +61,7 @@ int extract(const std::string& text) {
 
 } // namespace
 
-TEST(Vesk_error_decoder, every_code_has_its_phrase_behind_a_comma) {
+TEST(Vesk_error_decoder, every_code_has_its_phrase_after_a_comma) {
     static_assert(std::size(phrases) == 41);
     for (int code = 1; code <= 41; ++code) {
         const std::string text = std::string(",") + phrases[code - 1];
@@ -79,13 +84,13 @@ TEST(Vesk_error_decoder, every_phrase_has_its_code) {
         EXPECT_EQ(Vesk_error_decoder::get(phrases[code - 1]), code) << phrases[code - 1];
 }
 
-TEST(Vesk_error_decoder, what_is_no_phrase_has_no_code) {
+TEST(Vesk_error_decoder, other_texts_have_no_code) {
     for (const char* text : {"", ",file not found", "file not foun", "file not found ", "File not found", "zzz", "a"})
         EXPECT_EQ(Vesk_error_decoder::get(text), -1) << text;
     EXPECT_EQ(Vesk_error_decoder::get(nullptr), -1);
 }
 
-TEST(Vesk_error_decoder, setting_up_again_changes_nothing) {
+TEST(Vesk_error_decoder, another_init_changes_nothing) {
     for (int i = 0; i < 3; ++i)
         Vesk_error_decoder::init();
     EXPECT_EQ(Vesk_error_decoder::get("wrong command"), 1);
@@ -101,12 +106,34 @@ TEST(Vesk_error_decoder, extracts_the_last_field) {
     EXPECT_EQ(extract("{20,access denied},file not found"), 37);
 }
 
-TEST(Vesk_error_decoder, extracts_nothing_from_what_has_no_phrase_last) {
+TEST(Vesk_error_decoder, extracts_nothing_when_the_last_field_is_not_a_phrase) {
     for (const char* text : {"", ",", "{37,file not found},", "ab", ",ab", "file not found,x", "file not found,zzz"})
         EXPECT_EQ(extract(text), -1) << text;
     EXPECT_EQ(Vesk_error_decoder::extract(nullptr), -1);
-    EXPECT_EQ(extract("{37,file not found\r\n"), -1) << "line ends are not cut off";
-    EXPECT_EQ(extract("{37, file not found}"), -1) << "nor is white space";
+    EXPECT_EQ(extract("{37, file not found}"), -1) << "a blank belongs to the phrase";
+    EXPECT_EQ(extract("{37,file not found \r\n"), -1) << "a blank before the line end, too";
+    EXPECT_EQ(extract("{37,file not\nfound\n"), -1) << "a line end within the phrase, too";
+}
+
+TEST(Vesk_error_decoder, line_end_does_not_belong_to_the_phrase) {
+    for (const char* line_end : {"\r\n", "\n", "\r", "\r\n\r\n"}) {
+        EXPECT_EQ(extract(std::string("{37,file not found") + line_end), 37);
+        EXPECT_EQ(extract(std::string("file not found") + line_end), 37);
+        EXPECT_EQ(extract(std::string("{37,file not found},") + line_end), -1);
+        EXPECT_EQ(extract(line_end), -1);
+    }
+}
+
+TEST(Vesk_error_decoder, extracts_the_code_from_a_reply_as_the_parser_delivers_it) {
+    Scripted_stream stream;
+    stream.receive("ER012%7%,file not found\r\n");
+    Vesk_parser parser(&stream, false);
+    unsigned char packet[Vesk_parser::largest_packet];
+    int len = 0;
+    ASSERT_EQ(parser.get_packet(packet, sizeof packet, len), Vesk_parser::reply);
+    const Vesk_response response(packet, static_cast<unsigned>(len));
+    EXPECT_STREQ(response.get_response_string(), "%7%,file not found\r\n");
+    EXPECT_EQ(Vesk_error_decoder::extract(response.get_response_string()), 37);
 }
 
 TEST(Vesk_error_decoder, two_phrases_of_one_code_are_found_whole_only) {

@@ -10,8 +10,7 @@
 
 namespace {
 
-/// A message over a copy of some bytes, which lie in memory of exactly their size so that sanitizers see a step
-/// outside.
+/// A message over a copy of some bytes. The memory has exactly their size, so that sanitizers detect an access past it.
 struct Message {
     explicit Message(const std::string& content)
         : bytes(content.begin(), content.end()), view(bytes.data(), static_cast<unsigned>(bytes.size())) {}
@@ -28,7 +27,7 @@ bool checks(const std::string& frame) {
 
 // ---- Length ----
 
-TEST(Vesk_message_test, length_digits_count_in_either_case) {
+TEST(Vesk_message_test, length_digits_are_read_in_either_case) {
     EXPECT_EQ(Message("PG0A1").view.get_msg_len(), 161U);
     EXPECT_EQ(Message("PG0a1").view.get_msg_len(), 161U);
     EXPECT_EQ(Message("PGFFF").view.get_msg_len(), 4095U);
@@ -36,7 +35,7 @@ TEST(Vesk_message_test, length_digits_count_in_either_case) {
     EXPECT_EQ(Message("PG000").view.get_msg_len(), 0U);
 }
 
-TEST(Vesk_message_test, length_with_anything_but_a_digit_is_zero) {
+TEST(Vesk_message_test, length_with_a_character_that_is_not_a_digit_is_zero) {
     for (const std::string digits :
          {"0G1", "G01", "01G", " 12", "+12", "-12", "1 2", "12 ", "0x1", "/00", ":00", "@00", "`00", "g00"})
         EXPECT_EQ(Message("PG" + digits).view.get_msg_len(), 0U) << digits;
@@ -70,7 +69,7 @@ TEST(Vesk_message_test, length_needs_a_whole_header) {
     EXPECT_EQ(message.content(), "PG..");
 }
 
-TEST(Vesk_message_test, size_and_capacity_are_told_apart) {
+TEST(Vesk_message_test, size_and_capacity_differ) {
     unsigned char buffer[20] = {};
     EXPECT_EQ(Vesk_message(buffer, 20).get_size(), 20U);
     EXPECT_EQ(Vesk_message(buffer, 20, 7).get_size(), 7U);
@@ -86,7 +85,7 @@ TEST(Vesk_message_test, setup_writes_identifier_and_length_and_keeps_the_size) {
     EXPECT_EQ(message.content(), "GS009" + std::string(15, '.'));
 }
 
-TEST(Vesk_message_test, setup_with_a_size_that_makes_no_length_writes_the_identifier_and_fails) {
+TEST(Vesk_message_test, setup_with_an_invalid_size_writes_the_identifier_and_fails) {
     for (const int size : {4, 0, -1, 4101}) {
         Message message(".......");
         EXPECT_FALSE(message.view.setup(bytes_of("GS"), size)) << size;
@@ -151,11 +150,11 @@ TEST(Vesk_message_test, checksum_never_reads_past_the_message) {
     EXPECT_EQ(message.view.compute_8bit_checksum(1000), frame_checksum("PG001"));
 }
 
-TEST(Vesk_message_test, binary_frame_checks) {
+TEST(Vesk_message_test, binary_frame_has_a_right_checksum) {
     EXPECT_TRUE(checks(unterminated_frame("PG", "hello") + "\n"));
 }
 
-TEST(Vesk_message_test, any_changed_byte_of_a_binary_frame_is_noticed) {
+TEST(Vesk_message_test, any_changed_byte_of_a_binary_frame_is_detected) {
     const std::string frame = unterminated_frame("PG", std::string("\x00\x01\xFEhello", 8)) + "\r";
     for (std::size_t i = 0; i + 1 < frame.size(); ++i)
         for (int bit = 0; bit < 8; ++bit) {
@@ -175,7 +174,7 @@ TEST(Vesk_message_test, frame_needs_its_terminator) {
     EXPECT_FALSE(checks(frame));
 }
 
-TEST(Vesk_message_test, frame_without_terminator_checks_only_when_its_checksum_byte_looks_like_one) {
+TEST(Vesk_message_test, frame_without_terminator_is_right_only_when_its_checksum_byte_is_CR_or_LF) {
     int seen = 0;
     for (int c = 0; c < 256; ++c) {
         const std::string frame = unterminated_frame("PG", std::string(1, static_cast<char>(c)));
@@ -186,7 +185,7 @@ TEST(Vesk_message_test, frame_without_terminator_checks_only_when_its_checksum_b
     EXPECT_EQ(seen, 2);
 }
 
-TEST(Vesk_message_test, frame_longer_than_the_message_does_not_check) {
+TEST(Vesk_message_test, checksum_of_a_frame_longer_than_the_message_is_wrong) {
     const std::string frame = unterminated_frame("PG", "hello") + "\n";
     for (std::size_t size = 0; size < frame.size(); ++size)
         EXPECT_FALSE(checks(frame.substr(0, size)) && size + 1 < frame.size()) << size;
@@ -218,7 +217,7 @@ TEST(Vesk_message_test, text_checksum_is_read_in_either_case) {
     EXPECT_GT(letters, 0);
 }
 
-TEST(Vesk_message_test, wrong_or_unreadable_text_checksum_is_noticed) {
+TEST(Vesk_message_test, wrong_or_unreadable_text_checksum_is_detected) {
     const std::string frame = unterminated_frame(">>", "1status", Checksum::text) + "\n";
     for (const std::size_t place : {frame.size() - 3, frame.size() - 2})
         for (int c = 0; c < 256; ++c) {
@@ -232,7 +231,7 @@ TEST(Vesk_message_test, wrong_or_unreadable_text_checksum_is_noticed) {
         }
 }
 
-TEST(Vesk_message_test, text_frame_that_ends_cr_lf_never_checks) {
+TEST(Vesk_message_test, checksum_of_a_text_frame_that_ends_with_cr_lf_is_wrong_on_purpose) {
     EXPECT_FALSE(checks(unterminated_frame(">>", "1status", Checksum::text) + "\r\n"));
 }
 
@@ -246,7 +245,7 @@ TEST(Vesk_message_test, validation_compares_16_bits_of_the_identifier) {
     EXPECT_FALSE(Message("").view.validate(0));
 }
 
-TEST(Vesk_message_test, setting_the_binary_checksum_makes_the_frame_check) {
+TEST(Vesk_message_test, setting_the_binary_checksum_makes_the_frame_valid) {
     Message message("PG006hello?\n");
     EXPECT_TRUE(message.view.set_checksum(true));
     EXPECT_EQ(message.content(), unterminated_frame("PG", "hello") + "\n");
@@ -273,7 +272,7 @@ TEST(Vesk_message_test, setting_a_checksum_outside_the_message_writes_nothing) {
     EXPECT_FALSE(Message("PG0").view.set_checksum(true));
 }
 
-TEST(Vesk_message_test, checksum_of_an_empty_body_lands_on_the_length_digits) {
+TEST(Vesk_message_test, checksum_of_an_empty_body_overwrites_the_length_digits) {
     Message binary("PG000\n");
     EXPECT_TRUE(binary.view.set_checksum(true));
     EXPECT_EQ(static_cast<unsigned char>(binary.bytes[4]), frame_checksum("PG00"));
@@ -301,7 +300,7 @@ TEST(Vesk_response_test, status_is_good_for_re_alone) {
     EXPECT_FALSE(Response("").view.get_response_status());
 }
 
-TEST(Vesk_response_test, text_starts_behind_the_header) {
+TEST(Vesk_response_test, text_starts_after_the_header) {
     const Response response(std::string("RE006hello\n\0\0", 13));
     EXPECT_STREQ(response.view.get_response_string(), "hello\n");
     EXPECT_TRUE(response.view.check_response_string("hell"));
@@ -310,13 +309,13 @@ TEST(Vesk_response_test, text_starts_behind_the_header) {
     EXPECT_FALSE(response.view.check_response_string("hello\nand more"));
 }
 
-TEST(Vesk_response_test, text_of_a_message_that_nothing_terminates_ends_with_the_message) {
+TEST(Vesk_response_test, text_without_a_nul_ends_with_the_message) {
     const Response response("RE005hello");
     EXPECT_STREQ(response.view.get_response_string(), "hello");
     EXPECT_FALSE(response.view.check_response_string("hello and more"));
 }
 
-TEST(Vesk_response_test, text_reaches_three_bytes_behind_the_body_at_most) {
+TEST(Vesk_response_test, text_reaches_at_most_three_bytes_past_the_body) {
     const Response response("RE002abcdefghij");
     EXPECT_STREQ(response.view.get_response_string(), "abcde");
 }
@@ -327,7 +326,7 @@ TEST(Vesk_response_test, text_is_empty_without_a_length) {
     EXPECT_STREQ(Response("RE005").view.get_response_string(), "");
 }
 
-TEST(Vesk_response_test, request_identifier_lies_between_two_percent_signs) {
+TEST(Vesk_response_test, request_identifier_is_between_two_percent_signs) {
     const Response response("RE010%ab12%rest\r\n");
     const char* begin = nullptr;
     const char* end = nullptr;
@@ -344,7 +343,7 @@ TEST(Vesk_response_test, request_identifier_may_be_empty) {
     EXPECT_EQ(std::string(begin, end), "%%");
 }
 
-TEST(Vesk_response_test, missing_percent_signs_leave_the_outputs_alone) {
+TEST(Vesk_response_test, missing_percent_signs_leave_the_outputs_unchanged) {
     const char untouched[] = "untouched";
     const char* begin = untouched;
     const char* end = untouched;
@@ -356,7 +355,7 @@ TEST(Vesk_response_test, missing_percent_signs_leave_the_outputs_alone) {
     EXPECT_EQ(end, untouched);
 }
 
-TEST(Vesk_response_test, percent_signs_behind_a_nul_do_not_count) {
+TEST(Vesk_response_test, percent_signs_after_a_nul_are_ignored) {
     const char* begin = nullptr;
     const char* end = nullptr;
     EXPECT_FALSE(Response(std::string("RE004%a\0b%\n", 11)).view.get_identifier(begin, end));
@@ -373,7 +372,7 @@ TEST(Vesk_response_test, stripping_leaves_the_text_without_blanks_around_it) {
     EXPECT_EQ(stripped(response), "value 1");
 }
 
-TEST(Vesk_response_test, stripping_skips_white_space_in_front_and_control_characters_too_at_the_end) {
+TEST(Vesk_response_test, stripping_skips_white_space_before_the_text_and_also_control_characters_after_it) {
     Response blanks("RE010%id% \t\n\v\f\rvalue\x7F\x1F\v");
     EXPECT_EQ(stripped(blanks), "value");
     Response control("RE010%id%\x01value\xFF\n");
@@ -384,7 +383,7 @@ TEST(Vesk_response_test, stripping_moves_the_message_to_the_text) {
     Response response("RE010%id%  text\r\n");
     EXPECT_EQ(stripped(response), "text");
     EXPECT_EQ(response.view.get_ptr(), response.bytes.data() + 11);
-    EXPECT_EQ(response.view.get_size(), 6U); // "text\r\n": the end is told in the length, not cut
+    EXPECT_EQ(response.view.get_size(), 6U); // "text\r\n": `len` excludes the line end, the size does not
 }
 
 TEST(Vesk_response_test, stripping_ends_at_the_first_nul) {
@@ -401,18 +400,18 @@ TEST(Vesk_response_test, stripping_nothing_changes_nothing) {
     }
 }
 
-TEST(Vesk_response_test, no_bytes_lead_outside_the_message) {
-    static const std::string telling = "RE>>@%%0Ff \r\n";
+TEST(Vesk_response_test, no_content_makes_it_read_outside_the_message) {
+    static const std::string special = "RE>>@%%0Ff \r\n";
     Random random;
     for (int round = 0; round < 20000; ++round) {
         std::string content = random.bytes(random.between(0, 24));
         for (char& c : content)
             if (!random.one_in(4))
-                c = telling[random.between(0, static_cast<unsigned>(telling.size()) - 1)];
-        Response response(content); // exactly its bytes: a sanitizer sees a step outside
+                c = special[random.between(0, static_cast<unsigned>(special.size()) - 1)];
+        Response response(content); // exactly its bytes: a sanitizer detects an access past them
         Vesk_response& view = response.view;
-        view.check_checksum();
-        view.validate(Vesk_message::msg_id('R', 'E'));
+        const bool intact = view.check_checksum();
+        EXPECT_TRUE(intact || !view.validate(Vesk_message::msg_id('R', 'E')));
         ASSERT_LE(std::strlen(view.get_response_string()), content.size());
         view.check_response_string("%%");
         view.compute_8bit_checksum(static_cast<int>(random.between(0, 5000)));
@@ -429,7 +428,7 @@ TEST(Vesk_response_test, no_bytes_lead_outside_the_message) {
         view.set_msg_len(random.between(0, 5000));
         view.reduce_size_to(random.between(0, 30));
         view.setup(bytes_of("ER"), static_cast<int>(random.between(0, 5000)));
-        view.check_checksum();
+        EXPECT_TRUE(view.check_checksum() || !view.validate(Vesk_message::msg_id('E', 'R')));
         ASSERT_LE(view.get_size(), content.size());
     }
 }

@@ -1,4 +1,4 @@
-// The parser against a model of it: the same rules on a text, one byte at a time.
+// The parser compared with a model: the same rules on a text, one byte at a time.
 
 #include <glue/vesk/Vesk_message.h>
 #include <glue/vesk/Vesk_parser.h>
@@ -27,15 +27,15 @@ class Model {
   public:
     explicit Model(const Settings& settings) : settings_(settings) {}
 
-    std::string waiting; ///< received and not yet taken
+    std::string waiting; ///< received and not yet consumed
 
     Packet next(std::size_t size) {
         while (synchronised_) {
-            while (behind_frame_ && !waiting.empty())
+            while (after_frame_ && !waiting.empty())
                 if (is_separator(waiting[0]))
                     waiting.erase(0, 1);
                 else
-                    behind_frame_ = false;
+                    after_frame_ = false;
             if (waiting == "\x06" || waiting == "\x15")
                 return {Vesk_parser::acknowledgement, take(std::min<std::size_t>(1, size))};
             if (settings_.echoed_lines && waiting.size() > 1 && waiting[0] != '>' && waiting[1] != '>') {
@@ -85,7 +85,7 @@ class Model {
                 continue;
             }
             std::string bytes = take(std::min(F, size));
-            behind_frame_ = true;
+            after_frame_ = true;
             while (!waiting.empty() && is_separator(waiting[0]))
                 waiting.erase(0, 1);
             if (!settings_.terminated && bytes.size() < size)
@@ -108,7 +108,7 @@ class Model {
     static bool is_identifier(char c) { return c >= 0x30 && c <= 0x7E; }
 
     std::string take(std::size_t count) {
-        behind_frame_ = false;
+        after_frame_ = false;
         std::string bytes = waiting.substr(0, count);
         waiting.erase(0, count);
         return bytes;
@@ -116,23 +116,23 @@ class Model {
 
     const Settings settings_;
     bool synchronised_ = true;
-    bool behind_frame_ = false;
+    bool after_frame_ = false;
 };
 
 struct Refusing_checker : Vesk_parser::Checker {
     bool check(Data_stream&, unsigned short identifier, int) override { return (identifier & 0xFF) != 'X'; }
 };
 
-/// Bytes that get far in the parser: mostly whole packets, and hostile headers, and single bytes that matter.
+/// Bytes that reach most branches of the parser: whole packets, hostile headers, and single bytes with a meaning.
 std::string hostile_bytes(Random& random) {
     static const char* const identifiers[] = {"PG", "RE", "ER", ">>", "P>", "XY", "~~", "/G", "G\x7F"};
     static const char* const ends[] = {"\n", "\r", "\r\n", "", "x"};
     static const char* const digits[] = {"000", "001", "FFF", "00a", "0x1", " 12", "-01", "FF", "1F0"};
-    static const std::string bytes_that_matter("\0\0\r\n\x06\x15>RE0\n", 11);
+    static const std::string special_bytes("\0\0\r\n\x06\x15>RE0\n", 11);
     const std::string identifier = identifiers[random.between(0, 8)];
     switch (random.between(0, 5)) {
     case 0:
-        return std::string(1, bytes_that_matter[random.between(0, 10)]);
+        return std::string(1, special_bytes[random.between(0, 10)]);
     case 1:
         return identifier + digits[random.between(0, 8)] + random.bytes(random.between(0, 20));
     case 2:
@@ -143,7 +143,7 @@ std::string hostile_bytes(Random& random) {
     }
 }
 
-TEST(Vesk_parser_model, parser_does_what_its_model_does) {
+TEST(Vesk_parser_model, parser_and_model_agree) {
     const Captured_debug debug;
     Random random;
     for (int round = 0; round < 1500; ++round) {
@@ -162,9 +162,9 @@ TEST(Vesk_parser_model, parser_does_what_its_model_does) {
         while (bytes.size() < 600)
             bytes += hostile_bytes(random);
         for (std::size_t done = 0; done < bytes.size();) {
-            const std::size_t room = Data_stream::rx_capacity - stream.bytes_avail();
-            ASSERT_GT(room, 0U) << "a full ring and nothing to take";
-            const std::string piece = bytes.substr(done, std::min<std::size_t>(room, random.between(1, 100)));
+            const std::size_t free_space = Data_stream::rx_capacity - stream.bytes_avail();
+            ASSERT_GT(free_space, 0U) << "a full ring without a packet";
+            const std::string piece = bytes.substr(done, std::min<std::size_t>(free_space, random.between(1, 100)));
             done += piece.size();
             stream.receive(piece);
             model.waiting += piece;

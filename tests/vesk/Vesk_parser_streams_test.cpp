@@ -1,4 +1,4 @@
-// Properties of the parser over whole streams: cut anywhere, damaged anywhere, hostile.
+// Properties of the parser over long streams: cut anywhere, damaged anywhere, hostile.
 
 #include <glue/vesk/Vesk_message.h>
 #include <glue/vesk/Vesk_parser.h>
@@ -19,7 +19,7 @@ namespace {
 
 constexpr unsigned longest_claim = 4101; // a frame of length FFF with its terminator
 
-/// What comes out when bytes go in piece by piece; the last piece size repeats.
+/// The packets of a stream that is received in pieces; the last piece size repeats.
 struct Parsing {
     std::vector<Packet> packets;
     std::string left; ///< still in the stream at the end
@@ -34,14 +34,14 @@ Parsing parse_in_pieces(const std::string& bytes, const std::vector<std::size_t>
     std::size_t done = 0;
     for (std::size_t i = 0; done < bytes.size(); ++i) {
         const std::size_t wanted = pieces[std::min(i, pieces.size() - 1)];
-        const std::size_t room = Data_stream::rx_capacity - stream.bytes_avail();
-        const std::size_t count = std::min({wanted, room, bytes.size() - done});
+        const std::size_t free_space = Data_stream::rx_capacity - stream.bytes_avail();
+        const std::size_t count = std::min({wanted, free_space, bytes.size() - done});
         stream.receive(std::string_view(bytes).substr(done, count));
         done += count;
         int len = 0;
         while (const int kind = parser.get_packet(buffer.data(), static_cast<int>(buffer.size()), len)) {
-            // What belongs to one stretch of noise may come in several reports: a line end that is cut from the run it
-            // belongs to is reported by itself.
+            // Adjacent pieces of noise are joined: a line end that is received after the other bytes of its run is a
+            // piece of its own.
             if (kind == Vesk_parser::noise && !result.packets.empty() && result.packets.back().kind == kind)
                 result.packets.back().bytes.append(buffer.begin(), buffer.begin() + len);
             else
@@ -69,23 +69,22 @@ std::vector<std::string> good_frames(const Parsing& parsing) {
     return frames;
 }
 
-/// The two bytes that mean something else when nothing else is buffered.
+/// Replaces the two bytes that are acknowledgements when no other byte is buffered.
 void remove_acknowledgements(std::string& bytes) {
     std::replace(bytes.begin(), bytes.end(), '\x06', '\x05');
     std::replace(bytes.begin(), bytes.end(), '\x15', '\x14');
 }
 
-TEST(Vesk_parser_streams, cut_anywhere_give_the_same_packets) {
-    // A single buffered 0x06 or 0x15 is an acknowledgement, and the start of something else when more is buffered: so
-    // on purpose it depends on the cut, and the bytes here are free of both. See the next test.
+TEST(Vesk_parser_streams, give_the_same_packets_when_they_are_cut_anywhere) {
+    // On purpose a 0x06 or 0x15 is an acknowledgement when it is the only buffered byte and noise otherwise, which
+    // depends on the cut. So the bytes here contain neither. See the next test.
     Random random;
     Receiver_traffic traffic(random);
     for (int round = 0; round < 60; ++round) {
         std::string bytes;
         while (bytes.size() < 3000)
             bytes += traffic.element();
-        bytes +=
-            unterminated_frame("RD", "date") + "\n"; // a part of a line end that is left alone waits for five bytes
+        bytes += unterminated_frame("RD", "date") + "\n"; // the rest of a line end alone would wait for more bytes
         remove_acknowledgements(bytes);
 
         const Parsing whole = parse_whole(bytes);
@@ -106,7 +105,7 @@ TEST(Vesk_parser_streams, cut_anywhere_give_the_same_packets) {
     }
 }
 
-TEST(Vesk_parser_streams, an_acknowledgement_is_one_only_when_it_arrives_alone) {
+TEST(Vesk_parser_streams, acknowledgement_is_recognised_only_when_it_arrives_alone) {
     const std::string bytes = "\x06" + unterminated_frame("PG", "position") + "\n";
     EXPECT_EQ(parse_in_pieces(bytes, {1, 100}).packets,
               (std::vector<Packet>{{Vesk_parser::acknowledgement, "\x06"}, {Vesk_parser::frame, bytes.substr(1)}}));
@@ -132,14 +131,14 @@ TEST(Vesk_parser_streams, every_byte_is_accounted_for) {
     }
 }
 
-/// A stream of good frames of which one is to be damaged: some before it, the victim, and more than a claim of 4095
-/// bytes behind it.
+/// A stream of good frames of which one, the victim, is damaged. The frames after it have more bytes than the longest
+/// length can claim.
 struct Damage_test : testing::Test {
     static constexpr std::size_t before = 3;
     static constexpr std::size_t after = 160;
     static constexpr unsigned frame_size = 32;
 
-    /// `first` is what each body begins with. Bodies hold no line ends.
+    /// Each body begins with `first`. Bodies hold no line ends.
     void build(const std::string& first) {
         frames.clear();
         for (std::size_t i = 0; i < before + 1 + after; ++i) {
@@ -158,8 +157,8 @@ struct Damage_test : testing::Test {
         const auto middle = frames.begin() + before;
         return std::accumulate(frames.begin(), middle, none) + victim + std::accumulate(middle + 1, frames.end(), none);
     }
-    /// How many of the frames behind the victim did not come out; frames before it must all be there.
-    std::size_t lost_behind(const std::string& victim) const {
+    /// The number of frames after the victim that are lost; all frames before it must be delivered.
+    std::size_t lost_after(const std::string& victim) const {
         const std::vector<std::string> good = good_frames(parse_in_pieces(bytes_with_victim(victim), {500}));
         for (std::size_t i = 0; i < before; ++i)
             EXPECT_EQ(good.at(i), frames[i]);
@@ -172,14 +171,14 @@ struct Damage_test : testing::Test {
     template <typename Check>
     void for_every_damage(Check check) const {
         const std::string& whole = frames[before];
-        for (std::size_t place = 0; place < whole.size(); ++place) {
+        for (std::size_t offset = 0; offset < whole.size(); ++offset) {
             for (int value = 0; value < 256; ++value) {
                 std::string changed = whole;
-                changed[place] = static_cast<char>(value);
-                check(place, changed);
+                changed[offset] = static_cast<char>(value);
+                check(offset, changed);
             }
-            check(place, std::string(whole).erase(place, 1));
-            check(place, std::string(whole).insert(place, 1, whole[place]));
+            check(offset, std::string(whole).erase(offset, 1));
+            check(offset, std::string(whole).insert(offset, 1, whole[offset]));
         }
     }
 
@@ -188,22 +187,22 @@ struct Damage_test : testing::Test {
 };
 
 TEST_F(Damage_test, outside_the_length_costs_the_frame_and_at_most_the_next) {
-    build("\xF0"); // no hexadecimal digit, so that a header read one byte late is no header
-    for_every_damage([this](std::size_t place, const std::string& victim) {
-        const bool in_length = place >= 2 && place <= 4;
-        ASSERT_TRUE(in_length || lost_behind(victim) <= 1) << "at " << place << testing::PrintToString(victim);
+    build("\xF0"); // not a hexadecimal digit: a header read one byte late is bad
+    for_every_damage([this](std::size_t offset, const std::string& victim) {
+        const bool in_length = offset >= 2 && offset <= 4;
+        ASSERT_TRUE(in_length || lost_after(victim) <= 1) << "at " << offset << testing::PrintToString(victim);
     });
 }
 
 TEST_F(Damage_test, of_any_kind_costs_no_more_frames_than_the_longest_claim_covers) {
     build("");
     std::size_t worst = 0;
-    for_every_damage([&](std::size_t, const std::string& victim) { worst = std::max(worst, lost_behind(victim)); });
+    for_every_damage([&](std::size_t, const std::string& victim) { worst = std::max(worst, lost_after(victim)); });
     EXPECT_LE(worst, longest_claim / frame_size + 1);
-    std::cout << "frames lost at worst behind a damaged byte: " << worst << std::endl;
+    std::cout << "most frames lost after a damaged byte: " << worst << std::endl;
 }
 
-TEST(Vesk_parser_streams, hostile_lengths_stop_nothing_for_good) {
+TEST(Vesk_parser_streams, hostile_lengths_do_not_stop_the_parser) {
     const std::string good = unterminated_frame("RD", "date") + "\n";
     for (const std::string digits :
          {"000", "FFF", "fff", "FfF", "-01", "+01", " 01", "1 1", "0x1", "1e1", "...", "@@@", "\xFF\xFF\xFF"}) {
@@ -217,17 +216,17 @@ TEST(Vesk_parser_streams, hostile_lengths_stop_nothing_for_good) {
     }
 }
 
-TEST(Vesk_parser_streams, pure_rubbish_never_stops_the_parser) {
+TEST(Vesk_parser_streams, random_bytes_do_not_stop_the_parser) {
     Random random;
     for (int round = 0; round < 200; ++round) {
-        const std::string rubbish = random.bytes(9000);
-        const Parsing parsing = parse_in_pieces(rubbish, {random.between(1, 2000)});
-        ASSERT_EQ(parsing.counts.total() + parsing.left.size(), rubbish.size());
+        const std::string bytes = random.bytes(9000);
+        const Parsing parsing = parse_in_pieces(bytes, {random.between(1, 2000)});
+        ASSERT_EQ(parsing.counts.total() + parsing.left.size(), bytes.size());
         ASSERT_LT(parsing.left.size(), Data_stream::rx_capacity);
     }
 }
 
-TEST(Vesk_parser_streams, buffers_of_every_size_are_kept_to) {
+TEST(Vesk_parser_streams, buffers_of_every_size_are_not_exceeded) {
     Random random;
     Receiver_traffic traffic(random);
     for (int round = 0; round < 500; ++round) {

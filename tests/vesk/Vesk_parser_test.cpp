@@ -31,7 +31,7 @@ struct Vesk_parser_test : testing::Test {
     }
 };
 
-// ---- Without a stream, and starting anew ----
+// ---- Without a stream, and after init ----
 
 TEST(Vesk_parser_alone, finds_nothing) {
     Vesk_parser parser;
@@ -44,7 +44,7 @@ TEST(Vesk_parser_alone, finds_nothing) {
     parser.init();
 }
 
-TEST(Vesk_parser_alone, discards_what_is_buffered_only_when_asked) {
+TEST(Vesk_parser_alone, discards_buffered_bytes_only_on_request) {
     Scripted_stream stream;
     stream.receive("old");
     Vesk_parser(&stream, false);
@@ -54,14 +54,14 @@ TEST(Vesk_parser_alone, discards_what_is_buffered_only_when_asked) {
     Vesk_parser(nullptr, true);
 }
 
-TEST_F(Vesk_parser_test, init_drops_what_is_buffered_and_is_synchronised_again) {
+TEST_F(Vesk_parser_test, init_drops_buffered_bytes_and_is_synchronised_again) {
     EXPECT_THAT(parse("!rubbish without end"), IsEmpty());
     parser.init();
     EXPECT_EQ(stream.buffered(), "");
     EXPECT_THAT(parse(pg), ElementsAre(frame(pg)));
 }
 
-TEST_F(Vesk_parser_test, init_forgets_the_frame_whose_line_end_may_still_come) {
+TEST_F(Vesk_parser_test, init_forgets_the_frame_whose_line_end_may_still_arrive) {
     EXPECT_THAT(parse(pg), ElementsAre(frame(pg)));
     parser.init();
     EXPECT_THAT(parse("\n" + rd), ElementsAre(noise("\n"), frame(rd)));
@@ -78,7 +78,7 @@ TEST_F(Vesk_parser_test, init_changes_the_stream) {
 
 // ---- Frames ----
 
-TEST_F(Vesk_parser_test, frame_comes_with_its_terminator) {
+TEST_F(Vesk_parser_test, frame_is_delivered_with_its_terminator) {
     EXPECT_THAT(parse(pg + rd), ElementsAre(frame(pg), frame(rd)));
     EXPECT_EQ(stream.buffered(), "");
 }
@@ -95,12 +95,12 @@ TEST_F(Vesk_parser_test, frame_waits_until_it_is_whole) {
     EXPECT_THAT(parse("\n"), ElementsAre(frame(pg)));
 }
 
-TEST_F(Vesk_parser_test, what_separates_frames_is_dropped_silently) {
+TEST_F(Vesk_parser_test, separators_between_frames_are_dropped) {
     const std::string separators = "\r\n" + nul + "\n" + nul + nul + "\r";
     EXPECT_THAT(parse(pg + separators + rd), ElementsAre(frame(pg), frame(rd)));
 }
 
-TEST_F(Vesk_parser_test, what_separates_frames_is_dropped_also_when_it_comes_late) {
+TEST_F(Vesk_parser_test, separators_are_dropped_also_when_they_arrive_late) {
     EXPECT_THAT(parse(pg), ElementsAre(frame(pg)));
     for (const char c : {'\r', '\n', '\0', '\n'})
         EXPECT_THAT(parse(std::string(1, c)), IsEmpty());
@@ -108,8 +108,8 @@ TEST_F(Vesk_parser_test, what_separates_frames_is_dropped_also_when_it_comes_lat
     EXPECT_THAT(parse(rd), ElementsAre(frame(rd)));
 }
 
-TEST_F(Vesk_parser_test, an_empty_ring_does_not_read_as_nuls_behind_a_frame) {
-    EXPECT_THAT(parse(pg), ElementsAre(frame(pg))); // and returns
+TEST_F(Vesk_parser_test, an_empty_ring_does_not_read_as_nuls_after_a_frame) {
+    EXPECT_THAT(parse(pg), ElementsAre(frame(pg))); // and does not loop for ever
     EXPECT_EQ(stream.bytes_avail(), 0U);
 }
 
@@ -135,7 +135,7 @@ TEST_F(Vesk_parser_test, longest_frame_is_taken_whole) {
     EXPECT_THAT(parse(longest), ElementsAre(frame(longest)));
 }
 
-TEST_F(Vesk_parser_test, length_digits_count_in_either_case) {
+TEST_F(Vesk_parser_test, length_digits_are_read_in_either_case) {
     EXPECT_THAT(parse("PG00a0123456789\n"), ElementsAre(frame("PG00a0123456789\n")));
 }
 
@@ -153,7 +153,7 @@ TEST_F(Vesk_parser_test, nul_as_second_identifier_byte_is_noise) {
     EXPECT_THAT(parse("P" + nul + "001x\n"), ElementsAre(noise("P" + nul + "001x\n")));
 }
 
-TEST_F(Vesk_parser_test, checksum_is_not_the_parser_s_business) {
+TEST_F(Vesk_parser_test, checksum_is_not_checked_by_the_parser) {
     EXPECT_THAT(parse("PG004abcX\n"), ElementsAre(frame("PG004abcX\n")));
 }
 
@@ -178,7 +178,8 @@ TEST_F(Vesk_parser_test, reply_is_cut_to_the_buffer_and_its_rest_stays) {
 }
 
 TEST_F(Vesk_parser_test, noise_is_cut_to_the_buffer_and_its_rest_stays) {
-    EXPECT_THAT(parse("!abcdefghijk\n", 5), ElementsAre(noise("!abcd"), noise("fghij"))); // e is a bad header's first
+    EXPECT_THAT(parse("!abcdefghijk\n", 5),
+                ElementsAre(noise("!abcd"), noise("fghij"))); // "e" is the first byte of a bad header
     EXPECT_EQ(stream.buffered(), "k\n");
     EXPECT_EQ(parser.get_byte_counts().noise, 11U);
 }
@@ -198,7 +199,7 @@ TEST_F(Vesk_parser_test, buffer_of_no_bytes_loses_nothing) {
 
 // ---- Frames without terminators ----
 
-TEST_F(Vesk_parser_test, unterminated_frame_gets_an_lf_when_there_is_room) {
+TEST_F(Vesk_parser_test, unterminated_frame_gets_an_lf_if_it_fits) {
     parser.set_terminated(false);
     const std::string ten = unterminated_frame("PG", "abcd");
     ASSERT_EQ(ten.size(), 10U);
@@ -213,12 +214,12 @@ TEST_F(Vesk_parser_test, unterminated_replies_are_frames) {
 
 // ---- Replies ----
 
-TEST_F(Vesk_parser_test, reply_whose_length_counts_its_cr_comes_whole_with_two_nuls) {
+TEST_F(Vesk_parser_test, reply_whose_length_counts_its_cr_is_delivered_whole_with_two_nuls) {
     EXPECT_THAT(parse("RE006hello\r\n"), ElementsAre(reply("RE006hello\r\n" + nul + nul)));
     EXPECT_THAT(parse("ER006hello\r\n"), ElementsAre(reply("ER006hello\r\n" + nul + nul)));
 }
 
-TEST_F(Vesk_parser_test, reply_whose_length_does_not_count_its_cr_comes_whole) {
+TEST_F(Vesk_parser_test, reply_whose_length_does_not_count_its_cr_is_delivered_whole) {
     EXPECT_THAT(parse("RE005hello\r\n" + pg), ElementsAre(reply("RE005hello\r\n" + nul + nul), frame(pg)));
 }
 
@@ -227,7 +228,7 @@ TEST_F(Vesk_parser_test, reply_may_end_with_lf_alone) {
     EXPECT_THAT(parse("RE000\n"), ElementsAre(reply("RE000\n" + nul + nul)));
 }
 
-TEST_F(Vesk_parser_test, reply_waits_for_the_lf_behind_its_cr) {
+TEST_F(Vesk_parser_test, reply_waits_for_the_lf_after_its_cr) {
     EXPECT_THAT(parse("RE005hello\r"), IsEmpty());
     EXPECT_THAT(parse("\n"), ElementsAre(reply("RE005hello\r\n" + nul + nul)));
 }
@@ -237,7 +238,7 @@ TEST_F(Vesk_parser_test, reply_may_have_one_more_byte_before_its_lf) {
     EXPECT_THAT(parse("\n"), ElementsAre(reply("RE005hello!\n" + nul + nul)));
 }
 
-TEST_F(Vesk_parser_test, reply_gets_as_many_nuls_as_there_is_room_for) {
+TEST_F(Vesk_parser_test, reply_gets_as_many_nuls_as_fit) {
     const std::string text = "RE005hello\n";
     const int size = static_cast<int>(text.size());
     EXPECT_THAT(parse(text, size), ElementsAre(reply(text)));
@@ -258,25 +259,27 @@ TEST_F(Vesk_parser_test, longest_reply_fits_the_largest_packet) {
 
 // ---- Acknowledgements ----
 
-TEST_F(Vesk_parser_test, lone_acknowledgement_and_refusal_are_told) {
+TEST_F(Vesk_parser_test, lone_acknowledgement_and_refusal_are_delivered) {
+    EXPECT_EQ(Vesk_parser::accepted_byte, 0x06);
+    EXPECT_EQ(Vesk_parser::refused_byte, 0x15);
     EXPECT_THAT(parse("\x06"), ElementsAre(acknowledgement(0x06)));
     EXPECT_THAT(parse("\x15"), ElementsAre(acknowledgement(0x15)));
     EXPECT_EQ(stream.buffered(), "");
     EXPECT_THAT(parse("\x07"), IsEmpty());
 }
 
-TEST_F(Vesk_parser_test, acknowledgement_with_anything_behind_it_starts_noise) {
+TEST_F(Vesk_parser_test, acknowledgement_with_bytes_after_it_starts_noise) {
     EXPECT_THAT(parse("\x06" + pg), ElementsAre(noise("\x06" + pg)));
     EXPECT_THAT(parse("\x06\x06"), IsEmpty());
     EXPECT_EQ(stream.bytes_avail(), 2U);
 }
 
-TEST_F(Vesk_parser_test, acknowledgement_is_seen_behind_the_rest_of_a_line_end) {
+TEST_F(Vesk_parser_test, acknowledgement_is_recognised_after_the_rest_of_a_line_end) {
     EXPECT_THAT(parse(pg), ElementsAre(frame(pg)));
     EXPECT_THAT(parse("\n\x06"), ElementsAre(acknowledgement(0x06)));
 }
 
-TEST_F(Vesk_parser_test, acknowledgement_is_not_looked_for_in_noise) {
+TEST_F(Vesk_parser_test, acknowledgement_is_not_searched_in_noise) {
     EXPECT_THAT(parse("!!!!!"), IsEmpty());
     stream.drop(5);
     EXPECT_THAT(parse("\x06"), IsEmpty());
@@ -289,7 +292,7 @@ TEST_F(Vesk_parser_test, noise_reaches_to_the_end_of_its_run_of_line_ends) {
     EXPECT_THAT(parse("!abc\r\n\n\r" + pg), ElementsAre(noise("!abc\r\n\n\r"), frame(pg)));
 }
 
-TEST_F(Vesk_parser_test, noise_without_a_line_end_stays_until_one_comes) {
+TEST_F(Vesk_parser_test, noise_without_a_line_end_stays_until_one_arrives) {
     EXPECT_THAT(parse("!abcdefg"), IsEmpty());
     EXPECT_EQ(stream.buffered(), "!abcdefg");
     EXPECT_THAT(parse("\n"), ElementsAre(noise("!abcdefg\n")));
@@ -301,12 +304,12 @@ TEST_F(Vesk_parser_test, noise_without_a_line_end_is_cut_after_4190_bytes) {
     EXPECT_EQ(stream.buffered(), "");
 }
 
-TEST_F(Vesk_parser_test, noise_that_is_cut_takes_the_line_ends_behind_it_up_to_the_ring_s_size) {
+TEST_F(Vesk_parser_test, noise_that_is_cut_includes_the_line_ends_after_it_up_to_the_size_of_the_ring) {
     const std::string rubbish = std::string(4190, '!') + std::string(10, '\n');
     EXPECT_THAT(parse(rubbish), ElementsAre(noise(rubbish)));
 }
 
-TEST_F(Vesk_parser_test, noise_never_takes_bytes_that_are_not_there) {
+TEST_F(Vesk_parser_test, noise_includes_only_received_bytes) {
     EXPECT_THAT(parse("!abc\r"), ElementsAre(noise("!abc\r")));
     EXPECT_EQ(parser.get_byte_counts().total(), 5U);
     EXPECT_THAT(parse("\n" + pg), ElementsAre(noise("\n"), frame(pg)));
@@ -333,7 +336,7 @@ TEST_F(Vesk_parser_test, frame_without_its_terminator_loses_a_byte_at_a_time_and
 
 struct Recording_checker : Vesk_parser::Checker {
     bool check(Data_stream& stream, unsigned short identifier, int length) override {
-        seen.push_back({&stream, identifier, length});
+        calls.push_back({&stream, identifier, length});
         return accepts;
     }
     struct Call {
@@ -341,18 +344,18 @@ struct Recording_checker : Vesk_parser::Checker {
         unsigned short identifier;
         int length;
     };
-    std::vector<Call> seen;
+    std::vector<Call> calls;
     bool accepts = true;
 };
 
-TEST_F(Vesk_parser_test, checker_sees_identifier_and_length_before_the_frame_is_whole) {
+TEST_F(Vesk_parser_test, checker_gets_identifier_and_length_before_the_frame_is_whole) {
     Recording_checker checker;
     parser.set_checker(&checker);
     EXPECT_THAT(parse("PG00A"), IsEmpty());
-    ASSERT_EQ(checker.seen.size(), 1U);
-    EXPECT_EQ(checker.seen[0].stream, &stream);
-    EXPECT_EQ(checker.seen[0].identifier, 'P' | 'G' << 8);
-    EXPECT_EQ(checker.seen[0].length, 15);
+    ASSERT_EQ(checker.calls.size(), 1U);
+    EXPECT_EQ(checker.calls[0].stream, &stream);
+    EXPECT_EQ(checker.calls[0].identifier, 'P' | 'G' << 8);
+    EXPECT_EQ(checker.calls[0].length, 15);
     EXPECT_THAT(parse("0123456789\n"), ElementsAre(frame("PG00A0123456789\n")));
 }
 
@@ -394,7 +397,7 @@ TEST_F(Vesk_parser_test, echoed_lines_need_a_prompt_in_their_first_two_bytes) {
     EXPECT_THAT(parse("PG003abc\n"), ElementsAre(noise("PG003abc\n")));
 }
 
-TEST_F(Vesk_parser_test, echoed_lines_are_refused_from_the_second_byte_on) {
+TEST_F(Vesk_parser_test, echoed_lines_are_refused_at_the_second_byte) {
     parser.set_parse_mode(Vesk_parser::parse_echoed_lines);
     EXPECT_THAT(parse("a"), IsEmpty());
     EXPECT_THAT(parse("\n"), ElementsAre(noise("a\n")));
@@ -408,7 +411,7 @@ TEST_F(Vesk_parser_test, echoed_line_waits_for_its_second_byte_before_it_is_refu
 
 // ---- Line ends ----
 
-TEST_F(Vesk_parser_test, newline_is_cr_or_lf_at_an_index_that_is_there) {
+TEST_F(Vesk_parser_test, newline_is_cr_or_lf_at_a_received_index) {
     stream.receive("a\r\n");
     EXPECT_FALSE(parser.is_newline(0));
     EXPECT_TRUE(parser.is_newline(1));
@@ -419,9 +422,9 @@ TEST_F(Vesk_parser_test, newline_is_cr_or_lf_at_an_index_that_is_there) {
     EXPECT_TRUE(parser.is_newline(3));
 }
 
-// ---- The convenience form ----
+// ---- The short forms ----
 
-TEST_F(Vesk_parser_test, short_form_gives_the_length_of_frames_and_minus_that_of_noise) {
+TEST_F(Vesk_parser_test, short_form_returns_the_length_of_frames_and_minus_that_of_noise) {
     const Captured_debug debug;
     unsigned char buffer[100];
     EXPECT_EQ(parser.get_packet(buffer, 100), 0);
@@ -436,7 +439,7 @@ TEST_F(Vesk_parser_test, short_form_gives_the_length_of_frames_and_minus_that_of
     EXPECT_EQ(debug.text(), "DTP Response unhandled\n");
 }
 
-TEST_F(Vesk_parser_test, message_form_uses_the_bytes_the_message_has_in_use) {
+TEST_F(Vesk_parser_test, message_form_uses_the_bytes_that_the_message_has_in_use) {
     unsigned char buffer[100] = {};
     Vesk_message message(buffer, 100, 10);
     stream.receive("PG00A0123456789\n");
@@ -447,7 +450,7 @@ TEST_F(Vesk_parser_test, message_form_uses_the_bytes_the_message_has_in_use) {
     EXPECT_EQ(std::string(buffer, buffer + 10), "PG00A01234");
 }
 
-// ---- The account ----
+// ---- Byte counts ----
 
 TEST_F(Vesk_parser_test, every_byte_is_accounted_for) {
     parse(nul + pg + "\r\n" + "RE000\r\n" + "!noise\n" + "PG0X0\n" + rd);

@@ -11,7 +11,7 @@
 
 using namespace GNSS_messages;
 
-static_assert(sizeof(Vesk_printer) == sizeof(bool), "the printer holds its form and nothing else");
+static_assert(sizeof(Vesk_printer) == sizeof(bool), "the printer has no state except its form");
 
 namespace {
 
@@ -19,16 +19,16 @@ constexpr char untouched = '#';
 
 constexpr std::size_t guard_size = 16;
 
-/// What a print returned and what it left in the buffer.
+/// The result of a print, and the buffer after it.
 struct Printed {
     int result = -1;
-    std::string buffer; ///< all of it, as many bytes as the printer was told
+    std::string buffer; ///< all of it, as many bytes as were given to the printer
 
     std::string text() const { return buffer.c_str(); }
     bool buffer_is_untouched() const { return buffer == std::string(buffer.size(), untouched); }
 };
 
-/// Prints into `size` bytes, with guard bytes behind them.
+/// Prints into `size` bytes, with guard bytes after them.
 template <typename Message>
 Printed print(Message message, bool verbose, unsigned size = 1000) {
     std::string bytes(size + guard_size, untouched);
@@ -101,7 +101,7 @@ TEST(Vesk_printer, prints_ST) {
     expect_forms<Msg_ST>("ST", le(std::uint32_t(1234)) + byte(129), "ST ms=1234 type=129", "ST,1234,129");
 }
 
-TEST(Vesk_printer, prints_great_milliseconds_with_their_sign_bit_except_in_RT) {
+TEST(Vesk_printer, prints_milliseconds_as_signed_numbers_except_in_RT) {
     const std::string all_ones = le(std::uint32_t(0xFFFFFFFF));
     expect_forms<Msg_GT>("GT", all_ones + le(std::uint16_t(1)), "    GT ms=-1 week=1", "    GT,-1,1");
     expect_forms<Msg_NT>("NT", all_ones + le(std::uint16_t(1)), "    NT ms=-1 day=1", "    NT,-1,1");
@@ -154,7 +154,7 @@ TEST(Vesk_printer, prints_GA) {
                          "-5.000e-01,3.125e-02,-8.000e-09");
 }
 
-TEST(Vesk_printer, prints_NA_without_an_equals_sign_behind_ecc) {
+TEST(Vesk_printer, prints_NA_without_an_equals_sign_after_ecc) {
     expect_forms<Msg_NA>("NA",
                          byte(24) + byte(-7) + le(std::int16_t(-300)) + le(12345.5F) + byte(0x1F) + le(-4e-5F) +
                              le(2.5e-8) + le(0.0009765625F) + le(-1.5F) + le(0.25F) + le(-2655.5F) + le(0.0078125F) +
@@ -166,14 +166,14 @@ TEST(Vesk_printer, prints_NA_without_an_equals_sign_behind_ecc) {
                          "7.812e-03,-1.250e-01");
 }
 
-TEST(Vesk_printer, prints_numbers_that_are_none) {
+TEST(Vesk_printer, prints_nan_and_infinity) {
     const float nan = std::numeric_limits<float>::quiet_NaN();
     const float infinity = std::numeric_limits<float>::infinity();
     expect_forms<Msg_SG>("SG", le(nan) + le(infinity) + le(-infinity) + le(-0.0F) + byte(0),
                          "    SG hpos=nan vpos=inf hvel=-inf vvel=-0.00 type=0", "    SG,nan,inf,-inf,-0.00,0");
 }
 
-TEST(Vesk_printer, prints_the_fields_whatever_length_and_checksum_say) {
+TEST(Vesk_printer, prints_the_fields_with_any_length_and_checksum) {
     Frame frame("RT\x7F\x7F\x7F" + le(std::uint32_t(77)));
     EXPECT_EQ(print(frame.as<Msg_RT>(), true).text(), "RT ms=77");
 }
@@ -236,7 +236,7 @@ TEST(Vesk_printer, a_list_of_length_4_has_three_entries_and_SS_two) {
     expect_forms<Msg_SS>("SS", "\x01\x02\x03", "SS 1 2", "SS,1,2");
 }
 
-TEST(Vesk_printer, tells_as_many_entries_as_the_length_field_says) {
+TEST(Vesk_printer, prints_as_many_entries_as_the_length_field_gives) {
     Frame frame("SIFFF\x09");
     std::string line = "SI,9";
     for (int i = 1; i < 4094; ++i)
@@ -244,7 +244,7 @@ TEST(Vesk_printer, tells_as_many_entries_as_the_length_field_says) {
     EXPECT_EQ(print(frame.as<Vesk_message>(), false, 10000).text(), line);
 }
 
-/// What `act` writes to standard output. The test's own words would go there too: it speaks afterwards.
+/// The text that `act` writes to standard output. `act` must not report failures: they would be written there, too.
 template <typename Act>
 std::string standard_output_of(Act act) {
     const Captured_descriptor output(STDOUT_FILENO);
@@ -268,7 +268,7 @@ void expect_too_short(const std::string& header) {
     EXPECT_EQ(direct.result, 0);
 }
 
-TEST(Vesk_printer, says_on_standard_output_that_a_list_is_too_short) {
+TEST(Vesk_printer, reports_on_standard_output_that_a_list_is_too_short) {
     expect_too_short<Msg_SI>("SI000");
     expect_too_short<Msg_NN>("NN000");
     expect_too_short<Msg_EC>("EC000");
@@ -284,7 +284,7 @@ TEST(Vesk_printer, says_on_standard_output_that_a_list_is_too_short) {
 
 // ---- Texts ----
 
-TEST(Vesk_printer, prints_texts_as_they_stand) {
+TEST(Vesk_printer, prints_texts_unchanged) {
     for (const char* identifier : {"RE", "ER", "DL", "NP"}) {
         const std::string bytes = build_frame(identifier, "%s%n,hello@", Checksum::text, "\r\n");
         Frame frame(bytes);
@@ -333,7 +333,7 @@ TEST(Vesk_printer, cuts_the_dump_anywhere) {
     }
 }
 
-TEST(Vesk_printer, knows_no_block_messages_and_no_printed_names) {
+TEST(Vesk_printer, dumps_block_messages_and_printed_names_as_unknown) {
     const Captured_descriptor errors(STDERR_FILENO);
     for (const char* identifier : {"PA", "S1", "S2", "RT", "EE", "pg", "GP"}) {
         Frame frame(build_frame(identifier, "", Checksum::binary, ""));
@@ -360,7 +360,7 @@ TEST(Vesk_printer, dumps_frames_shorter_than_an_identifier) {
 
 // ---- Buffers ----
 
-TEST(Vesk_printer, without_room_nothing_is_written_and_only_texts_tell_their_length) {
+TEST(Vesk_printer, with_a_size_of_0_nothing_is_written_and_only_texts_return_their_length) {
     const Captured_descriptor errors(STDERR_FILENO);
     for (const char* identifier : {"PV", "SI", "RE", "XY"}) {
         Frame frame(build_frame(identifier, "abcde"));
@@ -387,7 +387,7 @@ TEST(Vesk_printer, prints_frames_cut_anywhere) {
     }
 }
 
-TEST(Vesk_printer, takes_a_list_without_a_whole_header_for_too_short) {
+TEST(Vesk_printer, reports_a_list_without_a_whole_header_as_too_short) {
     Frame frame("AZ00");
     Printed printed;
     EXPECT_EQ(standard_output_of([&] { printed = print(frame.as<Vesk_message>(), true); }), "AZ message too short\n");
@@ -406,8 +406,8 @@ std::string random_frame(Random& random) {
     return frame;
 }
 
-TEST(Vesk_printer, random_frames_print_the_same_in_every_room) {
-    constexpr unsigned room_for_all = 30000;
+TEST(Vesk_printer, random_frames_print_the_same_in_buffers_of_every_size) {
+    constexpr unsigned longest_line = 30000;
     Random random;
     const Captured_descriptor errors(STDERR_FILENO);
     for (int step = 0; step < 3000; ++step) {
@@ -416,7 +416,7 @@ TEST(Vesk_printer, random_frames_print_the_same_in_every_room) {
         const unsigned size = random.between(1, 400);
         Printed whole, cut;
         standard_output_of([&] {
-            whole = print(frame.as<Vesk_message>(), verbose, room_for_all);
+            whole = print(frame.as<Vesk_message>(), verbose, longest_line);
             cut = print(frame.as<Vesk_message>(), verbose, size);
         });
         if (whole.buffer_is_untouched())

@@ -20,7 +20,7 @@
 
 namespace {
 
-constexpr unsigned char accepted = 0x06;
+constexpr unsigned char accepted = Vesk_parser::accepted_byte;
 constexpr unsigned shortest_packet = Vesk_message::header_size + 1;
 
 bool ends_text(char c) {

@@ -1,3 +1,15 @@
+// States of the adapter's ring. Its lock is held for every step except the notification of the rx waiter.
+//
+//              event of the raw stream, fetch, drop:
+//              take frames until one has a payload
+//                           |
+//        +---------+        | a payload          +----------------+
+//        |  empty  | ------------------------->  |  holds bytes   | --+  event of the raw stream, drop:
+//        +---------+                             +----------------+   |  notify the rx waiter
+//           |   ^ ^                                  |         ^      |
+//           +---+ +----------------------------------+         +------+
+//      no whole frame        the last byte is dropped
+
 #include <glue/data_stream/AIM_data_stream_adapter.h>
 
 #include <glue/data_stream/AIM_message.h>
@@ -11,15 +23,16 @@
 #include <limits>
 #include <new>
 #include <utility>
+
 using glue_detail::adapter_traces;
 
 namespace {
 
-/// Categories that make reading without the lock survivable: the report only, nothing at all.
+/// Categories that change what follows reading without the lock: a report only; nothing at all.
 constexpr unsigned no_abort = 43;
 constexpr unsigned no_report = 44;
 
-// What the loop is made with; what they mean is the platform's.
+// Arguments of the loop; the platform defines their meaning.
 constexpr int loop_priority = 44;
 constexpr int loop_stack_size = 25600;
 constexpr int loop_end_units = 1000;
@@ -87,14 +100,14 @@ void AIM_data_stream_adapter::drop(unsigned int n) {
     if (Debug::Print::enabled(adapter_traces))
         Debug::Print::dprint_ts("ADSA: Drop complete. Refilled to %d.  Raw stream has %d\n",
                                 static_cast<int>(rx_buffer.size()), static_cast<int>(raw_->bytes_avail()));
-    announce(held);
+    notify_reader(held);
 }
 
 void AIM_data_stream_adapter::drop_all() {
     Debug::Print::print_ts(adapter_traces, "ADSA: drop_all.\n");
     bool more = true;
     while (more) {
-        const Lock held(mutex_); // for both steps, or the loop's thread could refill the ring between them
+        const Lock held(mutex_); // for both steps: the loop's thread must not refill the ring between them
         rx_buffer.clear();
         more = _get_data();
     }
@@ -103,7 +116,7 @@ void AIM_data_stream_adapter::drop_all() {
 void AIM_data_stream_adapter::handle_event(waiter_event&) {
     Lock held(mutex_);
     refill();
-    announce(held);
+    notify_reader(held);
 }
 
 void AIM_data_stream_adapter::handle_timeout(Timeout&) {}
@@ -120,14 +133,14 @@ bool AIM_data_stream_adapter::has_ended() {
     return rx_buffer.empty();
 }
 
-/// Takes frames until there is something to read or nothing more comes. The lock is held.
+/// Takes frames until the ring holds bytes or no more frames can be taken. The lock is held.
 void AIM_data_stream_adapter::refill() {
     while (rx_buffer.empty() && _get_data()) {
     }
 }
 
-/// Tells the rx waiter, without the lock, when there is something to read.
-void AIM_data_stream_adapter::announce(Lock& held) {
+/// Notifies the rx waiter, after releasing the lock, when the ring holds bytes.
+void AIM_data_stream_adapter::notify_reader(Lock& held) {
     if (rx_buffer.empty())
         return;
     const bool full = rx_buffer.full();
@@ -135,7 +148,7 @@ void AIM_data_stream_adapter::announce(Lock& held) {
     send_rx_event(full);
 }
 
-/// Takes one packet from the raw stream; the lock is held. Returns whether it is worth while to try again.
+/// Takes one packet from the raw stream; the lock is held. \return whether the caller should take another
 bool AIM_data_stream_adapter::_get_data() {
     unsigned char packet[packet_size];
     const int len = parser_.get_packet(packet, static_cast<int>(sizeof packet));
@@ -153,7 +166,7 @@ bool AIM_data_stream_adapter::_get_data() {
     }
     const AIM_message frame(message);
     trace("ADSA reads ", frame.get_data(), frame.get_len());
-    rx_buffer.append(frame.get_data(), frame.get_len()); // what does not fit is lost
+    rx_buffer.append(frame.get_data(), frame.get_len()); // payload that does not fit is lost
     return true;
 }
 
@@ -164,12 +177,12 @@ int AIM_data_stream_adapter::_write(const unsigned char* buf, unsigned int n) {
     if (n > static_cast<unsigned int>(std::numeric_limits<int>::max()) - AIM_message::overhead)
         return 0;
     const unsigned int size = AIM_message::calc_buffer_size(n);
-    unsigned char usual[build_size];
-    if (size <= sizeof usual)
-        return write_frame(usual, size, buf, n) ? static_cast<int>(n) : 0;
-    // Zeros, so that length digits that are not written tell nothing of what was in the memory before.
-    const std::unique_ptr<unsigned char[]> larger(new (std::nothrow) unsigned char[size]());
-    return larger && write_frame(larger.get(), size, buf, n) ? static_cast<int>(n) : 0;
+    unsigned char on_stack[build_size];
+    if (size <= sizeof on_stack)
+        return write_frame(on_stack, size, buf, n) ? static_cast<int>(n) : 0;
+    // Filled with zeros: length digits that are not written must not disclose what was in the memory before.
+    const std::unique_ptr<unsigned char[]> on_heap(new (std::nothrow) unsigned char[size]());
+    return on_heap && write_frame(on_heap.get(), size, buf, n) ? static_cast<int>(n) : 0;
 }
 
 bool AIM_data_stream_adapter::write_frame(unsigned char* buffer, unsigned int size, const unsigned char* payload,

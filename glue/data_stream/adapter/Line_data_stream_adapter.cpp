@@ -1,21 +1,20 @@
 #include <glue/data_stream/Line_data_stream_adapter.h>
 
 #include "data_stream/adapter/adapting.h"
+#include "detail/line_end.h"
 
 #include <platform/Debug.h>
 
 #include <algorithm>
+
 using glue_detail::adapter_traces;
+using glue_detail::ends_line;
 
 namespace {
 
-bool ends_line(unsigned char byte) {
-    return byte == '\r' || byte == '\n';
-}
-
-/// How many bytes the first line takes with its end; 0 when it is not complete or the ring is full.
+/// The number of bytes of the first line with its line end; 0 when the line is incomplete or the ring is full.
 ///
-/// On purpose one byte less than that when the next line has begun.
+/// On purpose one byte less when the next line has begun.
 unsigned int end_of_first_line(const Cbuf_templ<unsigned char>& ring) {
     if (ring.full())
         return 0;
@@ -78,7 +77,7 @@ void Line_data_stream_adapter::refill() {
     _get_data();
 }
 
-/// Releases the first line that is staged, unless a complete one is in the receive ring. Returns 0. Takes no lock.
+/// Releases the first staged line, unless the receive ring holds a complete one. Acquires no lock. \return 0
 int Line_data_stream_adapter::_get_data() {
     if (end_of_first_line(rx_buffer) != 0)
         return 0;
@@ -108,7 +107,7 @@ void Line_data_stream_adapter::stage() {
     }
 }
 
-/// How many of the staged bytes may go out: the first line, or all when their time is up.
+/// The number of staged bytes that may be released: the first line, or all of them after the time-out.
 unsigned int Line_data_stream_adapter::releasable(Atime now) const {
     const unsigned int line = end_of_first_line(staging_);
     if (line != 0 || now - last_release_ <= timeout_)
@@ -117,7 +116,7 @@ unsigned int Line_data_stream_adapter::releasable(Atime now) const {
     return staging_.size();
 }
 
-/// Moves bytes from the staging ring to the receive ring; what finds no room there is lost.
+/// Moves bytes from the staging ring to the receive ring; those that do not fit are lost.
 void Line_data_stream_adapter::release(unsigned int count) {
     while (count != 0) {
         const auto staged = staging_.used_region();

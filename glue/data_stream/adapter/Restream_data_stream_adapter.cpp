@@ -34,7 +34,7 @@ bool Restream_data_stream_adapter::get_data(unsigned char* dst, unsigned int len
 
 int Restream_data_stream_adapter::get_data(int) {
     refill();
-    const unsigned int before = rx_buffer.size(); // not bytes_avail(), which takes the lock that is held here
+    const unsigned int before = rx_buffer.size(); // not bytes_avail(), which acquires the lock that the caller holds
     refill();
     return rx_buffer.size() >= before;
 }

@@ -2,14 +2,13 @@
 
 #include <glue/data_stream/Data_stream.h>
 
-/// What the streams have in common that sit over another stream.
+/// Plumbing of the streams that read from another stream.
 namespace glue_detail {
 
-/// Category of their traces.
+/// Debug category of their traces.
 constexpr unsigned adapter_traces = 105;
 
-/// Moves what `inner` has buffered into `ring`; what does not fit stays in `inner`. Never asks `inner` for more than it
-/// says to have buffered.
+/// Moves the bytes that `inner` has buffered into `ring`; those that do not fit stay in `inner`. Never fetches.
 void move_buffered(Data_stream& inner, Cbuf_templ<unsigned char>& ring);
 
 } // namespace glue_detail

@@ -28,12 +28,14 @@ void Event_sender_data_stream::unlock() {}
 void Event_sender_data_stream::send_rx_event(bool full) {
     if (rx_callback_)
         rx_callback_();
+    const std::lock_guard notification(notification_);
     waiter_descriptor* const waiter = rx_waiter_;
     if (waiter && (full || !rx_quiet_))
         send(*waiter, full ? rx_full_event : rx_event, false, true);
 }
 
 void Event_sender_data_stream::send_tx_event(bool flag) {
+    const std::lock_guard notification(notification_);
     waiter_descriptor* const waiter = tx_waiter_;
     if (waiter && (flag || !tx_quiet_))
         send(*waiter, flag ? tx_flag_event : tx_event, true, false);
@@ -48,25 +50,42 @@ void Event_sender_data_stream::send(waiter_descriptor& waiter, event_code code, 
 }
 
 void Event_sender_data_stream::reg_rx_waiter(waiter_descriptor* waiter, bool quiet) {
-    const std::lock_guard guard(*this);
-    rx_quiet_ = quiet;
-    rx_waiter_ = waiter;
+    {
+        const std::lock_guard guard(*this);
+        rx_quiet_ = quiet;
+        rx_waiter_ = waiter;
+    }
+    wait_for_notification();
 }
 
 void Event_sender_data_stream::dereg_rx_waiter() {
-    const std::lock_guard guard(*this);
-    rx_waiter_ = nullptr;
+    {
+        const std::lock_guard guard(*this);
+        rx_waiter_ = nullptr;
+    }
+    wait_for_notification();
 }
 
 void Event_sender_data_stream::reg_tx_waiter(waiter_descriptor* waiter, bool quiet) {
-    const std::lock_guard guard(*this);
-    tx_quiet_ = quiet;
-    tx_waiter_ = waiter;
+    {
+        const std::lock_guard guard(*this);
+        tx_quiet_ = quiet;
+        tx_waiter_ = waiter;
+    }
+    wait_for_notification();
 }
 
 void Event_sender_data_stream::dereg_tx_waiter() {
-    const std::lock_guard guard(*this);
-    tx_waiter_ = nullptr;
+    {
+        const std::lock_guard guard(*this);
+        tx_waiter_ = nullptr;
+    }
+    wait_for_notification();
+}
+
+/// Returns when no other thread is notifying a waiter that it read before the call.
+void Event_sender_data_stream::wait_for_notification() {
+    const std::lock_guard notification(notification_);
 }
 
 void Event_sender_data_stream::set_rx_callback(std::function<void()> callback) {

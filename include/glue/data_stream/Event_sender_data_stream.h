@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <mutex>
 
 class module_man;
 class waiter_descriptor;
@@ -67,6 +68,8 @@ class GLUE_EXPORT Event_sender_data_stream : public virtual Data_stream {
     // 1 and 3.
 
     void reg_rx_waiter(waiter_descriptor* waiter, bool quiet);
+    /// Returns after the notification in progress, unless it is called within one: the waiter may then be destroyed.
+    /// The same holds for the replaced waiter when another one is registered.
     void dereg_rx_waiter();
     void reg_tx_waiter(waiter_descriptor* waiter, bool quiet);
     void dereg_tx_waiter();
@@ -99,6 +102,7 @@ class GLUE_EXPORT Event_sender_data_stream : public virtual Data_stream {
 
   private:
     void send(waiter_descriptor& waiter, event_code code, bool urgent, bool merge) const;
+    void wait_for_notification();
 
     // Atomic because some streams notify without holding lock().
     std::atomic<std::int16_t> module_id_;
@@ -107,4 +111,5 @@ class GLUE_EXPORT Event_sender_data_stream : public virtual Data_stream {
     std::atomic<bool> rx_quiet_;
     std::atomic<bool> tx_quiet_;
     std::function<void()> rx_callback_;
+    std::recursive_mutex notification_; ///< held from the reading of a waiter's address to the end of its notification
 };

@@ -6,47 +6,48 @@
 
 /// Releases the text of another stream, the inner stream, line by line.
 ///
-/// Whenever somebody reads, what the inner stream has buffered is taken and staged, and the first line of it moves on
-/// to the receive ring once it is complete: once a CR or LF has come. A line that stays incomplete is released as it is
-/// when nothing has been released for longer than the time-out. Writes go straight to the inner stream.
+/// Every reading operation first refills: it moves the bytes that the inner stream has buffered into a staging ring,
+/// and releases the first line to the receive ring when that line is complete, that is, when a CR or LF has been
+/// received. An incomplete line is released unchanged when nothing has been released for longer than the time-out.
+/// Writes go directly to the inner stream.
 ///
 ///     Line_data_stream_adapter lines(500, &port);
 ///     while (unsigned length = lines.string_avail()) { ... }
 ///
-/// Kept on purpose, and relied on:
-/// - A line whose successor has begun already leaves the last byte of its line end behind: of "ABC" CR LF "D", "ABC" CR
-///   is released, and LF "D" stays. A line end that ends what is staged goes out whole. Line ends in front of a line
-///   count with it.
-/// - A full ring never yields a line: a staging ring of 4200 bytes waits for the time-out even when lines are in it.
-/// - What finds no room in the receive ring at its release is lost; no next line is released while a complete one is
-///   there. What finds no room in the staging ring stays in the inner stream.
-/// - The inner stream is asked only for what it has buffered already, never to fetch: it must be one that is filled by
-///   a thread of its own or by somebody else.
+/// On purpose, since readers rely on it:
+/// - When the next line has begun, the last byte of the line end stays in the staging ring: of "ABC" CR LF "D" the
+///   bytes "ABC" CR are released, and LF "D" stays. A line end at the end of the staged bytes is released whole. Line
+///   ends before a line belong to it.
+/// - A full ring never yields a line: when all 4200 bytes of the staging ring are used, they wait for the time-out,
+///   even if they contain lines.
+/// - Bytes that do not fit into the receive ring when they are released are lost; no line is released while the receive
+///   ring holds a complete one. Bytes that do not fit into the staging ring stay in the inner stream.
+/// - The adapter never fetches from the inner stream: something else must fill it, for example a thread of its own.
 ///
-/// **Ownership.** The inner stream stays its owner's and outlives this one; it is left alone at the end.
+/// **Ownership.** The caller owns the inner stream, which outlives the adapter.
 ///
-/// **Threads.** One thread reads at a time, and none but it reads the inner stream. The ring has no lock here; a
-/// derived class that names one has every refilling done under it. The inner stream may be filled by another thread
-/// under its own rules, which hold for writes too.
+/// **Threads.** One thread at a time reads, and only that thread reads the inner stream. The ring has no lock here; if
+/// a derived class sets one, it is held for every refill. Another thread may fill the inner stream by that stream's own
+/// rules, which also apply to writes.
 class GLUE_EXPORT Line_data_stream_adapter : public Data_stream {
   public:
-    /// \param timeout_ms  (units of `Atime`) since the last release, or since construction, after which an
-    ///                 incomplete line goes out; a negative one holds nothing back
+    /// \param timeout_ms  time since the last release, or since construction, in units of `Atime`, after which an
+    ///                    incomplete line is released; with a negative one all bytes are released at once
     Line_data_stream_adapter(int timeout_ms, Data_stream* inner_stream);
     ~Line_data_stream_adapter() override;
 
-    /// Takes `n` bytes out of the ring as every stream does, then refills it.
+    /// Consumes `n` bytes of the receive ring as every stream does, then refills.
     void drop(unsigned int n) override;
-    /// Empties the ring, then refills it. What is staged is not dropped but may be what it is refilled with.
+    /// Clears the receive ring, then refills. Staged bytes are not dropped; the refill may release them.
     void drop_all() override;
-    /// \return the number of bytes released and not taken yet, after refilling
+    /// \return the number of bytes in the receive ring, after refilling
     unsigned int bytes_avail() override;
 
     /// `Data_stream::get_data`, after refilling.
     bool get_data(unsigned char* dst, unsigned int len, unsigned int offset) override;
 
-    /// Refills; never waits. Called with the ring's lock held, when there is one.
-    /// \return whether `n` bytes are in the ring now, old and new ones together
+    /// Refills; never waits. The caller holds the ring's lock if there is one.
+    /// \return whether the receive ring now holds `n` bytes, old and new ones together
     int get_data(int n) override;
 
     /// Writes to the inner stream. \return what its `__write` returned

@@ -2,30 +2,28 @@
 
 #include <glue/data_stream/Data_stream.h>
 
-/// A second receive ring over another stream, the inner stream, so that a reader with a ring of its own can sit on it.
+/// A second receive ring over another stream, the inner stream: a reader with a ring of its own reads through it.
 ///
-/// Whenever somebody reads, every byte that the inner stream has buffered moves into this stream's ring; what finds no
-/// room stays in the inner stream. Writes go straight to the inner stream.
+/// Every reading operation first refills: it moves the bytes that the inner stream has buffered into this stream's
+/// ring; those that do not fit stay in the inner stream. Writes go directly to the inner stream.
 ///
 ///     Restream_data_stream_adapter restream(&port);
 ///     Vesk_parser parser(&restream, false);
 ///
-/// On purpose the inner stream is asked only for what it has buffered already, never to fetch: it must be one that is
-/// filled by a thread of its own or by somebody else, or nothing ever comes out here.
+/// On purpose the adapter never fetches from the inner stream: something else must fill it, for example its own thread.
 ///
-/// **Ownership.** The inner stream stays its owner's and outlives this one; it is left alone at the end.
+/// **Ownership.** The caller owns the inner stream, which outlives the adapter.
 ///
-/// **Threads.** One thread reads at a time, and none but it reads the inner stream: the ring has no lock here. The
-/// inner stream may be filled by another thread under its own rules, which hold for writes too.
+/// **Threads.** One thread at a time reads, and only that thread reads the inner stream: the ring has no lock here.
+/// Another thread may fill the inner stream by that stream's own rules, which also apply to writes.
 class GLUE_EXPORT Restream_data_stream_adapter : public Data_stream {
   public:
     explicit Restream_data_stream_adapter(Data_stream* inner_stream);
     ~Restream_data_stream_adapter() override;
 
-    /// Takes `n` bytes out of the ring, after refilling it, and refills it again. Of fewer buffered bytes all are
-    /// taken.
+    /// Refills, consumes `n` bytes of the ring, or all if there are fewer, and refills again.
     void drop(unsigned int n) override;
-    /// Empties the ring, after refilling it, and refills it again: what did not fit before is there afterwards.
+    /// Refills, clears the ring and refills again: the ring then holds the bytes that did not fit before.
     void drop_all() override;
     /// \return the number of buffered bytes, after refilling
     unsigned int bytes_avail() override;
@@ -33,8 +31,8 @@ class GLUE_EXPORT Restream_data_stream_adapter : public Data_stream {
     /// `Data_stream::get_data`, after refilling.
     bool get_data(unsigned char* dst, unsigned int len, unsigned int offset) override;
 
-    /// Refills. On purpose it tells nothing about `n`, so that `bytes_avail(n)` always says yes.
-    /// \return 1, as no refilling makes the ring shorter
+    /// Refills. On purpose `n` is not used, so that `bytes_avail(n)` is always true.
+    /// \return 1, as a refill never makes the ring shorter
     int get_data(int n) override;
 
     /// Writes to the inner stream. \return what its `__write` returned

@@ -31,23 +31,23 @@ struct Access<float> : Access_by<&Binary_message::get_float, &Binary_message::se
 template <>
 struct Access<double> : Access_by<&Binary_message::get_double, &Binary_message::set_double> {};
 
-/// Where a field lies, from the start of its frame or of its block.
+/// The offset of a field, from the start of its frame or block.
 template <typename T>
 struct Field {
     unsigned offset;
 
-    /// The offset just behind it.
+    /// The offset of the first byte after it.
     constexpr unsigned end() const { return offset + static_cast<unsigned>(sizeof(T)); }
 };
 
-/// What the messages have in common: access by field, and making a new frame.
+/// The part that the messages have in common: access to fields, and building a new frame.
 class GLUE_EXPORT GNSS_message : public Vesk_message {
   public:
     using Vesk_message::Vesk_message;
     ~GNSS_message() override;
 
   protected:
-    /// Bytes that the checksum takes at the end of the body.
+    /// Bytes of the checksum at the end of the body.
     static constexpr unsigned checksum_size = 1;
 
     /// The length of a body whose last field is `field`.
@@ -56,14 +56,14 @@ class GLUE_EXPORT GNSS_message : public Vesk_message {
         return field.end() - header_size + checksum_size;
     }
 
-    /// Reads a field, `further` bytes behind its own place: in a list, in a block.
+    /// Reads a field `extra_offset` bytes after its own offset: in a list, in a block.
     template <typename T>
-    T get(Field<T> field, unsigned further = 0) const {
-        return (this->*Access<T>::get)(field.offset + further);
+    T get(Field<T> field, unsigned extra_offset = 0) const {
+        return (this->*Access<T>::get)(field.offset + extra_offset);
     }
     template <typename T>
-    bool set(Field<T> field, T value, unsigned further = 0) {
-        return (this->*Access<T>::set)(field.offset + further, value);
+    bool set(Field<T> field, T value, unsigned extra_offset = 0) {
+        return (this->*Access<T>::set)(field.offset + extra_offset, value);
     }
 
     /// Reads one of the two fields of a pair. \return 0 when `i` is neither 0 nor 1
@@ -74,28 +74,28 @@ class GLUE_EXPORT GNSS_message : public Vesk_message {
         return i < 2 && set(first, value, i);
     }
 
-    /// Makes the message a frame with this identifier, a body of `L` bytes and 0 in all of them.
-    /// \return false, with nothing changed, when the buffer has no room for it or `L` is 4096 or more
+    /// Makes the message a frame with this identifier and a body of `L` bytes, all of them 0.
+    /// \return false, with nothing changed, when the frame exceeds the buffer or `L` is 4096 or more
     bool init_frame(int identifier, unsigned L);
 };
 
-/// A list with one entry for each satellite, from offset 5 on. What an entry means is the receiver's business.
-template <typename Entry, char first, char second, unsigned bytes_behind_entries = 1>
+/// A list with one entry for each satellite, from offset 5 on. The receiver defines what an entry means.
+template <typename Entry, char first, char second, unsigned bytes_after_entries = 1>
 class GLUE_EXPORT GNSS_list : public GNSS_message {
   public:
     static constexpr int id = msg_id(first, second);
-    /// Bytes of the body that are no entries: the checksum and, in some messages, what lies before it.
-    static constexpr unsigned bytes_behind = bytes_behind_entries;
+    /// Bytes of the body after the entries: the checksum and, in some messages, one more byte before it.
+    static constexpr unsigned bytes_behind = bytes_after_entries;
 
     using GNSS_message::GNSS_message;
 
-    /// Makes the message a frame with room for `count` entries, all of them 0.
-    /// \return false, with nothing changed, when the buffer has no room for it or the body would be 4096 bytes or more
+    /// Makes the message a frame of `count` entries, all of them 0.
+    /// \return false, with nothing changed, when the frame exceeds the buffer or the body would be 4096 bytes or more
     bool init(unsigned count) {
         return count < body_limit && init_frame(id, count * static_cast<unsigned>(sizeof(Entry)) + bytes_behind);
     }
 
-    /// One entry for every byte of the body less `bytes_behind`, whatever the size of an entry.
+    /// The number of body bytes minus `bytes_behind`, whatever the size of an entry.
     unsigned get_num_entries() const {
         const unsigned L = get_msg_len();
         return L < bytes_behind ? 0 : L - bytes_behind;

@@ -5,29 +5,29 @@
 
 #include <cstdint>
 
-/// What the receiver reports in binary frames: position, velocity, time, satellites, almanacs.
+/// The binary messages of the receiver: position, velocity, time, satellites, almanacs.
 ///
-/// Each class is a typed view of a frame that somebody else owns, chosen by the frame's identifier. It adds no data to
-/// `Vesk_message`; it knows where its fields are. Reading:
+/// Each class is a typed view of a frame in a buffer that the caller owns. The caller chooses the class by the frame's
+/// identifier. A class adds no data to `Vesk_message`, only the offsets of its fields. Reading:
 ///
 ///     if (frame.validate(Msg_PG::id)) {
 ///         const Msg_PG position(frame.get_ptr(), frame.get_size());
 ///         steer_by(position.get_lat(), position.get_lon());
 ///     }
 ///
-/// A view checks neither identifier nor length nor checksum, and a field that the frame is too short for reads as 0.
-/// All numbers are little-endian; offsets count from the identifier's first byte. Units are the receiver's where none
-/// is given.
+/// A view checks neither identifier nor length nor checksum. A field beyond the end of the frame reads as 0. All
+/// numbers are little-endian; offsets count from the identifier's first byte. The receiver defines units that are not
+/// given here.
 ///
-/// The setters, `id`, `body_length` and `init` are additions for those who stand in for a receiver. Writing:
+/// The setters, `id`, `body_length` and `init` are additions, for programs that simulate a receiver. Writing:
 ///
 ///     unsigned char buffer[64];
 ///     Msg_PG position(buffer, sizeof buffer);
-///     position.init();                     // a frame of its own size: identifier, length, everything else 0
+///     position.init();                     // identifier and length of a PG frame, all other bytes 0
 ///     position.set_lat(0.5);
-///     position.set_checksum(true);         // whole, but for the line end that follows it on the wire
+///     position.set_checksum(true);         // complete, except the line end that follows it on the wire
 ///
-/// A setter returns false, with nothing written, when the frame is too short for its field. Not synchronised: one
+/// A setter returns false, with nothing written, when its field is beyond the end of the frame. Not synchronised: one
 /// thread at a time, or many that only read.
 namespace GNSS_messages {
 
@@ -150,13 +150,13 @@ class GLUE_EXPORT Msg_DP : public GNSS_message {
     std::uint8_t get_type() const { return get(type); }
     bool set_type(std::uint8_t value) { return set(type, value); }
 
-    /// sqrt(HDOP² + VDOP² + TDOP²), not carried in the frame: computed in double, rounded to float.
+    /// sqrt(HDOP² + VDOP² + TDOP²). The frame does not hold it: computed in double, rounded to float.
     float get_gdop() const;
-    /// sqrt(HDOP² + VDOP²), likewise.
+    /// sqrt(HDOP² + VDOP²), computed in the same way.
     float get_pdop() const;
 };
 
-/// Where an operation takes an `i`, it is 0 or 1: the first or the second of a pair.
+/// Numbers of satellites, in pairs, and the fix. An `i` is 0 or 1: the first or the second number of a pair.
 class GLUE_EXPORT Msg_PS : public GNSS_message {
     static constexpr Field<std::uint8_t> type{5}, locked{6}, avail{8}, used{10}, fix{12};
 
@@ -434,7 +434,7 @@ class GLUE_EXPORT Msg_EL : public GNSS_list<std::int8_t, 'E', 'L'> {
 /// Azimuths.
 class GLUE_EXPORT Msg_AZ : public GNSS_list<std::uint8_t, 'A', 'Z'> {
   public:
-    /// What one step of an entry stands for.
+    /// The azimuth is an entry times this.
     static constexpr int unit = 2;
 
     using GNSS_list::GNSS_list;
@@ -448,9 +448,9 @@ class GLUE_EXPORT Msg_SS : public GNSS_list<std::uint8_t, 'S', 'S', 2> {
     ~Msg_SS() override;
 };
 
-/// On purpose: there are as many two-byte entries as the body has bytes less one, so the reading runs past the body
-/// from a length of 3 on. Entries past the end of the buffer read as 0. A frame made by `init` with a `count` of n has
-/// 2n + 1 body bytes and so tells of 2n entries, of which the first n are its own.
+/// On purpose: the number of two-byte entries is the number of body bytes minus 1, so that reading goes past the body
+/// when L is 3 or more. Entries past the end of the buffer read as 0. A frame made by `init` with a `count` of n has 2n
+/// + 1 body bytes and so 2n entries, of which the first n are its own.
 class GLUE_EXPORT Msg_TC : public GNSS_list<std::uint16_t, 'T', 'C'> {
   public:
     using GNSS_list::GNSS_list;

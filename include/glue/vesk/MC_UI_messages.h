@@ -4,8 +4,8 @@
 
 #include <cstdint>
 
-/// What a machine-control display shows: numbers in a frame, and the names of its modes. Any number that comes over
-/// a link may be cast to a mode.
+/// The contents of a machine-control display: numbers in a frame, and the names of its modes. Any number that a link
+/// delivers may be cast to a mode.
 namespace MC_UI_messages {
 
 enum control_mode_t : int {
@@ -18,7 +18,7 @@ enum control_mode_t : int {
     control_override_disabled = 6
 };
 
-/// Where the implement is. On purpose these begin at -1.
+/// The position of the implement. On purpose the values begin at -1.
 enum mc_implement_t : int { implement_rear = -1, implement_towed = 0, implement_front = 1 };
 
 enum calibration_mode_t : int {
@@ -35,21 +35,21 @@ enum modem_power_t : int {
     modem_int_off_ext_500 = 3
 };
 
-// Names as the display shows them; "Unknown" and the type's name for a number without one
+// The names that the display shows; "Unknown" and the name of the type for any other number.
 
 GLUE_EXPORT const char* to_str(control_mode_t value);
 GLUE_EXPORT const char* to_str(mc_implement_t value);
 GLUE_EXPORT const char* to_str(calibration_mode_t value);
 GLUE_EXPORT const char* to_str(modem_power_t value);
 
-/// Up to ten numbers for the display. What each means, and whether it is a float or a whole number, sender and display
-/// have agreed on.
+/// Up to ten numbers for the display. Sender and display have agreed on the meaning of each, and whether it is a float
+/// or an integer.
 ///
 ///     offset 10        uint8   number of items
 ///            11 + 4i   item i: float or little-endian int32
 ///            then the checksum
 ///
-/// A view of a frame that somebody else owns; see `Vesk_message`. Not synchronised.
+/// A view of a frame in a buffer that the caller owns; see `Vesk_message`. Not synchronised.
 class GLUE_EXPORT Msg_ES : public Vesk_message {
   public:
     static constexpr int id = msg_id('E', 'S');
@@ -60,14 +60,14 @@ class GLUE_EXPORT Msg_ES : public Vesk_message {
     ~Msg_ES() override;
 
     unsigned get_num_items() const;
-    /// Makes the frame one for `count` items of `size` bytes, growing it up to its capacity: frame size, number of
-    /// items, identifier and length field. \return false when `count` is above 10 - there are no items then - or there
-    /// is no room
+    /// Makes the message a frame of `count` items of `size` bytes: writes frame size, number of items, identifier and
+    /// length field. The frame may grow up to the buffer's capacity.
+    /// \return false when `count` is above 10, with the number of items set to 0, or when the frame does not fit
     bool set_num_items(unsigned count, int size);
 
-    /// 0 for an `i` that is not below the number of items.
+    /// \return 0 for an `i` that is not below the number of items
     float get_item(unsigned i) const;
-    /// The same for an item that is a whole number: an addition.
+    /// The same for an item that is an integer: an addition.
     std::int32_t get_int_item(unsigned i) const;
     /// \return false, with nothing written, for an `i` that is not below the number of items
     bool set_item(unsigned i, float value);

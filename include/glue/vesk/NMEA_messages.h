@@ -8,7 +8,7 @@
 ///
 ///     $GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,*47
 ///
-/// Views of a text that somebody else owns. Not synchronised.
+/// Views of a text in a buffer that the caller owns. Not synchronised.
 namespace NMEA_messages {
 
 /// A sentence.
@@ -16,23 +16,23 @@ class GLUE_EXPORT NMEA0183_message : public Ascii_message {
   public:
     NMEA0183_message(char* text, unsigned len) : Ascii_message(text, len) {}
 
-    /// Where the "*" in front of the checksum is: at index 5 at least, two characters or more behind it.
-    /// \return 0 when there is none, or `s` is no sentence
+    /// The index of the "*" before the checksum: the last one, at 5 or above, with at least two characters after it.
+    /// \return 0 when there is none or `s` is not a sentence
     static int get_delimiter_pos(const char* s, unsigned len);
-    /// All `n` characters XORed; 0 for none.
+    /// The XOR of all `n` characters; 0 for none.
     static unsigned calculate_checksum(const char* s, unsigned n);
 
-    /// Whether there is a checksum and it is right. A wrong one is told of through the debug printer.
-    bool check_checksum() const;
+    /// Whether the sentence has a checksum and it is right. A wrong one is reported through the debug printer.
+    [[nodiscard]] bool check_checksum() const;
 
-    /// Cuts the sentence in front of the "*", where a NUL goes.
+    /// Cuts the sentence before the "*", which becomes a NUL.
     /// \return the new length; 0, with nothing written, when there is no "*"
     unsigned trim();
 
-    /// Completes a sentence that begins with "$" by "*", its checksum and CR LF: an addition for those who send.
-    /// \param text  `len` characters, with room for `capacity`
-    /// \return the new length, not counting the NUL behind it; 0, with nothing written, when there is no room
-    static unsigned complete(char* text, unsigned len, unsigned capacity);
+    /// Appends "*", the checksum and CR LF to a sentence that begins with "$": an addition, for senders.
+    /// \param text  `len` characters in a buffer of `capacity`
+    /// \return the new length without the NUL at its end; 0, with nothing written, when it does not fit
+    [[nodiscard]] static unsigned complete(char* text, unsigned len, unsigned capacity);
 };
 
 /// Position and fix: "GGA".
@@ -47,9 +47,9 @@ class GLUE_EXPORT Msg_NMEA_GGA : public NMEA0183_message {
 
     // ---- Additions ----
 
-    /// Whether the sentence is a GGA, whoever talks.
+    /// Whether the sentence is a GGA of any talker.
     bool is_GGA() const;
-    /// 0: no fix.
+    /// The quality of the fix; 0 means no fix.
     int get_fix() const;
     int get_satellites() const;
     double get_hdop() const;
@@ -57,7 +57,7 @@ class GLUE_EXPORT Msg_NMEA_GGA : public NMEA0183_message {
     double get_altitude() const;
 };
 
-/// What a GGA sentence tells: an addition for those who send.
+/// The contents of a GGA sentence: an addition, for senders.
 struct GGA {
     unsigned ms_of_day;  ///< UTC
     double latitude;     ///< degrees
@@ -70,7 +70,7 @@ struct GGA {
 };
 
 /// Writes the sentence with its checksum and CR LF.
-/// \return its length, not counting the NUL behind it; 0 when `capacity` has no room for it
-GLUE_EXPORT unsigned compose(const GGA& fix, char* text, unsigned capacity);
+/// \return its length without the NUL at its end; 0 when it exceeds `capacity`
+[[nodiscard]] GLUE_EXPORT unsigned compose(const GGA& fix, char* text, unsigned capacity);
 
 } // namespace NMEA_messages

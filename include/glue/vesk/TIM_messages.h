@@ -2,20 +2,20 @@
 
 #include <glue/vesk/Vesk_message.h>
 
-/// What the automation controller and the unit tell each other: where the automation stands, and what is asked of it.
+/// The messages between the automation controller and the unit: the state of the automation, and requests to it.
 ///
 ///     offset 5   uint8   1
-///            6   uint8   heartbeat: counts up, so that the other side sees that somebody is there
+///            6   uint8   heartbeat: counts up, which shows the peer that the sender works
 ///            7   bits 4 to 7  the automation's state     bit 0  product flag
 ///            8   bit 6  ready     bits 5 to 0  six requests (commands only)
 ///            9   float  curvature
 ///           13   checksum
 ///
-/// Views of a frame that somebody else owns; see `Vesk_message`. A field that the frame is too short for reads as 0,
-/// and is not written. The setters and `init` are additions for those who send. Not synchronised.
+/// Views of a frame in a buffer that the caller owns; see `Vesk_message`. A field beyond the end of the frame reads as
+/// 0 and is not written. The setters and `init` are additions, for senders. Not synchronised.
 namespace TIM_messages {
 
-/// How far the automation is; numbers in between have no meaning.
+/// The states of the automation; the other numbers from 0 to 15 have no meaning.
 enum Automation_state {
     automation_unavailable = 0,
     automation_not_ready = 1,
@@ -27,10 +27,10 @@ enum Automation_state {
     automation_not_available = 15
 };
 
-/// The state's name, "AUTOMATION_ACTIVE" for one; "UNKNOWN" for a number without one.
+/// The name of a state, for example "AUTOMATION_ACTIVE"; "UNKNOWN" for a number without a name.
 GLUE_EXPORT const char* state_text(unsigned state);
 
-/// What both messages have in common.
+/// The part that both messages have in common.
 class GLUE_EXPORT TIM_Vesk_message : public Vesk_message {
   public:
     /// Bytes of a frame without its line end.
@@ -39,11 +39,11 @@ class GLUE_EXPORT TIM_Vesk_message : public Vesk_message {
     using Vesk_message::Vesk_message;
     ~TIM_Vesk_message() override;
 
-    /// As in every message, and then 1 into the first byte of the body.
+    /// As in every message; then writes 1 into the first byte of the body.
     bool setup(const unsigned char* src, int size) override;
 
-    /// Prints the message through the debug printer, when category `level` is on. A status or command of another length
-    /// is reported instead; on purpose the report compares a body's length with a frame's.
+    /// Prints the message through the debug printer when category `level` is on. A status or command of a wrong length
+    /// is reported instead; on purpose the report compares the length of a body with that of a frame.
     void print(unsigned level) const;
 
     unsigned get_heart() const;
@@ -57,7 +57,7 @@ class GLUE_EXPORT TIM_Vesk_message : public Vesk_message {
     bool set_curv(float value);
 
   protected:
-    /// Makes an empty frame of this identifier. \return false when there is no room for it
+    /// Makes an empty frame with this identifier. \return false when it exceeds the buffer
     bool init_frame(const char* identifier);
 };
 

@@ -2,13 +2,13 @@
 
 #include <glue/export.h>
 
-/// The phrase with which the receiver says what went wrong, a comma in front: ",wrong command" for 1.
-/// \return null for what is no code from 1 to 41
+/// The receiver's phrase for an error, with a comma before it: ",wrong command" for 1.
+/// \return null unless `code` is 1 to 41
 GLUE_EXPORT const char* errcode2str(int code);
 
 namespace Vesk {
 
-/// What the receiver's error replies are about. The names follow its phrases.
+/// The errors that the receiver reports. The names follow its phrases.
 enum vesk_ret_t : int {
     err_wrong_command = 1,
     err_1st_parameter_missed,
@@ -49,22 +49,23 @@ enum vesk_ret_t : int {
     err_file_not_found,
     err_cant_copy_onto_itself,
     err_device_is_write_protected,
-    err_device_busy, ///< or an invalid file length: one code for two phrases
+    err_device_busy, ///< also an invalid file length: one code for two phrases
     err_data_transfer_delay,
     err_unassigned ///< on purpose a code without a phrase
 };
 
-/// The same as the global one; null for `err_unassigned`, too.
+/// The same as `::errcode2str`; null for `err_unassigned`.
 GLUE_EXPORT const char* errcode2str(vesk_ret_t code);
 
 } // namespace Vesk
 
-/// Tells which error an "ER" reply is about.
+/// Finds the error code of an "ER" reply.
 ///
-///     const int code = Vesk_error_decoder::extract(response.get_response_string());
+///     if (!response.get_response_status())
+///         report(Vesk_error_decoder::extract(response.get_response_string()));
 ///
-/// The first use sets up a table; let one thread do that before others use the decoder. After that all operations may
-/// be called from any thread.
+/// The first use sorts a table: let one thread do that before others use the decoder. After that, all operations may be
+/// called from any thread.
 class GLUE_EXPORT Vesk_error_decoder {
   public:
     /// A phrase, without its comma, and its code. Items are ordered by their phrases.
@@ -76,16 +77,18 @@ class GLUE_EXPORT Vesk_error_decoder {
         bool operator>(const Item& other) const;
     };
 
-    /// Sorts the phrases. Stops the process by an assertion if one of them has no comma in front.
+    /// Sorts the phrases. An assertion ends the process if a phrase does not begin with a comma.
     static void init();
 
-    /// The code of a phrase, given without a comma in front; -1 for null and for what is none.
+    /// The code of a phrase. The phrase has no comma before it.
+    /// \return -1 for null and for a text that is no phrase
     static int get(const char* phrase);
 
-    /// The code of the phrase in a reply's text: what follows the last comma, up to a "}" if there is one. White space
-    /// and line ends are part of it: cut them off first. -1 when there is none.
+    /// The code of the phrase in the text of a reply: the text after the last comma, without the line end, up to a "}"
+    /// if there is one. Other white space belongs to the phrase.
     ///
-    /// On purpose: the two phrases of code 40 have a comma between them, so that neither is found here.
+    /// On purpose: the two phrases of code 40 have a comma between them, so neither is found here.
+    /// \return -1 when the text has no known phrase
     static int extract(const char* text);
 
   private:

@@ -9,8 +9,8 @@ class Vesk_message;
 
 /// Cuts receiver messages out of a byte stream that mixes frames, text replies, single-byte acknowledgements and noise.
 ///
-/// It looks at the stream's buffered bytes and takes them only when it has a whole packet, so a frame of which only a
-/// part has arrived waits in the stream. Call it after each arrival until it says `nothing`:
+/// It peeks at the stream's buffered bytes and consumes them only when a whole packet is there: a partial frame stays
+/// in the stream. Call it after each arrival until it returns `nothing`:
 ///
 ///     Vesk_parser parser(&stream, false);
 ///     unsigned char packet[Vesk_parser::largest_packet];
@@ -20,28 +20,32 @@ class Vesk_message;
 ///             use(Vesk_message(packet, static_cast<unsigned>(len)));
 ///     }
 ///
-/// A byte that garbles a header costs the bytes up to the next line end. A length that is garbled upwards costs as many
-/// bytes as it claims, 4101 at most: they are waited for, then looked through again from the second byte on.
-/// The checksum is not looked at here; see `Vesk_message::check_checksum`.
+/// After a garbled header, the bytes up to the next line end are noise. After a length that was garbled to a larger
+/// one, the parser waits for that many bytes, 4101 at most; then it searches them again from the second byte on. It
+/// does not check the checksum; see `Vesk_message::check_checksum`.
 ///
 /// The parser does not own the stream. One thread at a time; the stream itself may be filled by another.
 class GLUE_EXPORT Vesk_parser {
   public:
-    /// What a call found.
+    /// The result of a call.
     enum Packet_kind {
         nothing = 0,        ///< nothing complete yet
         frame = 1,          ///< a message with its line terminator
         reply = 2,          ///< a text reply, "RE" or "ER"
         noise = 3,          ///< bytes that belong to no message
-        acknowledgement = 4 ///< the single byte 0x06 (accepted) or 0x15 (refused)
+        acknowledgement = 4 ///< the single byte `accepted_byte` or `refused_byte`
     };
+
+    /// The two acknowledgements.
+    static constexpr unsigned char accepted_byte = 0x06;
+    static constexpr unsigned char refused_byte = 0x15;
 
     enum Parse_mode {
         parse_messages = 0,
-        parse_echoed_lines = 1 ///< what comes are echoed text lines that begin with ">"
+        parse_echoed_lines = 1 ///< the stream carries echoed text lines that begin with ">"
     };
 
-    /// A packet buffer of this many bytes holds everything that can come in one packet.
+    /// A packet buffer of this many bytes holds the largest packet.
     static constexpr int largest_packet = 4200;
 
     /// Decides, from the header alone, whether a frame is wanted on this link.
@@ -54,18 +58,18 @@ class GLUE_EXPORT Vesk_parser {
         /// \return false to treat the header as a framing error
         virtual bool check(Data_stream& stream, unsigned short identifier, int length) = 0;
 
-        /// An addition, behind the operation that all checkers have.
+        /// An addition, after the operation that all checkers have.
         virtual ~Checker();
     };
 
-    /// Takes every frame.
+    /// Accepts every frame.
     class GLUE_EXPORT Dummy_checker : public Checker {
       public:
         bool check(Data_stream& stream, unsigned short identifier, int length) override;
     };
 
-    /// Where every byte went that the parser took from the stream. An addition of ours, for programs that must account
-    /// for their link: the sum is the number of bytes taken.
+    /// What each byte was that the parser consumed from the stream. An addition of ours, for programs that must account
+    /// for their link: the sum is the number of bytes consumed.
     struct Byte_counts {
         std::uint64_t frames = 0;           ///< frames with their terminators
         std::uint64_t replies = 0;          ///< replies with their line ends
@@ -76,71 +80,71 @@ class GLUE_EXPORT Vesk_parser {
         std::uint64_t total() const { return frames + replies + acknowledgements + noise + separators; }
     };
 
-    /// A parser without a stream: finds nothing until `init` names one.
+    /// A parser without a stream: returns `nothing` until `init` gives it one.
     Vesk_parser();
     /// \param discard  whether to drop what `stream` has buffered
     Vesk_parser(Data_stream* stream, bool discard);
     Vesk_parser(const Vesk_parser&) = delete;
     Vesk_parser& operator=(const Vesk_parser&) = delete;
 
-    /// Starts anew: believes to be at a frame start and drops what the stream has buffered.
+    /// Starts anew: drops the bytes that the stream has buffered, and expects the start of a frame.
     void init();
-    /// The same on another stream.
+    /// The same with another stream.
     void init(Data_stream* stream);
 
-    /// The checker is the caller's and outlives its use; null brings back the one that takes every frame.
+    /// The caller owns the checker, which outlives its use; null restores the one that accepts every frame.
     void set_checker(Checker* checker);
     void set_parse_mode(Parse_mode mode) { parse_mode_ = mode; }
-    /// Whether a line terminator follows every frame and belongs to it; true at first.
+    /// Whether a line terminator follows every frame and belongs to it. The default is true.
     void set_terminated(bool terminated) { terminated_ = terminated; }
-    /// Whether the first byte of a bad header stays and becomes part of the reported noise, rather than being dropped
-    /// by itself; false at first.
+    /// Whether the first byte of a bad header becomes part of the reported noise; otherwise it is dropped before. The
+    /// default is false.
     void set_keep_on_error(bool keep) { keep_on_error_ = keep; }
 
-    /// Whether the byte at index `i` is there (fetched if need be) and is CR or LF.
+    /// Whether the byte at index `i` is CR or LF. Fetches it when it is not buffered; false when it cannot be fetched.
     bool is_newline(int i);
 
     /// Takes the next packet.
     ///
     /// - `frame`: the frame and its terminator, cut to `size`; the rest of a frame that is cut stays in the stream.
-    ///   Following NULs, CRs and LFs are dropped, also when they arrive later. Without terminators an LF is appended
-    ///   when there is room.
-    /// - `reply`: the text to its LF, then up to two NULs as far as there is room. On purpose `len` counts the NULs.
-    /// - `noise`: up to and including the next line end and the CRs and LFs that follow it, or 4190 bytes when
-    ///   no line end comes. Looking for what follows the line end fetches, so on a stream that waits for
-    ///   bytes without limit the report waits for the byte after it.
-    /// - `acknowledgement`: recognised only when the byte is the only one buffered; with others behind it, it starts a
-    ///   frame, or rather noise.
+    ///   NULs, CRs and LFs that follow are dropped, also when they arrive later. Without terminators an LF is appended
+    ///   if it fits.
+    /// - `reply`: the text up to its LF, then up to two NULs if they fit. On purpose `len` counts the NULs.
+    /// - `noise`: the bytes up to the next line end and the CRs and LFs that follow it, or 4190 bytes without a
+    ///   line end. The parser fetches the byte after a line end to see whether it belongs to it: a stream that waits
+    ///   for bytes without limit delays the noise until that byte arrives.
+    /// - `acknowledgement`: recognised only when no other byte is buffered; when other bytes follow, the byte begins
+    ///   noise.
     ///
-    /// With a `size` of 0 packets are reported with a `len` of 0 and stay in the stream.
-    /// \param buf   room for `size` bytes
-    /// \param len   set to the bytes put into `buf`; untouched when the result is `nothing`
+    /// With a `size` of 0 a packet is returned with a `len` of 0 and stays in the stream.
+    /// \param buf   space for `size` bytes
+    /// \param len   set to the number of bytes in `buf`; left unchanged when the result is `nothing`
     /// \return a `Packet_kind`; `nothing` also without a stream
     int get_packet(unsigned char* buf, int size, int& len);
 
-    /// Takes the next packet, for callers who want frames only.
-    /// \return the frame's `len`; minus `len` for noise; 0 for everything else, of which acknowledgements are reported
-    ///         through the debug printer
+    /// Takes the next packet, for callers that use frames only.
+    /// \return the frame's `len`; minus `len` for noise; 0 for everything else. Acknowledgements are reported through
+    ///         the debug printer.
     int get_packet(unsigned char* buf, int size);
 
-    /// Takes the next packet into the bytes that `message` has in use; their number stays as it is.
+    /// Takes the next packet into the bytes that `message` has in use; their number is left unchanged.
     int get_packet(Vesk_message& message, int& len);
 
-    /// The account since construction. `init` keeps it; what `init` drops is not in it.
+    /// The counts since construction. `init` keeps them and does not count the bytes that it drops.
     const Byte_counts& get_byte_counts() const { return counts_; }
 
   private:
-    enum class Look { complete, incomplete, restart, bad };
+    enum class Check { complete, incomplete, restart, bad };
     struct Header;
 
     bool has(unsigned count);
     bool is_acknowledgement();
     bool lacks_prompt();
-    Look look_at_header(Header& header);
-    Look refuse_header();
+    Check check_header(Header& header);
+    Check refuse_header();
     bool accepted_by_checker(const Header& header);
-    Look look_for_end(const Header& header, unsigned& whole);
-    Look look_for_end_of_reply(unsigned& whole);
+    Check find_end(const Header& header, unsigned& whole);
+    Check find_end_of_reply(unsigned& whole);
     bool find_end_of_noise(unsigned& index);
 
     int take_acknowledgement(unsigned char* buf, unsigned size, int& len);
@@ -155,11 +159,11 @@ class GLUE_EXPORT Vesk_parser {
     int synchronised_;
     Parse_mode parse_mode_;
     bool terminated_;
-    [[maybe_unused]] bool second_setting_; // no parsing step asks for it; it keeps its place in the object
+    [[maybe_unused]] bool second_setting_; // not used; on purpose part of the object
     bool keep_on_error_;
     Dummy_checker default_checker_;
     Checker* checker_;
 
-    bool frame_just_taken_; // the rest of its line end may still come
+    bool frame_just_taken_; // the rest of its line end may still arrive
     Byte_counts counts_;
 };

@@ -8,13 +8,13 @@
 ///     char line[256];
 ///     printer.snprint(frame, line, sizeof line);   // "RT ms=86399999"; with false "RT,86399999"
 ///
-/// The labelled form, for people, writes each value behind its name; the other form, for files, separates the values by
-/// commas. Neither ends its line. A line that does not fit is cut, without a word: at most `size` - 1 characters and a
-/// NUL are written, and with a `size` of 0 or less nothing.
+/// The labelled form, for people, writes each value after its name; the comma form, for files, separates the values by
+/// commas. Neither writes a line end. A line that does not fit is cut without a message: at most `size` - 1 characters
+/// and a NUL are written. With a `size` of 0 or less nothing is written.
 ///
-/// The decimal point is the one of the process's LC_NUMERIC, as with any printf.
+/// The decimal point is the one of the process's LC_NUMERIC, as with every printf.
 ///
-/// The printer holds no state beside its form. It may be shared by all who do not print at the same time.
+/// The printer has no state except its form. Callers that do not print at the same time may share it.
 class GLUE_EXPORT Vesk_printer {
     bool verbose_;
 
@@ -23,12 +23,12 @@ class GLUE_EXPORT Vesk_printer {
     explicit Vesk_printer(bool labelled) : verbose_(labelled) {}
 
     /// Prints any frame by its identifier: the messages below in their forms, the receiver's texts ("RE", "ER", "DL",
-    /// "NP") as they stand, everything else as a line of hexadecimal bytes.
+    /// "NP") unchanged, everything else as a line of hexadecimal bytes.
     /// \return for a message as below; for a text its full length, even when it was cut or not written at all; 0 for an
     ///         unknown identifier, which is also reported on standard error
     int snprint(const Vesk_message& m, char* buf, int size) const;
 
-    // Each prints a frame that is known to be of its kind, whatever its identifier and length say.
+    // ---- Messages: each prints a frame as one of its kind, whatever the identifier and the length are ----
     // \return the number of characters in `buf`
 
     int snprint(const GNSS_messages::Msg_PG& m, char* buf, int size) const;
@@ -45,9 +45,8 @@ class GLUE_EXPORT Vesk_printer {
     int snprint(const GNSS_messages::Msg_GA& m, char* buf, int size) const;
     int snprint(const GNSS_messages::Msg_NA& m, char* buf, int size) const;
 
-    // Lists: the same. A frame too short for the list's fixed part is reported on standard output and leaves `buf` as
-    // it is.
-    // \return the number of characters in `buf`; 0 for a frame too short
+    // ---- Lists: the same. A frame shorter than the list's fixed part is reported on standard output ----
+    // \return the number of characters in `buf`; 0 for a frame that is too short, which leaves `buf` unchanged
 
     int snprint(const GNSS_messages::Msg_SI& m, char* buf, int size) const;
     int snprint(const GNSS_messages::Msg_NN& m, char* buf, int size) const;

@@ -16,14 +16,14 @@ namespace {
 
 constexpr unsigned longest_read = AIM_data_stream_adapter::longest_read;
 
-// ---- What is no AIM frame ----
+// ---- Bytes that are not AIM frames ----
 
-TEST_F(AIM_adapter, rubbish_between_frames_is_passed_over) {
+TEST_F(AIM_adapter, noise_between_frames_is_skipped) {
     raw.push("!rubbish\r\n" + aim_frame("abc") + "\r\n#more\n" + aim_frame("def"));
     EXPECT_EQ(receive(6), "abcdef");
 }
 
-TEST_F(AIM_adapter, rubbish_is_traced) {
+TEST_F(AIM_adapter, noise_is_traced) {
     const Enabled_category traces(105);
     Captured_debug debug;
     raw.receive("!rubbish\n" + aim_frame("abc"));
@@ -49,7 +49,7 @@ TEST_F(AIM_adapter, nothing_is_traced_without_the_category) {
     EXPECT_EQ(debug.text(), "");
 }
 
-/// What is printed of a frame that is none of ours: the text, then the bytes of the ring, which is empty.
+/// The report of a frame that is not an AIM frame: the text, then the bytes of the ring, which is empty.
 constexpr const char* refusal = "<time> Unexpected non AIM data read\n[]\n";
 
 TEST_F(AIM_adapter, frame_with_a_wrong_checksum_is_refused) {
@@ -90,7 +90,7 @@ TEST_F(AIM_adapter, frame_longer_than_the_longest_is_refused_and_the_next_one_is
     }
 }
 
-TEST_F(AIM_adapter, raw_stream_that_has_nothing_more_is_not_asked_again_after_a_refusal) {
+TEST_F(AIM_adapter, empty_raw_stream_is_not_fetched_from_after_a_refusal) {
     const Captured_debug debug;
     int fetches = 0;
     raw.on_fetch = [&fetches] { ++fetches; };
@@ -99,10 +99,10 @@ TEST_F(AIM_adapter, raw_stream_that_has_nothing_more_is_not_asked_again_after_a_
     EXPECT_EQ(fetches, 0);
     raw.receive("!rubbish\n");
     EXPECT_EQ(adapter.bytes_avail(1U), 0);
-    EXPECT_EQ(fetches, 1); // the parser's, for the rest of the line end
+    EXPECT_EQ(fetches, 1); // by the parser, for the rest of the line end
 }
 
-TEST_F(AIM_adapter, reply_ends_the_taking_until_the_next_event) {
+TEST_F(AIM_adapter, after_a_reply_no_frame_is_taken_until_the_next_event) {
     const std::string reply = build_frame("RE", "OK", Checksum::text, "\r\n");
     raw.receive(reply + aim_frame("abc"));
     EXPECT_EQ(adapter.bytes_avail(1U), 0);
@@ -117,7 +117,7 @@ TEST_F(AIM_adapter, drop_all_stops_at_a_reply) {
     EXPECT_EQ(read_now(), "def");
 }
 
-TEST_F(AIM_adapter, acknowledgement_is_reported_and_passed_over) {
+TEST_F(AIM_adapter, acknowledgement_is_reported_and_skipped) {
     Captured_debug debug;
     raw.receive("\x06");
     EXPECT_EQ(adapter.bytes_avail(1U), 0);
@@ -159,7 +159,7 @@ TEST_F(AIM_adapter_death, aborts_when_another_thread_holds_the_lock) {
                 "Bad mutex status: 2, wanted: 1 ");
 }
 
-TEST_F(AIM_adapter_death, category_43_leaves_it_at_the_report) {
+TEST_F(AIM_adapter_death, category_43_reports_without_aborting) {
     const Enabled_category no_abort(43);
     Captured_debug debug;
     raw.receive(aim_frame("abc"));
@@ -185,7 +185,7 @@ TEST_F(AIM_adapter_death, report_names_the_thread_that_holds_the_lock) {
     EXPECT_NE(debug.text().find(expected), std::string::npos) << debug.text();
 }
 
-TEST_F(AIM_adapter_death, category_44_leaves_out_both) {
+TEST_F(AIM_adapter_death, category_44_neither_reports_nor_aborts) {
     const Enabled_category no_report(44);
     Captured_debug debug;
     raw.receive(aim_frame("abc"));
@@ -193,7 +193,7 @@ TEST_F(AIM_adapter_death, category_44_leaves_out_both) {
     EXPECT_EQ(debug.text(), "");
 }
 
-TEST_F(AIM_adapter, says_nothing_when_the_caller_holds_the_lock) {
+TEST_F(AIM_adapter, reports_nothing_when_the_caller_holds_the_lock) {
     Captured_debug debug;
     const std::lock_guard guard(adapter);
     EXPECT_EQ(adapter.get_data(1), 0);

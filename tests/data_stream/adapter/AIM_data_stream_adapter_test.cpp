@@ -53,7 +53,7 @@ TEST_F(AIM_adapter, becomes_the_waiter_of_the_raw_stream_and_gives_it_a_module_i
     EXPECT_EQ(raw.inits, 1);
 }
 
-TEST_F(AIM_adapter, drops_what_the_raw_stream_had_before) {
+TEST_F(AIM_adapter, drops_bytes_that_the_raw_stream_had_before) {
     auto stale = std::make_unique<Scripted_event_sender>();
     stale->receive(aim_frame("stale"));
     Scripted_event_sender& source = *stale;
@@ -74,7 +74,7 @@ TEST_F(AIM_adapter, loops_are_numbered_in_the_order_of_construction) {
         Scripted_event_sender& announcing = *source;
         {
             const AIM_data_stream_adapter named(modules, std::move(source), '1');
-            announcing.push(">"); // too little for a frame: the loop asks for more
+            announcing.push(">"); // too little for a frame: the loop fetches
             EXPECT_TRUE(eventually([&] {
                 const std::lock_guard guard(announcing);
                 return !name.empty();
@@ -84,21 +84,21 @@ TEST_F(AIM_adapter, loops_are_numbered_in_the_order_of_construction) {
         return std::stoi(name.substr(8));
     };
     const int first = number_of_loop();
-    EXPECT_GE(first, 1); // the fixture's own comes before
+    EXPECT_GE(first, 1); // the fixture's adapter has a lower number
     EXPECT_EQ(number_of_loop(), first + 1);
 }
 
-TEST_F(AIM_adapter, loop_is_made_and_ended_with_the_numbers_that_platforms_expect) {
+TEST_F(AIM_adapter, loop_gets_the_arguments_that_platforms_expect) {
     Recorded_platform_calls calls;
     { const AIM_data_stream_adapter another(modules, std::make_unique<Scripted_event_sender>(), '1'); }
     ASSERT_EQ(calls.loops.size(), 1U);
-    const auto& made = calls.loops[0];
-    EXPECT_EQ(made.name, "ADSA");
-    EXPECT_FALSE(made.has_selector);
-    EXPECT_EQ(made.priority, 44);
-    EXPECT_EQ(made.stack_size, 25600);
-    EXPECT_TRUE(made.option_a);
-    EXPECT_FALSE(made.option_b);
+    const auto& loop = calls.loops[0];
+    EXPECT_EQ(loop.name, "ADSA");
+    EXPECT_FALSE(loop.has_selector);
+    EXPECT_EQ(loop.priority, 44);
+    EXPECT_EQ(loop.stack_size, 25600);
+    EXPECT_TRUE(loop.option_a);
+    EXPECT_FALSE(loop.option_b);
     ASSERT_FALSE(calls.loop_ends.empty());
     EXPECT_TRUE(calls.loop_ends[0].wait);
     EXPECT_EQ(calls.loop_ends[0].units, 1000);
@@ -127,14 +127,14 @@ TEST_F(AIM_adapter, each_write_sends_one_frame_on_its_channel) {
     }
 }
 
-TEST_F(AIM_adapter, write_of_nothing_sends_nothing_unless_the_transport_form_is_used) {
+TEST_F(AIM_adapter, write_of_no_bytes_sends_a_frame_only_in_the_transport_form) {
     EXPECT_EQ(adapter.__write(nullptr, 0), 0);
     EXPECT_EQ(raw.written, "");
     EXPECT_EQ(adapter._write(nullptr, 0), 0);
     EXPECT_EQ(raw.written, aim_frame(""));
 }
 
-TEST_F(AIM_adapter, write_that_the_raw_stream_does_not_take_whole_returns_0) {
+TEST_F(AIM_adapter, write_that_the_raw_stream_does_not_accept_whole_returns_0) {
     raw.on_write = [](const unsigned char*, unsigned len) { return static_cast<int>(len) - 1; };
     EXPECT_EQ(write_bytes(adapter, "abc"), 0);
     raw.on_write = [](const unsigned char*, unsigned) { return -1; };
@@ -143,7 +143,7 @@ TEST_F(AIM_adapter, write_that_the_raw_stream_does_not_take_whole_returns_0) {
     EXPECT_EQ(write_bytes(adapter, "abc"), 0);
 }
 
-TEST_F(AIM_adapter, write_takes_no_lock_of_the_adapter) {
+TEST_F(AIM_adapter, write_acquires_no_lock_of_the_adapter) {
     const std::lock_guard guard(adapter);
     EXPECT_EQ(write_bytes(adapter, "abc"), 3);
 }
@@ -175,7 +175,7 @@ TEST_F(AIM_adapter, length_digits_of_a_payload_above_4089_bytes_are_nuls) {
     }
 }
 
-TEST_F(AIM_adapter, size_that_no_count_can_tell_is_refused) {
+TEST_F(AIM_adapter, size_that_exceeds_an_int_is_refused) {
     for (const unsigned size : {0x7FFFFFF8U, 0xFFFFFFF8U, 0xFFFFFFFFU})
         EXPECT_EQ(adapter._write(bytes_of("abc"), size), 0);
     EXPECT_EQ(raw.written, "");
@@ -183,7 +183,7 @@ TEST_F(AIM_adapter, size_that_no_count_can_tell_is_refused) {
 
 // ---- Reading ----
 
-TEST_F(AIM_adapter, payload_is_announced_and_can_be_read) {
+TEST_F(AIM_adapter, reader_is_notified_of_a_payload_and_can_read_it) {
     raw.push(aim_frame("abc"));
     ASSERT_TRUE(rx.wait_for(1));
     EXPECT_EQ(rx.codes()[0], 0);
@@ -201,7 +201,7 @@ TEST_F(AIM_adapter, frames_of_every_channel_reach_the_same_ring) {
     EXPECT_EQ(receive(static_cast<unsigned>(expected.size())), expected);
 }
 
-TEST_F(AIM_adapter, length_digits_may_be_lower_case) {
+TEST_F(AIM_adapter, length_digits_may_be_in_lower_case) {
     std::string lower = ">>0ab1" + std::string(0xAB - 3, 'x');
     char digits[3];
     std::snprintf(digits, sizeof digits, "%02X", frame_checksum(lower));
@@ -209,7 +209,7 @@ TEST_F(AIM_adapter, length_digits_may_be_lower_case) {
     EXPECT_EQ(receive(0xAB - 3), std::string(0xAB - 3, 'x'));
 }
 
-TEST_F(AIM_adapter, frame_that_comes_byte_by_byte_is_delivered_when_it_is_whole) {
+TEST_F(AIM_adapter, frame_that_arrives_byte_by_byte_is_delivered_when_it_is_whole) {
     const std::string bytes = aim_frame("abc");
     for (const char byte : bytes.substr(0, bytes.size() - 1)) {
         raw.push(std::string(1, byte));
@@ -223,7 +223,7 @@ TEST_F(AIM_adapter, next_frame_waits_in_the_raw_stream_until_the_ring_is_empty) 
     raw.push(aim_frame("abc") + aim_frame("def"));
     ASSERT_TRUE(rx.wait_for(1));
     EXPECT_EQ(adapter.bytes_avail(), 3U);
-    EXPECT_EQ(adapter.bytes_avail(10U), 0); // no frame is taken into a ring that holds something
+    EXPECT_EQ(adapter.bytes_avail(10U), 0); // no frame is taken while the ring holds bytes
     EXPECT_EQ(raw.buffered(), aim_frame("def"));
     adapter.drop(3);
     EXPECT_EQ(adapter.bytes_avail(), 3U);
@@ -231,18 +231,18 @@ TEST_F(AIM_adapter, next_frame_waits_in_the_raw_stream_until_the_ring_is_empty) 
     EXPECT_EQ(take_buffered(adapter), "def");
 }
 
-TEST_F(AIM_adapter, frame_without_payload_is_passed_over) {
+TEST_F(AIM_adapter, frame_without_payload_is_skipped) {
     raw.push(aim_frame("") + aim_frame("abc"));
     EXPECT_EQ(receive(3), "abc");
 }
 
 TEST_F(AIM_adapter, reader_need_not_wait_for_the_event) {
-    raw.receive(aim_frame("abc")); // unannounced
+    raw.receive(aim_frame("abc")); // without an event
     EXPECT_EQ(adapter[1], 'b');
     EXPECT_EQ(take_buffered(adapter), "abc");
 }
 
-TEST_F(AIM_adapter, fetch_compares_with_all_that_is_in_the_ring) {
+TEST_F(AIM_adapter, fetch_counts_all_bytes_in_the_ring) {
     raw.receive(aim_frame("abc"));
     const std::lock_guard guard(adapter);
     EXPECT_EQ(adapter._get_data(3), 1);
@@ -254,8 +254,8 @@ TEST_F(AIM_adapter, fetch_compares_with_all_that_is_in_the_ring) {
     EXPECT_EQ(adapter._get_data(static_cast<int>(capacity) + 1), 0);
 }
 
-TEST_F(AIM_adapter, what_finds_no_room_in_the_ring_is_lost) {
-    raw.on_fetch = [this, once = true]() mutable { // in the midst of taking a frame
+TEST_F(AIM_adapter, payload_that_does_not_fit_into_the_ring_is_lost) {
+    raw.on_fetch = [this, once = true]() mutable { // while a frame is taken
         if (!std::exchange(once, false))
             return;
         put(std::string(capacity - 3, '.'));
@@ -280,7 +280,7 @@ TEST_F(AIM_adapter, events_come_from_module_0_until_init) {
     EXPECT_GT(rx.sources()[0], 0);
 }
 
-TEST_F(AIM_adapter, each_announcement_of_the_raw_stream_is_passed_on_while_bytes_wait) {
+TEST_F(AIM_adapter, each_event_of_the_raw_stream_notifies_the_reader_while_bytes_are_buffered) {
     raw.push(aim_frame("abc"));
     ASSERT_TRUE(rx.wait_for(1));
     raw.push("");
@@ -294,15 +294,15 @@ TEST_F(AIM_adapter, each_announcement_of_the_raw_stream_is_passed_on_while_bytes
     EXPECT_EQ(rx.codes(), (Codes{0, 0, 1}));
 }
 
-TEST_F(AIM_adapter, nothing_to_read_means_no_event) {
+TEST_F(AIM_adapter, no_event_without_bytes_to_read) {
     raw.push("!!!\n" + aim_frame("") + ">>01");
     EXPECT_TRUE(eventually([this] { return raw.buffered() == ">>01"; }));
-    raw.push("5"); // a length that more bytes are waited for
+    raw.push("5"); // an incomplete frame
     adapter.terminate(true, 20000);
     EXPECT_TRUE(rx.codes().empty());
 }
 
-TEST_F(AIM_adapter, room_in_the_raw_stream_makes_the_adapter_look_and_is_not_passed_on) {
+TEST_F(AIM_adapter, tx_event_of_the_raw_stream_makes_the_adapter_take_frames_and_is_not_forwarded) {
     Recording_waiter tx;
     adapter.reg_tx_waiter(tx, false);
     raw.receive(aim_frame("abc"));
@@ -330,7 +330,7 @@ TEST_F(AIM_adapter, events_are_sent_without_the_lock) {
 
 // ---- Dropping ----
 
-TEST_F(AIM_adapter, drop_that_leaves_bytes_announces_them_anew) {
+TEST_F(AIM_adapter, drop_that_leaves_bytes_notifies_again) {
     raw.push(aim_frame("abc") + aim_frame("def"));
     ASSERT_TRUE(rx.wait_for(1));
     rx.clear();
@@ -343,7 +343,7 @@ TEST_F(AIM_adapter, drop_that_leaves_bytes_announces_them_anew) {
     EXPECT_EQ(adapter.bytes_avail(), 0U);
 }
 
-TEST_F(AIM_adapter, drop_of_nothing_from_a_full_ring_announces_it_as_full) {
+TEST_F(AIM_adapter, drop_of_0_bytes_from_a_full_ring_sends_the_full_event) {
     {
         const std::lock_guard guard(adapter);
         put(std::string(capacity, 'x'));
@@ -353,16 +353,16 @@ TEST_F(AIM_adapter, drop_of_nothing_from_a_full_ring_announces_it_as_full) {
     EXPECT_EQ(rx.codes(), (Codes{1, 0}));
 }
 
-TEST_F(AIM_adapter, drop_of_more_than_there_is) {
+TEST_F(AIM_adapter, drop_of_more_than_buffered) {
     raw.receive(aim_frame("abcd"));
     EXPECT_EQ(adapter[0], 'a');
-    adapter.drop(10); // six more: the four that are there do not make six
+    adapter.drop(10); // six bytes are missing: the four in the ring are not enough
     EXPECT_EQ(adapter.bytes_avail(), 4U);
-    adapter.drop(8); // four more: they do, in all
+    adapter.drop(8); // four bytes are missing: the four in the ring are enough
     EXPECT_EQ(adapter.bytes_avail(), 0U);
 }
 
-TEST_F(AIM_adapter, drop_traces_how_it_refilled) {
+TEST_F(AIM_adapter, drop_traces_the_refill) {
     raw.receive(aim_frame("abc") + aim_frame("defg") + aim_frame("hi"));
     EXPECT_EQ(adapter[0], 'a');
     Captured_debug debug;
@@ -384,22 +384,22 @@ TEST_F(AIM_adapter, drop_all_empties_both_sides) {
     raw.receive(aim_frame("abc") + "!!\n" + aim_frame("") + aim_frame("def") + build_frame("PG", "x") +
                 aim_frame("ghi"));
     EXPECT_EQ(adapter[0], 'a');
-    Captured_debug debug; // of the frame that is not one of ours
+    Captured_debug debug; // for the report of the PG frame
     adapter.drop_all();
     EXPECT_EQ(adapter.bytes_avail(), 0U);
     EXPECT_EQ(raw.bytes_avail(), 0U);
     EXPECT_EQ(read_now(), "");
-    EXPECT_TRUE(rx.codes().empty()); // and nobody is told
+    EXPECT_TRUE(rx.codes().empty());
 }
 
-TEST_F(AIM_adapter, drop_all_leaves_a_frame_that_is_not_there_whole) {
+TEST_F(AIM_adapter, drop_all_leaves_a_partial_frame) {
     raw.receive(aim_frame("abc") + aim_frame("def").substr(0, 8));
     adapter.drop_all();
     raw.push(aim_frame("def").substr(8));
     EXPECT_EQ(receive(3), "def");
 }
 
-TEST_F(AIM_adapter, drop_all_traces_itself) {
+TEST_F(AIM_adapter, drop_all_is_traced) {
     const Enabled_category traces(105);
     Captured_debug debug;
     raw.receive(aim_frame("abc"));
@@ -408,9 +408,9 @@ TEST_F(AIM_adapter, drop_all_traces_itself) {
                                           "<time> ADSA reads  (3): abc\n");
 }
 
-TEST_F(AIM_adapter, takes_nothing_from_the_heap_to_read_and_write) {
+TEST_F(AIM_adapter, reading_and_writing_need_no_heap) {
     raw.on_write = [](const unsigned char*, unsigned) { return 0; };
-    write_bytes(adapter, "first"); // the thread's note that it writes to this stream
+    write_bytes(adapter, "first"); // the first write of a thread to a stream allocates
     const std::string payload(longest_read, 'x');
     raw.receive(aim_frame("abc") + "!!!\n" + aim_frame("defg"));
     unsigned char bytes[4];

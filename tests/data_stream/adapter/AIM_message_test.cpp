@@ -12,7 +12,7 @@
 
 namespace {
 
-/// The frame as it is defined, with its digits in the case asked for.
+/// The frame, built without the library.
 std::string expected_frame(char channel, const std::string& payload) {
     return build_frame(">>", channel + payload, Checksum::text, "");
 }
@@ -21,7 +21,7 @@ std::string in_use(const AIM_message& message) {
     return std::string(reinterpret_cast<const char*>(message.get_ptr()), message.get_size());
 }
 
-/// A buffer full of marks and the frame to be built in it.
+/// A buffer filled with "#" and a frame to be built in it.
 struct Buffer {
     explicit Buffer(unsigned capacity) : bytes(capacity, '#'), message(bytes.data(), capacity) {}
 
@@ -70,7 +70,7 @@ TEST(AIM_message_test, digits_are_upper_case) {
     EXPECT_TRUE(letters_in_checksum);
 }
 
-TEST(AIM_message_test, what_is_set_can_be_read_whatever_the_size) {
+TEST(AIM_message_test, frame_of_every_size_can_be_read_back) {
     Random random;
     for (unsigned size = 0; size <= 4089; size += random.between(1, 20)) {
         const std::string payload = random.bytes(size);
@@ -84,7 +84,7 @@ TEST(AIM_message_test, what_is_set_can_be_read_whatever_the_size) {
     }
 }
 
-TEST(AIM_message_test, payload_may_lie_in_the_buffer_of_the_frame) {
+TEST(AIM_message_test, payload_may_be_in_the_buffer_of_the_frame) {
     Random random;
     const std::string payload = random.bytes(1000);
     Buffer buffer(1100);
@@ -108,7 +108,7 @@ TEST(AIM_message_test, length_digits_are_written_for_payloads_up_to_4089_bytes) 
     }
 }
 
-TEST(AIM_message_test, buffer_that_is_too_small_stays_as_it_is) {
+TEST(AIM_message_test, buffer_that_is_too_small_is_left_unchanged) {
     for (const unsigned size : {4U, 100U, 0xFFFFFFF8U, 0xFFFFFFFFU}) {
         Buffer buffer(11);
         buffer.message.set('1', bytes_of("abcd"), size);
@@ -116,14 +116,14 @@ TEST(AIM_message_test, buffer_that_is_too_small_stays_as_it_is) {
     }
 }
 
-TEST(AIM_message_test, buffer_serves_for_a_longer_frame_after_a_shorter_one) {
+TEST(AIM_message_test, buffer_can_hold_a_longer_frame_after_a_shorter_one) {
     Buffer buffer(16);
     buffer.set('1', "a");
     buffer.set('2', "abcdefgh");
     EXPECT_EQ(in_use(buffer.message), expected_frame('2', "abcdefgh"));
 }
 
-TEST(AIM_message_test, payload_may_lie_in_the_buffer_itself) {
+TEST(AIM_message_test, payload_may_be_at_the_start_of_the_buffer) {
     Buffer buffer(64);
     const std::string payload = "0123456789";
     std::copy(payload.begin(), payload.end(), buffer.bytes.begin());
@@ -131,23 +131,23 @@ TEST(AIM_message_test, payload_may_lie_in_the_buffer_itself) {
     EXPECT_EQ(std::string(buffer.message.get_data(), buffer.message.get_data() + 10), payload);
 }
 
-TEST(AIM_message_test, steps_write_their_bytes_only) {
+TEST(AIM_message_test, each_step_writes_only_its_bytes) {
     Buffer buffer(13);
-    const auto now = [&buffer] { return in_use(buffer.message); };
+    const auto content = [&buffer] { return in_use(buffer.message); };
     buffer.message._set_header();
-    EXPECT_EQ(now(), ">>###########");
+    EXPECT_EQ(content(), ">>###########");
     buffer.message._set_len(4093);
-    EXPECT_EQ(now(), ">>###########");
+    EXPECT_EQ(content(), ">>###########");
     buffer.message._set_len(4092);
-    EXPECT_EQ(now(), ">>FFC########");
+    EXPECT_EQ(content(), ">>FFC########");
     buffer.message._set_chan('c');
-    EXPECT_EQ(now(), ">>FFCc#######");
+    EXPECT_EQ(content(), ">>FFCc#######");
     buffer.message._set_data(bytes_of("xyz"), 3);
-    EXPECT_EQ(now(), ">>FFCcxyz####");
+    EXPECT_EQ(content(), ">>FFCcxyz####");
     buffer.message._set_checksum(3);
-    EXPECT_EQ(now().substr(0, 9), ">>FFCcxyz");
-    EXPECT_NE(now()[9], '#');
-    EXPECT_EQ(now().substr(11), "##");
+    EXPECT_EQ(content().substr(0, 9), ">>FFCcxyz");
+    EXPECT_NE(content()[9], '#');
+    EXPECT_EQ(content().substr(11), "##");
 }
 
 TEST(AIM_message_test, view_of_a_received_frame_shares_its_bytes) {

@@ -21,9 +21,9 @@ constexpr int timeout_ms = 500;
 
 class Line_adapter : public testing::Test {
   protected:
-    /// What is released now.
+    /// The bytes that are released now.
     std::string released() { return take_buffered(adapter); }
-    /// A release at this moment, so that the time-out runs from here.
+    /// Causes a release now, so that the time-out begins now.
     void release_something() {
         inner.receive("\rstart\r");
         EXPECT_EQ(released(), "\rstart\r");
@@ -38,7 +38,7 @@ TEST_F(Line_adapter, is_named_as_a_plain_stream) {
     EXPECT_EQ(adapter.get_description(), plain_description(adapter));
 }
 
-TEST_F(Line_adapter, line_is_released_when_its_end_has_come) {
+TEST_F(Line_adapter, line_is_released_when_its_end_has_arrived) {
     inner.receive("abc");
     EXPECT_EQ(adapter.bytes_avail(), 0U);
     EXPECT_EQ(inner.bytes_avail(), 0U); // staged
@@ -46,14 +46,14 @@ TEST_F(Line_adapter, line_is_released_when_its_end_has_come) {
     EXPECT_EQ(released(), "abcd\r\n");
 }
 
-TEST_F(Line_adapter, each_line_end_will_do) {
+TEST_F(Line_adapter, each_kind_of_line_end_completes_a_line) {
     for (const char* end : {"\r", "\n", "\r\n", "\n\r", "\r\r\n\n"}) {
         inner.receive(std::string("abc") + end);
         EXPECT_EQ(released(), std::string("abc") + end);
     }
 }
 
-TEST_F(Line_adapter, last_byte_of_a_line_end_stays_behind_when_the_next_line_has_begun) {
+TEST_F(Line_adapter, last_byte_of_a_line_end_stays_staged_when_the_next_line_has_begun) {
     inner.receive("abc\r\nd");
     EXPECT_EQ(released(), "abc\r");
     EXPECT_EQ(released(), "");
@@ -61,12 +61,12 @@ TEST_F(Line_adapter, last_byte_of_a_line_end_stays_behind_when_the_next_line_has
     EXPECT_EQ(released(), "\nd\r");
 }
 
-TEST_F(Line_adapter, line_end_of_one_byte_leads_the_next_line) {
+TEST_F(Line_adapter, line_end_of_one_byte_begins_the_next_line) {
     inner.receive("abc\rdef\rghi\r");
     EXPECT_EQ(adapter.bytes_avail(), 3U);
     EXPECT_EQ(adapter[0], 'a');
-    EXPECT_EQ(adapter.bytes_avail(), 7U); // "abc" alone is no complete line, so the next one joins it
-    EXPECT_EQ(adapter.bytes_avail(), 7U); // CR and "def" follow: now there is one
+    EXPECT_EQ(adapter.bytes_avail(), 7U); // "abc" alone is not a complete line, so the next one is released, too
+    EXPECT_EQ(adapter.bytes_avail(), 7U); // with CR and "def" the ring holds a complete line
     adapter.drop(7);
     EXPECT_EQ(released(), "\rghi\r");
 }
@@ -78,7 +78,7 @@ TEST_F(Line_adapter, line_ends_alone_are_no_line) {
     EXPECT_EQ(released(), "\r\n\r\na\n");
 }
 
-TEST_F(Line_adapter, complete_line_keeps_the_next_one_back) {
+TEST_F(Line_adapter, no_line_is_released_while_a_complete_one_is_unread) {
     inner.receive("abc\r\n");
     EXPECT_EQ(adapter.bytes_avail(), 5U);
     inner.receive("def\r\n");
@@ -89,7 +89,7 @@ TEST_F(Line_adapter, complete_line_keeps_the_next_one_back) {
     EXPECT_EQ(released(), "def\r\n");
 }
 
-TEST_F(Line_adapter, incomplete_line_goes_out_after_the_time_out_since_construction) {
+TEST_F(Line_adapter, incomplete_line_is_released_after_the_time_out_since_construction) {
     inner.receive("abc");
     clock.advance(timeout_ms);
     EXPECT_EQ(released(), "");
@@ -97,7 +97,7 @@ TEST_F(Line_adapter, incomplete_line_goes_out_after_the_time_out_since_construct
     EXPECT_EQ(released(), "abc");
 }
 
-TEST_F(Line_adapter, incomplete_line_goes_out_after_the_time_out_since_the_last_release) {
+TEST_F(Line_adapter, incomplete_line_is_released_after_the_time_out_since_the_last_release) {
     clock.advance(timeout_ms);
     release_something();
     inner.receive("abc");
@@ -105,21 +105,21 @@ TEST_F(Line_adapter, incomplete_line_goes_out_after_the_time_out_since_the_last_
     EXPECT_EQ(released(), "");
     clock.advance(1);
     EXPECT_EQ(released(), "abc");
-    inner.receive("de"); // its time runs from that release
+    inner.receive("de"); // the time-out begins with that release
     clock.advance(timeout_ms);
     EXPECT_EQ(released(), "");
     clock.advance(1);
     EXPECT_EQ(released(), "de");
 }
 
-TEST_F(Line_adapter, time_out_that_finds_nothing_does_not_start_anew) {
+TEST_F(Line_adapter, time_out_without_staged_bytes_does_not_restart) {
     clock.advance(timeout_ms + 1);
     EXPECT_EQ(released(), "");
     inner.receive("abc");
     EXPECT_EQ(released(), "abc");
 }
 
-TEST_F(Line_adapter, negative_time_out_holds_nothing_back) {
+TEST_F(Line_adapter, negative_time_out_releases_everything_at_once) {
     for (const int ms : {-1, std::numeric_limits<int>::min()}) {
         Line_data_stream_adapter impatient(ms, &inner);
         inner.receive("abc");
@@ -127,7 +127,7 @@ TEST_F(Line_adapter, negative_time_out_holds_nothing_back) {
     }
 }
 
-TEST_F(Line_adapter, clock_that_goes_back_holds_lines_back) {
+TEST_F(Line_adapter, clock_that_goes_back_delays_incomplete_lines) {
     inner.receive("abc");
     clock.advance(-10000);
     EXPECT_EQ(released(), "");
@@ -140,7 +140,7 @@ TEST_F(Line_adapter, full_staging_ring_waits_for_the_time_out_even_with_lines_in
     EXPECT_EQ(adapter.bytes_avail(), 0U);
     inner.receive("more");
     EXPECT_EQ(adapter.bytes_avail(), 0U);
-    EXPECT_EQ(inner.buffered(), "more"); // no room: stays there
+    EXPECT_EQ(inner.buffered(), "more"); // does not fit
     clock.advance(timeout_ms + 1);
     EXPECT_EQ(adapter.bytes_avail(), capacity);
     std::string taken(capacity, '\0');
@@ -151,19 +151,19 @@ TEST_F(Line_adapter, full_staging_ring_waits_for_the_time_out_even_with_lines_in
     EXPECT_EQ(released(), "more");
 }
 
-TEST_F(Line_adapter, staging_ring_that_is_one_short_of_full_yields_its_line) {
+TEST_F(Line_adapter, staging_ring_with_one_free_byte_yields_its_line) {
     inner.receive(std::string(capacity - 2, 'a') + "\n");
     EXPECT_EQ(adapter.bytes_avail(), capacity - 1);
 }
 
-TEST_F(Line_adapter, what_finds_no_room_at_its_release_is_lost) {
+TEST_F(Line_adapter, bytes_that_do_not_fit_when_released_are_lost) {
     inner.receive(std::string(capacity - 2, 'a'));
     clock.advance(timeout_ms + 1);
     EXPECT_EQ(adapter.bytes_avail(), capacity - 2);
     inner.receive("123\n");
     EXPECT_EQ(adapter.bytes_avail(), capacity);
     EXPECT_EQ(adapter[capacity - 1], '2');
-    inner.receive("xyz\n"); // a full ring holds no complete line, so this one is released, and lost, too
+    inner.receive("xyz\n"); // a full ring yields no line, so this one is released and lost, too
     EXPECT_EQ(adapter.bytes_avail(), capacity);
     EXPECT_EQ(inner.bytes_avail(), 0U);
     adapter.drop_all();
@@ -180,7 +180,7 @@ TEST_F(Line_adapter, peeking_and_index_refill) {
     EXPECT_EQ(adapter[0], 'x');
 }
 
-TEST_F(Line_adapter, fetch_compares_with_all_that_is_in_the_ring) {
+TEST_F(Line_adapter, fetch_counts_all_bytes_in_the_ring) {
     inner.receive("abc\n");
     EXPECT_EQ(adapter._get_data(4), 1);
     EXPECT_EQ(adapter._get_data(5), 0);
@@ -200,13 +200,13 @@ TEST_F(Line_adapter, string_avail_finds_one_line_after_the_other) {
     EXPECT_EQ(adapter.string_avail(), 6U);
 }
 
-TEST_F(Line_adapter, drop_of_more_than_there_is_refills_once_and_drops_nothing) {
+TEST_F(Line_adapter, drop_of_more_than_buffered_refills_once_and_drops_nothing) {
     inner.receive("abc\n");
     adapter.drop(10);
     EXPECT_EQ(released(), "abc\n");
 }
 
-TEST_F(Line_adapter, drop_all_spares_what_is_staged) {
+TEST_F(Line_adapter, drop_all_keeps_staged_bytes) {
     inner.receive("abc\rdef\n");
     EXPECT_EQ(adapter.bytes_avail(), 3U);
     adapter.drop_all();
@@ -220,8 +220,8 @@ TEST_F(Line_adapter, does_not_make_the_inner_stream_fetch) {
     EXPECT_TRUE(inner.fetches.empty());
 }
 
-TEST_F(Line_adapter, takes_nothing_from_the_heap_to_read) {
-    adapter.drop_all(); // the debug printer's first use makes it
+TEST_F(Line_adapter, reading_needs_no_heap) {
+    adapter.drop_all(); // the debug printer is constructed at its first use
     inner.receive("abc\n");
     unsigned char bytes[4];
     const Allocation_counter allocations;
@@ -248,7 +248,7 @@ TEST_F(Line_adapter, writes_are_traced_by_the_inner_stream_when_that_traces) {
     EXPECT_EQ(debug.text_without_times(), "<time> WR(2)[ab] (2)\n");
 }
 
-TEST_F(Line_adapter, leaves_the_inner_stream_alone_at_the_end) {
+TEST_F(Line_adapter, destructor_leaves_the_inner_stream_unchanged) {
     {
         Line_data_stream_adapter another(timeout_ms, &inner);
         inner.receive("abc");
@@ -256,7 +256,7 @@ TEST_F(Line_adapter, leaves_the_inner_stream_alone_at_the_end) {
     EXPECT_EQ(inner.buffered(), "abc");
 }
 
-TEST_F(Line_adapter, refills_under_a_lock_that_a_derived_class_names) {
+TEST_F(Line_adapter, refills_under_the_lock_of_a_derived_class) {
     class Locked : public Line_data_stream_adapter {
       public:
         explicit Locked(Data_stream* inner_stream) : Line_data_stream_adapter(timeout_ms, inner_stream) {
@@ -264,17 +264,17 @@ TEST_F(Line_adapter, refills_under_a_lock_that_a_derived_class_names) {
         }
         Mutex mutex;
     };
-    /// An inner stream that looks whether the lock is held when it is asked.
+    /// An inner stream that records whether the lock is held when its bytes are counted.
     class Watching : public Scripted_stream {
       public:
         unsigned int bytes_avail() override {
-            asked_unlocked |= watched && watched->owner_thread() == nullptr;
-            ++asked;
+            counted_unlocked |= watched && watched->owner_thread() == nullptr;
+            ++counts;
             return Data_stream::bytes_avail();
         }
         const Mutex* watched = nullptr;
-        bool asked_unlocked = false;
-        int asked = 0;
+        bool counted_unlocked = false;
+        int counts = 0;
     } watching;
     Locked locked(&watching);
     watching.watched = &locked.mutex;
@@ -290,15 +290,15 @@ TEST_F(Line_adapter, refills_under_a_lock_that_a_derived_class_names) {
         [&] { EXPECT_EQ(locked[9], 0); }, // fetches with the lock held
     };
     for (const auto& operation : operations) {
-        watching.asked = 0;
+        watching.counts = 0;
         operation();
-        EXPECT_GT(watching.asked, 0);
-        EXPECT_FALSE(watching.asked_unlocked);
+        EXPECT_GT(watching.counts, 0);
+        EXPECT_FALSE(watching.counted_unlocked);
         EXPECT_EQ(locked.mutex.owner_thread(), nullptr);
     }
 }
 
-TEST_F(Line_adapter, traces_what_it_does) {
+TEST_F(Line_adapter, traces_staging_and_forwarding) {
     const Enabled_category traces(105);
     Captured_debug debug;
     inner.receive("ab\tc");
@@ -320,7 +320,7 @@ TEST_F(Line_adapter, traces_drop_all) {
     EXPECT_EQ(debug.text_without_times(), "<time> Line adaptor: drop_all.\n");
 }
 
-TEST_F(Line_adapter, says_that_it_forwards_even_when_there_is_nothing) {
+TEST_F(Line_adapter, traces_forwarding_even_without_staged_bytes) {
     const Enabled_category traces(105);
     Captured_debug debug;
     clock.advance(timeout_ms + 1);
@@ -337,7 +337,7 @@ TEST_F(Line_adapter, prints_nothing_without_the_category) {
     EXPECT_EQ(debug.text(), "");
 }
 
-/// The rules over plain strings.
+/// The same rules on strings.
 struct Line_model {
     static unsigned end_of_line(const std::string& bytes) {
         if (bytes.size() == capacity)
@@ -370,14 +370,14 @@ struct Line_model {
     int now = 0, last_release = 0;
 };
 
-TEST_F(Line_adapter, releases_what_the_model_says_for_random_text) {
+TEST_F(Line_adapter, adapter_and_model_agree_on_random_text) {
     Random random;
     Line_model model;
     for (int step = 0; step < 20000; ++step) {
         std::string piece;
-        const unsigned room = capacity - inner.bytes_avail();
+        const unsigned free_space = capacity - inner.bytes_avail();
         const unsigned longest = random.one_in(50) ? 3000 : 12;
-        for (unsigned count = random.between(0, std::min(room, longest)); count != 0; --count)
+        for (unsigned count = random.between(0, std::min(free_space, longest)); count != 0; --count)
             piece += random.one_in(longest == 12 ? 4 : 2000) ? "\r\n"[random.between(0, 1)] : 'x';
         inner.receive(piece);
         model.inner += piece;

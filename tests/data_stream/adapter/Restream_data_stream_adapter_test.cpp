@@ -43,7 +43,7 @@ TEST_F(Restream, peeking_moves_first) {
     EXPECT_EQ(adapter.bytes_avail(), 3U);
 }
 
-TEST_F(Restream, index_finds_what_the_inner_stream_has) {
+TEST_F(Restream, index_reads_bytes_of_the_inner_stream) {
     inner.receive("abc");
     EXPECT_EQ(adapter[2], 'c');
 }
@@ -53,11 +53,11 @@ TEST_F(Restream, dropping_moves_before_and_after) {
     adapter.drop(2);
     EXPECT_EQ(take_buffered(adapter), "c");
     inner.receive("def");
-    adapter.drop(100); // a fetch always claims success, so all there is goes
+    adapter.drop(100); // a fetch always reports success, so all bytes are dropped
     EXPECT_EQ(adapter.bytes_avail(), 0U);
 }
 
-TEST_F(Restream, drop_all_takes_what_the_inner_stream_holds_too) {
+TEST_F(Restream, drop_all_also_drops_bytes_of_the_inner_stream) {
     adapter.bytes_avail();
     inner.receive("abc");
     adapter.drop_all();
@@ -65,7 +65,7 @@ TEST_F(Restream, drop_all_takes_what_the_inner_stream_holds_too) {
     EXPECT_EQ(adapter.bytes_avail(), 0U);
 }
 
-TEST_F(Restream, fetch_says_1_whatever_is_asked_for) {
+TEST_F(Restream, fetch_returns_1_for_every_count) {
     for (const int n : {100, 1, 0, -1})
         EXPECT_EQ(adapter.get_data(n), 1);
     EXPECT_EQ(adapter.bytes_avail(100U), 1);
@@ -98,7 +98,7 @@ TEST_F(Restream, full_ring_leaves_the_rest_in_the_inner_stream) {
     EXPECT_EQ(taken, bytes);
 }
 
-TEST_F(Restream, drop_all_of_a_full_ring_brings_the_rest) {
+TEST_F(Restream, drop_all_of_a_full_ring_moves_the_rest) {
     inner.receive(std::string(capacity, 'a'));
     EXPECT_EQ(adapter.bytes_avail(), capacity);
     inner.receive("xyz");
@@ -107,7 +107,7 @@ TEST_F(Restream, drop_all_of_a_full_ring_brings_the_rest) {
     EXPECT_EQ(take_buffered(adapter), "xyz");
 }
 
-TEST_F(Restream, drop_from_a_full_ring_brings_as_much_as_there_is_room_for) {
+TEST_F(Restream, drop_from_a_full_ring_moves_as_many_bytes_as_fit) {
     inner.receive(std::string(capacity, 'a'));
     EXPECT_EQ(adapter.bytes_avail(), capacity);
     inner.receive("xyz");
@@ -134,7 +134,7 @@ TEST_F(Restream, nothing_is_lost_or_reordered_over_many_wraps) {
     EXPECT_EQ(taken, sent);
 }
 
-TEST_F(Restream, takes_nothing_from_the_heap_to_read) {
+TEST_F(Restream, reading_needs_no_heap) {
     inner.receive("abc\n");
     unsigned char bytes[4];
     const Allocation_counter allocations;
@@ -151,7 +151,7 @@ TEST_F(Restream, writes_reach_the_inner_stream_unchanged) {
     EXPECT_EQ(inner.written, bytes);
 }
 
-TEST_F(Restream, writes_return_what_the_inner_stream_says) {
+TEST_F(Restream, writes_return_the_result_of_the_inner_stream) {
     for (const int result : {-1, 0, 2}) {
         inner.on_write = [result](const unsigned char*, unsigned) { return result; };
         EXPECT_EQ(adapter._write(bytes_of("abc"), 3), result);
@@ -166,7 +166,7 @@ TEST_F(Restream, writes_are_traced_by_the_inner_stream_when_that_traces) {
     EXPECT_EQ(debug.text_without_times(), "<time> WR(2)[ab] (2)\n");
 }
 
-TEST_F(Restream, leaves_the_inner_stream_alone_at_the_end) {
+TEST_F(Restream, destructor_leaves_the_inner_stream_unchanged) {
     {
         Restream_data_stream_adapter another(&inner);
         inner.receive("abc");
@@ -174,13 +174,13 @@ TEST_F(Restream, leaves_the_inner_stream_alone_at_the_end) {
     EXPECT_EQ(inner.buffered(), "abc");
 }
 
-TEST_F(Restream, works_over_another_one) {
+TEST_F(Restream, works_over_another_restream_adapter) {
     Restream_data_stream_adapter second(&adapter);
     inner.receive("abc");
     EXPECT_EQ(take_buffered(second), "abc");
 }
 
-TEST_F(Restream, serves_under_a_lock_that_a_derived_class_names) {
+TEST_F(Restream, reads_under_the_lock_of_a_derived_class) {
     class Locked : public Restream_data_stream_adapter {
       public:
         explicit Locked(Data_stream* inner_stream) : Restream_data_stream_adapter(inner_stream) {

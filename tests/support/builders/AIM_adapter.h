@@ -14,38 +14,38 @@
 #include <memory>
 #include <string>
 
-/// An AIM frame as it comes in.
+/// An AIM frame as it is received.
 inline std::string aim_frame(const std::string& payload, char channel = '1') {
     return build_frame(">>", channel + payload, Checksum::text);
 }
 
-/// The ring of a stream, for a test that puts bytes into it past the frames.
+/// Access to the ring of a stream, for a test that appends bytes to it without frames.
 class Ring : public Data_stream {
   public:
     static Cbuf_templ<unsigned char>& of(Data_stream& stream) { return stream.*(&Ring::rx_buffer); }
 };
 
-/// An adapter over a raw stream whose bytes the test pushes: `push` announces them, so the adapter's loop takes them;
-/// `receive` does not, so that a reader must.
+/// An adapter over a raw stream whose bytes the test supplies: `push` sends an event, so that the adapter's loop takes
+/// the frames; `receive` sends none, so that a reader takes them.
 class AIM_adapter : public testing::Test {
   protected:
     AIM_adapter() { adapter.reg_rx_waiter(rx, false); }
 
-    /// Everything readable, frame after frame.
+    /// Reads at least `count` bytes, frame by frame.
     std::string receive(unsigned count) {
         std::string bytes;
         EXPECT_TRUE(eventually([&] {
             bytes += take_buffered(adapter);
             return bytes.size() >= count;
         })) << "only "
-            << bytes.size() << " bytes came";
+            << bytes.size() << " bytes received";
         return bytes;
     }
-    /// Puts bytes into the ring past the frames; the lock is held.
+    /// Appends bytes to the ring without a frame; the caller holds the lock.
     void put(const std::string& bytes) {
         Ring::of(adapter).append(bytes_of(bytes), static_cast<unsigned>(bytes.size()));
     }
-    /// What a reader finds without any help of the loop's.
+    /// The bytes that a reader gets without the loop.
     std::string read_now() {
         std::string bytes;
         while (adapter.bytes_avail(1))

@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <string>
 
-/// What a checksummed file with this content holds.
+/// The bytes of a checksummed file with this content.
 inline std::string checksummed(const std::string& content) {
     char trailer[16];
     std::snprintf(trailer, sizeof trailer, "\nCRC32=%08X", crc32_by_definition(0x5CA1AB1E, content));

@@ -7,13 +7,13 @@
 #include <type_traits>
 #include <vector>
 
-/// The frame checksum, byte by byte as it is defined: rotate left by two bits, XOR the byte in; at the end rotate once
-/// more. 0 for no bytes. Owes nothing to the library.
+/// The frame checksum by its definition: for each byte rotate left by two bits and XOR the byte; at the end rotate once
+/// more. 0 for no bytes. Independent of the library.
 unsigned char frame_checksum(std::string_view bytes);
 
 enum class Checksum {
     binary, ///< one byte at the end of the body
-    text    ///< two upper-case hexadecimal digits at the end of the body; the "@" before them is the caller's
+    text    ///< two upper-case hexadecimal digits at the end of the body; the caller adds the "@" before them
 };
 
 /// A whole frame: identifier, three-digit length, `body`, checksum, `line_end`. `body` is without its checksum.
@@ -47,7 +47,7 @@ std::string le(Number number) {
     }
 }
 
-/// A frame in a buffer of exactly its size, so that a sanitizer sees every access past it.
+/// A frame in a buffer of exactly its size, so that a sanitizer detects every access past it.
 class Frame {
   public:
     explicit Frame(std::string_view bytes) : bytes_(bytes.begin(), bytes.end()) {}

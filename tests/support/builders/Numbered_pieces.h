@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 #include <string>
 
-/// What eight callers write side by side, each its own numbers in order: "a0", "a1", ... and "b0", "b1", ..., a line
-/// each. Finds out whether a file holds whole pieces in their order.
+/// The lines that eight callers write at the same time, each with its own numbers in order: "a0", "a1", ... and "b0",
+/// "b1", .... Checks that a file holds whole lines in their order.
 class Numbered_pieces {
   public:
     static constexpr int callers = 8;
@@ -14,23 +14,23 @@ class Numbered_pieces {
         return static_cast<char>('a' + caller) + std::to_string(number) + "\n";
     }
 
-    /// Takes the next file apart. Each caller's numbers have to grow from file to file, too.
+    /// Checks the next file. The numbers of each caller must also increase from file to file.
     void expect_whole_and_in_order(const std::string& content) {
         for (std::size_t at = 0; at < content.size();) {
             const std::size_t end = content.find('\n', at);
             ASSERT_NE(end, std::string::npos) << "a piece is never cut";
             const int caller = content[at] - 'a';
             ASSERT_TRUE(caller >= 0 && caller < callers) << content.substr(at, end - at);
-            int& before_this = last_.at(static_cast<std::size_t>(caller));
+            int& previous = last_.at(static_cast<std::size_t>(caller));
             const int number = std::stoi(content.substr(at + 1, end - at - 1));
-            EXPECT_GT(number, before_this) << "each caller's pieces stay in order";
-            before_this = number;
+            EXPECT_GT(number, previous) << "each caller's pieces stay in order";
+            previous = number;
             at = end + 1;
         }
         bytes_ += content.size();
     }
 
-    /// Of all files so far.
+    /// Bytes of all files so far.
     std::size_t bytes() const { return bytes_; }
 
   private:

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-/// What a parser handed out: a `Vesk_parser::Packet_kind` and the bytes.
+/// A packet that a parser delivered: a `Vesk_parser::Packet_kind` and the bytes.
 struct Packet {
     int kind;
     std::string bytes;
@@ -32,7 +32,7 @@ inline Packet acknowledgement(char byte) {
     return {Vesk_parser::acknowledgement, std::string(1, byte)};
 }
 
-/// Takes every packet that is complete. The buffer has exactly `size` bytes, so that sanitizers see one too many.
+/// Takes every packet that is complete. The buffer has exactly `size` bytes, so that sanitizers detect a write past it.
 inline std::vector<Packet> packets_of(Vesk_parser& parser, int size = Vesk_parser::largest_packet) {
     std::vector<Packet> packets;
     std::vector<unsigned char> buffer(static_cast<std::size_t>(size));

@@ -4,7 +4,7 @@
 #include <random>
 #include <string>
 
-/// Random numbers whose seed is in the test's output, so that a failure can be repeated: set GLUE_TEST_SEED to it.
+/// Random numbers. The test prints the seed; to repeat a failure, set GLUE_TEST_SEED to it.
 class Random {
   public:
     Random();
@@ -22,5 +22,5 @@ class Random {
     std::mt19937 engine_;
 };
 
-/// As many bytes as asked for out of a few random ones: much faster than that many random ones.
+/// `count` bytes that repeat `bytes`: much faster than as many random ones.
 std::string repeated(const std::string& bytes, std::size_t count);

@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <string>
 
-/// Random receiver traffic, element by element: frames, replies, noise, stray NULs, and damage to all of it.
+/// Random traffic of a receiver, element by element: frames, replies, noise, single NULs, and damaged ones of these.
 class Receiver_traffic {
   public:
     explicit Receiver_traffic(Random& random) : random_(random) {}
@@ -37,16 +37,16 @@ class Receiver_traffic {
     }
 
     std::string damaged(std::string bytes) {
-        const std::size_t place = random_.between(0, static_cast<unsigned>(bytes.size()) - 1);
+        const std::size_t offset = random_.between(0, static_cast<unsigned>(bytes.size()) - 1);
         switch (random_.between(0, 2)) {
         case 0:
-            bytes[place] = static_cast<char>(random_.byte());
+            bytes[offset] = static_cast<char>(random_.byte());
             break;
         case 1:
-            bytes.erase(place, 1);
+            bytes.erase(offset, 1);
             break;
         default:
-            bytes.insert(place, 1, bytes[place]);
+            bytes.insert(offset, 1, bytes[offset]);
         }
         return bytes;
     }

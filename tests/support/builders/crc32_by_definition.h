@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string_view>
 
-/// The common CRC-32, bit by bit as its definition says, continued from `crc`.
+/// The common CRC-32, bit by bit by its definition, continued from `crc`.
 inline std::uint32_t crc32_by_definition(std::uint32_t crc, std::string_view bytes) {
     crc = ~crc;
     for (const char byte : bytes) {

@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <string>
 
-/// A formatted text cut to what a stream's description holds.
+/// A formatted text, cut to the size of a stream's description.
 __attribute__((format(printf, 1, 2))) inline std::string cut_description(const char* format, ...) {
     char text[Data_stream::description_size];
     va_list arguments;

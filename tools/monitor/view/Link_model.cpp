@@ -14,7 +14,7 @@ namespace {
 using namespace GNSS_messages;
 using TIM_messages::Msg_GS;
 
-constexpr unsigned char accepted = 0x06;
+constexpr unsigned char accepted = Vesk_parser::accepted_byte;
 constexpr int longest_text = 512; // what is longer is cut: no screen is wider
 
 /// A text as one line: without its line end, other unprintable bytes as points.
