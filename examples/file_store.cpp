@@ -1,4 +1,4 @@
-// Counts a unit's starts in a file store and reports each there; the store is small, and gets full:
+// Counts the starts of a unit in a file store, and adds each to a report there. The store is small and becomes full:
 // file_store DIRECTORY
 #include <glue/NV_store/NV_number.h>
 #include <glue/NV_store/NV_pcfile_iterator.h>
@@ -19,7 +19,8 @@ struct Settings : NV_root {
     NV_number<unsigned, 6> starts{this, 1, 0, "starts"};
 };
 
-static bool got_full(waiter_descriptor& waiter) {
+/// Whether the store has notified us that it is full.
+static bool is_full(waiter_descriptor& waiter) {
     bool full = false;
     for (waiter_event event; waiter.get_event(event, Atime::now()) == 0;)
         full = full || PCFile_data_stream::is_event(event);
@@ -28,19 +29,19 @@ static bool got_full(waiter_descriptor& waiter) {
 
 static void save(Settings& settings, NV_iterator& file, NV_iterator::modes_t mode) {
     file.set_mode(mode);
-    settings.serialise(&file); // success says nothing of the store: the waiter hears of that
+    settings.serialise(&file); // its result does not include the store: that notifies the waiter
     file.set_mode(NV_iterator::closed);
 }
 
-/// A write without room for it ends the process, so a report asks before.
-static void report(const char* text, unsigned length) {
+/// A write that does not fit ends the process, so this checks the free space first.
+static bool report(const char* text, unsigned length) {
     unsigned used = 0, total = 0;
     PCFile_data_stream file;
     if (!PCFile_data_stream::get_free_space(used, total) || total - used < length ||
         file.open_write("report", attempts) != PCFile_data_stream::success)
-        return;
+        return false;
     file.printf("%s", text);
-    file.close_write();
+    return file.close_write() == PCFile_data_stream::success;
 }
 
 static void print_file(const char* name) {
@@ -67,15 +68,16 @@ int main(int argc, char** argv) {
     file.set_mode(NV_iterator::reading);
     const bool intact = load_all(settings, file).intact;
     settings.starts++;
-    // Behind what is damaged nothing would be found again.
+    // Nothing after a damaged record would be loaded again.
     save(settings, file, intact ? NV_iterator::appending_changed : NV_iterator::writing_all);
-    if (got_full(waiter)) {
+    if (is_full(waiter)) {
         std::puts("full: the report makes room");
         PCFile_data_stream::remove("report");
-        save(settings, file, NV_iterator::writing_all); // what was appended is one record again
+        save(settings, file, NV_iterator::writing_all); // one record instead of the appended ones
     }
     char text[30];
-    report(text, static_cast<unsigned>(std::snprintf(text, sizeof text, "start %u\n", settings.starts.get())));
+    if (!report(text, static_cast<unsigned>(std::snprintf(text, sizeof text, "start %u\n", settings.starts.get()))))
+        std::puts("not reported");
 
     unsigned used = 0, total = 0;
     PCFile_data_stream::get_free_space(used, total);

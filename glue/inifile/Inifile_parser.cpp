@@ -1,16 +1,20 @@
 #include <glue/inifile/Inifile_parser.h>
 
+#include "detail/line_end.h"
+
 #include <glue/data_stream/Data_stream.h>
 #include <glue/inifile/Inifile_record.h>
 
 #include <algorithm>
+
+using glue_detail::ends_line;
 
 namespace {
 
 constexpr unsigned char cr = '\r';
 constexpr unsigned char lf = '\n';
 
-constexpr unsigned int longest_line = 4197; // what a stream's ring holds, with room to see the line's end
+constexpr unsigned int longest_line = 4197; // a stream's ring holds it together with its end
 
 } // namespace
 
@@ -26,28 +30,35 @@ void Inifile_parser::init(Data_stream* stream) {
 void Inifile_parser::init() {
     stream_->drop_all();
     position_ = 0;
+    second_half_ = 0;
 }
 
-/// Some fetches claim success and bring nothing: what counts is what is there.
+/// Some fetches report success and add nothing: only what is buffered afterwards counts.
 bool Inifile_parser::has_byte(unsigned int offset) {
     return stream_->bytes_avail() > offset || (stream_->bytes_avail(offset + 1) && stream_->bytes_avail() > offset);
 }
 
 bool Inifile_parser::is_newline(int offset) {
-    const auto place = static_cast<unsigned int>(offset);
-    if (offset < 0 || !has_byte(place))
-        return false;
-    const unsigned char byte = (*stream_)[place];
-    return byte == cr || byte == lf;
+    const auto position = static_cast<unsigned int>(offset);
+    return offset >= 0 && has_byte(position) && ends_line((*stream_)[position]);
 }
 
-/// Moves the position to where the line ends. \return false when it does not yet
+/// Drops the second half of the last line end if it is the next byte.
+void Inifile_parser::skip_second_half() {
+    if (second_half_ == 0 || !has_byte(0))
+        return;
+    if ((*stream_)[0] == second_half_)
+        stream_->drop(1);
+    second_half_ = 0;
+}
+
+/// Moves the position to the end of the line. \return false when the line does not end yet
 bool Inifile_parser::find_end(unsigned int longest, bool take_partial) {
-    position_ = std::min(position_, longest); // the buffer may have been larger when the line was looked at
+    position_ = std::min(position_, longest); // the last call may have had a larger buffer
     if (position_ > stream_->bytes_avail())
-        position_ = 0; // somebody else took bytes out of the stream
+        position_ = 0; // another consumer has taken bytes
     while (has_byte(position_)) {
-        if (is_newline(static_cast<int>(position_)) || position_ >= longest)
+        if (ends_line((*stream_)[position_]) || position_ >= longest)
             return true;
         ++position_;
     }
@@ -55,6 +66,7 @@ bool Inifile_parser::find_end(unsigned int longest, bool take_partial) {
 }
 
 int Inifile_parser::take_line(unsigned char* buf, unsigned int longest, int& len, bool take_partial) {
+    skip_second_half();
     if (!find_end(std::min(longest, longest_line), take_partial))
         return 0;
     const unsigned int length = position_;
@@ -66,14 +78,14 @@ int Inifile_parser::take_line(unsigned char* buf, unsigned int longest, int& len
     return take_line_end() ? 1 : 2;
 }
 
-/// Takes CR or LF, and the other one if it follows. \return whether there was one
+/// Drops the line end that is buffered, or its first half. Fetches nothing. \return whether there was one
 bool Inifile_parser::take_line_end() {
-    if (!is_newline(0))
+    if (stream_->bytes_avail() == 0 || !ends_line((*stream_)[0]))
         return false;
-    const unsigned char first = (*stream_)[0];
+    second_half_ = (*stream_)[0] == cr ? lf : cr;
     stream_->drop(1);
-    if (is_newline(0) && (*stream_)[0] != first)
-        stream_->drop(1);
+    if (stream_->bytes_avail() > 0)
+        skip_second_half();
     return true;
 }
 

@@ -1,9 +1,10 @@
 #include <glue/inifile/Inifile_record.h>
 
+#include "detail/white_space.h"
+
 #include <glue/data_stream/Data_stream.h>
 
 #include <algorithm>
-#include <cctype>
 #include <charconv>
 #include <clocale>
 #include <cmath>
@@ -13,6 +14,9 @@
 #include <limits>
 #include <string_view>
 
+using glue_detail::is_white_space;
+using glue_detail::skip_white_space;
+
 namespace {
 
 using Longs = std::numeric_limits<std::int32_t>;
@@ -21,19 +25,9 @@ using Ulongs = std::numeric_limits<std::uint32_t>;
 constexpr std::string_view array_begin = "\"@ByteArray({";
 constexpr std::string_view array_end = "})\"";
 
-bool is_space(char character) {
-    return std::isspace(static_cast<unsigned char>(character)) != 0;
-}
-
-char* skip_space(char* text) {
-    while (is_space(*text))
-        ++text;
-    return text;
-}
-
-/// Ends the text that begins at `begin` before the white space in front of `end`.
-void cut_space_before(char* end, const char* begin) {
-    while (end > begin && is_space(end[-1]))
+/// Cuts off the white space at the end of a text: `end` is its NUL.
+void trim_end(char* end, const char* begin) {
+    while (end > begin && is_white_space(end[-1]))
         *--end = '\0';
 }
 
@@ -135,7 +129,7 @@ void Inifile_record::parse() {
     line_length = static_cast<std::uint32_t>(std::strlen(text));
     if (parse_section())
         return;
-    char* const begin = skip_space(text);
+    char* const begin = skip_white_space(text);
     if (*begin == '\0' || *begin == '#') {
         type = *begin == '#' ? type_comment : type_blank;
         return;
@@ -144,8 +138,8 @@ void Inifile_record::parse() {
     if (!equals)
         return;
     *equals = '\0';
-    cut_space_before(equals, text);
-    value_text = skip_space(equals + 1);
+    trim_end(equals, text);
+    value_text = skip_white_space(equals + 1);
     parse_value();
 }
 

@@ -13,13 +13,14 @@ bool exists(const std::string& path) {
     return stat(path.c_str(), &status) == 0;
 }
 
+/// Appends a character unless the text ends with it.
 void end_with(std::string& text, char character) {
     if (text.empty() || text.back() != character)
         text += character;
 }
 
 /// Whole seconds, UTC.
-std::string present_moment() {
+std::string present_time() {
     timeval now{};
     gettimeofday(&now, nullptr);
     std::tm broken_down{};
@@ -43,8 +44,8 @@ std::string Log_file_naming::prefix() const {
     return text;
 }
 
-std::string Log_file_naming::free_path() const {
-    const std::string stem = prefix() + present_moment();
+std::string Log_file_naming::unused_path() const {
+    const std::string stem = prefix() + present_time();
     std::string path = stem + ".log";
     for (unsigned k = 0; exists(path); ++k) {
         char end[32];
@@ -58,7 +59,7 @@ std::shared_ptr<Log_file> Log_file::open(const std::string& path) {
     std::FILE* const file = std::fopen(path.c_str(), "w+e");
     if (!file)
         return nullptr;
-    // What is written comes in large pieces, and what a full disk refuses is to be known at once.
+    // The pieces are large, and a write that a full disk refuses must fail at once.
     std::setvbuf(file, nullptr, _IONBF, 0);
     return std::shared_ptr<Log_file>(new Log_file(path, file));
 }
@@ -70,9 +71,7 @@ std::size_t Log_file::write(const unsigned char* bytes, std::size_t count) {
     return written;
 }
 
-bool Log_file::flush() {
-    if (std::fflush(file_.get()) == 0)
-        return true;
-    std::perror(write_failure);
-    return false;
+void Log_file::flush() {
+    if (std::fflush(file_.get()) != 0)
+        std::perror(write_failure);
 }

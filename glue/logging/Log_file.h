@@ -5,30 +5,30 @@
 #include <memory>
 #include <string>
 
-/// What a source's files are called.
+/// The names of a source's files.
 struct Log_file_naming {
     std::string directory;
     std::string name;
     std::string suffix;
 
-    /// The directory with its "/". That of an empty text is the root, on purpose: it is where the files are opened.
+    /// The directory with its "/". On purpose an empty text is the root: that is where the files are opened.
     std::string folder() const;
-    /// Path and name up to the time: what all files of the source begin with.
+    /// Path and name up to the time: all files of the source begin with it.
     std::string prefix() const;
-    /// A path for the present moment that does not exist yet.
-    std::string free_path() const;
+    /// A path for the present time that does not exist yet.
+    std::string unused_path() const;
 };
 
-/// A log file that is open. Closed by its last owner.
+/// An open log file. Its last owner closes it.
 class Log_file {
   public:
-    /// \return null when it cannot be opened; `errno` says why
+    /// \return null when it cannot be opened; `errno` has the reason
     static std::shared_ptr<Log_file> open(const std::string& path);
 
-    /// Writes all of it, or says why not on standard error. \return how much went out
+    /// Writes all bytes, or reports on standard error why it cannot. \return the bytes written
     std::size_t write(const unsigned char* bytes, std::size_t count);
-    /// Hands what is buffered to the system. \return whether that worked; what did not is told of on standard error
-    bool flush();
+    /// Passes buffered bytes to the system. A failure is reported on standard error.
+    void flush();
 
     const std::string& path() const { return path_; }
 

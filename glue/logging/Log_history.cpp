@@ -13,7 +13,7 @@ void Log_history::drop_oldest() {
         newest_ = nullptr;
 }
 
-/// The newest entry when it has this key, else a new one.
+/// The newest entry if it has this key, else a new one.
 Log_history::Entry& Log_history::entry_for(std::int64_t key) {
     if (newest_ && newest_->key == key)
         return *newest_;

@@ -6,26 +6,26 @@
 #include <functional>
 #include <memory>
 
-/// The most recent stretch of a source's traffic: bytes in one ring, and in another how many of them belong to which
-/// moment. Not synchronised.
+/// The most recent traffic of a source: the bytes in one ring, and in another how many of them belong to which moment.
+/// Not synchronised.
 class Log_history {
   public:
     static constexpr unsigned most_entries = 100;
 
-    /// Forgets everything and begins anew.
-    /// \param keeps_moments  false: nothing is kept at all
-    /// \param bytes          how many are kept at most
+    /// Drops everything and sets the capacity.
+    /// \param keeps_moments  false: nothing is kept
+    /// \param bytes          the most that are kept
     void resize(bool keeps_moments, unsigned bytes);
 
     bool keeps_moments() const { return entries_ != nullptr; }
     unsigned size() const { return data_ ? data_->size() : 0; }
 
-    /// Drops what is older than `oldest`, makes room, and keeps the bytes.
-    /// \param key  the moment they belong to
-    /// \return false, with the bytes dropped, when they can never fit
+    /// Drops bytes older than `oldest`, then as many as the new bytes need, and appends these.
+    /// \param key  the moment that the new bytes belong to
+    /// \return false, with nothing appended, when they can never fit
     bool add(std::int64_t key, std::int64_t oldest, const unsigned char* bytes, unsigned count);
 
-    /// Hands all bytes over, oldest first, in one piece or two, and forgets them.
+    /// Passes all bytes to `use`, oldest first, in one piece or two, and drops them.
     void take(const std::function<void(const unsigned char*, unsigned)>& use);
 
   private:

@@ -7,7 +7,31 @@
 #include <algorithm>
 #include <cstdio>
 #include <unistd.h>
-#include <vector>
+
+// The states of a source, and where bytes that are logged go:
+//
+//     no_writer        into the history
+//        |
+//        | the first file is opened: the writer is started
+//        v
+//     logging          into the queue of the open file; without one, into the history      <-----+
+//        |   |                                                                                   |
+//        |   | flush(rotate): the open file is closed, the rotation's file is opened             |
+//        |   v                                                                                   |
+//        |  rotation_wanted   into the history                                                   |
+//        |   |                                                                                   |
+//        |   | the writer: the queue is empty, it has taken the file                             |
+//        |   v                                                                                   |
+//        |  rotating          dropped                                                            |
+//        |   |                                                                                   |
+//        |   | the writer: the history is written                                                |
+//        |   +-----------------------------------------------------------------------------------+
+//        |
+//        | the process exits and the queue is empty
+//        v
+//     ended            nobody writes them
+//
+// Only the writer leaves rotation_wanted and rotating. Until it has, enabling and configuring wait.
 
 namespace {
 
@@ -18,13 +42,6 @@ std::int64_t now_ms() {
     return Atime::now().units();
 }
 
-/// Keeps a semaphore that several may have posted at one.
-void post_once(QSemaphore& semaphore) {
-    semaphore.release();
-    while (semaphore.available() > 1 && semaphore.tryAcquire()) {
-    }
-}
-
 } // namespace
 
 void Log_source::set_period(unsigned ms) {
@@ -32,54 +49,49 @@ void Log_source::set_period(unsigned ms) {
         period_ms = ms;
 }
 
-// ---- What applications ask for ----
+// ---- The application's operations ----
 
 void Log_source::configure(bool direct, unsigned span, unsigned history_size, Log_file_naming naming, bool open_now) {
     Lock lock(mutex_);
-    progress_.wait(lock, [this] { return !busy_ && !rotation_wanted_; });
+    await_no_rotation(lock);
     if (history_.keeps_moments() != (span != 0) || history_size != history_size_)
         history_.resize(!direct && span != 0, direct ? 0 : history_size);
     naming_ = std::move(naming);
     configured_ = true;
     span_ = span;
     history_size_ = history_size;
-    resize_queue();
-    let_go_of_file();
+    queue_.resize(history_size + queue_beyond_history);
+    close_file();
     if (direct && open_now && open_file())
-        queue_history(); // there is one when a source that kept history has become direct with the same sizes
+        queue_history(); // of a source that kept history and has become direct with the same sizes
 }
 
 void Log_source::enable(bool on) {
     Lock lock(mutex_);
-    progress_.wait(lock, [this] { return !busy_ && !rotation_wanted_; });
+    await_no_rotation(lock);
     enabled_ = on;
-    if (on && configured_ && !file_ && open_file())
+    if (on && configured_ && !queue_.open_file() && open_file())
         queue_history();
 }
 
 bool Log_source::write(const unsigned char* bytes, unsigned count) {
-    if (busy_) {
+    if (is_busy()) {
         dropped_ += count;
         return enabled_;
     }
     if (!enabled_)
         return false;
     const Lock lock(mutex_);
-    const bool has_file = file_ && !rotation_wanted_;
-    const bool taken = !busy_ && (has_file ? queue(bytes, count) : keep(bytes, count));
-    if (!taken)
+    if (!append(bytes, count))
         dropped_ += count;
     return true;
 }
 
 void Log_source::flush(bool rotate) {
-    const Lock turn = rotate ? Lock(rotation_turn_) : Lock();
     Lock lock(mutex_);
-    if (!may_rotate())
-        return;
-    if (file_)
+    if (enabled_ && !rotation_pending() && queue_.open_file())
         flush_file(lock);
-    if (rotate && configured_ && may_rotate())
+    if (rotate)
         this->rotate(lock);
 }
 
@@ -104,97 +116,100 @@ logging_source_status Log_source::status() {
     const Lock lock(mutex_);
     logging_source_status status{};
     status.enabled = enabled_;
-    status.busy = busy_;
+    status.busy = is_busy();
     status.dropped = dropped_;
-    status.history_bytes = busy_ ? 0 : history_.size();
+    status.history_bytes = status.busy ? 0 : history_.size();
     status.queued = queued_ - written_;
-    if (file_) {
+    if (const auto& file = queue_.open_file()) {
         status.file_bytes = file_bytes_;
         status.file_age = static_cast<unsigned>(now_ms() - opened_at_);
-        file_->path().copy(status.path, sizeof status.path - 1);
+        file->path().copy(status.path, sizeof status.path - 1);
     }
     return status;
 }
 
+bool Log_source::end_writer() {
+    const Lock lock(mutex_, std::try_to_lock);
+    if (!lock)
+        return false; // perhaps a disk hangs while a file is opened
+    if (state_ == State::no_writer)
+        return true;
+    end_wanted_ = true;
+    changed_.notify_all();
+    return state_ == State::ended;
+}
+
 // ---- With the lock held ----
 
-/// The writer is there from the first file on. \return false when there is none, or none any more
-bool Log_source::start_writer() {
-    if (!started_) {
-        running_ = true;
-        started_ = task_.vro_start(0, run_writer, this, false);
-        running_ = started_;
-        if (!started_ && !start_failure_told_)
-            std::fprintf(stderr, "%s*: cannot start the thread that writes it\n", naming_.prefix().c_str());
-        start_failure_told_ = !started_;
-    }
-    return running_;
+void Log_source::await_no_rotation(Lock& lock) {
+    changed_.wait(lock, [this] { return !rotation_pending(); });
 }
 
-/// Waits until everything queued so far is written. Without the lock: a disk may take its time.
+void Log_source::set_state(State state) {
+    state_ = state;
+    changed_.notify_all();
+}
+
+/// Starts the writer with the first file. \return false when it cannot be started or has ended
+bool Log_source::start_writer() {
+    if (state_ != State::no_writer)
+        return state_ != State::ended;
+    const bool started = task_.vro_start(0, run_writer, this, false);
+    if (started)
+        set_state(State::logging);
+    else if (!start_failure_reported_)
+        std::fprintf(stderr, "%s*: cannot start the thread that writes it\n", naming_.prefix().c_str());
+    start_failure_reported_ = !started;
+    return started;
+}
+
+/// Waits until everything that is queued now is written.
 void Log_source::flush_file(Lock& lock) {
-    const std::shared_ptr<Log_file> file = file_;
-    progress_.wait(lock, [this, so_far = queued_] { return written_ >= so_far || !running_; });
+    std::shared_ptr<Log_file> file = queue_.open_file();
+    changed_.wait(lock, [this, queued = queued_] { return written_ >= queued || state_ == State::ended; });
     lock.unlock();
     file->flush();
+    file.reset(); // closes it if it is no longer in use
     lock.lock();
 }
 
-/// Has the writer take over a new file for the history, and waits until it has.
+/// Opens a file for the history and waits until the writer has taken it. Two threads that rotate take turns.
 void Log_source::rotate(Lock& lock) {
-    let_go_of_file();
+    const auto begun = [this] { return state_ != State::rotation_wanted; };
+    changed_.wait(lock, begun);
+    if (!enabled_ || !configured_ || is_busy())
+        return;
+    close_file();
     if (!open_file())
         return;
-    rotation_wanted_ = true;
-    wake_writer();
-    lock.unlock();
-    acknowledgement_.acquire();
-    lock.lock();
+    set_state(State::rotation_wanted);
+    changed_.wait(lock, begun);
 }
 
-/// Gives the queue room for the whole history and as much again as a slow disk may take, beside what is in it.
-void Log_source::resize_queue() {
-    const unsigned wanted = history_size_ + queue_beyond_history;
-    if (queue_ && queue_->capacity() == wanted)
-        return;
-    auto resized = std::make_unique<Owned_ring<unsigned char>>(wanted + (queue_ ? queue_->size() : 0));
-    while (queue_ && !queue_->empty()) {
-        const auto piece = queue_->used_region();
-        resized->append(piece.begin, piece.size);
-        queue_->consume(piece.size);
-    }
-    queue_ = std::move(resized);
-}
-
-/// The writer closes the file, behind what is queued for it.
-void Log_source::let_go_of_file() {
-    if (!file_)
-        return;
-    finished_.push_back({std::move(file_), bytes_for_file_});
-    file_ = nullptr;
-    bytes_for_file_ = 0;
-    wake_writer();
+/// The writer closes the file after the last byte that is queued for it.
+void Log_source::close_file() {
+    queue_.close();
+    changed_.notify_all();
 }
 
 bool Log_source::open_file() {
     if (!start_writer())
         return false;
-    const std::string path = naming_.free_path();
-    file_ = Log_file::open(path);
-    if (!file_) {
-        if (!open_failure_told_)
-            std::perror(path.c_str());
-        open_failure_told_ = true;
+    const std::string path = naming_.unused_path();
+    std::shared_ptr<Log_file> file = Log_file::open(path);
+    if (!file && !open_failure_reported_)
+        std::perror(path.c_str());
+    open_failure_reported_ = !file;
+    if (!file)
         return false;
-    }
-    open_failure_told_ = false;
+    queue_.open(std::move(file));
     kept_path_ = path;
     opened_at_ = now_ms();
     file_bytes_ = 0;
     return true;
 }
 
-/// What has been kept goes to the file that has just been opened, in front of all that comes.
+/// Puts the history at the beginning of the file that has just been opened.
 void Log_source::queue_history() {
     history_.take([this](const unsigned char* bytes, unsigned count) {
         if (!queue(bytes, count))
@@ -202,15 +217,19 @@ void Log_source::queue_history() {
     });
 }
 
-bool Log_source::queue(const unsigned char* bytes, unsigned count) {
-    if (queue_->room() < count)
+/// \return false when the bytes are dropped
+bool Log_source::append(const unsigned char* bytes, unsigned count) {
+    if (is_busy())
         return false;
-    if (count == 0)
-        return true;
-    queue_->append(bytes, count);
+    const bool has_file = queue_.open_file() && state_ != State::rotation_wanted;
+    return has_file ? queue(bytes, count) : keep(bytes, count);
+}
+
+bool Log_source::queue(const unsigned char* bytes, unsigned count) {
+    if (!queue_.append(bytes, count))
+        return false;
     queued_ += count;
-    bytes_for_file_ += count;
-    wake_writer();
+    changed_.notify_all();
     return true;
 }
 
@@ -228,10 +247,6 @@ std::int64_t Log_source::key_for(std::int64_t now) const {
     return period * (now % period); // the product is on purpose
 }
 
-void Log_source::wake_writer() {
-    post_once(request_);
-}
-
 // ---- The writer ----
 
 void* Log_source::run_writer(void* source) {
@@ -240,86 +255,49 @@ void* Log_source::run_writer(void* source) {
 }
 
 void Log_source::run() {
-    std::vector<unsigned char> piece(largest_write);
-    do {
-        request_.acquire();
-        if (write_queue(piece))
-            write_history();
-    } while (!ends());
-}
-
-/// Decided with the lock held, so that nobody begins to wait for a writer that has gone.
-bool Log_source::ends() {
-    const Lock lock(mutex_);
-    if (!stop_ || rotation_wanted_)
-        return false;
-    stop_ = false;
-    running_ = false;
-    progress_.notify_all();
-    return true;
-}
-
-/// Writes everything that is queued, a piece at a time, each without the lock. \return whether a rotation is wanted
-bool Log_source::write_queue(std::vector<unsigned char>& piece) {
+    std::vector<unsigned char> buffer(largest_write);
     Lock lock(mutex_);
-    std::shared_ptr<Log_file> last;
-    while (!finished_.empty() || bytes_for_file_ > 0) {
-        const std::shared_ptr<Log_file> file = finished_.empty() ? file_ : finished_.front().file;
-        unsigned& bytes = finished_.empty() ? bytes_for_file_ : finished_.front().bytes;
-        const unsigned count = std::min(bytes, largest_write);
-        if (count > 0) {
-            queue_->peek(piece.data(), count, 0);
-            queue_->consume(count);
-            bytes -= count;
-        }
-        if (!finished_.empty() && finished_.front().bytes == 0)
-            finished_.pop_front();
-        lock.unlock();
-        const std::size_t written = count > 0 ? file->write(piece.data(), count) : 0;
-        if (last && last != file)
-            last->flush();
-        last = file;
-        lock.lock();
-        written_ += count;
-        dropped_ += count - written;
-        if (file == file_)
-            file_bytes_ += written;
-        progress_.notify_all();
+    for (;;) {
+        changed_.wait(lock, [this] { return !queue_.empty() || state_ == State::rotation_wanted || end_wanted_; });
+        if (!queue_.empty())
+            write_piece(lock, buffer);
+        else if (state_ == State::rotation_wanted)
+            write_history(lock);
+        else
+            break;
     }
-    lock.unlock();
-    if (last)
-        last->flush();
-    last.reset(); // closed here, without the lock, when nobody else has it
-    lock.lock();
-    return rotation_wanted_ && finished_.empty();
+    set_state(State::ended);
 }
 
-/// Takes the file over and writes the history into it. Who asked for it goes on meanwhile.
-void Log_source::write_history() {
-    Lock lock(mutex_);
-    std::shared_ptr<Log_file> file = std::move(file_);
-    file_ = nullptr;
-    rotation_wanted_ = false;
-    busy_ = true;
+void Log_source::write_piece(Lock& lock, std::vector<unsigned char>& buffer) {
+    Log_queue::Piece piece = queue_.take(buffer.data(), largest_write);
     lock.unlock();
-    post_once(acknowledgement_);
+    const std::size_t written = piece.count > 0 ? piece.file->write(buffer.data(), piece.count) : 0;
+    if (piece.ends_file)
+        piece.file.reset(); // closes it
+    lock.lock();
+    written_ += piece.count;
+    dropped_ += piece.count - written;
+    if (piece.file && piece.file == queue_.open_file())
+        file_bytes_ += written;
+    changed_.notify_all();
+}
+
+/// Writes the history to the rotation's file, then to the medium.
+void Log_source::write_history(Lock& lock) {
+    std::shared_ptr<Log_file> file = queue_.release();
+    set_state(State::rotating);
+    lock.unlock();
     {
-        const Scoped_priority_change behind_others;
+        const Scoped_priority_change below_others;
         history_.take(
             [&](const unsigned char* bytes, unsigned count) { dropped_ += count - file->write(bytes, count); });
         file->flush();
         lock.lock();
-        busy_ = false;
-        progress_.notify_all();
+        set_state(State::logging);
         lock.unlock();
         sync();
     }
-    file.reset();
-}
-
-void Log_source::ask_to_end() {
-    if (!running_)
-        return;
-    stop_ = true;
-    wake_writer();
+    file.reset(); // closes it
+    lock.lock();
 }

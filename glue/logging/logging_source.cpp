@@ -12,6 +12,7 @@
 
 namespace {
 
+// How long a process that exits waits for one writer
 constexpr int waits_at_exit = 100;
 constexpr int wait_at_exit_ms = 10;
 
@@ -21,7 +22,7 @@ struct Sources {
 
 void end_writers();
 
-/// Never destroyed: whoever logs while the process exits finds it, and so does a writer that a disk keeps.
+/// Never destroyed: a thread that logs while the process exits still uses it, and so does a writer that a disk blocks.
 Sources& sources() {
     static Sources* const table = [] {
         std::atexit(end_writers);
@@ -35,16 +36,16 @@ Log_source& at(logging_source_t source) {
     return sources().all[source];
 }
 
-/// Gives each writer a bounded time to write what is queued.
+/// Gives each writer a limited time to write what is queued.
 void end_writers() {
     for (Log_source& source : sources().all) {
-        source.ask_to_end();
-        for (int i = 0; i < waits_at_exit && !source.has_ended(); ++i)
+        for (int i = 0; i < waits_at_exit && !source.end_writer(); ++i)
             Atime::delay(wait_at_exit_ms);
-        source.join_ended();
+        source.join_ended_writer();
     }
 }
 
+/// The characters of a directory, name or suffix that are used.
 std::string field(const char* text) {
     return text ? std::string(text, strnlen(text, logging_source_longest_field)) : std::string();
 }

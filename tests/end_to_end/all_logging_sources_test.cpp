@@ -1,4 +1,4 @@
-// Every source with its writer, and eight callers who log to all of them at once.
+// Every source with its writer, and eight callers that log to all sources at the same time.
 
 #include <support/builders/Numbered_pieces.h>
 #include <support/files/Traffic_log.h>
@@ -14,7 +14,7 @@ namespace {
 
 constexpr int pieces = 1500;
 
-/// A source, and what is done to it beside logging.
+/// A source that is logged to, flushed, rotated and configured at the same time.
 class Busy_log {
   public:
     explicit Busy_log(logging_source_t source) : source_(source), log_(source) {
@@ -37,8 +37,8 @@ class Busy_log {
             log_.settle();
     }
 
-    void expect_all_accounted_for() {
-        log_.enable(); // whatever is still kept goes to a file
+    void expect_all_written_or_counted() {
+        log_.enable(); // writes the history that is left to a file
         log_.settle();
         log_.configure(Traffic_log::long_span, 1 << 20);
         Numbered_pieces found;
@@ -56,7 +56,7 @@ class Busy_log {
 
 } // namespace
 
-TEST(all_logging_sources, lose_nothing_uncounted_of_eight_callers) {
+TEST(all_logging_sources, write_or_count_all_bytes_of_eight_callers) {
     std::array<Busy_log, logging_source_count> logs{
         Busy_log(logging_source_receiver), Busy_log(logging_source_corrections), Busy_log(logging_source_port)};
     std::vector<std::thread> callers;
@@ -69,5 +69,5 @@ TEST(all_logging_sources, lose_nothing_uncounted_of_eight_callers) {
     for (std::thread& caller : callers)
         caller.join();
     for (Busy_log& log : logs)
-        log.expect_all_accounted_for();
+        log.expect_all_written_or_counted();
 }

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # usage: file_store.sh EXAMPLE SETTINGS_TOOL
-# The example counts on and reports while its store gets full again and again, is damaged, or loses a file.
+# The example goes on counting and reporting while its store becomes full again and again, is damaged, or loses a file.
 . "$(dirname "$0")/expect.sh"
 example=$1 settings_tool=$2
 store=$folder/store
@@ -23,7 +23,7 @@ file report
 file settings
 start 1
 start 2"
-expect_sizes 40 16 # what has changed stands behind what was there
+expect_sizes 40 16 # the change is appended
 "$example" "$store" >/dev/null
 expect_sizes 60 24
 expect_start "full: the report makes room
@@ -40,16 +40,16 @@ file report
 file settings
 start 5"
 expect_sizes 40 8
-flip "$store/settings" 28 # the value that was appended
+flip "$store/settings" 28 # the appended value
 expect_start "$store: 36 of 100 bytes
 file report
 file settings
 start 5
-start 1" # the count is back at its default, and saved as a whole
+start 1" # the count has its default again, and everything is saved
 expect_sizes 20 16
 "$settings_tool" verify "$store/settings"
 
-mkdir "$store/folder" # is no part of the store
+mkdir "$store/folder" # does not belong to the store
 head -c 60 /dev/zero >"$store/other"
 expect_start "full: the report makes room
 $store: 88 of 100 bytes
@@ -57,5 +57,5 @@ file other
 file report
 file settings
 start 2"
-expect_failure 1 "a folder that is not there" "$example" "$folder/missing"
+expect_failure 1 "a missing folder" "$example" "$folder/missing"
 echo "counted on"

@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <ctime>
 #include <dirent.h>
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
@@ -22,7 +23,7 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-/// All files of one test belong to one second, so that their names tell the order.
+/// All files of a test are of one second, so that their names show the order.
 struct Logging_source : testing::Test {
     Logging_source() {
         calls.wall_clock_ms = [this] { return wall_clock_ms; };
@@ -53,9 +54,9 @@ extern "C" DIR* opendir(const char* name) {
     return original(name);
 }
 
-// ---- What is in files ----
+// ---- The content of files ----
 
-TEST_F(Logging_source, file_begins_with_the_history_and_goes_on_with_what_comes) {
+TEST_F(Logging_source, file_begins_with_the_history_and_continues_with_new_bytes) {
     log.keep_history();
     EXPECT_TRUE(log.write("before "));
     EXPECT_TRUE(log.write("just before "));
@@ -106,7 +107,7 @@ TEST_F(Logging_source, history_that_wraps_round_is_written_in_order) {
     EXPECT_EQ(log.content(), "bbbbcccc");
 }
 
-TEST_F(Logging_source, what_was_in_a_file_does_not_come_again) {
+TEST_F(Logging_source, bytes_that_were_written_to_a_file_are_not_written_again) {
     log.keep_history();
     log.write("first ");
     log.enable();
@@ -117,7 +118,7 @@ TEST_F(Logging_source, what_was_in_a_file_does_not_come_again) {
     EXPECT_THAT(log.contents(), ElementsAre("first second ", "third "));
 }
 
-TEST_F(Logging_source, text_goes_up_to_its_nul) {
+TEST_F(Logging_source, text_is_logged_up_to_its_nul) {
     log.configure();
     log.enable();
     EXPECT_TRUE(logging_source_write(logging_source_receiver, "text\0hidden"));
@@ -134,12 +135,12 @@ TEST_F(Logging_source, direct_source_writes_without_history) {
     log.settle();
     EXPECT_EQ(log.content(), "enabled");
     log.configure(1000, 100, true, false);
-    EXPECT_TRUE(log.write("nowhere to go"));
+    EXPECT_TRUE(log.write("without file!"));
     EXPECT_EQ(log.status().history_bytes, 0U);
     EXPECT_EQ(log.dropped(), 13U);
 }
 
-TEST_F(Logging_source, direct_source_drops_what_comes_after_a_rotation_until_it_is_switched_on) {
+TEST_F(Logging_source, direct_source_drops_bytes_after_a_rotation_until_it_is_switched_on) {
     log.configure(1000, 100, true, true);
     log.enable();
     log.write("one");
@@ -157,7 +158,7 @@ TEST_F(Logging_source, open_now_is_for_direct_sources_only) {
     EXPECT_THAT(log.files(), ElementsAre());
 }
 
-TEST_F(Logging_source, history_that_a_direct_source_inherits_comes_first_in_its_file) {
+TEST_F(Logging_source, file_of_a_direct_source_begins_with_the_history_from_before) {
     log.keep_history(1000, 100);
     log.write("history ");
     log.configure(1000, 100, true, true); // the same span and size: the history stays
@@ -166,7 +167,7 @@ TEST_F(Logging_source, history_that_a_direct_source_inherits_comes_first_in_its_
     EXPECT_EQ(log.content(), "history live");
 }
 
-TEST_F(Logging_source, large_pieces_go_through) {
+TEST_F(Logging_source, large_pieces_are_written) {
     log.configure();
     log.enable();
     const std::string piece(200000, 'x');
@@ -177,7 +178,7 @@ TEST_F(Logging_source, large_pieces_go_through) {
     EXPECT_EQ(log.content(), std::string(4000000, 'x'));
 }
 
-// ---- What is dropped ----
+// ---- Dropped bytes ----
 
 TEST_F(Logging_source, writing_takes_nothing_from_the_heap) {
     log.keep_history(Traffic_log::long_span, 2000);
@@ -194,12 +195,12 @@ TEST_F(Logging_source, writing_takes_nothing_from_the_heap) {
     log.enable();
     for (int i = 0; i < 100; ++i) {
         write_piece();
-        log.settle(); // so that each finds the queue empty
+        log.settle(); // so that the queue is empty each time
     }
     EXPECT_EQ(allocations, 0U) << "for a file";
 }
 
-TEST_F(Logging_source, source_that_is_off_takes_nothing) {
+TEST_F(Logging_source, source_that_is_off_drops_nothing_and_keeps_nothing) {
     log.configure();
     EXPECT_FALSE(log.write("x"));
     EXPECT_FALSE(logging_source_is_enabled(logging_source_receiver));
@@ -212,7 +213,7 @@ TEST_F(Logging_source, switching_off_leaves_the_file_open) {
     log.enable();
     log.write("one ");
     log.enable(false);
-    EXPECT_FALSE(log.write("unheard "));
+    EXPECT_FALSE(log.write("ignored "));
     log.enable();
     log.write("two");
     log.settle();
@@ -226,7 +227,7 @@ TEST_F(Logging_source, piece_as_large_as_the_history_is_dropped) {
     EXPECT_EQ(log.status().history_bytes, 4U);
     EXPECT_EQ(log.dropped(), 10U);
     EXPECT_TRUE(log.write("012345678"));
-    EXPECT_EQ(log.status().history_bytes, 9U) << "room was made for it";
+    EXPECT_EQ(log.status().history_bytes, 9U) << "older bytes were dropped for it";
     EXPECT_EQ(log.dropped(), 10U);
 }
 
@@ -237,13 +238,13 @@ TEST_F(Logging_source, without_a_span_there_is_no_history) {
     EXPECT_EQ(log.dropped(), 7U);
 }
 
-TEST_F(Logging_source, history_stays_when_it_is_configured_the_same) {
+TEST_F(Logging_source, history_is_kept_when_span_and_size_are_configured_the_same) {
     log.keep_history(5000, 1000);
     log.write("kept");
     log.configure(5000, 1000);
     EXPECT_EQ(log.status().history_bytes, 4U);
     log.configure(6000, 1000);
-    EXPECT_EQ(log.status().history_bytes, 4U) << "a span is a span";
+    EXPECT_EQ(log.status().history_bytes, 4U) << "only span or no span matters";
     log.configure(6000, 1001);
     EXPECT_EQ(log.status().history_bytes, 0U);
     log.write("kept");
@@ -264,7 +265,7 @@ TEST_F(Logging_source, history_reaches_back_exactly_as_far_as_its_span) {
     EXPECT_EQ(log.status().history_bytes, 3U) << "a is exactly 1000 ms old";
     clock.advance(1);
     log.write("d");
-    EXPECT_EQ(log.status().history_bytes, 3U) << "a is gone, b is exactly 1000 ms old";
+    EXPECT_EQ(log.status().history_bytes, 3U) << "a is dropped, b is exactly 1000 ms old";
     log.rotate();
     EXPECT_EQ(log.content(), "bcd");
 }
@@ -279,10 +280,10 @@ TEST_F(Logging_source, history_has_a_hundred_moments_at_most) {
     }
     EXPECT_EQ(log.status().history_bytes, 200U);
     log.write("y");
-    EXPECT_EQ(log.status().history_bytes, 199U) << "the oldest moment went with its bytes";
+    EXPECT_EQ(log.status().history_bytes, 199U) << "the oldest moment is dropped with its bytes";
 }
 
-TEST_F(Logging_source, history_of_many_moments_reaches_back_as_far_when_they_are_grouped) {
+TEST_F(Logging_source, history_of_many_grouped_moments_reaches_back_as_far_as_its_span) {
     Stopped_clock clock;
     logging_source_use_time_of_writing(logging_source_receiver, true, 11);
     log.keep_history(1000, 10000);
@@ -306,7 +307,7 @@ TEST_F(Logging_source, group_of_no_time_is_a_millisecond) {
     EXPECT_EQ(log.status().history_bytes, 1U);
 }
 
-TEST_F(Logging_source, moments_of_a_written_history_are_forgotten) {
+TEST_F(Logging_source, moments_of_a_written_history_are_dropped) {
     Stopped_clock clock;
     log.keep_history(1000);
     log.write(std::string(500, 'o'));
@@ -315,18 +316,19 @@ TEST_F(Logging_source, moments_of_a_written_history_are_forgotten) {
     log.write("new");
     clock.advance(501);
     log.write("er");
-    EXPECT_EQ(log.status().history_bytes, 5U) << "what was written is not dropped a second time";
+    EXPECT_EQ(log.status().history_bytes, 5U) << "written bytes are not dropped a second time";
 }
 
-TEST_F(Logging_source, usual_key_is_the_period_times_the_rest) {
+TEST_F(Logging_source, usual_key_is_the_period_times_the_remainder) {
     Stopped_clock clock;
     logging_source_use_time_of_writing(logging_source_receiver, false);
-    logging_source_testing_override_timed_bucket_ms(4000000000U); // longer than any machine is up: the rest is the time
+    logging_source_testing_override_timed_bucket_ms(
+        4000000000U); // longer than a machine runs: the remainder is the time
     log.keep_history(1);
     log.write("a");
     clock.advance(100000);
     log.write("b");
-    EXPECT_EQ(log.status().history_bytes, 2U) << "keys are billions of times the time: nothing is ever too old";
+    EXPECT_EQ(log.status().history_bytes, 2U) << "keys are billions of times larger than times: nothing is too old";
     logging_source_testing_override_timed_bucket_ms(0);
     log.write("c");
     EXPECT_EQ(log.status().history_bytes, 3U) << "a period of 0 is ignored";
@@ -336,7 +338,7 @@ TEST_F(Logging_source, usual_key_is_the_period_times_the_rest) {
     EXPECT_EQ(log.status().history_bytes, 4U);
     clock.advance(1);
     log.write("e");
-    EXPECT_EQ(log.status().history_bytes, 4U + 1U) << "the oldest keys are still in front";
+    EXPECT_EQ(log.status().history_bytes, 4U + 1U) << "the oldest keys are still in the history";
 }
 
 TEST_F(Logging_source, writes_of_one_millisecond_of_different_seconds_share_a_key) {
@@ -407,7 +409,7 @@ TEST_F(Logging_source, fields_are_cut_at_256_characters) {
     EXPECT_THAT(log.files(), ElementsAre());
 }
 
-TEST_F(Logging_source, path_is_told_whole_however_long_it_is) {
+TEST_F(Logging_source, path_in_the_status_is_never_cut) {
     std::string directory = log.folder().path() + "/"; // 256 characters, then a name of 255
     while (directory.size() < 256) {
         directory += std::string(std::min<std::size_t>(100, 256 - directory.size() - 1), 'd') + "/";
@@ -420,7 +422,7 @@ TEST_F(Logging_source, path_is_told_whole_however_long_it_is) {
     EXPECT_EQ(log.status().path, directory + name + "_s_20250512_063000.log");
 }
 
-TEST_F(Logging_source, moment_that_no_calendar_has_is_unknown) {
+TEST_F(Logging_source, time_that_no_calendar_has_is_unknown) {
     calendar_fails = true;
     for (int i = 0; i < 2; ++i)
         log.configure(0, 0, true, true);
@@ -429,7 +431,7 @@ TEST_F(Logging_source, moment_that_no_calendar_has_is_unknown) {
 }
 
 TEST_F(Logging_source, empty_directory_is_the_root_for_opening_and_for_deleting) {
-    const std::string name = log.folder().path().substr(1) + "/traffic"; // what follows the root
+    const std::string name = log.folder().path().substr(1) + "/traffic"; // the path after the root
     logging_source_configure(logging_source_receiver, true, 0, 0, "", name.c_str(), "raw", true);
     EXPECT_EQ(log.status().path, log.folder().path(stem + ".log"));
     logging_source_delete_all(logging_source_receiver);
@@ -454,7 +456,7 @@ TEST_F(Logging_source, null_is_an_empty_text) {
 
 // ---- Deleting ----
 
-TEST_F(Logging_source, deleting_old_files_spares_the_one_opened_last) {
+TEST_F(Logging_source, deleting_old_files_keeps_the_one_opened_last) {
     log.keep_history();
     for (const char* piece : {"one", "two", "three"}) {
         log.write(piece);
@@ -468,7 +470,7 @@ TEST_F(Logging_source, deleting_old_files_spares_the_one_opened_last) {
     EXPECT_THAT(log.files(), ElementsAre("other_raw_20250512_063000.log", "traffic_rawest.log"));
 }
 
-TEST_F(Logging_source, deleting_takes_every_name_that_begins_like_the_files) {
+TEST_F(Logging_source, deleting_includes_every_name_that_begins_like_the_files) {
     log.configure();
     log.folder().make_file("traffic_raw_notes.txt", "not even a log");
     log.folder().make_file("traffic_raw_other_20250512_063000.log", "of a source with a longer suffix");
@@ -487,9 +489,9 @@ TEST_F(Logging_source, file_that_is_open_may_be_deleted) {
     EXPECT_THAT(log.files(), ElementsAre());
 }
 
-// ---- A directory that comes and goes ----
+// ---- A missing directory ----
 
-TEST_F(Logging_source, missing_directory_is_told_once_and_history_goes_on) {
+TEST_F(Logging_source, missing_directory_is_reported_once_and_history_continues) {
     const std::string directory = log.folder().path("later");
     const auto configure = [&] {
         logging_source_configure(logging_source_receiver, false, Traffic_log::long_span, 1000, directory.c_str(), "n",
@@ -511,16 +513,16 @@ TEST_F(Logging_source, missing_directory_is_told_once_and_history_goes_on) {
     EXPECT_EQ(log.dropped(), 0U);
 }
 
-TEST_F(Logging_source, directory_that_vanishes_takes_its_files_along_and_nothing_else) {
+TEST_F(Logging_source, removed_directory_costs_only_the_files_in_it) {
     const std::string directory = log.folder().path("brief");
     std::filesystem::create_directory(directory);
     log.keep_history();
     logging_source_configure(logging_source_receiver, false, Traffic_log::long_span, 1000, directory.c_str(), "n", "s",
                              false);
     log.enable();
-    log.write("gone");
+    log.write("lost");
     std::filesystem::remove_all(directory);
-    EXPECT_TRUE(log.write("gone, too"));
+    EXPECT_TRUE(log.write("lost, too"));
     log.settle();
     std::filesystem::create_directory(directory);
     log.rotate();

@@ -15,14 +15,20 @@
 namespace {
 
 constexpr long crc32_digits = 8;
-/// Bytes of content that are looked at together with the trailer.
+/// Bytes of content that are read together with the trailer.
 constexpr long content_before_trailer = 5;
-/// Room for them, the trailer and the end of a text.
-constexpr std::size_t tail_room = 31;
+/// Holds them, the trailer and a NUL.
+constexpr std::size_t tail_capacity = 31;
 /// Content is verified in blocks of at most this many bytes.
 constexpr std::int32_t block_size = 255;
 
-/// A file whose positions 32 bits do not hold fails on every machine as it does on those with a 32-bit `long`.
+using Tail = char[tail_capacity];
+
+long head_length() {
+    return static_cast<long>(std::strlen(File_checksummed_data_stream::crc32_head));
+}
+
+/// Positions have 32 bits on every machine: a larger file fails as it does where `long` has 32 bits.
 bool seek_to_tail(std::FILE* file, std::int64_t file_size, long length) {
     if (file_size > std::numeric_limits<std::int32_t>::max()) {
         errno = EOVERFLOW;
@@ -31,8 +37,14 @@ bool seek_to_tail(std::FILE* file, std::int64_t file_size, long length) {
     return std::fseek(file, -length, SEEK_END) == 0 && std::ftell(file) >= 0;
 }
 
-/// Reads the last `length` bytes of a file whose size is `file_size`. Says what is wrong when it cannot.
-bool read_tail(std::FILE* file, const char* path, std::int64_t file_size, long length, char* tail) {
+/// Reads the trailer of a file, and five bytes of content if there are so many. Reports why it cannot.
+bool read_tail(std::FILE* file, const char* path, std::int64_t file_size, long trailer_length, Tail& tail) {
+    if (file_size < trailer_length) {
+        Debug::Print::dprint("Empty or truncated checksummed file [%s]\n", path);
+        return false;
+    }
+    const long longest = trailer_length + content_before_trailer;
+    const long length = file_size >= longest ? longest : trailer_length;
     if (!seek_to_tail(file, file_size, length)) {
         Debug::Print::dprint("CRC32 seek failed in checksummed file [%s]: %s\n", path, std::strerror(errno));
         return false;
@@ -43,6 +55,22 @@ bool read_tail(std::FILE* file, const char* path, std::int64_t file_size, long l
         return false;
     }
     return true;
+}
+
+enum class Trailer { readable, unreadable, foreign };
+
+/// Finds the trailer in the tail of a file and reads its digits.
+///
+/// On purpose, a trailer after fewer than five bytes of content is unreadable: its "=" is too near to the start of the
+/// tail.
+Trailer parse_trailer(const Tail& tail, unsigned int& stored_crc) {
+    const auto* const equals_sign = static_cast<const char*>(memrchr(tail, '=', sizeof tail));
+    if (!equals_sign || equals_sign - tail < head_length())
+        return Trailer::unreadable;
+    const char* const head = equals_sign - (head_length() - 1);
+    if (*head != File_checksummed_data_stream::crc32_head[0])
+        return Trailer::foreign;
+    return std::sscanf(head, "\nCRC32=%x", &stored_crc) == 1 ? Trailer::readable : Trailer::unreadable;
 }
 
 } // namespace
@@ -103,7 +131,7 @@ void File_checksummed_data_stream::write_trailer() {
 // ---- Reading ----
 
 bool File_checksummed_data_stream::open_read(const char* path) {
-    static const auto read_crc32_seek_off = static_cast<long>(std::strlen(crc32_head)) + crc32_digits;
+    static const long read_crc32_seek_off = head_length() + crc32_digits;
 
     close_read();
     data_end_ = 0;
@@ -113,40 +141,23 @@ bool File_checksummed_data_stream::open_read(const char* path) {
         return false;
     }
     struct stat infile_stat {};
-    if (fstat(fileno(read_file), &infile_stat) != 0)
+    Tail tail = {};
+    if (fstat(fileno(read_file), &infile_stat) != 0 ||
+        !read_tail(read_file, path, infile_stat.st_size, read_crc32_seek_off, tail))
         return reject();
-    if (infile_stat.st_size < read_crc32_seek_off) {
-        Debug::Print::dprint("Empty or truncated checksummed file [%s]\n", path);
+
+    unsigned int stored_crc = 0;
+    const Trailer trailer = parse_trailer(tail, stored_crc);
+    if (trailer == Trailer::foreign)
+        GLUE_ASSERT(false); // on purpose: a file that this class never wrote must not pass for a damaged one
+    if (trailer == Trailer::unreadable) {
+        Debug::Print::dprint("Failure while reading CRC32 in checksummed file [%s]\n", path);
         return reject();
     }
-
-    char tail[tail_room] = {};
-    const long longest_tail = read_crc32_seek_off + content_before_trailer;
-    const long tail_length = infile_stat.st_size >= longest_tail ? longest_tail : read_crc32_seek_off;
-    if (!read_tail(read_file, path, infile_stat.st_size, tail_length, tail))
-        return reject();
-
-    // On purpose, a trailer with less than five bytes of content in front of it lies too far to the front.
-    const auto head_length = static_cast<long>(std::strlen(crc32_head));
-    const auto* const equals_sign = static_cast<const char*>(memrchr(tail, '=', sizeof tail));
-    if (!equals_sign || equals_sign - tail < head_length)
-        return reject_trailer(path);
-    const char* const trailer = equals_sign - (head_length - 1);
-    if (*trailer != crc32_head[0])
-        GLUE_ASSERT(false); // on purpose: a file that was never ours is not to be taken for a damaged one
-    unsigned int stored_crc = 0;
-    if (std::sscanf(trailer, "\nCRC32=%x", &stored_crc) != 1)
-        return reject_trailer(path);
-
     data_end_ = static_cast<std::int32_t>(infile_stat.st_size - read_crc32_seek_off);
     GLUE_ASSERT(infile_stat.st_size - data_end_ > 0);
-    std::uint32_t crc = crc32_seed;
-    if (!add_content_to(crc, path))
+    if (!verify_content(stored_crc, path))
         return reject();
-    if (crc != stored_crc) {
-        Debug::Print::dprint("Error CRC32 mismatch on checksummed file [%s]\n", path);
-        return reject();
-    }
     std::rewind(read_file);
     format_description("CRCFILE(%p, %s, r)", static_cast<void*>(this), path);
     return true;
@@ -157,26 +168,31 @@ bool File_checksummed_data_stream::reject() {
     return false;
 }
 
-bool File_checksummed_data_stream::reject_trailer(const char* path) {
-    Debug::Print::dprint("Failure while reading CRC32 in checksummed file [%s]\n", path);
-    return reject();
+/// Compares the CRC of the content with the stored one. Reports a difference.
+bool File_checksummed_data_stream::verify_content(std::uint32_t stored_crc, const char* path) {
+    std::uint32_t crc = crc32_seed;
+    if (!add_content_to(crc, path))
+        return false;
+    if (crc != stored_crc)
+        Debug::Print::dprint("Error CRC32 mismatch on checksummed file [%s]\n", path);
+    return crc == stored_crc;
 }
 
-/// Updates a CRC with the content of the file being read. Says so and returns false when it cannot be read.
+/// Adds the content of the file that is open for reading to a CRC. Reports a read that fails.
 bool File_checksummed_data_stream::add_content_to(std::uint32_t& crc, const char* path) {
     unsigned char block[block_size];
     std::rewind(read_file);
     std::int32_t position = 0;
     while (position < data_end_) {
         const auto size = static_cast<std::size_t>(std::min(block_size, data_end_ - position));
-        const auto came = static_cast<std::int32_t>(std::fread(block, 1, size, read_file));
-        if (came > 0) {
-            position += came;
-            crc = Util::crc32(crc, block, came);
+        const auto count = static_cast<std::int32_t>(std::fread(block, 1, size, read_file));
+        if (count > 0) {
+            position += count;
+            crc = Util::crc32(crc, block, count);
         } else if (std::ferror(read_file) != 0) {
             Debug::Print::dprint("CRC32 calc read failed file [%s]: %s\n", path, std::strerror(errno));
             return false;
-        } else { // it has shrunk: look again, and do not take the processor for that
+        } else { // the file has become shorter: try again, without using the processor all the time
             std::clearerr(read_file);
             Atime::delay(1);
         }

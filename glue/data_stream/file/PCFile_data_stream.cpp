@@ -9,6 +9,18 @@
 #include <cstdlib>
 #include <mutex>
 
+// Each side of an object has two states. The sides are independent.
+//
+//     reading:   closed  ---- open_read ---->  open
+//                        <--- close_read ----
+//
+//     writing:   closed  ---- open_write --->  open
+//                        <--- close_write ---
+//                        <--- a write that the store takes in part: the waiters get short_write
+//                        <--- a write that does not fit: the waiters get store_full; more than 10 bytes free: abort
+//
+// Destroyed while a side is open: exit(exit_still_open).
+
 namespace {
 
 constexpr int store_busy = 1; // what `pcfOpenRead` returns then
@@ -18,11 +30,11 @@ constexpr int attempts_to_copy = 6;
 /// A write that does not fit while more than this is free comes from a broken caller.
 constexpr std::uint32_t tolerated_free = 10;
 
-// Which check failed, in messages: numbers that the unit's service knows.
+// The failed check, in messages: numbers that the unit's service knows.
 constexpr int site_exists = 207;
 constexpr int site_write_already_open = 217;
 constexpr int site_write_not_mounted = 222;
-constexpr int site_write_no_room = 232;
+constexpr int site_write_no_space = 232;
 constexpr int site_write_no_attempts = 237;
 constexpr int site_write_open = 247;
 constexpr int site_write_create = 250;
@@ -33,23 +45,23 @@ bool is_mounted() {
 
 struct Opened_for_writing {
     bool done;
-    int site; ///< which call it was
+    int site; ///< the call, for messages
 };
 
-/// Opens a file at its end, or makes it when it is not there.
+/// Opens a file at its end, or creates a missing one.
 Opened_for_writing open_for_writing(const char* name) {
     if (pcfExists(name) != 0)
         return {pcfOpenWrite(name, nullptr) != 0, site_write_open};
     return {pcfCreateWrite(name, nullptr) != 0, site_write_create};
 }
 
-/// Reads up to `size` bytes of the file that is open for reading. \return how many came; 0 or less for none
+/// Reads up to `size` bytes of the file that is open for reading. \return the bytes read; 0 or less for none
 int read_piece(unsigned char* buffer, int size, PcfResult& result) {
-    result = static_cast<PcfResult>(4); // a failure, unless the store says otherwise
+    result = static_cast<PcfResult>(4); // a failure, unless the store sets it
     return pcfRead(buffer, size, result, 0);
 }
 
-/// Opens a file for copying from `offset` on, waiting while the store is busy.
+/// Opens a file for reading at `offset`, and waits while the store is busy.
 bool open_to_copy(const char* from, std::uint32_t offset) {
     for (int attempt = 1; attempt <= attempts_to_copy; ++attempt) {
         if (attempt > 1)
@@ -61,8 +73,8 @@ bool open_to_copy(const char* from, std::uint32_t offset) {
     return false;
 }
 
-void report_no_room(const char* name, unsigned int used, unsigned int total) {
-    Debug::Print::dprint("PCF Datastream Failed %i (%s %u %u)\n", site_write_no_room, name, used, total);
+void report_no_space(const char* name, unsigned int used, unsigned int total) {
+    Debug::Print::dprint("PCF Datastream Failed %i (%s %u %u)\n", site_write_no_space, name, used, total);
 }
 
 [[noreturn]] void end_still_open(const char* message) {
@@ -129,7 +141,7 @@ int PCFile_data_stream::open_write(const char* name, int attempts) {
     unsigned int used = 0xFFFFFFFF;
     unsigned int total = 0xFFFFFFFF;
     if (get_free_space(used, total) == 0 || total == used) {
-        report_no_room(name, used, total);
+        report_no_space(name, used, total);
         send_event(store_full);
         return wrong_state;
     }
@@ -183,14 +195,14 @@ int PCFile_data_stream::get_data(int n) {
     while (n > 0) {
         unsigned char piece[piece_size];
         PcfResult result;
-        const int came = read_piece(piece, std::min(n, piece_size), result);
-        if (result != 0 || came < 1)
+        const int count = read_piece(piece, std::min(n, piece_size), result);
+        if (result != 0 || count < 1)
             return 0;
-        const auto count = static_cast<std::uint32_t>(came);
-        rx_count += count;
-        read_position_ += count;
-        rx_buffer.append(piece, count);
-        n -= came;
+        const auto received = static_cast<std::uint32_t>(count);
+        rx_count += received;
+        read_position_ += received;
+        rx_buffer.append(piece, received);
+        n -= count;
     }
     return 1;
 }
@@ -200,10 +212,10 @@ int PCFile_data_stream::_write(const unsigned char* data, unsigned int len) {
     if (!write_open_)
         return not_written;
     if (pcf_info.free >= len)
-        return write_what_fits(data, len);
+        return write_piece(data, len);
     _send_event(store_full);
     Debug::Print::dprint("PCF full\n");
-    close_write();
+    static_cast<void>(close_write());     // reports its failure
     if (pcf_info.free > tolerated_free) { // on purpose: the caller is broken
         Debug::Print::critical("ABORT!!! PCFile_data_stream::_write pcf_info.free > 10\n");
         std::abort();
@@ -211,8 +223,8 @@ int PCFile_data_stream::_write(const unsigned char* data, unsigned int len) {
     return not_written;
 }
 
-/// Writes what the store should have room for. Called with the lock held.
-int PCFile_data_stream::write_what_fits(const unsigned char* data, unsigned int len) {
+/// Writes bytes for which the store has free space. Called with the lock held.
+int PCFile_data_stream::write_piece(const unsigned char* data, unsigned int len) {
     const int written = pcfWrite(data, static_cast<int>(len), -1);
     if (written == static_cast<int>(len)) {
         pcf_info.free -= len;
@@ -220,7 +232,7 @@ int PCFile_data_stream::write_what_fits(const unsigned char* data, unsigned int 
         return written;
     }
     Debug::Print::dprint("PCF did not write %d!=%d\n", static_cast<int>(len), written);
-    close_write();
+    static_cast<void>(close_write()); // reports its failure
     _send_event(short_write);
     return written;
 }
@@ -272,7 +284,7 @@ bool PCFile_data_stream::copy(const char* to, const char* from) {
         return false;
     if (pcfExists(to) != 0)
         pcfRemove(to);
-    pcfRemove(to); // once more in any case, on purpose
+    pcfRemove(to); // a second time in any case, on purpose
     for (std::uint32_t offset = 0;;) {
         if (!open_to_copy(from, offset))
             return false;
@@ -288,7 +300,7 @@ bool PCFile_data_stream::copy(const char* to, const char* from) {
     }
 }
 
-/// Appends a block to a file. Tells the waiters when there is no room for it.
+/// Appends a block to a file. Sends the waiters `store_full` when it does not fit.
 bool PCFile_data_stream::copy_block(const char* to, const unsigned char* block, int count) {
     unsigned int used = 0;
     unsigned int total = 0;
@@ -320,10 +332,10 @@ int PCFile_data_stream::register_waiter(waiter_descriptor* waiter) {
 int PCFile_data_stream::deregister_waiter(waiter_descriptor* waiter) {
     const std::lock_guard guard(mutex);
     auto* const end = waiters.registered + waiters.count;
-    auto* const place = std::find(waiters.registered, end, waiter);
-    if (place == end)
+    auto* const found = std::find(waiters.registered, end, waiter);
+    if (found == end)
         return 1;
-    std::move(place + 1, end, place);
+    std::move(found + 1, end, found);
     --waiters.count;
     return 0;
 }
@@ -337,7 +349,7 @@ void PCFile_data_stream::send_event(events_t code) {
     _send_event(code);
 }
 
-/// `send_event` for who holds the lock.
+/// `send_event` with the lock held.
 void PCFile_data_stream::_send_event(events_t code) {
     waiter_event event;
     event.source = module_id;
@@ -347,7 +359,7 @@ void PCFile_data_stream::_send_event(events_t code) {
     release_payload(event); // unless a waiter owns it now
 }
 
-// ---- Going through the names ----
+// ---- The names of the files ----
 
 PCFile_data_stream::Iterator::Iterator() : index_(0), count_(0), name_{} {
     if (!is_mounted())

@@ -6,8 +6,8 @@
 
 /// A stream over plain files of the host: it reads one file, or appends to one, or both, independently.
 ///
-/// Nothing runs in the background. A reader who asks for more bytes than are buffered reads the file; what is written
-/// goes to the C library's buffer, and to the medium when the writing side is closed.
+/// It has no thread. A reader that needs more bytes than are buffered reads the file. Written bytes go to the C
+/// library's buffer, and to the medium when the writing side is closed.
 ///
 ///     File_data_stream file;
 ///     file.open_read("/etc/unit/setup.ini");   // or the process ends
@@ -16,7 +16,7 @@
 ///
 /// **Ownership.** The stream owns its handles, adopted ones included; closing and destroying close them.
 ///
-/// **Threads.** It takes no lock: for one thread at a time.
+/// **Threads.** It takes no lock: one thread at a time.
 class GLUE_EXPORT File_data_stream : public Data_stream {
   public:
     /// Exit codes of a process that ends because a file cannot be opened.
@@ -31,42 +31,42 @@ class GLUE_EXPORT File_data_stream : public Data_stream {
     /// Closes both sides as `close_read` and `close_write` do.
     ~File_data_stream() override;
 
-    // Opening.
+    // ---- Opening ----
     //
-    // On purpose, a file that cannot be opened ends the process, after a message through the debug printer: with
-    // `exit_cannot_read` or `exit_cannot_write`. So each returns true. Ask `exists` first where that matters.
+    // On purpose, a file that cannot be opened ends the process with `exit_cannot_read` or `exit_cannot_write`, after
+    // a message through the debug printer. So each operation returns true. Call `exists` first where that matters.
     //
-    // On purpose, too, a file that is open on that side is not closed first: its handle stays open and is forgotten.
+    // Also on purpose, a file that is open on that side is not closed first: its handle leaks.
 
     bool open_read(const char* path);
     /// Adopts a descriptor that is open for reading.
     bool open_read(int fd);
-    /// Opens for appending, after making the file when it is not there; what it holds is never cut.
+    /// Opens for appending. Creates a missing file; never removes the content of another.
     bool open_write(const char* path);
 
     // ---- Closing ----
 
     /// \return false when no file is open for reading
     bool close_read();
-    /// Waits until the medium has what was written. \return false when no file is open for writing; on purpose true
+    /// Waits until the written bytes are on the medium. \return false when no file is open for writing; on purpose true
     /// otherwise, also when the disk is full or fails
     bool close_write();
 
-    /// \return whether there is such a file. One that cannot be opened for another reason than being missing exists.
+    /// \return false only when the file is missing: one that cannot be opened for another reason exists
     static bool exists(const char* path);
 
     using Data_stream::get_data;
-    /// Reads `n` bytes from the file into the ring. Bytes that find the ring full are read and lost.
-    /// \return 1 when `n` bytes were read, at once for an `n` of 0; 0 when the end of the file or an error came before
-    ///         that, with the bytes that came in the ring, when no file is open, or when `n` is negative. A read that
-    ///         takes the last byte returns 1; only the next one returns 0.
+    /// Reads `n` bytes from the file into the ring. Bytes that do not fit the ring are dropped.
+    /// \return 1 when `n` bytes were read, at once for an `n` of 0; 0 after the end of the file or an error, with the
+    ///         bytes before it in the ring, when no file is open, and when `n` is negative. A read of the last byte
+    ///         returns 1; only the next read returns 0.
     int get_data(int n) override;
 
-    /// Hands bytes to the C library's buffer.
-    /// \return the bytes it took; -1 when no file is open for writing
+    /// Passes bytes to the C library's buffer.
+    /// \return the bytes that it accepted; -1 when no file is open for writing
     int _write(const unsigned char* data, unsigned int len) override;
 
-    /// The size of the file being read; its position stays where it is.
+    /// The size of the file that is open for reading. Its position is left unchanged.
     /// \return bytes; -1 when no file is open for reading, when it has no size (a pipe), when the size does not fit an
     ///         int, or when the position cannot be restored and may have moved
     virtual int get_length() const;
@@ -75,6 +75,6 @@ class GLUE_EXPORT File_data_stream : public Data_stream {
     std::FILE* read_file;
     std::FILE* write_file;
 
-    /// Says that a file cannot be opened.
+    /// Reports that a file cannot be opened.
     static void report_failed_opening(const char* path);
 };

@@ -19,38 +19,38 @@ struct waiter_event;
 ///         const bool kept = file.close_write() == 0;
 ///     }
 ///
-/// A reader who asks for more bytes than are buffered reads the file; what is written goes to the store at once. The
-/// base's `rx_count` and `tx_count` count the bytes.
+/// A reader that needs more bytes than are buffered reads the file. Written bytes go to the store at once. The base's
+/// `rx_count` and `tx_count` count the bytes.
 ///
-/// **Events.** Up to `max_waiters` waiters hear, with an event of the class's module id, when the store is full or a
-/// write fell short: `is_event` recognises one, `events_t` is its code.
+/// **Events.** Up to `max_waiters` waiters are notified, with an event of the class's module id, when the store is full
+/// or takes a write in part only. `is_event` recognises such an event; `events_t` is its code.
 ///
 /// **Closing** is the caller's duty: destroying a stream with a file open ends the process.
 ///
-/// **Threads.** An object is for one thread at a time. What the objects share (the free space, the waiters, the module
-/// id) is under one lock of the class, which the static operations take where they need it, as does `_write`, for its
-/// whole run, the store's work and its events included. So nothing that a write calls may call back into the class: not
-/// a waiter, and not a sink of the debug printer.
+/// **Threads.** An object is for one thread at a time. One lock of the class guards what the objects share: the free
+/// space, the waiters, the module id. The static operations acquire it where they need it. `_write` holds it all the
+/// time, also while the store works and while events are sent. So nothing that a write calls may call the class: no
+/// waiter, and no sink of the debug printer.
 class GLUE_EXPORT PCFile_data_stream : public Data_stream {
   public:
     /// Codes of the events.
     enum events_t {
         short_write = 0, ///< the store took fewer bytes than it was given
-        store_full = 1,  ///< the store is full, or a copy or an opening for writing found no room
+        store_full = 1,  ///< the store is full, or has no free space for a copy or a file opened for writing
     };
 
-    /// What the opening and closing operations return. `open_read` passes other codes of the store on.
+    /// Results of opening and closing. `open_read` also returns other codes, of the store.
     enum result_t {
         success = 0,
-        gave_up = 1,     ///< `open_write` used its attempts up
+        gave_up = 1,     ///< all attempts of `open_write` failed
         no_file = 3,     ///< the store is not mounted or, for reading, has no such file
-        wrong_state = 4, ///< open already or not open, a negative number of attempts, attempts used up, a failed close
+        wrong_state = 4, ///< already open, not open, too few attempts, or a failed close
     };
 
-    /// `_write` returns it when no file is open for writing or the store is full.
+    /// The result of `_write` when no file is open for writing or the store is full.
     static constexpr int not_written = -4;
 
-    /// Waiters that can be registered at a time.
+    /// The most waiters that can be registered at a time.
     static constexpr unsigned max_waiters = 10;
 
     /// Milliseconds between two attempts.
@@ -68,37 +68,38 @@ class GLUE_EXPORT PCFile_data_stream : public Data_stream {
     // ---- Opening and closing ----
 
     /// Opens a file for reading from its start. Sets `read_position` to 0, also when it fails.
-    /// \param attempts  how often to try, `retry_delay` apart, while the store is busy; 0: without limit and without
-    ///                  waiting, which takes the processor
-    /// \return `success`; `wrong_state` when a file is open already, `attempts` is negative or used up; `no_file`; or
-    ///         the store's own code when that fails in another way
-    int open_read(const char* name, int attempts);
+    /// \param attempts  the most attempts, `retry_delay` apart, while the store is busy; 0: no limit and no delay,
+    /// which
+    ///                  uses a whole processor
+    /// \return `success`; `wrong_state` when a file is already open, when `attempts` is negative, or when the store is
+    ///         still busy after the last attempt; `no_file`; the store's own code for another failure
+    [[nodiscard]] int open_read(const char* name, int attempts);
 
-    /// Opens a file for writing at its end, after making it when it is not there.
-    /// \param attempts  how often to try, `retry_delay` apart
-    /// \return `success`; `gave_up`, at once for 0 attempts or less; `no_file` when the store is not mounted;
-    ///         `wrong_state` when a file is open already, or, after telling the waiters `store_full`, when the store
-    ///         has no room or cannot say. Messages through the debug printer tell why.
-    int open_write(const char* name, int attempts);
+    /// Opens a file for writing at its end. Creates a missing one.
+    /// \param attempts  the most attempts, `retry_delay` apart
+    /// \return `success`; `gave_up`, at once for 0 attempts or fewer; `no_file` when the store is not mounted;
+    ///         `wrong_state` when a file is already open, or, after the event `store_full`, when the store has no free
+    ///         space or does not know it. Each failure is reported through the debug printer.
+    [[nodiscard]] int open_write(const char* name, int attempts);
 
-    /// \return what the store returned, 0 for success; `wrong_state`, after a message, when no file is open for reading
+    /// \return the store's result, 0 for success; `wrong_state`, after a message, when no file is open for reading
     int close_read();
 
-    /// Waits until the medium has what was written.
+    /// Waits until the written bytes are on the medium.
     /// \return `success`; `wrong_state`, after a message, when that failed or no file is open for writing
-    int close_write();
+    [[nodiscard]] int close_write();
 
     using Data_stream::get_data;
-    /// Reads `n` bytes from the file into the ring, in pieces of up to 32. Bytes that find the ring full are lost.
-    /// \return 1 when `n` bytes were read, at once for an `n` of 0 or less; 0 when the end of the file or an error came
-    ///         before that, with the bytes that came in the ring; 0, after a message, when no file is open for reading
+    /// Reads `n` bytes from the file into the ring, in pieces of up to 32. Bytes that do not fit the ring are dropped.
+    /// \return 1 when `n` bytes were read, at once for an `n` of 0 or less; 0 after the end of the file or an error,
+    ///         with the bytes before it in the ring; 0, after a message, when no file is open for reading
     int get_data(int n) override;
 
-    /// Writes at the end of the file. A write that falls short or does not fit closes the file and tells the waiters
-    /// (`short_write`, `store_full`).
+    /// Writes at the end of the file. A write that the store takes in part, or that does not fit, closes the file and
+    /// notifies the waiters (`short_write`, `store_full`).
     ///
-    /// On purpose, a write that does not fit while more than 10 bytes are free ends the process: the caller asks for
-    /// the free space before, or writes in small pieces.
+    /// On purpose, a write that does not fit while more than 10 bytes are free ends the process: the caller must check
+    /// the free space first, or write in small pieces.
     /// \return the bytes written; `not_written` when no file is open for writing or the store is full
     int _write(const unsigned char* data, unsigned int len) override;
 
@@ -107,8 +108,8 @@ class GLUE_EXPORT PCFile_data_stream : public Data_stream {
 
     // ---- The store as a whole ----
 
-    /// Gives the class its module id, the source of its events; ends the process with `exit_no_module_id` when there is
-    /// none. Call it once, before waiters are registered.
+    /// Gets the class its module id, the source of its events. Ends the process with `exit_no_module_id` when there is
+    /// none left. Call it once, before waiters are registered.
     static void static_init(module_man& modules);
 
     /// \return whether the store has such a file; false, after a message, when it is not mounted
@@ -119,46 +120,46 @@ class GLUE_EXPORT PCFile_data_stream : public Data_stream {
     static int mounted();
     /// \return the store's directory
     static const char* get_directory();
-    /// Bytes in use, and bytes that the store may hold in all. \return non-zero; 0, with both 0, when the store cannot
-    /// say
+    /// The bytes in use, and the store's capacity in bytes. \return non-zero; 0, with both 0, when the store does not
+    /// know them
     static int get_free_space(unsigned int& used, unsigned int& total);
 
-    /// Copies a file, in blocks of 500 bytes for each of which both files are opened anew, up to 6 times, `retry_delay`
-    /// apart, while the store does not let them. `to` is removed first: copying a file onto itself destroys it.
+    /// Copies a file in blocks of 500 bytes. Both files are opened again for each block, with up to 6 attempts,
+    /// `retry_delay` apart. `to` is removed first: copying a file onto itself destroys it.
     ///
-    /// On purpose: copying an empty file fails, with `to` gone; a read that fails once something was copied counts as
-    /// the end; whether the last block is on the medium is not looked at.
-    /// \return true when anything was copied and nothing failed. After a failure `to` holds what was copied till then.
-    ///         Without room for a block the waiters are told `store_full`.
-    static bool copy(const char* to, const char* from);
+    /// On purpose: copying an empty file fails, with `to` removed; after the first block a read that fails counts as
+    /// the end of the file; whether a block is on the medium is not checked. \return true when anything was copied and
+    /// nothing failed. After a failure `to` holds the blocks copied before.
+    ///         When a block does not fit, the waiters get `store_full`.
+    [[nodiscard]] static bool copy(const char* to, const char* from);
 
     // ---- Events ----
 
-    /// \return 0; 1, with nothing changed, when `waiter` is null or registered already, or `max_waiters` are
+    /// \return 0; 1, with nothing changed, when `waiter` is null or registered, or when `max_waiters` are registered
     static int register_waiter(waiter_descriptor* waiter);
     /// The others keep their order. \return 0; 1 when `waiter` is not registered
     static int deregister_waiter(waiter_descriptor* waiter);
     /// \return whether the event comes from this class. Takes no lock.
     static bool is_event(const waiter_event& event);
-    /// Sends every registered waiter an event, in the order of their registration.
+    /// Sends an event to every registered waiter, in the order of registration.
     static void send_event(events_t code);
 
-    /// Goes through the names of the store's files.
+    /// Iterates over the names of the store's files.
     ///
     ///     for (PCFile_data_stream::Iterator file; const char* name = file.get_name(); file.next())
     ///         std::puts(name);
     ///
-    /// Files that are made or removed meanwhile may make it miss a name or give one twice; `reset` starts anew.
+    /// Files that are created or removed meanwhile may make it skip a name or return one twice; `reset` starts again.
     class GLUE_EXPORT Iterator {
       public:
-        /// At the first file. A message tells when the store is not mounted; there are no files then.
+        /// Starts at the first file. A store that is not mounted is reported, and has no files.
         Iterator();
-        /// Back to the first file, with the number of files as it is now.
+        /// Goes back to the first file, and gets the present number of files.
         void reset();
         /// \return the current name, up to 39 characters, which the iterator owns and the next call overwrites; null
-        ///         past the last file or, after a message, when the store cannot tell the name
+        ///         past the last file or, after a message, when the store does not know the name
         const char* get_name();
-        /// Goes on, unless it is past the last file. \return the index that it stands at now
+        /// Goes to the next file, unless it is past the last one. \return its index
         unsigned int next();
 
       private:
@@ -174,7 +175,7 @@ class GLUE_EXPORT PCFile_data_stream : public Data_stream {
     };
 
     void reset_description();
-    int write_what_fits(const unsigned char* data, unsigned int len);
+    int write_piece(const unsigned char* data, unsigned int len);
     static void _send_event(events_t code);
     static bool copy_block(const char* to, const unsigned char* block, int count);
 
@@ -182,8 +183,8 @@ class GLUE_EXPORT PCFile_data_stream : public Data_stream {
     bool write_open_;
     std::uint32_t read_position_;
 
-    static Mutex mutex; ///< guards what follows
+    static Mutex mutex; ///< guards the members that follow
     static PcfInfo pcf_info;
     static Waiters waiters;
-    static std::atomic<std::int16_t> module_id; ///< read without the lock, by `is_event`
+    static std::atomic<std::int16_t> module_id; ///< `is_event` reads it without the lock
 };

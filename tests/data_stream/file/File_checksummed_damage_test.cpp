@@ -1,4 +1,4 @@
-// What becomes of a checksummed file that is damaged, cut or cannot be read.
+// Opening checksummed files that are damaged, cut or cannot be read.
 
 #include <glue/data_stream/File_checksummed_data_stream.h>
 
@@ -28,16 +28,16 @@ const std::string too_short = "Empty or truncated checksummed file [";
 const std::string unreadable = "Failure while reading CRC32 in checksummed file [";
 const std::string mismatch = "Error CRC32 mismatch on checksummed file [";
 const std::string aborts = "abort";
-const char* const last_words = "^glue/data_stream/File_checksummed_data_stream.cpp:[0-9]+: "
-                               "bool File_checksummed_data_stream::open_read\\(const char\\*\\): "
-                               "Assertion `false' failed\\.\n(qemu: .*\n)?$"; // which adds a line of its own
+const char* const assertion_message = "^glue/data_stream/File_checksummed_data_stream.cpp:[0-9]+: "
+                                      "bool File_checksummed_data_stream::open_read\\(const char\\*\\): "
+                                      "Assertion `false' failed\\.\n(qemu: .*\n)?$"; // the emulator adds a line
 
 struct File_checksummed_damage : testing::Test {
-    /// Opens a file of these bytes, and expects that to end so and to leave the stream fit for use.
+    /// Opens a file of these bytes. Expects this outcome and a stream that can be used again.
     void expect(const std::string& outcome, const std::string& bytes) {
         const std::string path = folder.make_file("f", bytes);
         if (outcome == aborts) {
-            EXPECT_EXIT(stream.open_read(path.c_str()), KilledBySignal(SIGABRT), last_words);
+            EXPECT_EXIT(static_cast<void>(stream.open_read(path.c_str())), KilledBySignal(SIGABRT), assertion_message);
             return;
         }
         const Captured_debug debug;
@@ -55,7 +55,8 @@ struct File_checksummed_damage : testing::Test {
     File_checksummed_data_stream stream;
 };
 
-/// What a file with a content of at least five bytes and without "=" is after one bit of its byte `at` has changed.
+/// The outcome for a file, with at least five bytes of content and no "=" in it, after one bit of byte `at` has
+/// changed.
 std::string outcome_of_flip(const std::string& before, const std::string& after, std::size_t at) {
     const std::size_t content = before.size() - 15;
     if (at < content)
@@ -67,7 +68,7 @@ std::string outcome_of_flip(const std::string& before, const std::string& after,
     const char digit = after[at];
     const bool is_first = at == content + 7;
     if (digit == '=')
-        return aborts; // the last "=" has no line feed in front of it
+        return aborts; // the last "=" has no line feed six bytes before it
     if (std::tolower(digit) == std::tolower(before[at]))
         return verified;
     if (is_first && digit == ' ')
@@ -75,7 +76,7 @@ std::string outcome_of_flip(const std::string& before, const std::string& after,
     return is_first && std::isxdigit(static_cast<unsigned char>(digit)) == 0 ? unreadable : mismatch;
 }
 
-TEST_F(File_checksummed_damage, every_changed_bit_is_found_but_for_another_spelling_of_the_same_digits) {
+TEST_F(File_checksummed_damage, every_changed_bit_is_found_except_another_spelling_of_the_same_digits) {
     int verified_ones = 0;
     int aborted_ones = 0;
     for (const std::string& content :
@@ -93,7 +94,7 @@ TEST_F(File_checksummed_damage, every_changed_bit_is_found_but_for_another_spell
                 aborted_ones += outcome == aborts;
             }
     }
-    EXPECT_GT(verified_ones, 3); // "abcde\nCRC32=0E894A8D" alone: a 0 and four letters
+    EXPECT_GT(verified_ones, 3); // "abcde\nCRC32=0E894A8D" alone has a 0 and four letters
     EXPECT_GT(aborted_ones, 3 * 8);
 }
 
@@ -109,7 +110,7 @@ TEST_F(File_checksummed_damage, every_cut_is_found) {
     }
 }
 
-TEST_F(File_checksummed_damage, every_cut_in_front_is_found) {
+TEST_F(File_checksummed_damage, every_cut_at_the_beginning_is_found) {
     const std::string whole = checksummed("abcdefghij");
     for (std::size_t cut = 1; cut < whole.size(); ++cut)
         expect(whole.size() - cut < 15   ? too_short
@@ -118,7 +119,7 @@ TEST_F(File_checksummed_damage, every_cut_in_front_is_found) {
                whole.substr(cut));
 }
 
-TEST_F(File_checksummed_damage, a_file_with_less_than_five_bytes_of_content_is_rejected_though_it_is_right) {
+TEST_F(File_checksummed_damage, a_file_with_fewer_than_five_bytes_of_content_is_rejected_even_if_it_is_right) {
     for (const char* content : {"", "a", "ab", "abc", "abcd"})
         expect(unreadable, checksummed(content));
     expect(verified, checksummed("abcde"));
@@ -130,32 +131,32 @@ TEST_F(File_checksummed_damage, digits_may_be_lower_case) {
     EXPECT_EQ(buffered(stream), "abcde");
 }
 
-TEST_F(File_checksummed_damage, what_was_never_checksummed_ends_the_process_when_it_has_an_equals_sign_near_its_end) {
+TEST_F(File_checksummed_damage, a_file_without_a_trailer_that_has_an_equals_sign_near_its_end_ends_the_process) {
     expect(aborts, "# a plain text\nwidth_of_tool=12\n");
     expect(aborts, std::string(12, '.') + '=' + std::string(7, '.'));
-    expect(aborts, std::string(7, '.') + '=' + std::string(12, '.')); // the first place that counts
+    expect(aborts, std::string(7, '.') + '=' + std::string(12, '.')); // the first index that counts
     expect(unreadable, std::string(6, '.') + '=' + std::string(13, '.'));
-    expect(aborts, std::string(7, '.') + '=' + std::string(7, '.')); // 15 bytes are looked at of a file with 15
+    expect(aborts, std::string(7, '.') + '=' + std::string(7, '.')); // all of a file of 15 bytes is read
     expect(unreadable, std::string(6, '.') + '=' + std::string(8, '.'));
-    expect(unreadable, "# a plain text\nspeed=12\n"); // a line feed stands six bytes before it
+    expect(unreadable, "# a plain text\nspeed=12\n"); // a line feed is six bytes before it
     expect(unreadable, "# a plain text without that sign\n");
-    expect(unreadable, "width_of_tool=12, and much more behind\n");
+    expect(unreadable, "width_of_tool=12, and much more after it\n");
 }
 
-TEST_F(File_checksummed_damage, the_last_equals_sign_is_found_behind_zero_bytes) {
+TEST_F(File_checksummed_damage, the_last_equals_sign_is_found_after_zero_bytes) {
     const std::string zeros(3, '\0');
     expect(aborts, "ab" + zeros + "nothing of" + zeros + "=." + zeros);
     expect(verified, checksummed("=" + zeros + "=."));
 }
 
-TEST_F(File_checksummed_damage, a_trailer_in_the_middle_counts_for_nothing) {
+TEST_F(File_checksummed_damage, a_trailer_in_the_middle_is_content) {
     const std::string twice = checksummed(checksummed("abcde"));
     expect(verified, twice);
     expect(mismatch, checksummed("abcde") + "A"); // nine digits
     expect(unreadable, checksummed("abcde") + std::string(20, ' '));
 }
 
-TEST_F(File_checksummed_damage, a_missing_file_is_told) {
+TEST_F(File_checksummed_damage, a_missing_file_is_reported) {
     const Captured_debug debug;
     const std::string missing = folder.path("missing");
     EXPECT_FALSE(stream.open_read(missing.c_str()));
@@ -170,7 +171,7 @@ struct File_checksummed_faults : File_checksummed_damage {
     Captured_debug debug;
     Replaced_file_calls calls;
 
-    /// The next opening fails with this text; the one after it, with nothing replaced, succeeds.
+    /// The next opening fails with this text. The one after it, with nothing replaced, succeeds.
     void expect_failure(const std::string& text) {
         const int before = open_descriptors();
         EXPECT_FALSE(stream.open_read(path.c_str()));
@@ -186,12 +187,12 @@ struct File_checksummed_faults : File_checksummed_damage {
     }
 };
 
-TEST_F(File_checksummed_faults, of_asking_for_the_size_are_not_told) {
+TEST_F(File_checksummed_faults, of_getting_the_size_are_not_reported) {
     calls.fstat = [](int) { return -1; };
     expect_failure("");
 }
 
-TEST_F(File_checksummed_faults, of_seeking_are_told_with_their_reason) {
+TEST_F(File_checksummed_faults, of_seeking_are_reported_with_their_reason) {
     calls.fseek = [](int) {
         errno = EIO;
         return -1;
@@ -199,7 +200,7 @@ TEST_F(File_checksummed_faults, of_seeking_are_told_with_their_reason) {
     expect_failure("CRC32 seek failed in checksummed file [" + path + "]: Input/output error\n");
 }
 
-TEST_F(File_checksummed_faults, of_asking_for_the_position_are_told_with_their_reason) {
+TEST_F(File_checksummed_faults, of_getting_the_position_are_reported_with_their_reason) {
     calls.ftell = [] {
         errno = EOVERFLOW;
         return -1;
@@ -207,7 +208,7 @@ TEST_F(File_checksummed_faults, of_asking_for_the_position_are_told_with_their_r
     expect_failure("CRC32 seek failed in checksummed file [" + path + "]: Value too large for defined data type\n");
 }
 
-TEST_F(File_checksummed_faults, of_reading_the_trailer_are_told_with_their_reason) {
+TEST_F(File_checksummed_faults, of_reading_the_trailer_are_reported_with_their_reason) {
     calls.fread = [](std::size_t size, std::size_t count) {
         EXPECT_EQ(size, 20U);
         EXPECT_EQ(count, 1U);
@@ -217,7 +218,7 @@ TEST_F(File_checksummed_faults, of_reading_the_trailer_are_told_with_their_reaso
     expect_failure("Short read while seeking CRC32 in checksummed file [" + path + "]: Input/output error\n");
 }
 
-TEST_F(File_checksummed_faults, of_reading_the_content_are_told_with_their_reason) {
+TEST_F(File_checksummed_faults, of_reading_the_content_are_reported_with_their_reason) {
     calls.fread = [](std::size_t size, std::size_t) {
         errno = EIO;
         return size == 1 ? std::optional(0) : std::nullopt;
@@ -226,7 +227,7 @@ TEST_F(File_checksummed_faults, of_reading_the_content_are_told_with_their_reaso
     expect_failure("CRC32 calc read failed file [" + path + "]: Input/output error\n");
 }
 
-TEST_F(File_checksummed_faults, a_file_that_has_shrunk_is_waited_for) {
+TEST_F(File_checksummed_faults, a_file_that_has_become_shorter_is_read_again_until_it_has_its_size_back) {
     const std::string whole = checksummed(numbered(20000)); // more than the C library's buffer holds
     folder.make_file("f", whole);
     int blocks = 0;
@@ -245,7 +246,7 @@ TEST_F(File_checksummed_faults, a_file_that_has_shrunk_is_waited_for) {
 }
 
 TEST_F(File_checksummed_faults, a_file_too_large_for_its_positions_is_rejected) {
-    std::filesystem::resize_file(path, std::uintmax_t{1} << 31); // takes no room
+    std::filesystem::resize_file(path, std::uintmax_t{1} << 31); // uses no space on the disk
     EXPECT_FALSE(stream.open_read(path.c_str()));
     EXPECT_EQ(debug.text(),
               "CRC32 seek failed in checksummed file [" + path + "]: Value too large for defined data type\n");

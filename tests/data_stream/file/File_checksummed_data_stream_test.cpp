@@ -1,4 +1,4 @@
-// Writing and reading. Damaged files: File_checksummed_damage_test.cpp.
+// Writing and reading. Damaged files are in File_checksummed_damage_test.cpp.
 
 #include <glue/data_stream/File_checksummed_data_stream.h>
 
@@ -26,7 +26,7 @@ namespace {
 using Stream = File_checksummed_data_stream;
 
 struct File_checksummed_test : testing::Test {
-    /// Writes a file of these pieces. \return what it holds then
+    /// Writes a file of these pieces. \return its content
     std::string write(const std::vector<std::string>& pieces) {
         Stream writer;
         EXPECT_TRUE(writer.open_write(path.c_str()));
@@ -65,7 +65,7 @@ TEST(File_checksummed_slots, are_those_of_the_plain_file) {
 
 // ---- Naming ----
 
-TEST_F(File_checksummed_naming, tells_the_path_and_the_direction_while_open) {
+TEST_F(File_checksummed_naming, has_the_path_and_the_direction_while_a_file_is_open) {
     ASSERT_EQ(chdir(folder.path().c_str()), 0);
     void* const self = &stream;
     const std::string closed = cut_description("CRCFILE(%p)", self);
@@ -92,11 +92,11 @@ TEST_F(File_checksummed_naming, tells_the_path_and_the_direction_while_open) {
 TEST_F(File_checksummed_writing, appends_a_trailer_of_15_bytes) {
     EXPECT_STREQ(Stream::crc32_head, "\nCRC32=");
     EXPECT_EQ(write({"abcde"}), "abcde\nCRC32=0E894A8D");
-    EXPECT_EQ(write({}), "\nCRC32=5CA1AB1E"); // what it starts from
+    EXPECT_EQ(write({}), "\nCRC32=5CA1AB1E"); // the seed
     EXPECT_EQ(debug.text(), "");
 }
 
-TEST_F(File_checksummed_writing, gives_the_same_file_however_the_content_is_cut) {
+TEST_F(File_checksummed_writing, writes_the_same_file_however_the_content_is_cut) {
     Random random;
     for (int round = 0; round < 50; ++round) {
         const std::string content = random.bytes(random.between(0, 3000));
@@ -107,7 +107,7 @@ TEST_F(File_checksummed_writing, gives_the_same_file_however_the_content_is_cut)
     }
 }
 
-TEST_F(File_checksummed_writing, cuts_what_the_file_held_and_starts_a_new_checksum) {
+TEST_F(File_checksummed_writing, removes_the_old_content_and_starts_a_new_checksum) {
     ASSERT_TRUE(stream.open_write(path.c_str()));
     write_text(stream, "a longer content");
     EXPECT_TRUE(stream.close_write());
@@ -118,7 +118,7 @@ TEST_F(File_checksummed_writing, cuts_what_the_file_held_and_starts_a_new_checks
     EXPECT_EQ(folder.content_of("f"), checksummed("short"));
 }
 
-TEST_F(File_checksummed_writing, fails_softly_where_no_file_can_be_made) {
+TEST_F(File_checksummed_writing, returns_false_where_no_file_can_be_created) {
     const std::string missing = folder.path("missing/f");
     EXPECT_FALSE(stream.open_write(missing.c_str()));
     EXPECT_EQ(debug.text(), "Error opening file [" + missing + "]\n");
@@ -126,7 +126,7 @@ TEST_F(File_checksummed_writing, fails_softly_where_no_file_can_be_made) {
     EXPECT_FALSE(stream.close_write());
 }
 
-TEST_F(File_checksummed_writing, that_cannot_begin_leaves_the_description_unless_it_has_closed_a_file) {
+TEST_F(File_checksummed_writing, that_cannot_begin_leaves_the_description_unchanged_unless_it_has_closed_a_file) {
     const std::string missing = folder.path("missing/f");
     open_read("abcde");
     const std::string reading = stream.get_description();
@@ -138,7 +138,7 @@ TEST_F(File_checksummed_writing, that_cannot_begin_leaves_the_description_unless
     EXPECT_EQ(stream.get_description(), cut_description("CRCFILE(%p)", static_cast<void*>(&stream)));
 }
 
-TEST_F(File_checksummed_writing, without_a_file_is_an_error_and_no_part_of_the_checksum) {
+TEST_F(File_checksummed_writing, without_a_file_is_an_error_and_not_included_in_the_checksum) {
     ASSERT_TRUE(stream.open_write(path.c_str()));
     write_text(stream, "abcde");
     EXPECT_TRUE(stream.close_write());
@@ -148,12 +148,12 @@ TEST_F(File_checksummed_writing, without_a_file_is_an_error_and_no_part_of_the_c
     EXPECT_EQ(folder.content_of("f"), checksummed("abcde"));
 }
 
-TEST_F(File_checksummed_writing, only_what_the_file_took_is_part_of_the_checksum) {
+TEST_F(File_checksummed_writing, includes_only_accepted_bytes_in_the_checksum) {
     ASSERT_TRUE(stream.open_write(path.c_str()));
     write_text(stream, "abc");
     Replaced_file_calls calls;
     calls.fwrite = [](std::size_t size, std::size_t) { return size == 1 ? std::optional(2) : std::nullopt; };
-    EXPECT_EQ(write_text(stream, "defgh"), 2); // "de", which the replaced call does not even write
+    EXPECT_EQ(write_text(stream, "defgh"), 2); // "de", which the replaced call does not write
     calls.fwrite = nullptr;
     EXPECT_TRUE(stream.close_write());
     EXPECT_EQ(folder.content_of("f"), "abc" + checksummed("abcde").substr(5));
@@ -169,7 +169,7 @@ TEST_F(File_checksummed_writing, destroyed_without_closing_leaves_no_trailer) {
     EXPECT_FALSE(stream.open_read(path.c_str()));
 }
 
-TEST_F(File_checksummed_writing, opened_anew_closes_the_file_before_without_a_trailer) {
+TEST_F(File_checksummed_writing, opened_again_closes_the_previous_file_without_a_trailer) {
     ASSERT_TRUE(stream.open_write(path.c_str()));
     write_text(stream, "abc");
     const int before = open_descriptors();
@@ -192,7 +192,7 @@ TEST_F(File_checksummed_writing, syncs_the_trailer_before_it_is_closed) {
     EXPECT_EQ(contents_at_sync, std::vector<std::string>{content});
 }
 
-TEST_F(File_checksummed_writing, a_failed_trailer_is_told_and_the_file_closed) {
+TEST_F(File_checksummed_writing, a_failed_trailer_is_reported_and_the_file_closed) {
     ASSERT_TRUE(stream.open_write(path.c_str()));
     write_text(stream, "abcde");
     Replaced_file_calls calls;
@@ -214,21 +214,21 @@ TEST_F(File_checksummed_writing, after_a_failed_write_adds_no_trailer) {
         const Limited_file_size limit(5000);
         EXPECT_LT(write_text(stream, much), 20000);
     }
-    EXPECT_TRUE(stream.close_write()); // though there is room again
+    EXPECT_TRUE(stream.close_write()); // although there is free space again
     EXPECT_EQ(folder.content_of("f").find("CRC32"), std::string::npos);
     EXPECT_EQ(debug.text(), "");
     EXPECT_FALSE(stream.open_read(path.c_str()));
 }
 
-TEST_F(File_checksummed_writing, to_a_disk_that_is_full_at_the_end_looks_fine_but_does_not_verify) {
-    for (rlim_t room = 0; room < 115; room += 5) {
+TEST_F(File_checksummed_writing, to_a_disk_that_is_full_at_the_end_returns_true_and_does_not_verify) {
+    for (rlim_t free_space = 0; free_space < 115; free_space += 5) {
         {
-            const Limited_file_size limit(room);
+            const Limited_file_size limit(free_space);
             ASSERT_TRUE(stream.open_write(path.c_str()));
             EXPECT_EQ(write_text(stream, std::string(100, 'x')), 100);
             EXPECT_TRUE(stream.close_write());
         }
-        EXPECT_FALSE(stream.open_read(path.c_str())) << room;
+        EXPECT_FALSE(stream.open_read(path.c_str())) << free_space;
     }
     ASSERT_TRUE(stream.open_write("/dev/full"));
     EXPECT_EQ(write_text(stream, "abcde"), 5);
@@ -249,7 +249,7 @@ TEST_F(File_checksummed_reading, delivers_the_content_and_never_the_trailer) {
     EXPECT_EQ(debug.text(), "");
 }
 
-TEST_F(File_checksummed_reading, the_call_that_goes_beyond_the_end_brings_the_rest_and_tells) {
+TEST_F(File_checksummed_reading, beyond_the_end_delivers_the_rest_and_returns_0) {
     open_read("abcdefg");
     EXPECT_EQ(stream.get_data(5), 1);
     EXPECT_EQ(stream.get_data(5), 0);
@@ -258,7 +258,7 @@ TEST_F(File_checksummed_reading, the_call_that_goes_beyond_the_end_brings_the_re
     EXPECT_EQ(buffered(stream), "");
 }
 
-TEST_F(File_checksummed_reading, up_to_the_last_byte_succeeds_and_only_beyond_it_ends) {
+TEST_F(File_checksummed_reading, up_to_the_last_byte_succeeds_and_only_the_next_read_ends) {
     open_read("abcdefg");
     EXPECT_EQ(stream.get_data(7), 1);
     EXPECT_EQ(stream.get_data(0), 1);
@@ -274,12 +274,12 @@ TEST_F(File_checksummed_reading, far_beyond_the_end_does_not_overflow) {
     EXPECT_EQ(stream.get_data(-1), 0);
 }
 
-TEST_F(File_checksummed_reading, without_a_file_brings_nothing) {
+TEST_F(File_checksummed_reading, without_a_file_delivers_nothing) {
     EXPECT_EQ(stream.get_data(1), 0);
     EXPECT_EQ(stream.get_data(0), 0);
 }
 
-TEST_F(File_checksummed_reading, a_position_that_is_unknown_or_beyond_the_content_brings_nothing) {
+TEST_F(File_checksummed_reading, a_position_that_is_unknown_or_beyond_the_content_delivers_nothing) {
     open_read("abcdefg");
     Replaced_file_calls calls;
     for (const int position : {-1, 8}) {
@@ -296,18 +296,18 @@ TEST_F(File_checksummed_reading, length_is_that_of_the_whole_file) {
     EXPECT_EQ(stream.get_length(), 7 + 15);
 }
 
-TEST_F(File_checksummed_reading, brings_any_content_back_in_any_pieces) {
+TEST_F(File_checksummed_reading, delivers_any_content_in_any_pieces) {
     Random random;
     for (int round = 0; round < 50; ++round) {
         const std::string content = random.bytes(random.between(5, 4000));
         open_read(content);
-        std::string came;
+        std::string received;
         for (bool more = true; more;) {
             const int count = static_cast<int>(random.between(0, 700));
             more = stream.get_data(count) != 0;
-            came += take_buffered(stream);
+            received += take_buffered(stream);
         }
-        ASSERT_EQ(came, content);
+        ASSERT_EQ(received, content);
     }
 }
 
@@ -331,7 +331,7 @@ TEST_F(File_checksummed_reading, of_a_descriptor_is_not_supported) {
     EXPECT_EQ(buffered(stream), "abcde");
 }
 
-TEST_F(File_checksummed_reading, opened_anew_closes_the_file_before) {
+TEST_F(File_checksummed_reading, opened_again_closes_the_previous_file) {
     open_read("abcde");
     const int before = open_descriptors();
     open_read("fghij");

@@ -41,7 +41,7 @@ using File_data_stream_closing = File_data_stream_test;
 using File_data_stream_length = File_data_stream_test;
 using File_data_stream_death_test = File_data_stream_test;
 
-TEST(File_data_stream_slots, length_is_the_one_that_is_added) {
+TEST(File_data_stream_slots, length_is_the_added_one) {
     EXPECT_EQ(vtable_slot(&File_data_stream::get_length), 14U);
     EXPECT_EQ(vtable_slot<int (File_data_stream::*)(int)>(&File_data_stream::get_data), 12U);
     EXPECT_EQ(vtable_slot(&File_data_stream::_write), 13U);
@@ -55,7 +55,7 @@ TEST(File_data_stream_slots, length_is_the_one_that_is_added) {
 // ---- Naming and opening ----
 
 TEST_F(File_data_stream_opening, names_the_path_or_the_descriptor_and_the_direction_in_31_characters) {
-    ASSERT_EQ(chdir(folder.path().c_str()), 0); // a short path: little more fits beside an address of twelve digits
+    ASSERT_EQ(chdir(folder.path().c_str()), 0); // a short path: an address of twelve digits leaves little space
     void* const self = &stream;
     EXPECT_EQ(stream.get_description(), cut_description("DSFile(%p)", self));
     folder.make_file("f", "");
@@ -65,7 +65,7 @@ TEST_F(File_data_stream_opening, names_the_path_or_the_descriptor_and_the_direct
     EXPECT_EQ(stream.get_description(), cut_description("DSFile(%p,f, w)", self));
     EXPECT_TRUE(stream.close_read());
     EXPECT_TRUE(stream.close_write());
-    EXPECT_EQ(stream.get_description(), cut_description("DSFile(%p,f, w)", self)); // closing does not touch it
+    EXPECT_EQ(stream.get_description(), cut_description("DSFile(%p,f, w)", self)); // closing leaves it unchanged
     const int fd = open("f", O_RDONLY);
     EXPECT_TRUE(stream.open_read(fd));
     EXPECT_EQ(stream.get_description(), cut_description("DSFile(%p,%d, r)", self, fd));
@@ -89,7 +89,7 @@ TEST_F(File_data_stream_opening, adopted_handles_are_read_written_and_closed) {
     EXPECT_EQ(open_descriptors(), before);
 }
 
-TEST_F(File_data_stream_opening, a_file_still_open_is_forgotten_not_closed) {
+TEST_F(File_data_stream_opening, a_file_still_open_is_not_closed) {
     std::FILE* const first = std::fopen(folder.make_file("first", "1").c_str(), "rb");
     File_data_stream adopting(first, nullptr);
     ASSERT_TRUE(adopting.open_read(folder.make_file("second", "2").c_str()));
@@ -99,7 +99,7 @@ TEST_F(File_data_stream_opening, a_file_still_open_is_forgotten_not_closed) {
     std::fclose(first);
 }
 
-TEST_F(File_data_stream_opening, a_descriptor_is_read_from_where_it_stands) {
+TEST_F(File_data_stream_opening, a_descriptor_is_read_from_its_position) {
     const int fd = open(folder.make_file("f", "abcdef").c_str(), O_RDONLY);
     ASSERT_EQ(lseek(fd, 2, SEEK_SET), 2);
     ASSERT_TRUE(stream.open_read(fd));
@@ -109,13 +109,13 @@ TEST_F(File_data_stream_opening, a_descriptor_is_read_from_where_it_stands) {
     EXPECT_FALSE(is_open(fd));
 }
 
-TEST_F(File_data_stream_death_test, reading_what_cannot_be_opened_ends_the_process) {
+TEST_F(File_data_stream_death_test, a_file_that_cannot_be_opened_for_reading_ends_the_process) {
     EXPECT_EXIT(stream.open_read(folder.path("missing").c_str()), ExitedWithCode(-133 & 0xFF),
                 "^Error opening file \\[.*/missing\\]\n$");
     EXPECT_EXIT(stream.open_read(-1), ExitedWithCode(-133 & 0xFF), "^Error opening fd \\[-1\\]\n$");
 }
 
-TEST_F(File_data_stream_death_test, writing_what_cannot_be_opened_ends_the_process) {
+TEST_F(File_data_stream_death_test, a_file_that_cannot_be_opened_for_writing_ends_the_process) {
     EXPECT_EXIT(stream.open_write(folder.path("missing/f").c_str()), ExitedWithCode(-134 & 0xFF),
                 "^Error opening file \\[.*/missing/f\\]\n$");
 }
@@ -129,7 +129,7 @@ TEST_F(File_data_stream_opening, only_a_missing_file_does_not_exist) {
     EXPECT_TRUE(File_data_stream::exists(folder.path().c_str()));
     EXPECT_FALSE(File_data_stream::exists(folder.path("missing").c_str()));
     EXPECT_EQ(open_descriptors(), before);
-    // What cannot be opened for another reason: a link in a circle, also for root, who may read everything.
+    // These cannot be opened for another reason, also by root: a link to itself, and a path through a file.
     fs::create_symlink("circle", folder.path("circle"));
     EXPECT_TRUE(File_data_stream::exists(folder.path("circle").c_str()));
     EXPECT_TRUE(File_data_stream::exists(folder.path("f/below_a_file").c_str()));
@@ -143,7 +143,7 @@ TEST_F(File_data_stream_opening, a_file_without_permission_to_read_exists) {
 
 // ---- Reading ----
 
-TEST_F(File_data_stream_reading, brings_the_bytes_asked_for_and_no_more) {
+TEST_F(File_data_stream_reading, delivers_the_requested_bytes_and_no_more) {
     open_read("abcdef");
     EXPECT_EQ(stream.get_data(2), 1);
     EXPECT_EQ(buffered(stream), "ab");
@@ -151,14 +151,14 @@ TEST_F(File_data_stream_reading, brings_the_bytes_asked_for_and_no_more) {
     EXPECT_EQ(buffered(stream), "abcde");
 }
 
-TEST_F(File_data_stream_reading, tells_the_end_only_when_it_reads_beyond_it) {
+TEST_F(File_data_stream_reading, reports_the_end_only_when_it_reads_beyond_it) {
     open_read("abc");
     EXPECT_EQ(stream.get_data(3), 1);
     EXPECT_EQ(stream.get_data(1), 0);
     EXPECT_EQ(buffered(stream), "abc");
 }
 
-TEST_F(File_data_stream_reading, beyond_the_end_brings_what_is_left) {
+TEST_F(File_data_stream_reading, beyond_the_end_delivers_the_rest) {
     open_read("abc");
     EXPECT_EQ(stream.get_data(100), 0);
     EXPECT_EQ(buffered(stream), "abc");
@@ -170,7 +170,7 @@ TEST_F(File_data_stream_reading, of_nothing_succeeds_at_once) {
     EXPECT_EQ(stream.get_data(0), 1);
 }
 
-TEST_F(File_data_stream_reading, without_a_file_or_of_a_negative_count_brings_nothing) {
+TEST_F(File_data_stream_reading, without_a_file_or_of_a_negative_count_delivers_nothing) {
     EXPECT_EQ(stream.get_data(1), 0);
     open_read("abc");
     EXPECT_EQ(stream.get_data(-1), 0);
@@ -187,7 +187,7 @@ TEST_F(File_data_stream_reading, keeps_every_byte_as_it_is) {
     EXPECT_EQ(buffered(stream), all);
 }
 
-TEST_F(File_data_stream_reading, loses_what_finds_the_ring_full) {
+TEST_F(File_data_stream_reading, drops_what_does_not_fit_the_ring) {
     const std::string content = numbered(4300);
     open_read(content);
     EXPECT_EQ(stream.get_data(4250), 1);
@@ -224,7 +224,7 @@ TEST_F(File_data_stream_reading, and_writing_allocate_nothing_once_they_have_beg
 
 // ---- Writing ----
 
-TEST_F(File_data_stream_writing, makes_the_file_and_goes_on_at_its_end_the_next_time) {
+TEST_F(File_data_stream_writing, creates_the_file_and_appends_to_it_the_next_time) {
     const std::string path = folder.path("f");
     ASSERT_TRUE(stream.open_write(path.c_str()));
     EXPECT_EQ(write_text(stream, "abc"), 3);
@@ -250,7 +250,7 @@ TEST_F(File_data_stream_writing, without_a_file_is_an_error) {
     EXPECT_EQ(write_text(stream, "abc"), -1);
 }
 
-TEST_F(File_data_stream_writing, and_reading_go_on_side_by_side) {
+TEST_F(File_data_stream_writing, and_reading_work_at_the_same_time) {
     open_read("in");
     ASSERT_TRUE(stream.open_write(folder.path("f").c_str())); // the same file
     EXPECT_EQ(write_text(stream, "+out"), 4);
@@ -259,18 +259,18 @@ TEST_F(File_data_stream_writing, and_reading_go_on_side_by_side) {
     EXPECT_EQ(buffered(stream), "in+out");
 }
 
-TEST_F(File_data_stream_writing, to_a_full_disk_tells_what_the_file_took) {
+TEST_F(File_data_stream_writing, to_a_full_disk_returns_the_accepted_bytes) {
     ASSERT_TRUE(stream.open_write(folder.path("f").c_str()));
     const Limited_file_size limit(5000);
-    const std::string much = numbered(20000); // more than a buffer: it does not wait for the closing
+    const std::string much = numbered(20000); // more than a buffer holds: most is written before the closing
     EXPECT_LT(write_text(stream, much), 20000);
-    EXPECT_TRUE(stream.close_write()); // true all the same
+    EXPECT_TRUE(stream.close_write()); // true on purpose
     EXPECT_EQ(folder.content_of("f"), much.substr(0, 5000));
 }
 
 // ---- Closing ----
 
-TEST_F(File_data_stream_closing, closes_what_is_open_once) {
+TEST_F(File_data_stream_closing, closes_each_side_once) {
     EXPECT_FALSE(stream.close_read());
     EXPECT_FALSE(stream.close_write());
     open_read("");
@@ -284,7 +284,7 @@ TEST_F(File_data_stream_closing, closes_what_is_open_once) {
     EXPECT_FALSE(stream.close_write());
 }
 
-TEST_F(File_data_stream_closing, syncs_what_was_written_after_handing_it_over) {
+TEST_F(File_data_stream_closing, syncs_the_written_bytes_after_flushing_them) {
     Replaced_file_calls calls;
     std::vector<std::string> contents_at_sync;
     calls.fsync = [&](int fd) {
@@ -323,7 +323,7 @@ TEST_F(File_data_stream_closing, destruction_closes_both_sides) {
 
 // ---- Length ----
 
-TEST_F(File_data_stream_length, is_the_size_and_leaves_the_position_alone) {
+TEST_F(File_data_stream_length, is_the_size_and_leaves_the_position_unchanged) {
     EXPECT_EQ(stream.get_length(), -1);
     open_read("abcdef");
     EXPECT_EQ(stream.get_length(), 6);
@@ -360,7 +360,7 @@ TEST_F(File_data_stream_length, is_unknown_when_a_step_fails_and_then_only_a_fai
 TEST_F(File_data_stream_length, is_unknown_when_an_int_does_not_hold_it) {
     open_read("");
     constexpr std::uintmax_t largest = 0x7FFFFFFF;
-    fs::resize_file(folder.path("f"), largest); // takes no room
+    fs::resize_file(folder.path("f"), largest); // uses no space on the disk
     EXPECT_EQ(stream.get_length(), 0x7FFFFFFF);
     fs::resize_file(folder.path("f"), largest + 1);
     EXPECT_EQ(stream.get_length(), -1);

@@ -1,4 +1,4 @@
-// The store as a whole, copying, events, going through the names.
+// The store as a whole, copying, events, the iterator over the names.
 
 #include <glue/data_stream/PCFile_data_stream.h>
 
@@ -55,7 +55,7 @@ TEST_F(PCFile_store, knows_its_files_and_removes_them) {
     EXPECT_EQ(debug.text(), "");
 }
 
-TEST_F(PCFile_store, that_is_not_mounted_has_no_files_and_says_so) {
+TEST_F(PCFile_store, that_is_not_mounted_has_no_files_and_is_reported) {
     EXPECT_TRUE(Stream::mounted());
     EXPECT_EQ(Stream::get_directory(), store.folder.path());
     pcfUnmount();
@@ -64,7 +64,7 @@ TEST_F(PCFile_store, that_is_not_mounted_has_no_files_and_says_so) {
     EXPECT_EQ(debug.text(), "PCF Datastream Failed 207 (a)\n");
 }
 
-TEST_F(PCFile_store, tells_what_is_used_of_how_much) {
+TEST_F(PCFile_store, returns_the_used_bytes_and_the_capacity) {
     store.make_file("a", "abc");
     unsigned used = 7;
     unsigned total = 7;
@@ -79,7 +79,7 @@ TEST_F(PCFile_store, tells_what_is_used_of_how_much) {
 
 // ---- Copying ----
 
-TEST_F(PCFile_copying, brings_the_same_bytes_block_by_block) {
+TEST_F(PCFile_copying, writes_the_same_bytes_block_by_block) {
     for (const std::size_t size : {1U, 499U, 500U, 501U, 900U}) {
         const std::string content = numbered(size);
         store.make_file("from", content);
@@ -92,7 +92,7 @@ TEST_F(PCFile_copying, brings_the_same_bytes_block_by_block) {
     EXPECT_EQ(debug.text(), "");
 }
 
-TEST_F(PCFile_copying, opens_both_files_anew_for_each_block) {
+TEST_F(PCFile_copying, opens_both_files_again_for_each_block) {
     store.make_file("from", numbered(700));
     store.make_file("to", "old");
     Replaced_store_calls calls;
@@ -105,7 +105,7 @@ TEST_F(PCFile_copying, opens_both_files_anew_for_each_block) {
                                          "OpenRead from 700", "Read 500 0", "CloseRead 0"));
 }
 
-TEST_F(PCFile_copying, fails_without_store_or_source_and_leaves_the_target) {
+TEST_F(PCFile_copying, fails_without_store_or_source_and_leaves_the_target_unchanged) {
     store.make_file("to", "old");
     EXPECT_FALSE(Stream::copy("to", "missing"));
     EXPECT_EQ(store.content_of("to"), "old");
@@ -114,7 +114,7 @@ TEST_F(PCFile_copying, fails_without_store_or_source_and_leaves_the_target) {
     EXPECT_EQ(debug.text(), "");
 }
 
-TEST_F(PCFile_copying, of_an_empty_file_fails_with_the_target_gone) {
+TEST_F(PCFile_copying, of_an_empty_file_fails_with_the_target_removed) {
     store.make_file("from", "");
     store.make_file("to", "old");
     EXPECT_FALSE(Stream::copy("to", "from"));
@@ -127,7 +127,7 @@ TEST_F(PCFile_copying, onto_itself_destroys_the_file) {
     EXPECT_FALSE(Stream::exists("a"));
 }
 
-TEST_F(PCFile_copying, without_room_for_a_block_stops_and_tells) {
+TEST_F(PCFile_copying, without_free_space_for_a_block_stops_and_sends_an_event) {
     store.make_file("from", numbered(1200));
     EXPECT_FALSE(Stream::copy("to", "from")); // 800 bytes are free: one block
     EXPECT_EQ(store.content_of("to"), numbered(500));
@@ -138,7 +138,7 @@ TEST_F(PCFile_copying, without_room_for_a_block_stops_and_tells) {
     EXPECT_THAT(waiter.codes(), ElementsAre(1, 1));
 }
 
-TEST_F(PCFile_copying, in_a_store_that_cannot_tell_its_room_stops_and_tells) {
+TEST_F(PCFile_copying, in_a_store_that_does_not_know_its_free_space_stops_and_sends_an_event) {
     store.make_file("from", "abc");
     Replaced_store_calls calls;
     calls.answer = [](const std::string& call) { return call == "Info" ? Answer(0) : std::nullopt; };
@@ -177,7 +177,7 @@ TEST_F(PCFile_copying, tries_a_busy_store_six_times_for_each_block) {
     EXPECT_THAT(waiter.codes(), IsEmpty());
 }
 
-TEST_F(PCFile_copying, gives_up_at_once_when_the_source_cannot_be_opened_for_another_reason) {
+TEST_F(PCFile_copying, fails_at_once_when_the_source_cannot_be_opened_for_another_reason) {
     store.make_file("from", "abc");
     Replaced_store_calls calls;
     const Replaced_delays delays;
@@ -186,7 +186,7 @@ TEST_F(PCFile_copying, gives_up_at_once_when_the_source_cannot_be_opened_for_ano
     EXPECT_EQ(delays.count, 0);
 }
 
-TEST_F(PCFile_copying, takes_a_read_that_fails_for_the_end) {
+TEST_F(PCFile_copying, treats_a_failed_read_as_the_end) {
     store.make_file("from", numbered(700));
     Replaced_store_calls calls;
     int reads = 0;
@@ -197,12 +197,12 @@ TEST_F(PCFile_copying, takes_a_read_that_fails_for_the_end) {
     EXPECT_EQ(store.content_of("to"), numbered(500));
 }
 
-TEST_F(PCFile_copying, looks_at_how_many_bytes_came_and_not_at_the_result_of_the_read) {
+TEST_F(PCFile_copying, uses_the_count_of_bytes_and_not_the_result_of_a_read) {
     store.make_file("from", "abc");
     Replaced_store_calls calls;
     int reads = 0;
     calls.answer = [&reads](const std::string& call) {
-        return call == "Read 500 0" ? Answer(++reads == 1 ? 3 : 0) : std::nullopt; // leaves the result as it was
+        return call == "Read 500 0" ? Answer(++reads == 1 ? 3 : 0) : std::nullopt; // leaves the result unchanged
     };
     EXPECT_TRUE(Stream::copy("to", "from"));
     EXPECT_EQ(store.content_of("to").size(), 3U);
@@ -262,7 +262,7 @@ TEST(PCFile_events, go_to_up_to_ten_waiters_each_once) {
     std::list<Recording_waiter> waiters(11);
     for (Recording_waiter& waiter : waiters) {
         EXPECT_EQ(Stream::register_waiter(waiter), &waiter == &waiters.back() ? 1 : 0);
-        EXPECT_EQ(Stream::register_waiter(waiter), 1); // it is there already, or there is no room
+        EXPECT_EQ(Stream::register_waiter(waiter), 1); // it is registered, or there are ten
     }
     Stream::send_event(Stream::store_full);
     for (Recording_waiter& waiter : waiters)
@@ -270,7 +270,7 @@ TEST(PCFile_events, go_to_up_to_ten_waiters_each_once) {
     EXPECT_EQ(Stream::deregister_waiter(waiters.back()), 1);
     EXPECT_EQ(Stream::deregister_waiter(waiters.front()), 0);
     EXPECT_EQ(Stream::deregister_waiter(waiters.front()), 1);
-    EXPECT_EQ(Stream::register_waiter(waiters.back()), 0); // there is room again
+    EXPECT_EQ(Stream::register_waiter(waiters.back()), 0); // there are nine
     Stream::send_event(Stream::store_full);
     EXPECT_EQ(waiters.front().events().size(), 1U);
     EXPECT_EQ(waiters.back().events().size(), 1U);
@@ -280,41 +280,41 @@ TEST(PCFile_events, go_to_up_to_ten_waiters_each_once) {
     EXPECT_EQ(Stream::deregister_waiter(nullptr), 1);
 }
 
-TEST(PCFile_events, keep_the_order_of_those_that_stay) {
+TEST(PCFile_events, keep_the_order_of_the_other_waiters) {
     Recording_waiter waiters[4];
     for (Recording_waiter& waiter : waiters)
         EXPECT_EQ(Stream::register_waiter(waiter), 0);
     EXPECT_EQ(Stream::deregister_waiter(waiters[1]), 0);
     Recorded_platform_calls calls;
-    std::vector<std::size_t> told_before_each;
+    std::vector<std::size_t> events_before_each;
     calls.before_send = [&] {
-        told_before_each.push_back(waiters[0].events().size() + 10 * waiters[2].events().size() +
-                                   100 * waiters[3].events().size());
+        events_before_each.push_back(waiters[0].events().size() + 10 * waiters[2].events().size() +
+                                     100 * waiters[3].events().size());
     };
     Stream::send_event(Stream::store_full);
-    EXPECT_THAT(told_before_each, ElementsAre(0U, 1U, 11U));
+    EXPECT_THAT(events_before_each, ElementsAre(0U, 1U, 11U));
     for (Recording_waiter& waiter : waiters)
         Stream::deregister_waiter(waiter);
 }
 
-TEST_F(PCFile_store, without_room_is_told_before_it_is_announced) {
+TEST_F(PCFile_store, without_free_space_is_reported_before_the_event) {
     store.make_file("a", std::string(2000, 'x'));
     Recorded_platform_calls calls;
-    std::string told;
-    calls.before_send = [&] { told = debug.text(); };
+    std::string reported;
+    calls.before_send = [&] { reported = debug.text(); };
     Stream stream;
     EXPECT_EQ(stream.open_write("b", 1), 4);
-    EXPECT_EQ(told, "PCF Datastream Failed 232 (b 2000 2000)\n");
+    EXPECT_EQ(reported, "PCF Datastream Failed 232 (b 2000 2000)\n");
 }
 
-// ---- The lock: whoever takes it again in the same thread ends the process ----
+// ---- The lock: a thread that acquires it twice ends the process ----
 
-TEST_F(PCFile_lock_death_test, is_held_while_the_store_is_asked_and_written) {
+TEST_F(PCFile_lock_death_test, is_held_while_the_store_reports_its_space_and_writes) {
     store.make_file("a", "");
     const auto call_back_from = [](const std::string& which) {
         Debug::Print::set_sink(nullptr);
         Stream stream;
-        stream.open_write("a", 1);
+        EXPECT_EQ(stream.open_write("a", 1), 0);
         Replaced_store_calls calls;
         calls.answer = [&which](const std::string& call) {
             if (call == which)
@@ -324,7 +324,7 @@ TEST_F(PCFile_lock_death_test, is_held_while_the_store_is_asked_and_written) {
         unsigned ignored = 0;
         Stream::get_free_space(ignored, ignored);
         write_text(stream, "b");
-        stream.close_write();
+        EXPECT_EQ(stream.close_write(), 0);
     };
     EXPECT_EXIT(call_back_from("Info"), KilledBySignal(SIGABRT), "takes again what it holds");
     EXPECT_EXIT(call_back_from("Write 1 -1"), KilledBySignal(SIGABRT), "takes again what it holds");
@@ -382,9 +382,9 @@ TEST_F(PCFile_store, is_used_by_several_threads) {
     EXPECT_EQ(store.free(), 2000U - rounds * 10);
 }
 
-// ---- Going through the names ----
+// ---- The names of the files ----
 
-TEST_F(PCFile_iterator, gives_every_name_once) {
+TEST_F(PCFile_iterator, returns_every_name_once) {
     const std::string longest(39, 'n');
     for (const std::string& name : {std::string("b"), longest, std::string("a")})
         store.make_file(name, "");
@@ -419,7 +419,7 @@ TEST_F(PCFile_iterator, counts_the_files_when_it_is_reset) {
     EXPECT_STREQ(file.get_name(), "a");
 }
 
-TEST_F(PCFile_iterator, says_so_when_the_store_cannot_tell_a_name) {
+TEST_F(PCFile_iterator, reports_a_name_that_the_store_does_not_know) {
     store.make_file("a", "");
     store.make_file("b", "");
     Stream::Iterator file;
@@ -429,7 +429,7 @@ TEST_F(PCFile_iterator, says_so_when_the_store_cannot_tell_a_name) {
     EXPECT_EQ(debug.text(), "PCF broken file\n");
 }
 
-TEST_F(PCFile_iterator, has_no_files_without_a_store_and_says_so) {
+TEST_F(PCFile_iterator, has_no_files_without_a_store_and_reports_it) {
     store.make_file("a", "");
     pcfUnmount();
     Stream::Iterator file;

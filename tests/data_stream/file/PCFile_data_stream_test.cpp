@@ -1,4 +1,4 @@
-// One file: opening, closing, reading, writing. The store as a whole and events: PCFile_data_stream_store_test.cpp.
+// One file: opening, closing, reading, writing. PCFile_data_stream_store_test.cpp has the store as a whole and events.
 
 #include <glue/data_stream/PCFile_data_stream.h>
 
@@ -34,8 +34,8 @@ using Answer = std::optional<int>;
 struct PCFile : testing::Test {
     PCFile() { store.make_file("a", "abcdef"); }
     ~PCFile() override {
-        stream->close_read();
-        stream->close_write();
+        static_cast<void>(stream->close_read());
+        static_cast<void>(stream->close_write());
         Stream::deregister_waiter(waiter);
     }
 
@@ -64,7 +64,7 @@ TEST(PCFile_slots, are_those_of_every_stream) {
     EXPECT_EQ(vtable_slot(&Stream::close_write), not_virtual);
 }
 
-TEST_F(PCFile, description_tells_name_and_direction_while_a_file_is_open) {
+TEST_F(PCFile, description_has_name_and_direction_while_a_file_is_open) {
     expect_described("DSPCF(%p)");
     ASSERT_EQ(stream->open_read("a", 1), 0);
     expect_described("DSPCF(%p, %s, r)", "a");
@@ -89,7 +89,7 @@ TEST_F(PCFile_reading, opens_once_and_starts_at_position_0) {
     EXPECT_EQ(stream->get_data(4), 1);
     EXPECT_EQ(stream->get_read_position(), 4U);
     EXPECT_EQ(stream->open_read("a", 1), 4);
-    EXPECT_EQ(stream->get_read_position(), 0U); // set all the same
+    EXPECT_EQ(stream->get_read_position(), 0U); // on purpose
     EXPECT_EQ(stream->close_read(), 0);
     ASSERT_EQ(stream->open_read("a", 1), 0);
     EXPECT_EQ(stream->get_data(2), 1);
@@ -97,7 +97,7 @@ TEST_F(PCFile_reading, opens_once_and_starts_at_position_0) {
     EXPECT_EQ(buffered(*stream), "abcdab");
 }
 
-TEST_F(PCFile, that_is_open_already_is_what_an_opening_looks_at_first) {
+TEST_F(PCFile, already_open_is_checked_before_anything_else) {
     ASSERT_EQ(stream->open_read("a", 1), 0);
     ASSERT_EQ(stream->open_write("b", 1), 0);
     Replaced_store_calls calls;
@@ -118,7 +118,7 @@ TEST_F(PCFile_reading, a_missing_file_or_store_is_3) {
     expect_described("DSPCF(%p)");
 }
 
-TEST_F(PCFile_reading, tries_a_busy_store_as_often_as_told_100_ms_apart) {
+TEST_F(PCFile_reading, makes_the_given_number_of_attempts_100_ms_apart_while_the_store_is_busy) {
     Replaced_store_calls calls;
     calls.answer = [](const std::string& call) { return call == "OpenRead a 0" ? Answer(1) : std::nullopt; };
     const Replaced_delays delays;
@@ -137,7 +137,7 @@ TEST_F(PCFile_reading, a_negative_number_of_attempts_opens_nothing) {
     EXPECT_THAT(calls.calls_of("OpenRead"), IsEmpty());
 }
 
-TEST_F(PCFile_reading, no_number_of_attempts_tries_until_the_store_is_free_without_waiting) {
+TEST_F(PCFile_reading, attempts_of_0_try_without_limit_and_without_delay) {
     Replaced_store_calls calls;
     int busy = 1000;
     calls.answer = [&busy](const std::string& call) {
@@ -159,7 +159,7 @@ TEST_F(PCFile_reading, opens_when_another_reader_has_closed_its_file) {
     EXPECT_EQ(delays.count, 2);
 }
 
-TEST_F(PCFile_reading, passes_other_codes_of_the_store_on) {
+TEST_F(PCFile_reading, returns_other_codes_of_the_store) {
     Replaced_store_calls calls;
     for (const int code : {2, 17, -5}) {
         calls.answer = [code](const std::string& call) { return call == "OpenRead a 0" ? Answer(code) : std::nullopt; };
@@ -171,7 +171,7 @@ TEST_F(PCFile_reading, passes_other_codes_of_the_store_on) {
 
 // ---- Reading ----
 
-TEST_F(PCFile_reading, takes_pieces_of_at_most_32_bytes) {
+TEST_F(PCFile_reading, reads_pieces_of_at_most_32_bytes) {
     const std::string content = numbered(150);
     store.make_file("b", content);
     ASSERT_EQ(stream->open_read("b", 1), 0);
@@ -179,7 +179,7 @@ TEST_F(PCFile_reading, takes_pieces_of_at_most_32_bytes) {
     EXPECT_EQ(stream->get_data(100), 1);
     EXPECT_THAT(calls.calls, ElementsAre("Read 32 0", "Read 32 0", "Read 32 0", "Read 4 0"));
     EXPECT_EQ(buffered(*stream), content.substr(0, 100));
-    EXPECT_EQ(stream->get_data(100), 0); // the end, with what was left
+    EXPECT_EQ(stream->get_data(100), 0); // the end, with the rest in the ring
     EXPECT_EQ(buffered(*stream), content);
     EXPECT_EQ(stream->rx_count, 150U);
     EXPECT_EQ(stream->get_read_position(), 150U);
@@ -195,22 +195,22 @@ TEST_F(PCFile_reading, of_nothing_succeeds_at_once) {
     EXPECT_THAT(calls.calls, IsEmpty());
 }
 
-TEST_F(PCFile_reading, without_a_file_is_told) {
+TEST_F(PCFile_reading, without_a_file_is_reported) {
     EXPECT_EQ(stream->get_data(0), 0);
     EXPECT_EQ(stream->get_data(5), 0);
     EXPECT_EQ(debug.text(), "PCF read not open\nPCF read not open\n");
 }
 
-TEST_F(PCFile_reading, a_store_that_says_nothing_of_the_result_has_failed) {
+TEST_F(PCFile_reading, fails_when_the_store_does_not_set_the_result) {
     ASSERT_EQ(stream->open_read("a", 1), 0);
     Replaced_store_calls calls;
-    calls.answer = [](const std::string&) { return Answer(3); }; // leaves the result as it was
+    calls.answer = [](const std::string&) { return Answer(3); }; // leaves the result unchanged
     EXPECT_EQ(stream->get_data(3), 0);
     EXPECT_EQ(buffered(*stream), "");
     EXPECT_EQ(stream->rx_count, 0U);
 }
 
-TEST_F(PCFile_reading, loses_what_finds_the_ring_full) {
+TEST_F(PCFile_reading, drops_what_does_not_fit_the_ring) {
     pcfUnmount();
     ASSERT_TRUE(pcfMount(store.folder.path().c_str(), 10000));
     const std::string content = numbered(4300);
@@ -245,7 +245,7 @@ TEST_F(PCFile_reading, a_close_that_the_store_refuses_returns_its_code) {
 
 // ---- Opening for writing ----
 
-TEST_F(PCFile_writing, makes_a_file_or_goes_on_at_its_end) {
+TEST_F(PCFile_writing, creates_a_file_or_appends_to_it) {
     Replaced_store_calls calls;
     ASSERT_EQ(stream->open_write("b", 1), 0);
     EXPECT_EQ(write_text(*stream, "new"), 3);
@@ -263,20 +263,20 @@ TEST_F(PCFile_writing, makes_a_file_or_goes_on_at_its_end) {
     EXPECT_EQ(debug.text(), "");
 }
 
-TEST_F(PCFile_writing, a_second_opening_is_refused_and_told) {
+TEST_F(PCFile_writing, a_second_opening_is_refused_and_reported) {
     ASSERT_EQ(stream->open_write("b", 1), 0);
     EXPECT_EQ(stream->open_write("c", 1), 4);
     EXPECT_EQ(debug.text(), "PCF Datastream Failed 217\n");
     EXPECT_EQ(write_text(*stream, "x"), 1); // into the first
 }
 
-TEST_F(PCFile_writing, without_a_store_is_refused_and_told) {
+TEST_F(PCFile_writing, without_a_store_is_refused_and_reported) {
     pcfUnmount();
     EXPECT_EQ(stream->open_write("b", 1), 3);
     EXPECT_EQ(debug.text(), "PCF Datastream Failed 222\n");
 }
 
-TEST_F(PCFile_writing, with_no_room_is_refused_told_and_announced) {
+TEST_F(PCFile_writing, without_free_space_is_refused_and_reported_and_sends_an_event) {
     store.make_file("b", std::string(994, 'x'));
     EXPECT_EQ(Stream::register_waiter(waiter), 0);
     EXPECT_EQ(stream->open_write("c", 1), 4);
@@ -285,7 +285,7 @@ TEST_F(PCFile_writing, with_no_room_is_refused_told_and_announced) {
     EXPECT_FALSE(pcfExists("c"));
 }
 
-TEST_F(PCFile_writing, in_a_store_that_cannot_tell_its_room_is_refused_told_and_announced) {
+TEST_F(PCFile_writing, in_a_store_that_does_not_know_its_free_space_is_refused_and_reported_and_sends_an_event) {
     EXPECT_EQ(Stream::register_waiter(waiter), 0);
     Replaced_store_calls calls;
     calls.answer = [](const std::string& call) { return call == "Info" ? Answer(0) : std::nullopt; };
@@ -294,7 +294,7 @@ TEST_F(PCFile_writing, in_a_store_that_cannot_tell_its_room_is_refused_told_and_
     EXPECT_THAT(waiter.codes(), ElementsAre(1));
 }
 
-TEST_F(PCFile_writing, tries_as_often_as_told_100_ms_apart_and_tells_which_call_failed) {
+TEST_F(PCFile_writing, makes_the_given_number_of_attempts_100_ms_apart_and_reports_the_failed_call) {
     Replaced_store_calls calls;
     calls.answer = [](const std::string& call) {
         return call == "OpenWrite a" || call == "CreateWrite b" ? Answer(0) : std::nullopt;
@@ -317,23 +317,23 @@ TEST_F(PCFile_writing, tries_as_often_as_told_100_ms_apart_and_tells_which_call_
     EXPECT_EQ(stream->close_write(), 4);
 }
 
-TEST_F(PCFile_writing, looks_anew_before_each_attempt_whether_the_file_is_there) {
-    ASSERT_TRUE(pcfCreateWrite("b", nullptr)); // another writer makes it
+TEST_F(PCFile_writing, checks_before_each_attempt_whether_the_file_exists) {
+    ASSERT_TRUE(pcfCreateWrite("b", nullptr)); // another writer creates it
     EXPECT_TRUE(pcfCloseWrite(-1));
     ASSERT_TRUE(pcfRemove("b"));
     ASSERT_TRUE(pcfCreateWrite("c", nullptr)); // the store is busy
     const Replaced_delays delays([this](std::size_t count) {
         if (count == 2) {
             pcfCloseWrite(-1);
-            store.make_file("b", "made meanwhile ");
+            store.make_file("b", "created meanwhile ");
         }
     });
     Replaced_store_calls calls;
     ASSERT_EQ(stream->open_write("b", 5), 0);
     EXPECT_EQ(calls.calls_of("OpenWrite").size(), 1U);
-    EXPECT_EQ(write_text(*stream, "and gone on with"), 16);
+    EXPECT_EQ(write_text(*stream, "and appended to"), 15);
     EXPECT_EQ(stream->close_write(), 0);
-    EXPECT_EQ(store.content_of("b"), "made meanwhile and gone on with");
+    EXPECT_EQ(store.content_of("b"), "created meanwhile and appended to");
 }
 
 // ---- Writing ----
@@ -343,7 +343,7 @@ TEST_F(PCFile_writing, without_a_file_is_refused) {
     EXPECT_EQ(debug.text(), "");
 }
 
-TEST_F(PCFile_writing, asks_the_store_for_its_room_only_when_it_opens) {
+TEST_F(PCFile_writing, gets_the_free_space_of_the_store_only_when_it_opens) {
     ASSERT_EQ(stream->open_write("b", 1), 0);
     Replaced_store_calls calls;
     for (int i = 0; i < 99; ++i)
@@ -355,7 +355,7 @@ TEST_F(PCFile_writing, asks_the_store_for_its_room_only_when_it_opens) {
     EXPECT_EQ(stream->tx_count, 994U);
 }
 
-TEST_F(PCFile_writing, of_what_does_not_fit_closes_the_file_and_tells_everybody) {
+TEST_F(PCFile_writing, of_what_does_not_fit_closes_the_file_and_notifies_the_waiters) {
     EXPECT_EQ(Stream::register_waiter(waiter), 0);
     ASSERT_EQ(stream->open_write("b", 1), 0);
     EXPECT_EQ(write_text(*stream, std::string(986, 'x')), 986);
@@ -384,14 +384,15 @@ TEST_F(PCFile_death_test, writing_what_does_not_fit_with_more_than_10_bytes_free
             write_text(*stream, std::string(64, 'y'));
         },
         KilledBySignal(SIGABRT),
-        "^PCF full\nABORT!!! PCFile_data_stream::_write pcf_info.free > 10\n(qemu: .*\n)?$"); // which adds a line
+        "^PCF full\nABORT!!! PCFile_data_stream::_write pcf_info.free > 10\n(qemu: .*\n)?$"); // the emulator adds a
+                                                                                              // line
     EXPECT_EQ(write_text(*stream, std::string(29, 'z')), 29);
     EXPECT_EXIT(write_text(*stream, std::string(12, 'y')), KilledBySignal(SIGABRT), ""); // with 11 free
     EXPECT_EQ(write_text(*stream, "z"), 1);
     EXPECT_EQ(write_text(*stream, std::string(12, 'y')), -4); // with 10
 }
 
-TEST_F(PCFile_writing, a_short_write_is_told_closes_the_file_and_is_announced) {
+TEST_F(PCFile_writing, a_short_write_is_reported_closes_the_file_and_sends_an_event) {
     EXPECT_EQ(Stream::register_waiter(waiter), 0);
     ASSERT_EQ(stream->open_write("b", 1), 0);
     EXPECT_EQ(write_text(*stream, "abc"), 3);
@@ -401,26 +402,28 @@ TEST_F(PCFile_writing, a_short_write_is_told_closes_the_file_and_is_announced) {
     }
     EXPECT_THAT(debug.text(), HasSubstr("PCF did not write 8!=5\n"));
     EXPECT_THAT(waiter.codes(), ElementsAre(0));
-    EXPECT_EQ(stream->tx_count, 3U); // a short write counts for nothing
+    EXPECT_EQ(stream->tx_count, 3U); // a short write is not counted
     expect_described("DSPCF(%p)");
     EXPECT_EQ(write_text(*stream, "z"), -4);
     EXPECT_EQ(store.content_of("b"), "abcdefgh");
 }
 
-TEST_F(PCFile_writing, a_short_write_does_not_lower_what_the_class_holds_for_free) {
+TEST_F(PCFile_writing, a_short_write_leaves_the_known_free_space_unchanged) {
     ASSERT_EQ(stream->open_write("b", 1), 0);
     {
         Replaced_store_calls calls;
         calls.answer = [](const std::string& call) { return call == "Write 100 -1" ? Answer(60) : std::nullopt; };
         EXPECT_EQ(write_text(*stream, std::string(100, 'x')), 60);
-        calls.answer = [](const std::string& call) { return call == "Info" ? Answer(1) : std::nullopt; }; // no news
+        calls.answer = [](const std::string& call) {
+            return call == "Info" ? Answer(1) : std::nullopt;
+        }; // sets nothing
         ASSERT_EQ(stream->open_write("b", 1), 0);
     }
     EXPECT_EQ(write_text(*stream, std::string(994, 'x')), 994);
 }
 
-/// The order of what happens after a write that failed: events as they are sent, prints and closings as they come.
-TEST_F(PCFile_writing, closes_before_it_announces_a_short_write_and_after_it_announces_a_full_store) {
+/// The order of closing, message and event after a write that failed.
+TEST_F(PCFile_writing, closes_before_the_event_of_a_short_write_and_after_the_event_of_a_full_store) {
     EXPECT_EQ(Stream::register_waiter(waiter), 0);
     std::size_t events_at_close = 99;
     std::string printed_at_close;
@@ -445,7 +448,7 @@ TEST_F(PCFile_writing, closes_before_it_announces_a_short_write_and_after_it_ann
     EXPECT_EQ(printed_at_close, "PCF did not write 2!=1\nPCF full\n");
 }
 
-TEST_F(PCFile_writing, a_failed_close_is_told) {
+TEST_F(PCFile_writing, a_failed_close_is_reported) {
     ASSERT_EQ(stream->open_write("b", 1), 0);
     {
         Replaced_store_calls calls;
@@ -457,7 +460,7 @@ TEST_F(PCFile_writing, a_failed_close_is_told) {
     EXPECT_TRUE(pcfCloseWrite(-1));
 }
 
-TEST_F(PCFile_writing, and_reading_go_on_side_by_side) {
+TEST_F(PCFile_writing, and_reading_work_at_the_same_time) {
     ASSERT_EQ(stream->open_read("a", 1), 0);
     ASSERT_EQ(stream->open_write("a", 1), 0);
     EXPECT_EQ(write_text(*stream, "ghi"), 3);

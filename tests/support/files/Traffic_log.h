@@ -5,14 +5,13 @@
 #include <support/checks/waiting.h>
 #include <support/files/Temporary_folder.h>
 
-#include <algorithm>
-#include <filesystem>
+#include <cstdint>
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
 
-/// A logging source with a folder of its own: "traffic_raw_<time>.log". Switched off, without a file, when the test
-/// ends.
+/// A logging source whose files, "traffic_raw_<time>.log", have a folder of their own. When the test ends, the source
+/// is switched off and has no file.
 class Traffic_log {
   public:
     static constexpr unsigned long_span = 4000000000U;
@@ -23,7 +22,7 @@ class Traffic_log {
     }
     ~Traffic_log() {
         logging_source_enable(source_, false);
-        logging_source_configure(source_, false, 0, 0, folder_.path().c_str(), "gone", "gone", false);
+        logging_source_configure(source_, false, 0, 0, folder_.path().c_str(), "unused", "unused", false);
         logging_source_testing_override_timed_bucket_ms(1000);
     }
     Traffic_log(const Traffic_log&) = delete;
@@ -34,7 +33,7 @@ class Traffic_log {
     void configure(unsigned span = long_span, unsigned size = 1000, bool direct = false, bool open_now = false) {
         logging_source_configure(source_, direct, span, size, folder_.path().c_str(), "traffic", "raw", open_now);
     }
-    /// Enabled, without a file, without history.
+    /// Enables the source and empties its history; no file is open.
     void keep_history(unsigned span = long_span, unsigned size = 1000) {
         configure(0, 0);
         enable();
@@ -46,39 +45,29 @@ class Traffic_log {
         const auto* const begin = reinterpret_cast<const unsigned char*>(bytes.data());
         return logging_source_write(source_, begin, begin + bytes.size());
     }
-    /// Everything written so far is in the file.
+    /// Waits until everything logged so far is in the file.
     void settle() { logging_source_flush(source_, false); }
-    /// The history is in a file of its own, which may not be synchronised and closed yet.
+    /// Waits until the history is in a file of its own, which may not be on the medium and closed yet.
     void rotate() {
-        wait_for_rotation(); // during one, another does nothing
+        wait_for_rotation(); // a second one would do nothing
         logging_source_flush(source_, true);
         wait_for_rotation();
     }
     logging_source_status status() const { return logging_source_get_status(source_); }
 
-    /// Bytes dropped since this was made.
+    /// Bytes dropped since this object was constructed.
     std::uint64_t dropped() const { return status().dropped - dropped_before_; }
 
-    /// The names of all files, in order.
-    std::vector<std::string> files() const {
-        std::vector<std::string> names;
-        for (const auto& entry : std::filesystem::directory_iterator(folder_.path()))
-            names.push_back(entry.path().filename());
-        std::sort(names.begin(), names.end());
-        return names;
-    }
-    /// What is in all files, in the order of their names: of those of one second, the order in which they were opened.
+    /// The names of all files, sorted: the order in which they were opened.
+    std::vector<std::string> files() const { return folder_.names(); }
+    /// The content of each file, in the same order.
     std::vector<std::string> contents() const {
-        std::vector<std::string> names = files();
-        std::sort(names.begin(), names.end(), [](const std::string& a, const std::string& b) {
-            return a.size() != b.size() ? a.size() < b.size() : a < b;
-        });
         std::vector<std::string> contents;
-        for (const std::string& name : names)
+        for (const std::string& name : files())
             contents.push_back(folder_.content_of(name));
         return contents;
     }
-    /// The only file's.
+    /// The content of the only file.
     std::string content() const {
         const auto all = contents();
         return all.size() == 1 ? all.front() : "(" + std::to_string(all.size()) + " files)";
