@@ -6,9 +6,10 @@
 #include <support/fakes/Scripted_stream.h>
 
 #include <cstdio>
+#include <functional>
 #include <string>
 
-/// Gives a live view's model bytes as a link would bring them, cut by the parser, at times that the test decides.
+/// Feeds a live view's model with the packets of a link, at times that the test chooses.
 class Fed_model {
   public:
     explicit Fed_model(Atime start = Atime() + 100000) : now(start), model(start), parser_(&stream_, false) {}
@@ -23,8 +24,12 @@ class Fed_model {
         }
     }
 
+    /// Bytes that are part of no packet so far.
+    unsigned buffered() { return stream_.bytes_avail(); }
+
     Atime now;
     live_view::Link_model model;
+    std::function<void(int kind, unsigned char* packet, unsigned len)> on_packet; ///< sees each packet first
 
   private:
     static constexpr std::size_t piece = 1000;
@@ -32,8 +37,11 @@ class Fed_model {
     void take_packets() {
         unsigned char packet[Vesk_parser::largest_packet];
         int len = 0;
-        while (const int kind = parser_.get_packet(packet, sizeof packet, len))
+        while (const int kind = parser_.get_packet(packet, sizeof packet, len)) {
+            if (on_packet)
+                on_packet(kind, packet, static_cast<unsigned>(len));
             model.take_packet(kind, packet, static_cast<unsigned>(len), now);
+        }
         model.take_account(parser_.get_byte_counts());
     }
 

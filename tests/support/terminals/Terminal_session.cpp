@@ -40,7 +40,7 @@ struct Terminal_session::Emulator {
         return 1;
     }
 
-    /// The emulator ignores a sequence that it does not know, and the screen would be wrong.
+    /// The emulator ignores sequences that it does not know: the screen would be wrong.
     static int note_unknown_sequence(const char* leader, const long*, int, const char*, char command, void*) {
         const bool shapes_cursor = leader && std::strcmp(leader, "?") == 0 && command == 'c';
         const bool keeps_title = command == 't';
@@ -88,7 +88,7 @@ Terminal_session::~Terminal_session() {
     close(master_);
 }
 
-/// The program leads its own session, and the terminal is the controlling one of that session.
+/// The program leads a session of its own, whose terminal this is.
 void Terminal_session::start(const std::string& path, const std::vector<std::string>& arguments,
                              const std::string& terminal_type) {
     posix_spawn_file_actions_t actions;
@@ -112,7 +112,7 @@ void Terminal_session::start(const std::string& path, const std::vector<std::str
     words.push_back(nullptr);
 
     const std::string type = "TERM=" + terminal_type;
-    std::string preferences = "GLUE_MONITOR_PREFERENCES="; // none, not the user's
+    std::string preferences = "GLUE_MONITOR_PREFERENCES="; // none, so that the tester's own are left unchanged
     std::vector<char*> environment{const_cast<char*>(type.c_str()), preferences.data()};
     for (char** variable = environ; *variable; ++variable) {
         const std::string_view text = *variable;
@@ -147,7 +147,7 @@ void Terminal_session::signal(int number) {
     send_signal(process_, number);
 }
 
-void Terminal_session::take_output() {
+void Terminal_session::read_output() {
     char piece[4096];
     for (;;) {
         const ssize_t count = read(master_, piece, sizeof piece);
@@ -158,15 +158,60 @@ void Terminal_session::take_output() {
     }
 }
 
+// ---- Waiting, with a limit ----
+
+/// A failure shows the screen.
+template <typename Condition>
+testing::AssertionResult Terminal_session::reaches(Condition condition) {
+    if (until(condition))
+        return testing::AssertionSuccess();
+    return testing::AssertionFailure() << "on the screen is:\n" << screen();
+}
+
+testing::AssertionResult Terminal_session::shows(std::string_view text) {
+    return reaches([&] { return screen().find(text) != std::string::npos; });
+}
+
+testing::AssertionResult Terminal_session::hides(std::string_view text) {
+    return reaches([&] { return screen().find(text) == std::string::npos; });
+}
+
+testing::AssertionResult Terminal_session::shows_in_row(int row, std::string_view text) {
+    return reaches([&] { return this->row(row).rfind(text, 0) == 0; });
+}
+
+testing::AssertionResult Terminal_session::shows_after(std::string_view label, std::string_view text) {
+    return reaches([&] { return after(label).rfind(text, 0) == 0; });
+}
+
+bool Terminal_session::settles() {
+    constexpr std::chrono::milliseconds silence(500);
+    std::size_t before = output_.size();
+    Stopwatch since;
+    return until([&] {
+        if (output_.size() != before)
+            since = Stopwatch();
+        before = output_.size();
+        return since.elapsed() >= silence;
+    });
+}
+
+void Terminal_session::watch(std::chrono::milliseconds duration) {
+    const Stopwatch stopwatch;
+    until([&] { return stopwatch.elapsed() >= duration; }, duration + std::chrono::seconds(1));
+}
+
 int Terminal_session::status_at_end() {
     constexpr int does_not_end = -1000;
     int status = 0;
     if (process_ <= 1 || !until([&] { return waitpid(process_, &status, WNOHANG) == process_; }))
         return does_not_end;
     process_ = -1;
-    take_output();
+    read_output();
     return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }
+
+// ---- The screen ----
 
 std::string Terminal_session::row(int row) const {
     std::string text;
@@ -176,13 +221,12 @@ std::string Terminal_session::row(int row) const {
     return text;
 }
 
-std::string Terminal_session::behind(std::string_view label) const {
+std::string Terminal_session::after(std::string_view label) const {
     for (int i = 0; i < size_.rows; ++i) {
         const std::string text = row(i);
         if (text.rfind(label, 0) == 0)
             return text.substr(std::min(text.size(), text.find_first_not_of(' ', label.size())));
     }
-    ADD_FAILURE() << "no row begins with \"" << label << "\":\n" << screen();
     return {};
 }
 

@@ -7,20 +7,20 @@
 
 namespace live_view {
 
-/// Has the terminal that standard output is, while it lives, and gives it back as it was: settings, screen, cursor.
+/// Draws on the terminal that standard output is. The destructor restores the terminal: settings, screen, cursor.
 ///
-/// It does so also when the process dies: of a crash, an abort, a hang-up or a quit signal, which then end the process
-/// as they would have. SIGINT and SIGTERM are the program's to handle. A stop from the keyboard gives the terminal back
-/// until the program is in the foreground again; in the background it goes on without.
+/// A crash, an abort, a hang-up or a quit signal restores it, too, and then ends the process as usual. SIGINT and
+/// SIGTERM are the program's to handle. A stop from the keyboard releases the terminal until the program is in the
+/// foreground again; in the background the program runs on without it.
 ///
-/// At most one lives at a time, and one thread uses it.
+/// At most one object exists at a time, and one thread uses it.
 class Terminal {
   public:
     struct Size {
         int rows, columns;
     };
 
-    /// Takes the terminal over. `problem()` says whether that worked; nothing else may be called if not.
+    /// Acquires the terminal. When that fails, `problem()` says why, and no other operation may be called.
     Terminal();
     ~Terminal();
     Terminal(const Terminal&) = delete;
@@ -29,39 +29,42 @@ class Terminal {
     /// Why the terminal cannot be used; "" when it can.
     const std::string& problem() const { return problem_; }
 
-    /// As it is now.
+    /// The current size.
     Size size() const;
-    /// Bytes a second that the line to the terminal carries; 0 when it does not say.
+    /// Bytes a second that the line to the terminal carries; 0 when that is unknown.
     unsigned bytes_per_second() const;
 
-    /// A key that was pressed; `no_key` when there is none. Does not wait.
+    /// The next key that was pressed; `no_key` when there is none. Does not wait.
     int key();
     static constexpr int no_key = -1;
-    /// From `key`: a key, or a part of one, that sends more than a character.
+    /// From `key`: a key that sends more than one character, or a part of one.
     static constexpr int other_key = -3;
-    /// From `key`: Ctrl-L was pressed, the size has changed, or somebody else has had the terminal meanwhile. All of it
-    /// is to be shown.
+    /// From `key`: Ctrl-L was pressed, the size changed, or another program used the terminal. The whole screen must be
+    /// shown again.
     static constexpr int changed = -2;
 
-    /// Whether the terminal takes what is shown now without a wait: it has taken what came before.
+    /// Whether `show` would not wait: the terminal has accepted all output so far.
     bool is_ready() const;
-    /// Whether there is no terminal any more.
+    /// Whether the terminal no longer exists.
     bool is_gone() const;
-    /// Sends what differs from what is on the screen.
+    /// Sends the cells that differ from those on the screen.
     void show(const Grid& grid);
 
   private:
     struct Curses;
 
     bool open();
+    bool start_curses();
+    void configure_curses();
+    int key_after_release();
     void stop();
     bool is_ours() const;
-    bool has_lost_control() const;
-    void let_flow();
+    bool has_lost_session() const;
+    void disable_flow_control();
 
     std::string problem_;
     bool under_job_control_ = false;
-    bool given_back_ = false; // for a stop, and in the background
+    bool released_ = false;
     std::unique_ptr<Curses> curses_;
 };
 

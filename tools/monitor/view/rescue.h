@@ -2,26 +2,28 @@
 
 struct termios;
 
-/// Gives a terminal back when the process dies of a signal.
+/// Restores the terminal when a signal ends the process.
 namespace live_view::rescue {
 
-/// Notes how `fd`, which curses has taken over, is given back, and catches the signals that mean the end: crashes,
-/// aborts, hang-ups, quits, alarms and whatever else nobody has asked for. Each then ends the process as it would have.
-/// \param settings  the terminal's from before
-void prepare(int fd, const termios& settings);
+/// Catches the signals that end a process: crashes, aborts, hang-ups, quits, alarms and the like. Signals that are
+/// ignored stay ignored. After the terminal is restored, the signal ends the process as it would have.
+/// \param fd        the terminal that curses draws on
+/// \param settings  its settings before curses changed them
+void arm(int fd, const termios& settings);
 
-/// Catches those signals no longer that nobody else has come to catch meanwhile.
-void forget();
+/// Restores the signals' actions from before `arm`. A handler that another part of the program installed since then
+/// stays.
+void disarm();
 
-/// What else is told then, behind the terminal's restoring: the last of what file `from` holds goes to `to`. Negative
-/// descriptors: nothing.
-void tell(int from, int to);
-constexpr int longest_telling = 4096; // bytes
+/// Sets which output is saved at that moment, after the terminal is restored: the last bytes of file `output_fd` are
+/// copied to `stderr_fd`. Negative descriptors: none.
+void set_output(int output_fd, int stderr_fd);
+constexpr int longest_output = 4096; // bytes
 
-/// Whether the process may use a terminal, as far as job control goes. Safe in a signal's handler.
+/// Whether job control allows the process to use the terminal. Safe in a signal handler.
 bool is_in_foreground(int fd);
 
-/// What the terminal's description says for a capability of this name; null when it has none.
+/// The terminal description's text for a capability; null when it has none.
 const char* capability(const char* name);
 
 } // namespace live_view::rescue
