@@ -1,5 +1,5 @@
 # Toolchain file: 32-bit ARM with hardware floating point, Debian's armhf, built on another machine and run there by qemu.
-# Needs what `scripts/install_dependencies --arm` installs; its libraries are in the folder GLUE_ARM_SYSROOT.
+# Needs what `scripts/install_dependencies base tests arm` installs; its libraries are in the folder GLUE_ARM_SYSROOT.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR arm)
 

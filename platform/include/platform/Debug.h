@@ -55,7 +55,7 @@ class Print {
     static void printd(const char* text, int length);
     /// Bytes as they stand; `at_once` sends the line out even when no line feed ends it.
     static void printc(bool at_once, const unsigned char* data, unsigned length);
-    /// Bytes made readable: printable ASCII as it is, the others as \r, \n, \t, \\ or \xHH.
+    /// Bytes made readable: printable ASCII as it is, the others as `\r`, `\n`, `\t`, `\\` or `\xHH`.
     static void printascii(const unsigned char* data, unsigned length);
     /// Something that somebody must see: goes out at once.
     static void critical(const char* format, ...) __attribute__((format(printf, 1, 2)));
