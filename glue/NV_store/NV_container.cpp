@@ -1,14 +1,11 @@
 #include <glue/NV_store/NV_container.h>
 
 #include "NV_store/record.h"
-
+#include "NV_store/tree_mutex.h"
+#include "detail/Lock_unless_held.h"
 #include "detail/assertion.h"
 
-#include <glue/NV_store/NV_root.h>
-
 #include <platform/Debug.h>
-
-#include <QThread>
 
 #include <algorithm>
 #include <climits>
@@ -250,11 +247,7 @@ NV_item* NV_container::search_by_position(const char* component, const char* res
     NV_item* const child = (*this)[static_cast<int>(position)];
     if (!rest)
         return child;
-    // Below a child that is addressed by position there may be another one: the lock is taken once.
-    if (const NV_root* const root = child->_get_root();
-        root && root->mutex().owner_thread() == QThread::currentThreadId())
-        return child->_search(rest, separator);
-    const NV_lock lock(*child);
+    const glue_detail::Lock_unless_held guard(tree_mutex(*child)); // the search below may get here again
     return child->_search(rest, separator);
 }
 

@@ -2,9 +2,9 @@
 
 #include "NV_store/record.h"
 #include "NV_store/skip_unknown_number.h"
+#include "NV_store/tree_mutex.h"
 
 #include <glue/NV_store/NV_container.h>
-#include <glue/NV_store/NV_root.h>
 
 #include <platform/Debug.h>
 #include <platform/waiter.h>
@@ -159,13 +159,13 @@ void NV_item::_set_parent(NV_container* parent) {
 }
 
 void NV_item::lock() const {
-    if (NV_root* const root = _get_root())
-        root->mutex().lock();
+    if (Mutex* const mutex = tree_mutex(*this))
+        mutex->lock();
 }
 
 void NV_item::unlock() const {
-    if (NV_root* const root = _get_root())
-        root->mutex().unlock();
+    if (Mutex* const mutex = tree_mutex(*this))
+        mutex->unlock();
 }
 
 bool NV_item::notify_updated(bool changed, bool written, bool force, notify_t how, const NV_root* root) {

@@ -11,13 +11,13 @@
 #include <glue/NV_store/NV_safe_file_iterator.h>
 
 #include "NV_store/modes.h"
+#include "NV_store/tree_mutex.h"
+#include "detail/Lock_unless_held.h"
 #include "detail/descriptors.h"
 
-#include <glue/NV_store/NV_root.h>
+#include <glue/NV_store/NV_item.h>
 
 #include <platform/Debug.h>
-
-#include <QThread>
 
 #include <cerrno>
 #include <cstdio>
@@ -53,26 +53,6 @@ class Kept_flags {
 
   private:
     std::vector<std::pair<NV_item*, unsigned char>> flags_;
-};
-
-/// Holds the lock of a tree for a scope, unless the calling thread has it already.
-class Tree_lock {
-  public:
-    explicit Tree_lock(const NV_item& tree) : root_(tree._get_root()) {
-        if (root_ && root_->mutex().owner_thread() == QThread::currentThreadId())
-            root_ = nullptr;
-        if (root_)
-            root_->mutex().lock();
-    }
-    ~Tree_lock() {
-        if (root_)
-            root_->mutex().unlock();
-    }
-    Tree_lock(const Tree_lock&) = delete;
-    Tree_lock& operator=(const Tree_lock&) = delete;
-
-  private:
-    NV_root* root_;
 };
 
 /// The path up to and including its last "/"; "" when there is none.
@@ -141,14 +121,14 @@ bool NV_safe_file_iterator::save(NV_item& tree, modes_t mode) {
     Kept_flags flags;
     bool written = false;
     {
-        const Tree_lock held(tree);
+        const glue_detail::Lock_unless_held guard(tree_mutex(tree));
         flags.keep(tree);
         written = tree.serialise(this);
     }
     if (written && commit())
         return true;
     drop();
-    const Tree_lock held(tree);
+    const glue_detail::Lock_unless_held guard(tree_mutex(tree));
     flags.give_back();
     return false;
 }
