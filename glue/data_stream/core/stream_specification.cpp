@@ -45,12 +45,13 @@ namespace glue_detail {
 
 namespace {
 
-/// \param pattern  finds a kind's word anywhere in the text and captures the digits after it
-std::optional<int> port_in(const char* spec, const std::regex& pattern) {
-    std::cmatch found;
-    if (!std::regex_search(spec, found, pattern))
+/// The number after the first occurrence of a kind's word, which may be anywhere in the text.
+std::optional<int> port_after(const char* word, const char* spec) {
+    const char* const found = std::strstr(spec, word);
+    if (!found)
         return {};
-    const std::string digits = found[1];
+    const char* const first = found + std::strlen(word);
+    const std::string digits(first, std::strspn(first, "0123456789"));
     return digits.empty() ? 0 : std::stoi(digits);
 }
 
@@ -94,13 +95,11 @@ TCP_client_target target_in(char* text) {
 }
 
 std::optional<int> tcp_server_port_in(const char* spec) {
-    static const std::regex pattern("tcp:([0-9]*)");
-    return port_in(spec, pattern);
+    return port_after("tcp:", spec);
 }
 
 std::optional<int> tcp_server_buffered_port_in(const char* spec) {
-    static const std::regex pattern("tcpb:([0-9]*)");
-    return port_in(spec, pattern);
+    return port_after("tcpb:", spec);
 }
 
 bool is_console(const char* spec) {

@@ -1,9 +1,8 @@
 #include <glue/data_stream/TCP_client_data_stream.h>
 
 #include "data_stream/core/stream_specification.h"
+#include "data_stream/network/traffic_logging.h"
 #include "detail/assertion.h"
-
-#include <glue/data_stream/port_logging.h>
 
 #include <platform/Atime.h>
 #include <platform/stzncpy.h>
@@ -31,7 +30,7 @@ TCP_client_data_stream* TCP_client_data_stream::create(module_man& mm, const cha
     GLUE_ASSERT(sizeof(tmp) > strlen(arg + 1));
     stzncpy(tmp, arg + prefix.size(), sizeof tmp);
     const glue_detail::TCP_client_target target = glue_detail::target_in(tmp);
-    if (target.unknown_token) { // a unit that is configured wrongly must not go to work
+    if (target.unknown_token) { // a unit with a wrong configuration must not start its work
         std::fprintf(stderr, "Unknown token: %s\n", target.unknown_token);
         std::exit(1);
     }
@@ -80,14 +79,14 @@ int TCP_client_data_stream::_write(const unsigned char* data, unsigned int len) 
     return static_cast<int>(len);
 }
 
-/// \return what the socket took; 0 also when it failed or there is none
+/// \return the bytes that the socket accepted; 0 also when the write failed or there is no socket
 unsigned int TCP_client_data_stream::send_at_once(const unsigned char* data, unsigned int len) {
     const ssize_t sent = ::write(descriptor(), data, len);
     if (sent <= 0)
         return 0;
     const auto count = static_cast<unsigned int>(sent);
     if (logging_ & log_writes)
-        log("WRF", data, count, sent_count_);
+        glue_detail::log_traffic(*this, "WRF", data, count, sent_count_);
     return count;
 }
 
@@ -102,7 +101,7 @@ void TCP_client_data_stream::handle_write(int fd) {
     }
     const auto count = static_cast<unsigned int>(sent);
     if (count > 0 && (logging_ & log_writes))
-        log("WR", piece, count, sent_count_);
+        glue_detail::log_traffic(*this, "WR", piece, count, sent_count_);
     tx_queue_.consume(count);
 }
 
@@ -130,32 +129,26 @@ int TCP_client_data_stream::handle_read(int fd) {
 
 int TCP_client_data_stream::read_into_ring(int fd) {
     const auto free = rx_buffer.free_region();
-    errno = 0; // a server that just closes is no error of an earlier call
-    const ssize_t came = ::read(fd, free.begin, free.size);
-    if (came < 0 && (errno == EINTR || errno == EAGAIN))
+    errno = 0; // end of file sets none, and the message must not show that of an earlier call
+    const ssize_t received = ::read(fd, free.begin, free.size);
+    if (received < 0 && (errno == EINTR || errno == EAGAIN))
         return 0;
-    if (came <= 0) {
+    if (received <= 0) {
         std::perror("TCP_client_data_stream: handle_read");
         return -1;
     }
-    const auto count = static_cast<unsigned int>(came);
+    const auto count = static_cast<unsigned int>(received);
     if (logging_ & log_reads)
-        log("RD", free.begin, count, received_count_);
+        glue_detail::log_traffic(*this, "RD", free.begin, count, received_count_);
     rx_buffer.commit(count);
     return static_cast<int>(count);
 }
 
-// ---- Logging ----
+// ---- Logging and errors ----
 
 int TCP_client_data_stream::set_port_logging(data_stream_logging_t flags) {
     logging_ = flags;
     return 0;
-}
-
-void TCP_client_data_stream::log(const char* direction, const unsigned char* data, unsigned int len,
-                                 unsigned int& counter) const {
-    do_port_logging(Debug::Print::enabled(port_logging_category), get_description(), direction, data, data + len,
-                    &counter);
 }
 
 void TCP_client_data_stream::suppress_errors(bool on) {

@@ -30,7 +30,7 @@ TCP_server_buffered_data_stream::TCP_server_buffered_data_stream(module_man& mm,
 
 TCP_server_buffered_data_stream::~TCP_server_buffered_data_stream() {
     wait_quit();
-    task_.join(); // the thread may not have looked at the server yet
+    task_.join(); // the thread may not have begun to serve
 }
 
 void* TCP_server_buffered_data_stream::serve(void* self) {
@@ -39,7 +39,7 @@ void* TCP_server_buffered_data_stream::serve(void* self) {
 }
 
 unsigned int TCP_server_buffered_data_stream::handle_incoming_data(int, unsigned char* data, unsigned int len) {
-    return glue_detail::take_received(*this, rx_buffer, data, len, std::unique_lock<Mutex>(mutex_));
+    return glue_detail::append_received(*this, rx_buffer, data, len, std::unique_lock<Mutex>(mutex_));
 }
 
 void TCP_server_buffered_data_stream::handle_direct_read() {

@@ -2,8 +2,7 @@
 
 #include "data_stream/core/stream_specification.h"
 #include "data_stream/network/TCP_server_streams.h"
-
-#include <glue/data_stream/port_logging.h>
+#include "data_stream/network/traffic_logging.h"
 
 #include <platform/Atime.h>
 
@@ -41,7 +40,7 @@ TCP_server_data_stream::~TCP_server_data_stream() {
     }
     if (polls == most_polls_for_end)
         std::fputs("Couldnt close TCP_server_data_stream cleanly\n", stderr);
-    task_.join(); // the thread uses the members that die next
+    task_.join(); // the thread uses the members that are destroyed next
 }
 
 void* TCP_server_data_stream::serve(void* self) {
@@ -54,9 +53,8 @@ void* TCP_server_data_stream::serve(void* self) {
 unsigned int TCP_server_data_stream::handle_incoming_data(int, unsigned char* data, unsigned int len) {
     std::unique_lock<Mutex> held(mutex_);
     if (logging_ & log_reads)
-        do_port_logging(Debug::Print::enabled(port_logging_category), get_description(), "RD", data, data + len,
-                        &received_count_);
-    return glue_detail::take_received(*this, rx_buffer, data, len, std::move(held));
+        glue_detail::log_traffic(*this, "RD", data, len, received_count_);
+    return glue_detail::append_received(*this, rx_buffer, data, len, std::move(held));
 }
 
 void TCP_server_data_stream::handle_direct_read() {
@@ -70,8 +68,7 @@ int TCP_server_data_stream::get_data(int n) {
 int TCP_server_data_stream::_write(const unsigned char* data, unsigned int len) {
     if (logging_ & log_writes) {
         const std::lock_guard guard(written_count_lock_);
-        do_port_logging(Debug::Print::enabled(port_logging_category), get_description(), "WR", data, data + len,
-                        &written_count_);
+        glue_detail::log_traffic(*this, "WR", data, len, written_count_);
     }
     return write_to_all_connections(data, len, -1) ? static_cast<int>(len) : 0;
 }

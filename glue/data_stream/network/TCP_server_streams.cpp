@@ -6,14 +6,14 @@
 
 namespace glue_detail {
 
-unsigned int take_received(Event_sender_data_stream& stream, Cbuf_templ<unsigned char>& ring, const unsigned char* data,
-                           unsigned int len, std::unique_lock<Mutex> held) {
-    const unsigned int taken = ring.append(data, len);
+unsigned int append_received(Event_sender_data_stream& stream, Cbuf_templ<unsigned char>& ring,
+                             const unsigned char* data, unsigned int len, std::unique_lock<Mutex> held) {
+    const unsigned int appended = ring.append(data, len);
     stream.send_rx_event(false);
     held.unlock();
-    if (taken < len)
+    if (appended < len)
         Atime::delay(1);
-    return taken;
+    return appended;
 }
 
 } // namespace glue_detail

@@ -319,6 +319,25 @@ TYPED_TEST(TCP_server_streams, specification_with_a_number_beyond_an_int_throws)
     EXPECT_THROW(TypeParam::create(this->modules, spec.c_str()), std::out_of_range);
 }
 
+TYPED_TEST(TCP_server_streams, specification_with_very_many_digits_is_read_without_using_stack_for_each) {
+    const TCP_port port;
+    const std::string digits = std::to_string(port.number());
+    for (const std::size_t count : {100'000U, 1'000'000U}) {
+        const std::string too_large = Word<TypeParam>::mine + std::string(count, '9');
+        EXPECT_THROW(TypeParam::create(this->modules, too_large.c_str()), std::out_of_range);
+        const std::string padded = std::string(count, 'x') + Word<TypeParam>::mine + std::string(count, '0') + digits;
+        EXPECT_EQ(port_opened_by<TypeParam>(padded), port.number());
+    }
+}
+
+TYPED_TEST(TCP_server_streams, specification_with_the_word_twice_counts_the_first) {
+    const TCP_port port;
+    const std::string word = Word<TypeParam>::mine;
+    const std::string digits = std::to_string(port.number());
+    EXPECT_EQ(port_opened_by<TypeParam>(word + digits + "," + word + "99999999999"), port.number());
+    EXPECT_EQ(port_opened_by<TypeParam>("tcp" + word + digits), port.number());
+}
+
 // ---- The plain stream ----
 
 struct TCP_server_data_stream_test : testing::Test {
