@@ -1,6 +1,7 @@
 // The relay between streams of every kind, with socat and with relays at the other end.
 
 #include <support/builders/Random.h>
+#include <support/checks/Patience.h>
 #include <support/checks/waiting.h>
 #include <support/files/Temporary_folder.h>
 #include <support/files/descriptors.h>
@@ -35,22 +36,21 @@ using testing::HasSubstr;
 /// non-blocking.
 /// \return the received bytes
 std::string talk(int fd, std::string_view to_send, std::size_t expected) {
-    constexpr int longest_standstill_ms = 20000;
+    constexpr int longest_wait_ms = 20;
     make_non_blocking(fd);
     std::string received;
-    Stopwatch since_last;
-    while ((received.size() < expected || !to_send.empty()) &&
-           since_last.elapsed() < std::chrono::milliseconds(longest_standstill_ms)) {
+    Patience patience;
+    while ((received.size() < expected || !to_send.empty()) && patience.lasts()) {
         const int events = (received.size() < expected ? POLLIN : 0) | (to_send.empty() ? 0 : POLLOUT);
         pollfd watched{fd, static_cast<short>(events), 0};
-        poll(&watched, 1, longest_standstill_ms);
+        poll(&watched, 1, longest_wait_ms);
         char piece[65536];
         const ssize_t got = read(fd, piece, std::min(sizeof piece, expected - received.size()));
         const ssize_t sent = write(fd, to_send.data(), to_send.size());
         received.append(piece, static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
         to_send.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(sent, 0)));
         if (got > 0 || sent > 0)
-            since_last = Stopwatch();
+            patience.renew();
     }
     EXPECT_EQ(to_send.size(), 0U) << "bytes not sent";
     return received;

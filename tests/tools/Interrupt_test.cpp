@@ -7,8 +7,8 @@
 namespace {
 
 bool is_readable(const Interrupt& interrupt) {
-    pollfd look{interrupt.descriptor(), POLLIN, 0};
-    return poll(&look, 1, 0) > 0;
+    pollfd watched{interrupt.descriptor(), POLLIN, 0};
+    return poll(&watched, 1, 0) > 0;
 }
 
 } // namespace

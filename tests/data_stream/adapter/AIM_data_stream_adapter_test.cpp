@@ -435,7 +435,8 @@ TEST_F(AIM_adapter, has_ended_when_the_raw_stream_has_and_all_frames_are_read) {
 }
 
 TEST_F(AIM_adapter, has_not_ended_while_the_raw_stream_holds_a_frame) {
-    raw.receive("\x06" + aim_frame("abc") + "\x06" + aim_frame("def") + ">>00");
+    const std::string reply = "RE006%1%ok\r\n"; // ends the reading of frames each time
+    raw.receive(reply + aim_frame("abc") + "\n" + reply + aim_frame("def") + "\n>>00");
     raw.ended = true;
     EXPECT_FALSE(adapter.has_ended());
     EXPECT_EQ(receive(3), "abc");

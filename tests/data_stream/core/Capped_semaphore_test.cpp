@@ -93,11 +93,11 @@ TEST(Capped_semaphore, loses_no_permit_between_threads) {
         for (int i = 0; i < permits; ++i)
             semaphore.release();
     });
-    int taken = 0;
-    while (taken < permits && semaphore.acquire(long_enough_ms))
-        ++taken;
+    int acquired = 0;
+    while (acquired < permits && semaphore.acquire(long_enough_ms))
+        ++acquired;
     releaser.join();
-    EXPECT_EQ(taken, permits);
+    EXPECT_EQ(acquired, permits);
     EXPECT_EQ(semaphore.available(), 0);
 }
 

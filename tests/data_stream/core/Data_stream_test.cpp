@@ -378,18 +378,18 @@ TEST_F(Data_stream_test, line_search_never_fetches) {
 TEST_F(Data_stream_test, line_search_counts_and_drops_by_the_virtual_operations) {
     struct Overriding : Scripted_stream {
         using Data_stream::bytes_avail;
-        unsigned int bytes_avail() override { return told; }
+        unsigned int bytes_avail() override { return reported; }
         void drop(unsigned int n) override {
             drops.push_back(n);
             Scripted_stream::drop(n);
         }
-        unsigned int told = 4;
+        unsigned int reported = 4;
         std::vector<unsigned int> drops;
     } overriding;
     overriding.receive("\r\nAB\r");
     EXPECT_EQ(overriding.string_avail(), 0U); // of the four bytes that it reports
     EXPECT_THAT(overriding.drops, ElementsAre(1U, 1U));
-    overriding.told = capacity;
+    overriding.reported = capacity;
     EXPECT_EQ(overriding.string_avail(), Data_stream::full_ring);
 }
 

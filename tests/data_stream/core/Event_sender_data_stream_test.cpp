@@ -20,7 +20,7 @@ class Sender : public Event_sender_data_stream {
     using Event_sender_data_stream::Event_sender_data_stream;
 
     void lock() override {
-        EXPECT_FALSE(locked) << "the lock is taken twice";
+        EXPECT_FALSE(locked) << "the lock is acquired twice";
         locked = true;
         ++locks;
     }

@@ -2,7 +2,7 @@
 
 #include <support/builders/Random.h>
 #include <support/builders/Stream_bytes.h>
-#include <support/checks/waiting.h>
+#include <support/checks/Patience.h>
 #include <support/streams/Open_pair.h>
 
 #include <gtest/gtest.h>
@@ -45,15 +45,13 @@ class Talking_end {
     unsigned up_to(unsigned most) { return std::uniform_int_distribution<unsigned>(1, most)(engine_); }
 
     void talk() {
-        constexpr std::chrono::seconds longest_standstill(20);
-        Stopwatch since_last_move;
-        while ((sent_ < to_send_.size() || received_.size() < expected_) &&
-               since_last_move.elapsed() < longest_standstill) {
+        Patience patience;
+        while ((sent_ < to_send_.size() || received_.size() < expected_) && patience.lasts()) {
             const std::size_t moved_before = sent_ + received_.size();
             send_some();
             read_some();
             if (sent_ + received_.size() > moved_before)
-                since_last_move = Stopwatch();
+                patience.renew();
         }
     }
     void send_some() {

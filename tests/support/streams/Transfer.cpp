@@ -1,6 +1,6 @@
 #include <support/streams/Transfer.h>
 
-#include <support/checks/waiting.h>
+#include <support/checks/Patience.h>
 
 #include <algorithm>
 #include <array>
@@ -8,19 +8,6 @@
 namespace {
 
 using Piece = std::array<unsigned char, 8192>;
-
-/// How long nothing may move before a transfer is given up.
-constexpr auto longest_standstill = std::chrono::seconds(20);
-
-/// Whether something has moved within the time.
-class Patience {
-  public:
-    bool lasts() const { return since_last_.elapsed() < longest_standstill; }
-    void renew() { since_last_ = Stopwatch(); }
-
-  private:
-    Stopwatch since_last_;
-};
 
 const char* chars(const unsigned char* bytes) {
     return reinterpret_cast<const char*>(bytes);
@@ -64,14 +51,14 @@ void Transfer::write() {
 bool Transfer::write_piece(const unsigned char* bytes, std::size_t count) {
     Patience patience;
     while (count > 0 && patience.lasts()) {
-        const std::size_t gone = from_.write(bytes, count);
-        if (gone == 0) {
+        const std::size_t accepted = from_.write(bytes, count);
+        if (accepted == 0) {
             from_.wait_for_room();
             continue;
         }
-        bytes += gone;
-        count -= gone;
-        written_ += gone;
+        bytes += accepted;
+        count -= accepted;
+        written_ += accepted;
         patience.renew();
     }
     while (from_.manners().piece_by_piece && read_ < written_ && patience.lasts())
@@ -83,13 +70,13 @@ void Transfer::read() {
     Piece piece;
     Patience patience;
     while (read_ < amount_ && patience.lasts()) {
-        const std::size_t came = to_.read(piece.data(), piece.size());
-        if (came == 0) {
+        const std::size_t count = to_.read(piece.data(), piece.size());
+        if (count == 0) {
             to_.wait_for_bytes();
             continue;
         }
-        read_digest_.addData(chars(piece.data()), static_cast<int>(came));
-        read_ += came;
+        read_digest_.addData(chars(piece.data()), static_cast<int>(count));
+        read_ += count;
         patience.renew();
     }
 }
