@@ -1,5 +1,5 @@
-// Keeps a machine's calibration in a file that tells when it is damaged: calibration FILE [KEY=VALUE ...], for example
-// calibration machine wheelbase=2890 antenna_height=3150
+// Keeps the calibration of a machine in a file with a checksum, which shows any damage: calibration FILE [KEY=VALUE
+// ...], for example calibration machine wheelbase=2890 antenna_height=3150
 #include <glue/data_stream/File_checksummed_data_stream.h>
 
 #include <cstdio>
@@ -8,7 +8,7 @@
 
 using Calibration = std::map<std::string, std::string>;
 
-/// Nothing of a file comes out of the stream before all of it has been verified, and its checksum never does.
+/// Loads a file. The stream delivers nothing before it has verified the whole file, and never delivers the checksum.
 static bool load(const std::string& path, Calibration& calibration) {
     File_checksummed_data_stream file;
     if (!file.open_read(path.c_str()))
@@ -23,13 +23,13 @@ static bool load(const std::string& path, Calibration& calibration) {
             calibration[line.substr(0, blank)] = line.substr(blank + 1);
         line.clear();
     }
-    return line.empty(); // every line has its end
+    return line.empty(); // the last line has its line end
 }
 
-/// The new file takes the place of the old one when it is known to be good: closing it does not tell of a full medium.
+/// Replaces the file by a new one that has been verified: closing a file does not report a full disk.
 static bool save(const std::string& path, const Calibration& calibration) {
     const std::string new_path = path + ".new";
-    std::string text = "calibration\n"; // without it one short value would be a content too short to be verified
+    std::string text = "calibration\n"; // one short value alone is too short to be verified
     for (const auto& [key, value] : calibration)
         text.append(key).append(" ").append(value).append("\n");
     File_checksummed_data_stream file;
@@ -40,7 +40,7 @@ static bool save(const std::string& path, const Calibration& calibration) {
     return file.open_read(new_path.c_str()) && std::rename(new_path.c_str(), path.c_str()) == 0;
 }
 
-/// Takes KEY=VALUE. Neither holds another "=": opening a file that was cut off would take it for the checksum's.
+/// Sets a value from KEY=VALUE. Another "=" is refused: in a truncated file it would be read as that of the checksum.
 static bool change(Calibration& calibration, const std::string& argument) {
     const auto equals = argument.find('=');
     if (equals == 0 || equals == std::string::npos || argument.find_first_of("=\n", equals + 1) != std::string::npos ||
@@ -52,14 +52,14 @@ static bool change(Calibration& calibration, const std::string& argument) {
 
 int main(int argc, char** argv) {
     Calibration calibration;
-    bool understood = argc >= 2;
-    if (understood && File_data_stream::exists(argv[1]) && !load(argv[1], calibration)) {
+    bool valid = argc >= 2;
+    if (valid && File_data_stream::exists(argv[1]) && !load(argv[1], calibration)) {
         std::fputs("damaged: remove it, and calibrate the machine again\n", stderr);
         return 1;
     }
     for (int i = 2; i < argc; ++i)
-        understood = understood && change(calibration, argv[i]);
-    if (!understood) {
+        valid = valid && change(calibration, argv[i]);
+    if (!valid) {
         std::fputs("usage: calibration FILE [KEY=VALUE ...]\n", stderr);
         return 1;
     }

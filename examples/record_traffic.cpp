@@ -1,4 +1,4 @@
-// Records a receiver's traffic from the minute before its first damaged frame on:
+// Records the traffic of a receiver, from the minute before the first damaged frame:
 // receiver_simulator --corrupt 0.001 | record_traffic /data/logs
 #include <glue/data_stream/Posix_data_stream.h>
 #include <glue/logging/logging_source.h>
@@ -11,7 +11,7 @@ namespace {
 
 constexpr auto source = logging_source_receiver;
 
-/// Standard input, logged as it comes.
+/// Standard input. Logs every byte that it receives.
 class Logged_input : public Posix_data_stream {
   public:
     Logged_input() : Posix_data_stream(0, -1) {}
@@ -20,9 +20,9 @@ class Logged_input : public Posix_data_stream {
     int get_data(int n) override {
         const unsigned before = rx_buffer.size();
         const int result = Posix_data_stream::get_data(n);
-        unsigned char news[rx_capacity];
-        const unsigned count = rx_buffer.peek(news, rx_capacity, before);
-        logging_source_write(source, news, news + count);
+        unsigned char received[rx_capacity];
+        const unsigned count = rx_buffer.peek(received, rx_capacity, before);
+        logging_source_write(source, received, received + count);
         return result;
     }
 };
@@ -37,7 +37,7 @@ int main(int argc, char** argv) {
     constexpr unsigned span_ms = 60000;
     constexpr unsigned memory = 4 << 20;
     logging_source_use_time_of_writing(source, true, span_ms / 90);
-    logging_source_enable(source, true); // there is nothing to open yet: keeps history
+    logging_source_enable(source, true); // not configured, so no file: keeps history only
     logging_source_configure(source, false, span_ms, memory, argv[1], "receiver", "raw", false);
 
     Logged_input stream;
@@ -49,7 +49,7 @@ int main(int argc, char** argv) {
         if (recording || kind != Vesk_parser::frame ||
             Vesk_message(packet, static_cast<unsigned>(len)).check_checksum())
             continue;
-        logging_source_enable(source, true); // opens a file: the history goes first
+        logging_source_enable(source, true); // opens a file, which begins with the history
         recording = true;
     }
     logging_source_flush(source, false);

@@ -39,7 +39,7 @@ bool ends_with(std::string_view text, std::string_view end) {
     return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
 }
 
-/// Numbers read as in the "C" locale, whatever the program's is.
+/// `strtod` in the "C" locale, whatever the program's locale is.
 double c_strtod(const char* text, char** end) {
     static const locale_t c_locale = newlocale(LC_ALL_MASK, "C", nullptr);
     return strtod_l(text, end, c_locale);
@@ -50,7 +50,7 @@ bool is_hexadecimal(const char* text) {
     return text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
 }
 
-/// Cuts a number towards zero, to what an integer type holds.
+/// Truncates a number toward zero and limits it to the range of an integer type.
 template <typename Integer>
 Integer clamped(double value) {
     using Limits = std::numeric_limits<Integer>;
@@ -65,7 +65,7 @@ bool write_all(Data_stream& stream, std::string_view piece) {
     return stream.__write(reinterpret_cast<const unsigned char*>(piece.data()), size) == static_cast<int>(size);
 }
 
-/// Writes a line that is made of pieces, in one write if it is short enough.
+/// Writes a line of several pieces, in one write if it is short enough.
 bool write_line(Data_stream& stream, std::initializer_list<std::string_view> pieces) {
     constexpr std::size_t longest_whole = 255;
     char line[longest_whole + 1];
@@ -122,7 +122,7 @@ void Inifile_record::init() {
     value_text = text;
 }
 
-// ---- Finding out what a line is ----
+// ---- Classifying a line ----
 
 void Inifile_record::parse() {
     text[longest_line] = '\0';
@@ -182,7 +182,7 @@ bool Inifile_record::parse_whole_number() {
     return true;
 }
 
-/// Hexadecimal numbers are strings, though the standard library would read them.
+/// Hexadecimal numbers are strings, although the standard library would read them.
 bool Inifile_record::parse_floating() {
     if (is_hexadecimal(value_text))
         return false;
@@ -344,9 +344,9 @@ bool Inifile_record::out_ulong(Data_stream& stream, const char* key, std::uint32
 
 bool Inifile_record::out_double(Data_stream& stream, const char* key, double value, int precision) {
     constexpr int default_precision = 14;
-    constexpr int most_decimals = 400; // beyond what the text is cut to
+    constexpr int most_decimals = 400; // more than the text can keep
     constexpr std::size_t longest = 31;
-    char digits[800]; // 310 in front of the point, a sign, the point
+    char digits[800]; // a sign, up to 309 digits, the point and the decimals
     const int decimals = precision < 0 ? default_precision : std::min(precision, most_decimals);
     const auto result = std::to_chars(digits, digits + sizeof digits, value, std::chars_format::fixed, decimals);
     std::size_t length = std::min(static_cast<std::size_t>(result.ptr - digits), longest);

@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
 # usage: calibration.sh EXAMPLE
-# The example keeps values in a file of this very content, and takes no damaged one for good, whatever the damage.
+# The example keeps values in a file of exactly this content, and accepts no damaged file.
 . "$(dirname "$0")/expect.sh"
 example=$1
 file=$folder/machine
 
-expect "" "$("$example" "$file")" # nothing is there, and nothing is made
+expect "" "$("$example" "$file")" # there is no file, and none is created
 [[ ! -e $file ]]
 expect "antenna_height 3150
 wheelbase 2890" "$("$example" "$file" wheelbase=2890 antenna_height=3150)"
@@ -20,7 +20,7 @@ for argument in wheelbase =1 a=b=c "a b=1" $'a=1\nb'; do
     expect_failure 1 "$argument" "$example" "$file" "$argument"
 done
 
-# The shortest content there can be; all of its bytes, one at a time, are turned into others.
+# The file with the shortest content: each of its bytes is damaged in turn.
 rm "$file"
 "$example" "$file" a= >/dev/null
 cp "$file" "$folder/good"
@@ -30,7 +30,7 @@ for ((i = 0; i < size; ++i)); do
     cp "$folder/good" "$file"
     flip "$file" "$i"
     status=1
-    ((i != size - 15)) || status=134 # a damaged line feed in front of the checksum ends the process
+    ((i != size - 15)) || status=134 # a damaged line feed before the checksum ends the process
     expect_failure "$status" "a file with byte $i damaged" "$example" "$file"
 done
 for ((i = 0; i < size; i += 3)); do
@@ -41,4 +41,4 @@ done
 [[ $(ls "$folder") == $'complained\ngood\nmachine\nsaid' ]] || { echo "left something behind" && exit 1; }
 cp "$folder/good" "$file"
 expect "a " "$("$example" "$file")"
-echo "kept, and every damage told"
+echo "kept, and all damage reported"

@@ -18,15 +18,15 @@ namespace {
 using Record = Inifile_record;
 using Type = Record::type_t;
 
-/// What a line is expected to be read as.
+/// The expected result of parsing a line.
 struct Expected {
     Type type;
-    std::string name;  ///< key or section; nothing is expected of other lines' names
-    std::string value; ///< its text
+    std::string name;  ///< of a key or section; not compared for other lines
+    std::string value; ///< the text of the value
     double number = 0; ///< of a number or a boolean
 };
 
-/// Makes lines of every sort, knowing what they are.
+/// Makes lines of every kind, and knows the kind.
 class Line_maker {
   public:
     std::pair<std::string, Expected> next() {
@@ -117,7 +117,7 @@ void expect_value(const Record& record, const Expected& expected) {
     EXPECT_EQ(record.as_bool(), std::fabs(expected.number) >= 1e-8);
 }
 
-TEST(Inifile_model, any_line_is_read_as_what_it_was_made) {
+TEST(Inifile_model, any_line_is_parsed_as_the_kind_that_was_made) {
     Line_maker maker;
     for (int round = 0; round < 20000; ++round) {
         const auto [line, expected] = maker.next();
@@ -140,7 +140,7 @@ TEST(Inifile_model, any_line_is_read_as_what_it_was_made) {
 
 // ---- A file, written and read ----
 
-/// A record for each line but the blank ones.
+/// A record for each line that is not blank.
 std::vector<Record> records_of(const std::string& file) {
     Scripted_stream stream;
     stream.will_arrive(file);
@@ -153,7 +153,7 @@ std::vector<Record> records_of(const std::string& file) {
     return records;
 }
 
-/// The record of a value that was written.
+/// Writes a line and reads it.
 template <typename Write>
 Record read_back(Write write) {
     Scripted_stream stream;
@@ -200,12 +200,12 @@ TEST(Inifile_model, floating_point_numbers_are_read_back_to_their_decimals) {
         const int precision = static_cast<int>(random.between(1, 9));
         const Record record =
             read_back([&](Data_stream& out) { return Record::out_double(out, "k", value, precision); });
-        ASSERT_EQ(record.type, Record::type_double) << "a point stays";
+        ASSERT_EQ(record.type, Record::type_double) << "the point is kept";
         ASSERT_NEAR(record.as_double(-1), value, 0.5000001 * std::pow(10, -precision) + 1e-9);
     }
 }
 
-TEST(Inifile_model, truth_is_read_back) {
+TEST(Inifile_model, booleans_are_read_back) {
     for (const bool flag : {false, true}) {
         const Record record = read_back([&](Data_stream& out) { return Record::out_bool(out, "k", flag); });
         EXPECT_EQ(record.type, Record::type_bool);
@@ -213,7 +213,7 @@ TEST(Inifile_model, truth_is_read_back) {
     }
 }
 
-// ---- What is not read back as it was written, all of it on purpose ----
+// ---- Values that are not read back as they were written, all on purpose ----
 
 TEST(Inifile_model, signed_number_that_is_not_negative_is_read_back_as_unsigned) {
     const Record record = read_back([](Data_stream& out) { return Record::out_long(out, "k", 5); });
@@ -222,7 +222,7 @@ TEST(Inifile_model, signed_number_that_is_not_negative_is_read_back_as_unsigned)
     EXPECT_EQ(record.as_long(), 5);
 }
 
-TEST(Inifile_model, text_that_looks_like_something_else_is_read_back_as_that) {
+TEST(Inifile_model, text_that_has_the_form_of_another_type_is_read_back_as_that) {
     EXPECT_EQ(text_read_back("k", "42").type, Record::type_ulong);
     EXPECT_EQ(text_read_back("k", "-1").type, Record::type_long);
     EXPECT_EQ(text_read_back("k", "1.5").type, Record::type_double);
@@ -240,7 +240,7 @@ TEST(Inifile_model, white_space_around_the_equals_sign_is_lost) {
     EXPECT_EQ(text_read_back("k", "  ").type, Record::type_empty);
 }
 
-TEST(Inifile_model, equals_sign_of_a_key_parts_it) {
+TEST(Inifile_model, equals_sign_in_a_key_ends_the_key) {
     const Record record = text_read_back("a=b", "c");
     EXPECT_STREQ(record.get_name(), "a");
     EXPECT_STREQ(record.as_cstring(), "b=c");

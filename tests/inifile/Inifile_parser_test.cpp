@@ -27,7 +27,7 @@ void PrintTo(const Line& line, std::ostream* out) {
 }
 
 struct Inifile_parser_test : testing::Test {
-    /// Every line that is complete. The buffer has exactly `size` bytes, so that sanitizers see one too many.
+    /// All lines that the parser returns. The buffer has exactly `size` bytes, so that sanitizers find an overrun.
     std::vector<Line> lines(bool take_partial = false, int size = 4200) {
         std::vector<Line> found;
         std::vector<unsigned char> buffer(static_cast<std::size_t>(size));
@@ -71,12 +71,12 @@ TEST_F(Inifile_parser_test, line_without_an_end_waits) {
     EXPECT_EQ(lines_of("\nnext"), (Lines{{1, "partial"}}));
 }
 
-TEST_F(Inifile_parser_test, line_without_an_end_is_taken_when_asked_for) {
+TEST_F(Inifile_parser_test, line_without_an_end_is_returned_on_request) {
     EXPECT_EQ(lines_of("a=1\nlast", true), (Lines{{1, "a=1"}, {2, "last"}}));
-    EXPECT_EQ(lines(true), Lines{}) << "an empty one is none";
+    EXPECT_EQ(lines(true), Lines{}) << "an empty one is no line";
 }
 
-TEST_F(Inifile_parser_test, line_that_ends_with_the_data_is_told_by_2) {
+TEST_F(Inifile_parser_test, line_that_ends_with_the_data_is_2) {
     stream.will_arrive("a=1");
     EXPECT_EQ(lines(true), (Lines{{2, "a=1"}}));
 }
@@ -107,7 +107,7 @@ TEST_F(Inifile_parser_test, second_half_of_a_line_end_is_no_partial_line) {
     EXPECT_EQ(stream.buffered(), "");
 }
 
-TEST_F(Inifile_parser_test, beginning_anew_forgets_the_first_half_of_a_line_end) {
+TEST_F(Inifile_parser_test, init_resets_the_first_half_of_a_line_end) {
     EXPECT_EQ(lines_of("a\r"), (Lines{{1, "a"}}));
     parser.init();
     EXPECT_EQ(lines_of("\n"), (Lines{{1, ""}}));
@@ -144,12 +144,12 @@ TEST_F(Inifile_parser_test, line_over_a_pipe_is_returned_while_the_writer_is_sil
     EXPECT_LT(watch.elapsed(), std::chrono::seconds(20)) << "nothing has waited out the time limit";
 }
 
-TEST_F(Inifile_parser_test, fetches_what_it_needs) {
+TEST_F(Inifile_parser_test, fetches_a_line) {
     stream.will_arrive("a=1\r\nb=2\n");
     EXPECT_EQ(lines(), (Lines{{1, "a=1"}, {1, "b=2"}}));
 }
 
-TEST_F(Inifile_parser_test, fetch_that_claims_success_and_brings_nothing_is_no_endless_line) {
+TEST_F(Inifile_parser_test, fetch_that_reports_success_and_adds_nothing_ends_the_search) {
     stream.on_fetch = [](int) { return 1; };
     EXPECT_EQ(lines(), Lines{});
     EXPECT_FALSE(parser.is_newline(0));
@@ -159,7 +159,7 @@ TEST_F(Inifile_parser_test, line_longer_than_the_buffer_is_cut) {
     stream.receive("0123456789\n");
     EXPECT_EQ(lines(false, 7), (Lines{{2, "0123"}, {2, "4567"}, {1, "89"}}));
     stream.receive("01234567\n");
-    EXPECT_EQ(lines(false, 7), (Lines{{2, "0123"}, {1, "4567"}})) << "a line end just behind is seen";
+    EXPECT_EQ(lines(false, 7), (Lines{{2, "0123"}, {1, "4567"}})) << "a line end directly after the cut is found";
 }
 
 TEST_F(Inifile_parser_test, line_longer_than_4197_bytes_is_cut) {
@@ -182,7 +182,7 @@ TEST_F(Inifile_parser_test, any_bytes_with_every_line_end_give_the_lines_of_a_mo
         const auto longest = static_cast<std::size_t>(size - 3);
         std::string text;
         while (text.size() < 1000) {
-            std::string line(random.between(0, 80), '\0'); // NULs, and all else but line ends
+            std::string line(random.between(0, 80), '\0'); // any bytes except line ends, also NULs
             for (char& c : line)
                 c = "\0\xFF\x80=# []a"[random.between(0, 8)];
             const char* const ends[] = {"\r\n", "\n\r", "\n", "\r"};
@@ -211,23 +211,24 @@ TEST_F(Inifile_parser_test, buffer_of_three_bytes_or_fewer_holds_nothing) {
     EXPECT_EQ(len, 77);
 }
 
-TEST_F(Inifile_parser_test, smaller_buffer_than_at_the_last_look_is_not_overrun) {
+TEST_F(Inifile_parser_test, smaller_buffer_than_in_the_last_call_is_not_overrun) {
     stream.receive(std::string(100, 'x'));
     EXPECT_EQ(lines(false, 200), Lines{});
-    EXPECT_EQ(lines(false, 13), Lines(9, Line{2, std::string(10, 'x')})) << "the last ten may still get their line end";
+    EXPECT_EQ(lines(false, 13), Lines(9, Line{2, std::string(10, 'x')}))
+        << "the line end of the last ten may still arrive";
 }
 
-TEST_F(Inifile_parser_test, bytes_that_somebody_else_took_are_not_waited_for) {
+TEST_F(Inifile_parser_test, bytes_that_another_consumer_took_do_not_matter) {
     EXPECT_EQ(lines_of("half a line"), Lines{});
     stream.drop_all();
-    EXPECT_EQ(lines(true), Lines{}) << "nothing is there to take";
-    EXPECT_EQ(lines_of("a\nb\n"), (Lines{{1, "a"}, {1, "b"}})) << "what came instead has not been looked at";
+    EXPECT_EQ(lines(true), Lines{}) << "nothing is buffered";
+    EXPECT_EQ(lines_of("a\nb\n"), (Lines{{1, "a"}, {1, "b"}})) << "the new bytes have not been scanned";
     EXPECT_EQ(lines_of("half a line"), Lines{});
     stream.drop(5);
     EXPECT_EQ(lines(true), (Lines{{2, "a line"}}));
 }
 
-TEST_F(Inifile_parser_test, newline_is_looked_for_at_a_place) {
+TEST_F(Inifile_parser_test, is_newline_looks_at_an_offset) {
     stream.receive("ab\r\n");
     EXPECT_FALSE(parser.is_newline(0));
     EXPECT_TRUE(parser.is_newline(2));
@@ -236,7 +237,7 @@ TEST_F(Inifile_parser_test, newline_is_looked_for_at_a_place) {
     EXPECT_FALSE(parser.is_newline(-1));
 }
 
-TEST_F(Inifile_parser_test, beginning_anew_discards_what_is_buffered) {
+TEST_F(Inifile_parser_test, init_discards_the_buffered_bytes) {
     stream.receive("old");
     lines();
     parser.init();
@@ -248,7 +249,7 @@ TEST_F(Inifile_parser_test, beginning_anew_discards_what_is_buffered) {
     EXPECT_EQ(other.buffered(), "");
 }
 
-TEST_F(Inifile_parser_test, beginning_anew_forgets_how_far_a_line_was_looked_at) {
+TEST_F(Inifile_parser_test, init_resets_the_scan_position) {
     EXPECT_EQ(lines_of("half a line"), Lines{});
     parser.init();
     EXPECT_EQ(lines_of("a\nsecond line\n"), (Lines{{1, "a"}, {1, "second line"}}));
@@ -257,7 +258,7 @@ TEST_F(Inifile_parser_test, beginning_anew_forgets_how_far_a_line_was_looked_at)
     parser.init(&other);
     other.receive("b\nsecond line\n");
     EXPECT_EQ(lines(), (Lines{{1, "b"}, {1, "second line"}}));
-    EXPECT_EQ(stream.buffered(), "half a line") << "the one before is left alone";
+    EXPECT_EQ(stream.buffered(), "half a line") << "the previous stream is left unchanged";
 }
 
 TEST_F(Inifile_parser_test, records_are_parsed_and_not_emptied) {

@@ -21,12 +21,12 @@ Inifile_record parsed(const std::string& line) {
     return record;
 }
 
-/// What a value is taken for.
+/// The type that a value is read as.
 Type type_of(const std::string& value) {
     return parsed("key=" + value).type;
 }
 
-/// What a writer makes of its arguments.
+/// The text that a writer writes.
 template <typename... Arguments>
 std::string written(bool (*write)(Data_stream&, const char*, Arguments...), const char* key, Arguments... arguments) {
     Scripted_stream stream;
@@ -40,9 +40,9 @@ std::string written_double(double value, int precision) {
 
 } // namespace
 
-// ---- What a line is ----
+// ---- The kind of a line ----
 
-TEST(Inifile_record, new_one_has_nothing) {
+TEST(Inifile_record, new_record_is_empty) {
     const Inifile_record record;
     EXPECT_EQ(record.type, Inifile_record::type_none);
     EXPECT_EQ(record.line_length, 0U);
@@ -69,7 +69,7 @@ TEST(Inifile_record, section_is_between_brackets) {
     EXPECT_STREQ(parsed("[a=b]").get_name(), "a=b");
 }
 
-TEST(Inifile_record, half_a_section_is_nothing) {
+TEST(Inifile_record, section_without_its_closing_bracket_is_none) {
     EXPECT_EQ(parsed("[General").type, Inifile_record::type_none);
     EXPECT_EQ(parsed("[").type, Inifile_record::type_none);
     EXPECT_EQ(parsed(" [General]").type, Inifile_record::type_none);
@@ -96,7 +96,7 @@ TEST(Inifile_record, line_without_equals_sign_keeps_the_type_of_before) {
     EXPECT_EQ(record.line_length, 13U);
 }
 
-TEST(Inifile_record, key_keeps_white_space_in_front_and_loses_it_behind) {
+TEST(Inifile_record, key_keeps_white_space_before_it_and_loses_white_space_after_it) {
     EXPECT_STREQ(parsed("speed = 42").get_name(), "speed");
     EXPECT_STREQ(parsed("\t speed \t= 42").get_name(), "\t speed");
     EXPECT_STREQ(parsed("=42").get_name(), "");
@@ -106,7 +106,7 @@ TEST(Inifile_record, key_keeps_white_space_in_front_and_loses_it_behind) {
     EXPECT_STREQ(parsed("a\xA0=1").get_name(), "a\xA0") << "bytes above 0x7F are no white space";
 }
 
-TEST(Inifile_record, value_loses_white_space_in_front_and_keeps_it_behind) {
+TEST(Inifile_record, value_loses_white_space_before_it_and_keeps_white_space_after_it) {
     EXPECT_STREQ(parsed("a= \t b ").as_cstring(), "b ");
     EXPECT_EQ(parsed("a= \t b ").length, 2U);
     EXPECT_EQ(parsed("v=42 ").type, Inifile_record::type_string);
@@ -130,11 +130,11 @@ TEST(Inifile_record, keys_are_found_in_a_list) {
     EXPECT_EQ(parsed("other=1").search_key(keys), -1);
     EXPECT_EQ(parsed("speed=1").search_key(none), -1);
     EXPECT_EQ(parsed("speed=1").search_key(nullptr), -1);
-    EXPECT_EQ(parsed("[gain]").search_key(keys), 1) << "a section goes by its name";
+    EXPECT_EQ(parsed("[gain]").search_key(keys), 1) << "the name of a section";
     EXPECT_EQ(parsed("speed").search_key(keys), -1) << "nothing was parsed";
 }
 
-// ---- What a value is ----
+// ---- The type of a value ----
 
 TEST(Inifile_record, whole_numbers) {
     EXPECT_EQ(type_of("42"), Inifile_record::type_ulong);
@@ -172,7 +172,7 @@ TEST(Inifile_record, locale_does_not_matter) {
     const std::string before = std::setlocale(LC_ALL, nullptr);
     const bool has_comma = std::setlocale(LC_ALL, "de_DE.UTF-8") || std::setlocale(LC_ALL, "fr_FR.UTF-8");
     if (!has_comma)
-        std::puts("no locale with a decimal comma here: checked in the present one only");
+        std::puts("no locale with a decimal comma here: checked in the present locale only");
     EXPECT_EQ(parsed("k=1.5").as_double(-1), 1.5);
     EXPECT_EQ(type_of("1,5"), Inifile_record::type_string);
     EXPECT_EQ(written_double(1.5, 3), "1.5\n");
@@ -188,7 +188,7 @@ TEST(Inifile_record, booleans_are_exact_words) {
         EXPECT_EQ(type_of(text), Inifile_record::type_string) << text;
 }
 
-TEST(Inifile_record, byte_array_is_in_its_marks) {
+TEST(Inifile_record, byte_array_is_between_its_marks) {
     const Inifile_record record = parsed("k=\"@ByteArray({abc})\"");
     EXPECT_EQ(record.type, Inifile_record::type_byte_array);
     EXPECT_EQ(record.length, 3U);
@@ -212,7 +212,7 @@ TEST(Inifile_record, copy_points_into_itself) {
     EXPECT_STREQ(Inifile_record(copy).as_cstring(), "text");
 }
 
-// ---- Reading it as something ----
+// ---- Reading a value as a type ----
 
 TEST(Inifile_record, as_type_follows_the_table) {
     using R = Inifile_record;
@@ -312,7 +312,7 @@ TEST(Inifile_record, writers_write_lines) {
     EXPECT_EQ(text.written, "k=text\n");
 }
 
-TEST(Inifile_record, out_double_cuts_zeros) {
+TEST(Inifile_record, out_double_removes_zeros) {
     EXPECT_EQ(written_double(2.5, 3), "2.5\n");
     EXPECT_EQ(written_double(3.0, 2), "3.0\n");
     EXPECT_EQ(written_double(0.1, -1), "0.1\n");
@@ -322,12 +322,12 @@ TEST(Inifile_record, out_double_cuts_zeros) {
     EXPECT_EQ(written_double(7, 0), "7\n");
     EXPECT_EQ(written_double(-0.0, 2), "-0.0\n");
     EXPECT_EQ(written_double(1e30, 2), "1000000000000000019884624838656\n") << "31 characters";
-    EXPECT_EQ(written_double(-1e300, 2), "-10000000000000000525047602552\n") << "31, and then a zero less";
+    EXPECT_EQ(written_double(-1e300, 2), "-10000000000000000525047602552\n") << "31, then without a zero";
     EXPECT_EQ(written_double(INFINITY, 2), "inf\n");
-    EXPECT_EQ(written_double(1e-300, 1000), "0.0\n") << "31 characters, and then their zeros";
+    EXPECT_EQ(written_double(1e-300, 1000), "0.0\n") << "31 characters, then without zeros";
 }
 
-TEST(Inifile_record, out_byte_array_has_marks_of_its_own) {
+TEST(Inifile_record, out_byte_array_writes_other_marks_than_parse_reads) {
     const unsigned char data[] = {'a', 0, '"', 0xFF};
     Scripted_stream stream;
     EXPECT_TRUE(Inifile_record::out_byte_array(stream, "k", data, 4));
@@ -368,7 +368,7 @@ TEST(Inifile_record, line_of_255_characters_is_one_write_and_a_longer_one_is_not
     EXPECT_EQ(stream.writes.size(), 5U);
 }
 
-TEST(Inifile_record, stream_that_does_not_take_all_is_told) {
+TEST(Inifile_record, write_that_the_stream_does_not_accept_whole_is_false) {
     Scripted_stream stream;
     stream.on_write = [](const unsigned char*, unsigned len) { return static_cast<int>(len) - 1; };
     EXPECT_FALSE(Inifile_record::out_cstring(stream, "k", "v"));
@@ -378,7 +378,7 @@ TEST(Inifile_record, stream_that_does_not_take_all_is_told) {
     stream.written.clear();
     stream.on_write = [](const unsigned char*, unsigned len) { return len == 1 ? 0 : static_cast<int>(len); };
     EXPECT_FALSE(Inifile_record::out_cstring(stream, "key", std::string(300, 'x').c_str()));
-    EXPECT_EQ(stream.written, "key") << "nothing goes out behind a piece that was refused";
+    EXPECT_EQ(stream.written, "key") << "nothing is written after a piece that was refused";
 }
 
 TEST(Inifile_record, written_values_read_back) {

@@ -8,7 +8,7 @@
 
 class Data_stream;
 
-/// One line of an ini file: what it is, and, for a key, its value.
+/// One line of an ini file: its kind, and the value of a key.
 ///
 ///     Inifile_parser parser(&file);
 ///     Inifile_record record;
@@ -20,8 +20,8 @@ class Data_stream;
 ///         record.init();
 ///     }
 ///
-/// The text of a value alone decides its type. Whole numbers have 32 bits everywhere: one that is larger becomes the
-/// largest, one that is smaller the smallest. The locale never matters. Not synchronised.
+/// The text of a value alone decides its type. Whole numbers have 32 bits on every machine: a larger one becomes the
+/// largest, a smaller one the smallest. The locale never matters. Not synchronised.
 class GLUE_EXPORT Inifile_record {
   public:
     enum type_t : std::uint32_t {
@@ -35,51 +35,54 @@ class GLUE_EXPORT Inifile_record {
         type_section = 7, ///< "[name]"
         type_comment = 8, ///< begins with "#"
         type_blank = 9,
-        type_none = 10 ///< nothing parsed yet, or a line that is nothing of all this
+        type_none = 10 ///< nothing parsed yet, or a line of no other kind
     };
 
-    /// Longest line that is kept whole.
+    /// The most characters of a line that are kept.
     static constexpr unsigned longest_line = 256;
 
     Inifile_record();
-    /// A copy's pointers lead into its own text.
+    /// The pointers of a copy point into its own text.
     Inifile_record(const Inifile_record& other);
     Inifile_record& operator=(const Inifile_record& other);
 
-    /// Forgets the line.
+    /// Empties the record.
     void init();
 
-    /// Finds out what `text` is. Cuts it up by NULs: afterwards it begins with the key.
+    /// Classifies `text`. Separates its parts by NULs: afterwards it begins with the key.
     ///
-    /// On purpose, a line without "=" that is no section, comment or blank leaves `type` as it was.
+    /// On purpose, a line without "=" that is no section, comment or blank line leaves `type` unchanged.
     void parse();
 
-    /// A section's name, or the key. White space in front of a key belongs to it.
+    /// The name of a section, or the key. White space before a key belongs to it.
     const char* get_name() const;
-    /// Where in a list of keys, which a null ends, the name stands. \return -1 when it does not, or nothing was parsed
+    /// \return the index of the name in a list of keys that ends with a null; -1 when the list does not have it or
+    ///         nothing was parsed
     int search_key(const char* const* keys) const;
 
     // ---- The value ----
 
     /// Whether the value can be read as a type without losing its meaning. On purpose a floating-point number is no
-    /// boolean here, though `as_bool` makes it one.
+    /// boolean here, although `as_bool` converts it.
     bool as_type(type_t wanted) const { return _as_type(wanted); }
     bool _as_type(type_t wanted) const;
 
-    /// A floating-point number is cut towards zero, and to what 32 bits hold; what is no number at all is 0.
+    /// A floating-point number is truncated toward zero and limited to 32 bits. A value that is no number is 0.
     std::int32_t as_long() const;
     std::uint32_t as_ulong() const;
-    /// \param decimals  a floating-point number is rounded to so many; negative: not at all
+    /// \param decimals  a floating-point number is rounded to this many; negative: not rounded
     double as_double(int decimals) const;
-    /// Whether a number is other than 0, by 1e-8 at least if it is a floating-point one.
+    /// Whether a number is not 0; a floating-point number differs from 0 by at least 1e-8.
     bool as_bool() const;
     const char* as_cstring() const;
     String<257> as_string() const;
-    /// On purpose the whole text of the value, with what marks it as a byte array. `count` becomes its length.
+    /// On purpose the whole text of the value, including the marks of a byte array. `count` is set to its length.
     const char* as_byte_array(unsigned int& count) const;
 
-    // Writing a line: whether all of it was taken. One that fits 255 characters goes in one write; a longer one in
-    // pieces, of which some may have gone when another is refused.
+    // ---- Writing a line ----
+    //
+    // Each returns whether the stream accepted all of it. A line of at most 255 characters is one write. A longer one
+    // is several: some of them may be written when another fails.
 
     /// A blank line and "[name]".
     static bool start_section(Data_stream& stream, const char* name);
@@ -87,12 +90,12 @@ class GLUE_EXPORT Inifile_record {
     static bool out_cstring(Data_stream& stream, const char* key, const char* value);
     static bool out_long(Data_stream& stream, const char* key, std::int32_t value);
     static bool out_ulong(Data_stream& stream, const char* key, std::uint32_t value);
-    /// With so many decimals - 14 when that is negative -, 31 characters at most, and without zeros at the end but for
-    /// one behind the point. On purpose a number without decimals loses its zeros, too: 10 becomes "1".
+    /// With `precision` decimals, 14 when that is negative, cut at 31 characters. Zeros at the end are removed, except
+    /// one directly after the point. On purpose a number without decimals loses its zeros, too: 10 becomes "1".
     static bool out_double(Data_stream& stream, const char* key, double value, int precision);
     static bool out_bool(Data_stream& stream, const char* key, bool value);
     static bool out_string(Data_stream& stream, const char* key, const String_base& value);
-    /// On purpose not what `parse` takes for a byte array, unless the data begins with "{" and ends with "})".
+    /// On purpose `parse` reads this as a byte array only if the data begins with "{" and ends with "})".
     static bool out_byte_array(Data_stream& stream, const char* key, const unsigned char* data, unsigned int count);
 
     // ---- Fields ----
@@ -108,7 +111,7 @@ class GLUE_EXPORT Inifile_record {
     } value;
     std::uint32_t length;      ///< bytes of a string or a byte array
     std::uint32_t line_length; ///< characters of the line as read
-    char* value_text;          ///< the value, or a section's name
+    char* value_text;          ///< the value, or the name of a section
 
   private:
     bool parse_section();

@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 #include <string>
 
-/// A file store in a folder of its own, mounted while this lives.
+/// A file store in a folder of its own, mounted as long as the object lives.
 class Mounted_store {
   public:
     explicit Mounted_store(std::uint32_t total = 16384) : total_(total) { EXPECT_TRUE(mount()); }
@@ -17,17 +17,17 @@ class Mounted_store {
 
     bool mount() const { return pcfMount(folder.path().c_str(), total_); }
 
-    /// Makes a file with this content.
+    /// Creates a file with this content.
     void make_file(const std::string& name, const std::string& content) const {
         EXPECT_TRUE(pcfCreateWrite(name.c_str(), nullptr)) << name;
         EXPECT_EQ(pcfWrite(content.data(), static_cast<int>(content.size()), -1), static_cast<int>(content.size()));
         EXPECT_TRUE(pcfCloseWrite(-1));
     }
 
-    /// Everything in a file.
+    /// The whole content of a file.
     std::string content_of(const std::string& name) const { return folder.content_of(name); }
 
-    /// Bytes left.
+    /// The free bytes of the store.
     std::uint32_t free() const {
         PcfInfo info{};
         EXPECT_TRUE(pcfInfo(info));

@@ -12,7 +12,7 @@ namespace fs = std::filesystem;
 
 Temporary_folder::Temporary_folder() : path_((fs::temp_directory_path() / "glue_test_XXXXXX").string()) {
     if (!mkdtemp(path_.data()))
-        ADD_FAILURE() << "cannot make the folder " << path_;
+        ADD_FAILURE() << "cannot create the folder " << path_;
 }
 
 Temporary_folder::~Temporary_folder() {
@@ -33,14 +33,14 @@ std::string Temporary_folder::make_file(std::string_view name, std::string_view 
 
 std::string Temporary_folder::make_fifo(std::string_view name) const {
     if (mkfifo(path(name).c_str(), 0600) != 0)
-        ADD_FAILURE() << "cannot make the FIFO " << path(name);
+        ADD_FAILURE() << "cannot create the FIFO " << path(name);
     return path(name);
 }
 
 std::string Temporary_folder::content_of(std::string_view name) const {
     std::ifstream file(path(name), std::ios::binary);
     if (!file)
-        ADD_FAILURE() << "there is no file " << path(name);
+        ADD_FAILURE() << "missing file " << path(name);
     return std::string(std::istreambuf_iterator<char>(file), {});
 }
 

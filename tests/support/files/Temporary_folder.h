@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-/// A folder of its own for a test, gone with everything in it when the test ends.
+/// A folder for one test, removed with everything in it when the test ends.
 class Temporary_folder {
   public:
     Temporary_folder();
@@ -13,14 +13,14 @@ class Temporary_folder {
     Temporary_folder& operator=(const Temporary_folder&) = delete;
 
     const std::string& path() const { return path_; }
-    /// The path of a file or folder in it, whether it exists or not.
+    /// The path of a file or folder in it, which need not exist.
     std::string path(std::string_view name) const;
 
-    /// Makes a file with this content. \return its path
+    /// Creates a file with this content. \return its path
     std::string make_file(std::string_view name, std::string_view content) const;
-    /// Makes a FIFO. \return its path
+    /// Creates a FIFO. \return its path
     std::string make_fifo(std::string_view name) const;
-    /// Everything in a file; a failure of the test when there is no such file.
+    /// The whole content of a file. A missing file fails the test.
     std::string content_of(std::string_view name) const;
     bool has(std::string_view name) const;
     /// The names of everything in it, sorted.

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <string>
 
-/// A stdio file in memory, for code that prints.
+/// A stdio file in memory, for code that prints to one.
 class Text_file {
   public:
     Text_file() : file_(open_memstream(&data_, &size_)) {}

@@ -22,8 +22,8 @@ int entries_of(const char* folder) {
     return static_cast<int>(std::distance(begin(all), end(all)));
 }
 
-/// Starts a thread and waits until the system does not list it any more, which it may do a little after its end.
-bool thread_has_come_and_gone() {
+/// Starts a thread and waits until the system no longer lists it: it may be listed a little longer than it runs.
+bool start_and_end_a_thread() {
     pid_t thread = 0;
     std::thread([&] { thread = gettid(); }).join();
     const std::string listed = "/proc/self/task/" + std::to_string(thread);
@@ -37,7 +37,7 @@ bool is_open(int fd) {
 }
 
 int open_descriptors() {
-    return entries_of("/proc/self/fd") - 1; // not counting the one that looks
+    return entries_of("/proc/self/fd") - 1; // without the one that reads this folder
 }
 
 int next_descriptor() {
@@ -46,11 +46,11 @@ int next_descriptor() {
     return fd;
 }
 
-/// The first thread that a program starts may bring one of a sanitizer's own along, which stays: it is there before
-/// anything is counted.
+/// With the first thread of a program a sanitizer may start one of its own, which stays: it is started before any
+/// count.
 int threads() {
-    static const bool all_are_there = thread_has_come_and_gone();
-    static_cast<void>(all_are_there);
+    static const bool all_are_started = start_and_end_a_thread();
+    static_cast<void>(all_are_started);
     return entries_of("/proc/self/task");
 }
 
@@ -82,21 +82,21 @@ std::string read_exactly(int fd, std::size_t count) {
     while (result.size() < count) {
         pollfd waiting{fd, POLLIN, 0};
         char piece[4096];
-        ssize_t came = 0;
+        ssize_t received = 0;
         if (poll(&waiting, 1, limit_ms) == 1)
-            came = read(fd, piece, std::min(sizeof piece, count - result.size()));
-        if (came <= 0) {
-            ADD_FAILURE() << "only " << result.size() << " of " << count << " bytes came";
+            received = read(fd, piece, std::min(sizeof piece, count - result.size()));
+        if (received <= 0) {
+            ADD_FAILURE() << "only " << result.size() << " of " << count << " bytes were received";
             return result;
         }
-        result.append(piece, static_cast<std::size_t>(came));
+        result.append(piece, static_cast<std::size_t>(received));
     }
     return result;
 }
 
 Pipe::Pipe() {
     if (pipe2(ends_, O_CLOEXEC) != 0)
-        ADD_FAILURE() << "cannot make a pipe";
+        ADD_FAILURE() << "cannot create a pipe";
 }
 
 Pipe::~Pipe() {
@@ -138,7 +138,7 @@ std::string Pipe::drain() const {
 
 Socket_pair::Socket_pair() {
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends_) != 0)
-        ADD_FAILURE() << "cannot make a pair of sockets";
+        ADD_FAILURE() << "cannot create a pair of sockets";
 }
 
 Socket_pair::~Socket_pair() {

@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-/// Whether the number is an open descriptor of this process.
+/// Whether the number is a descriptor that this process has open.
 bool is_open(int fd);
 /// How many descriptors this process has open.
 int open_descriptors();
@@ -13,14 +13,14 @@ int next_descriptor();
 int threads();
 /// Bytes that a pipe, socket or terminal has ready to be read.
 int bytes_ready(int fd);
-/// Makes writes and reads return instead of wait.
+/// Makes reads and writes return instead of waiting.
 void make_non_blocking(int fd);
-/// Writes every byte; a failure of the test when that fails.
+/// Writes all bytes. A failed write fails the test.
 void write_all(int fd, std::string_view bytes);
-/// Reads until `count` bytes came; fewer, and a failure of the test, when they do not within ten seconds.
+/// Reads `count` bytes. Ten seconds without one end that, and fail the test. \return the bytes received
 std::string read_exactly(int fd, std::size_t count);
 
-/// A pipe. Closes the ends that nobody took over.
+/// A pipe. Closes the ends that were not taken.
 class Pipe {
   public:
     Pipe();
@@ -30,22 +30,22 @@ class Pipe {
 
     int reading() const { return ends_[0]; }
     int writing() const { return ends_[1]; }
-    /// The end; whoever asks closes it from now on.
+    /// \return the end, which the caller must close from now on
     int take_reading();
     int take_writing();
     void close_reading();
     void close_writing();
 
-    /// Makes the pipe as small as it can be. \return the bytes it holds
+    /// Makes the pipe as small as possible. \return its capacity in bytes
     int shrink() const;
-    /// Reads what there is, without waiting.
+    /// Reads the bytes that are ready, without waiting.
     std::string drain() const;
 
   private:
     int ends_[2] = {-1, -1};
 };
 
-/// Two connected sockets that carry bytes both ways. Closes the ends that nobody took over.
+/// Two connected sockets, for both directions. Closes the ends that were not taken.
 class Socket_pair {
   public:
     Socket_pair();
@@ -53,7 +53,7 @@ class Socket_pair {
     Socket_pair(const Socket_pair&) = delete;
     Socket_pair& operator=(const Socket_pair&) = delete;
 
-    /// The end that the code under test gets; whoever asks closes it from now on.
+    /// \return the end for the code under test, which the caller must close from now on
     int take_near();
     /// The test's end.
     int far() const { return ends_[1]; }
