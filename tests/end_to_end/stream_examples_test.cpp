@@ -1,4 +1,4 @@
-// The examples of streams, with what they talk to at the other end.
+// The examples of streams, with a peer at the other end.
 
 #include <support/builders/Frame_builder.h>
 #include <support/processes/Program.h>
@@ -31,7 +31,7 @@ TEST(In_process_receiver, shows_every_epoch_that_the_other_thread_sends) {
     EXPECT_TRUE(result.output == expected) << result.output;
 }
 
-TEST(In_process_receiver, both_threads_end_when_nothing_is_wanted) {
+TEST(In_process_receiver, both_threads_end_for_0_epochs) {
     const auto result = Program(IN_PROCESS_RECEIVER, {"0"}).run();
     EXPECT_EQ(result.status, 0) << result.errors;
     EXPECT_EQ(result.output, "");
@@ -43,7 +43,7 @@ std::string without_times(const std::string& text) {
     return std::regex_replace(text, std::regex("(^|\n)\\d\\d:\\d\\d:\\d\\d\\.\\d{3} "), "$1");
 }
 
-TEST(Send_commands, tells_the_answer_to_each_between_the_frames_of_a_receiver) {
+TEST(Send_commands, prints_the_reply_to_each_between_the_frames_of_a_receiver) {
     const auto result = Program(SEND_COMMANDS, {"exec:" + simulator + " --stream cons: --rate 50", "60"})
                             .input("version\nrate\n\ndance\r\nrate,20\r\nrate\n")
                             .run();
@@ -60,7 +60,7 @@ TEST(Send_commands, tells_the_answer_to_each_between_the_frames_of_a_receiver) {
                                             "sent [\\nrate\\n]\n");
 }
 
-TEST(Send_commands, sends_the_next_when_the_one_before_is_answered) {
+TEST(Send_commands, sends_the_next_after_the_reply_to_the_previous_one) {
     const Pty_pair line;
     std::thread device([&] {
         EXPECT_EQ(line.receive(4), "one\n");
@@ -75,7 +75,7 @@ TEST(Send_commands, sends_the_next_when_the_one_before_is_answered) {
     EXPECT_EQ(result.output, "accepted first\nrefused second\n");
 }
 
-TEST(Send_commands, stops_at_one_that_is_not_answered) {
+TEST(Send_commands, stops_at_a_command_without_a_reply) {
     const Pty_pair line;
     const auto result = Program(SEND_COMMANDS, {line.path(), "0"}).input("one\ntwo\n").run();
     EXPECT_EQ(result.status, 1);
@@ -90,7 +90,7 @@ TEST(Send_commands, without_a_stream_prints_the_whole_lines) {
     EXPECT_EQ(result.errors, "version\nrate,5\n");
 }
 
-TEST(Send_commands, says_when_there_is_no_such_stream) {
+TEST(Send_commands, reports_that_there_is_no_such_stream) {
     const auto result = Program(SEND_COMMANDS, {"/nowhere"}).input("version\n").run();
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.output, "");
@@ -118,7 +118,7 @@ std::string carried(char channel, const std::string& bytes) {
     return build_frame(">>", channel + bytes, Checksum::text);
 }
 
-TEST(Decode_hex, shows_messages_and_what_is_none) {
+TEST(Decode_hex, shows_messages_and_noise) {
     std::string damaged = time_frame(3);
     damaged[6] ^= 1;
     const auto result =
@@ -153,7 +153,7 @@ TEST(Decode_hex, shows_messages_that_frames_carry_in_pieces) {
                              "  1 bytes left over\n");
 }
 
-TEST(Decode_hex, takes_more_than_a_stream_holds_at_once) {
+TEST(Decode_hex, accepts_more_bytes_than_a_stream_buffers) {
     std::string bytes;
     std::string expected;
     for (char letter = 'a'; letter <= 'z'; ++letter) {
@@ -161,7 +161,7 @@ TEST(Decode_hex, takes_more_than_a_stream_holds_at_once) {
         bytes += reply + "\r\n";
         expected += "  " + reply + "\n";
     }
-    const std::size_t piece = 4080; // together with the part of a reply that the one before left, too much
+    const std::size_t piece = 4080; // too many bytes, together with the part of a reply that the previous piece left
     std::string frames;
     for (std::size_t begin = 0; begin < bytes.size(); begin += piece)
         frames += carried('x', bytes.substr(begin, piece));
@@ -171,7 +171,7 @@ TEST(Decode_hex, takes_more_than_a_stream_holds_at_once) {
     EXPECT_TRUE(shown == expected) << result.output;
 }
 
-TEST(Decode_hex, ends_at_what_is_no_digit) {
+TEST(Decode_hex, ends_at_a_character_that_is_no_digit) {
     const auto result = Program(DECODE_HEX).input(hex(time_frame(1)) + " xyz").run();
     EXPECT_EQ(result.output, "RT ms=1\n");
     EXPECT_EQ(result.status, 1);
@@ -192,7 +192,7 @@ termios give_text_settings(const Pty_pair& line) {
     return settings;
 }
 
-TEST(Feed_line, tells_the_settings_and_passes_on_every_byte_of_the_program) {
+TEST(Feed_line, prints_the_settings_and_forwards_every_byte_of_the_program) {
     const Pty_pair line;
     give_text_settings(line);
     const std::vector<std::string> source = {simulator, "--rate", "0", "--epochs", "100"};
@@ -209,7 +209,7 @@ TEST(Feed_line, tells_the_settings_and_passes_on_every_byte_of_the_program) {
                                  std::to_string(expected.size()) + " bytes sent\n");
 }
 
-TEST(Feed_line, leaves_the_line_set_as_it_was) {
+TEST(Feed_line, restores_the_lines_settings) {
     const Pty_pair line;
     const termios before = give_text_settings(line);
     line.send("ready\r\n");
@@ -224,7 +224,7 @@ TEST(Feed_line, leaves_the_line_set_as_it_was) {
     EXPECT_EQ(cfgetospeed(&after), cfgetospeed(&before));
 }
 
-TEST(Feed_line, goes_on_when_the_device_says_nothing) {
+TEST(Feed_line, continues_when_the_device_is_silent) {
     const Pty_pair line;
     const auto result = Program(FEED_LINE, {line.path(), "echo", "5"})
                             .once_started([&](pid_t) { EXPECT_EQ(line.receive(2), "5\n"); })
@@ -233,7 +233,7 @@ TEST(Feed_line, goes_on_when_the_device_says_nothing) {
     EXPECT_EQ(result.output, "9600 bits/s, 8N1, handshake none\n2 bytes sent\n");
 }
 
-TEST(Feed_line, refuses_what_is_no_line) {
+TEST(Feed_line, refuses_a_file_that_is_no_line) {
     const auto result = Program(FEED_LINE, {"/dev/null", "echo", "5"}).run();
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.output, "");

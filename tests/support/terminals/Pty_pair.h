@@ -6,8 +6,8 @@
 /// A pseudo terminal: the test holds the far end (`master`), the code under test opens the near one by its path, as it
 /// would open a serial device.
 ///
-/// Where that makes it the test's controlling terminal (a test that leads its session has none before), taking the far
-/// end away would end the test with SIGHUP: the signal is ignored meanwhile.
+/// When the near end becomes the test's controlling terminal (the test leads its session and has none yet), closing the
+/// far end would kill the test with SIGHUP. So that signal is ignored while the object exists.
 class Pty_pair {
   public:
     enum Mode { raw, as_it_comes };
@@ -28,12 +28,12 @@ class Pty_pair {
     void send(std::string_view bytes) const;
     /// Waits for bytes that the near end wrote.
     std::string receive(std::size_t count) const;
-    /// Takes the far end away, as a pulled plug does.
+    /// Closes the far end, as a pulled plug does.
     void hang_up();
 
     /// Closes the descriptor of the near end.
     void close_slave();
-    /// Whether nobody has the near end open (any more).
+    /// Whether the near end is not open anywhere.
     bool near_end_is_gone() const;
 
   private:

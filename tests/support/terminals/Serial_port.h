@@ -10,7 +10,7 @@
 #include <unistd.h>
 #include <vector>
 
-/// A serial port with no stream around it: a descriptor, and a record of what it was to open.
+/// A serial port without a stream: a descriptor, and a record of the devices that it was asked to open.
 struct Serial_port : Posix_serial_port {
     explicit Serial_port(const std::string& path) : fd(::open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC)) {}
     ~Serial_port() { ::close(fd); }
@@ -26,7 +26,7 @@ struct Serial_port : Posix_serial_port {
     std::vector<std::string> opened;
 };
 
-/// A port on a line of which every call is seen.
+/// A port on a line that records every call.
 struct Posix_serial_port_test : testing::Test {
     Simulated_line line;
     Serial_port port{line.path()};
