@@ -1,5 +1,5 @@
-// Feeds the device at a serial line with what a program prints, a receiver with corrections say, and tells how the line
-// is set and what it counts: feed_line /dev/ttyS1:38400 PROGRAM ARGUMENT...
+// Sends the output of a program to the device at a serial line, for example corrections to a receiver, and prints the
+// line's settings and counters: feed_line /dev/ttyS1:38400 PROGRAM ARGUMENT...
 #include <glue/data_stream/Posix_serial_data_stream.h>
 #include <glue/data_stream/Process_data_stream.h>
 #include <glue/data_stream/Restream_data_stream_adapter.h>
@@ -28,7 +28,7 @@ static void print_counters(Posix_serial_port& port) {
                     counted.received, counted.framing_errors, counted.overruns);
 }
 
-/// A break ends whatever another sender has left half said. Prints the line that the device says to that, if it does so
+/// Sends a break, which ends an unfinished message of another sender. Prints the device's reply to it, if one arrives
 /// within a second.
 static void greet(Posix_serial_data_stream& device) {
     Posix_serial_data_stream::Commander commander;
@@ -43,28 +43,28 @@ static void greet(Posix_serial_data_stream& device) {
         std::printf("device: %.*s\n", static_cast<int>(length), reinterpret_cast<const char*>(line));
 }
 
-/// \return whether all of it went out
+/// \return whether all output of the program was sent
 static bool feed(Posix_serial_data_stream& device, Process_data_stream& program) {
-    // Whoever copies a stream holds its lock: a slow line would keep the program's output from being received.
+    // Copying from a stream holds its lock: with a slow line, the program's output could not be received meanwhile.
     Restream_data_stream_adapter output(&program);
     waiter_descriptor arrivals;
     program.reg_rx_waiter(&arrivals, false);
     unsigned long long sent = 0;
-    bool goes_on = true, taken = true;
-    while (goes_on && taken) {
-        goes_on = program.is_running(); // asked first: when it has ended, all that it printed is there
-        while (taken && output.bytes_avail() != 0) {
+    bool running = true, accepted = true;
+    while (running && accepted) {
+        running = program.is_running(); // checked first: once it has ended, all of its output was received
+        while (accepted && output.bytes_avail() != 0) {
             const int written = device.write(output);
-            taken = written > 0;
-            sent += taken ? static_cast<unsigned>(written) : 0;
+            accepted = written > 0;
+            sent += accepted ? static_cast<unsigned>(written) : 0;
         }
         waiter_event event;
-        if (goes_on)
+        if (running)
             arrivals.get_event(event, Atime::now() + 100);
     }
     program.dereg_rx_waiter();
     std::printf("%llu bytes sent\n", sent);
-    return taken;
+    return accepted;
 }
 
 int main(int argc, char** argv) {
@@ -78,7 +78,7 @@ int main(int argc, char** argv) {
     module_man modules;
     Process_data_stream program(&modules, argv + 2, nullptr);
     const bool fed = feed(device, program);
-    tcdrain(device.get_fd()); // restoring acts at once, also on bytes that are still going out
+    tcdrain(device.get_fd()); // restoring takes effect at once, also on bytes that were not transmitted yet
     print_counters(device);
     device.restore();
     return fed ? 0 : 1;

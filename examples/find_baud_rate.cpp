@@ -1,4 +1,4 @@
-// Finds the rate that a receiver sends at, and leaves the line at it: find_baud_rate DEVICE BAUD..., for example
+// Finds the rate at which a receiver sends, and keeps the line at it: find_baud_rate DEVICE BAUD..., for example
 // find_baud_rate /dev/ttyS1 9600 38400 115200
 #include <glue/data_stream/Posix_serial_data_stream.h>
 #include <glue/vesk/Vesk_message.h>
@@ -9,10 +9,10 @@
 #include <cstdio>
 #include <cstdlib>
 
-constexpr int patience_ms = 5000; // what looks like the head of a long frame may hide a good one for as long
+constexpr int patience_ms = 5000; // noise that looks like the header of a long frame may hide a good one for this long
 constexpr int read_ms = 100;
 
-/// Reads until a good frame comes. \return null then; else what there was instead
+/// Reads until a good frame is received. \return null then, else what was received instead
 static const char* listen(Posix_serial_data_stream& line) {
     line.drop_all();
     Vesk_parser parser(&line, false);
@@ -35,7 +35,7 @@ int main(int argc, char** argv) {
         return 1;
     }
     line.set_read_timeout(read_ms);
-    Posix_data_stream::Commander commander; // for what is no byte on the line
+    Posix_data_stream::Commander commander; // sends a break, which is no byte
     if (line.init_commander(commander) && !commander.send_break(0))
         std::puts("a break cannot be sent"); // it wakes receivers that sleep
 
@@ -43,9 +43,9 @@ int main(int argc, char** argv) {
     state.status.dtr = state.status.rts = 1;
     for (int i = 2; i < argc; ++i) {
         state.baud = std::atol(argv[i]);
-        const char* const heard = line.set_state(state) ? listen(line) : "refused by the line";
-        std::printf("%ld baud: %s\n", line.get_baudRate(), heard ? heard : "good frames");
-        if (!heard)
+        const char* const problem = line.set_state(state) ? listen(line) : "refused by the line";
+        std::printf("%ld baud: %s\n", line.get_baudRate(), problem ? problem : "good frames");
+        if (!problem)
             return 0;
     }
     line.restore();

@@ -1,4 +1,5 @@
-// An application and its receiver in one process, to try the one without the other: in_process_receiver 5
+// An application and a simulated receiver in one process, to test the application without hardware: in_process_receiver
+// 5
 #include <glue/data_stream/Event_receiver_data_stream.h>
 #include <glue/data_stream/Virtual_pair_data_stream.h>
 #include <glue/vesk/GNSS_messages.h>
@@ -13,7 +14,7 @@
 
 using namespace GNSS_messages;
 
-/// The receiver: drives north, and sends as many epochs as the command line asks for that it is sent.
+/// The receiver: waits for the command "epochs,N", then drives north and sends N epochs.
 static void simulate_receiver(Data_stream& line) {
     unsigned length = line.string_avail();
     for (; length == 0 && line.bytes_avail(line.bytes_avail() + 1); length = line.string_avail()) {
@@ -65,7 +66,7 @@ int main(int argc, char** argv) {
     const unsigned wanted = argc == 2 ? static_cast<unsigned>(std::atoi(argv[1])) : 10;
     module_man modules;
     Virtual_pair_data_stream line(&modules);
-    line.part_a().set_read_timeout(0); // it says when something comes, and that is waited for:
+    line.part_a().set_read_timeout(0); // never blocks; the event receiver waits for bytes instead
     Event_receiver_data_stream port(line.part_a(), modules);
     std::thread receiver([&] { simulate_receiver(line.part_b()); });
     const unsigned shown = show_positions(port, wanted);

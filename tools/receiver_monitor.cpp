@@ -1,4 +1,4 @@
-// Shows what a receiver says: a line for each message, and at the end what came and where every byte went.
+// Prints a line for each message of a receiver, and at the end a summary that accounts for every byte.
 
 #include "common/Interrupt.h"
 #include "common/command_line.h"
@@ -21,11 +21,13 @@
 #include <cmath>
 #include <csignal>
 #include <cstring>
+#include <filesystem>
 #include <iterator>
 #include <memory>
 #include <optional>
 #include <set>
 #include <string>
+#include <system_error>
 #include <unistd.h>
 
 namespace {
@@ -33,8 +35,8 @@ namespace {
 using command_line::complain;
 using command_line::number_between;
 
-constexpr int good_frames_came = 0;
-constexpr int no_good_frame_came = 2;
+constexpr int good_frames_received = 0;
+constexpr int no_good_frame_received = 2;
 
 constexpr const char* standard_input = "-";
 constexpr const char* labelled = "labelled";
@@ -64,14 +66,14 @@ struct Command_line {
     std::optional<double> speed;
 };
 
-/// What tells where the bytes come from: at most one of these.
+/// The options that name the source of the bytes: at most one of them is given.
 constexpr const char* sources[] = {"SPEC", "device", "replay"};
 
 bool is_given(const CLI::App& app, const std::string& source) {
     return app.count(source == "SPEC" ? source : "--" + source) > 0;
 }
 
-/// A log's directory is not cut short: the record would be in another one.
+/// A long directory is refused, because the log would cut it short and write to another one.
 std::string too_long(const std::string& directory) {
     if (directory.size() <= logging_source_longest_field)
         return {};
@@ -84,36 +86,36 @@ void describe_log(CLI::App& app, Command_line& line) {
     constexpr double smallest_file = 4096; // bytes
     constexpr double largest_file = 1e15;
     app.add_option("--log", line.log,
-                   "Record the raw traffic in files of this directory; SIGUSR1 switches the record off and on")
-        ->check(CLI::ExistingDirectory)
+                   "Record the raw traffic in files of this directory, which is made if it is missing; SIGUSR1\n"
+                   "switches the record off and on")
         ->check(CLI::Validator(too_long, ""))
         ->type_name("DIR");
     app.add_option("--history", line.history,
-                   "With --log: a record that is switched on later begins so many seconds before that")
+                   "With --log: a record that is switched on later begins this long before that")
         ->check(number_between(0, longest_history))
         ->type_name("SECONDS");
     app.add_flag("--log-later", line.log_later, "With --log: the record is off until it is switched on");
     app.add_option("--log-rotate", line.log_rotate,
-                   "With --log: go on in another file with the first bytes after so many seconds")
+                   "With --log: begin another file with the first bytes after this time")
         ->check(number_between(1, longest_rotation))
         ->type_name("SECONDS");
     app.add_option("--log-rotate-size", line.log_rotate_size,
-                   "With --log: go on in another file before one gets larger than this")
+                   "With --log: begin another file before one becomes larger than this")
         ->check(number_between(smallest_file, largest_file))
         ->type_name("BYTES");
     app.add_option(
            "--log-keep", line.log_keep,
-           "With either: all files (that is usual), or, as another one begins, only the last before it: those of\n"
-           "earlier runs in the directory go too")
+           "With either: keep all files (the default), or, when another one begins, only the last one before it;\n"
+           "files of earlier runs in the directory are deleted, too")
         ->check(CLI::IsMember({all, last}))
         ->type_name("all|last");
 }
 
 void describe_replay(CLI::App& app, Command_line& line) {
     constexpr double fastest = 1e6;
-    app.add_option("--replay", line.replay, "Play a record of raw traffic back, instead of SPEC")->type_name("FILE");
+    app.add_option("--replay", line.replay, "Replay a record of raw traffic, instead of SPEC")->type_name("FILE");
     app.add_option("--speed", line.speed,
-                   "With --replay: how many times as fast as it was recorded; 0, as without it: as fast as it goes")
+                   "With --replay: how many times as fast as it was recorded; 0 (the default): as fast as possible")
         ->check(number_between(0, fastest))
         ->type_name("X");
 }
@@ -122,38 +124,37 @@ void describe(CLI::App& app, Command_line& line) {
     constexpr double longest_duration = 1e9; // seconds
     constexpr double most_frames = 1e15;
     app.add_option("SPEC", line.specification,
-                   "Stream to read, as a specification text; -: standard input. Without it, at a terminal the last "
-                   "one that was read, else standard input")
+                   "Stream to read, as a specification string; -: standard input. Without it: at a terminal the stream "
+                   "of the previous run, else standard input")
         ->type_name("");
     app.add_option("--device", line.device, "Device or file to read, instead of SPEC")
         ->type_name("PATH")
         ->excludes("SPEC");
-    app.add_option("--send", line.to_send, "A command line to send first, to the stream of SPEC")->type_name("TEXT");
+    app.add_option("--send", line.to_send, "Command line to send to the stream of SPEC first")->type_name("TEXT");
     app.add_flag("--trace", line.trace, "Show the traffic of the stream of SPEC on standard error");
     app.add_option("--format", line.format, "Form of the lines: labelled for people, comma for files")
         ->check(CLI::IsMember({labelled, comma}))
         ->type_name("labelled|comma")
         ->capture_default_str();
     const auto preferences =
-        app.add_option("--preferences", line.preferences, "File to keep the format and the last stream in")
+        app.add_option("--preferences", line.preferences, "File in which the format and the last stream are kept")
             ->type_name("FILE");
-    app.add_flag("--no-preferences", line.no_preferences, "Neither use nor keep them")->excludes(preferences);
-    app.add_option("--duration", line.duration, "End after so many seconds; 0: never")
+    app.add_flag("--no-preferences", line.no_preferences, "Neither use nor keep preferences")->excludes(preferences);
+    app.add_option("--duration", line.duration, "End after this time; 0: never")
         ->check(number_between(0, longest_duration))
         ->type_name("SECONDS")
         ->capture_default_str();
-    app.add_option("--count", line.monitor.count, "End after so many good frames; without it, never")
+    app.add_option("--count", line.monitor.count, "End after this many good frames; without it, never")
         ->check(number_between(1, most_frames))
         ->type_name("FRAMES");
-    app.add_flag("--quiet", line.monitor.quiet, "Print the summary alone");
+    app.add_flag("--quiet", line.monitor.quiet, "Print only the summary");
     describe_log(app, line);
     describe_replay(app, line);
     app.add_option("--config", line.config,
                    "Read options from this ini file: keys are their names without dashes, or SPEC; the command line\n"
                    "wins")
         ->type_name("FILE");
-    app.add_flag("--view", line.view,
-                 "Show the link live on the terminal instead of printing lines; h there tells more");
+    app.add_flag("--view", line.view, "Show the link live on the terminal instead of printing lines; press h for help");
     app.footer(
         "Preferences are for people: without --preferences they are used when a SPEC is given or standard input is a\n"
         "terminal, and not in a pipe. They are in $GLUE_MONITOR_PREFERENCES (empty: nowhere) or, when that is not set, "
@@ -161,18 +162,18 @@ void describe(CLI::App& app, Command_line& line) {
         "$XDG_CONFIG_HOME/glue/receiver_monitor.settings or ~/.config/glue/receiver_monitor.settings. settings_tool "
         "shows\n"
         "them.\n"
-        "The summary goes to standard error. Exit status: 0 when at least one good frame came, 2 when none did,\n"
+        "The summary goes to standard error. Exit status: 0 after at least one good frame, 2 after none,\n"
         "1 for a wrong option, an input that cannot be opened or read, or an output that fails.");
 }
 
-/// Sends the command line that was asked for; whether all of it went.
+/// Sends a command line. \return whether all of it was sent
 bool send(Data_stream& stream, const std::string& command) {
     const std::string text = command + "\r\n";
     const auto size = static_cast<unsigned>(text.size());
     return stream.__write(reinterpret_cast<const unsigned char*>(text.data()), size) == static_cast<int>(size);
 }
 
-/// Opens what the command line names; null, after a line on standard error, when that fails.
+/// Opens the source that the command line names. \return null, after a line on standard error, when that fails
 std::unique_ptr<Link_input> open_input(const CLI::App& app, const Command_line& line) {
     if (line.replay) {
         auto input = std::make_unique<Replay_input>(line.speed.value_or(0));
@@ -197,13 +198,14 @@ std::unique_ptr<Link_input> open_input(const CLI::App& app, const Command_line& 
     return input;
 }
 
-/// Whether the link is what somebody types.
+/// Whether the link is the keyboard.
 bool reads_keyboard(const Command_line& line) {
     return !line.device && !line.replay &&
            (line.specification == "cons:" || (line.specification == standard_input && isatty(STDIN_FILENO)));
 }
 
-/// The live view if one is asked for. It is there before the input: what a child says would land on the screen.
+/// The live view, if the command line has one. It is made before the input, whose child processes may write to the
+/// screen.
 std::unique_ptr<Live_view> open_view(const Command_line& line, std::optional<Traffic_recorder>& recorder) {
     if (!line.view)
         return nullptr;
@@ -215,12 +217,12 @@ std::unique_ptr<Live_view> open_view(const Command_line& line, std::optional<Tra
     return std::make_unique<Live_view>(options);
 }
 
-/// Whether a stream is named that can be read again.
+/// Whether the command line names a stream that a later run can read again.
 bool names_stream(const CLI::App& app, const Command_line& line) {
     return app.count("SPEC") > 0 && line.specification != standard_input;
 }
 
-/// Where the preferences for this command line are; "" when there are to be none.
+/// The path of the preferences for this command line; "" for none.
 std::string preferences_path(const CLI::App& app, const Command_line& line) {
     if (line.no_preferences)
         return "";
@@ -235,7 +237,7 @@ void load(Preferences& preferences, const CLI::App& app) {
         complain(app, "preferences in " + preferences.path() + " are damaged: using the defaults");
         break;
     case Preferences::Content::foreign:
-        complain(app, preferences.path() + " is no file of preferences: leaving it alone");
+        complain(app, preferences.path() + " is no file of preferences: left unchanged");
         break;
     case Preferences::Content::none:
     case Preferences::Content::intact:
@@ -243,7 +245,7 @@ void load(Preferences& preferences, const CLI::App& app) {
     }
 }
 
-/// Puts preferences where the command line says nothing.
+/// Applies preferences to options that the command line does not have.
 void fill_in(Command_line& line, const CLI::App& app, const Preferences& preferences) {
     if (app.count("--format") == 0)
         line.format = preferences.format() == Preferences::Format::comma ? comma : labelled;
@@ -254,7 +256,7 @@ void fill_in(Command_line& line, const CLI::App& app, const Preferences& prefere
     }
 }
 
-/// Keeps what the command line says, for the next time. A failure harms nothing else.
+/// Saves the command line's choices for the next run. A failure is reported and does not end the run.
 void remember(Preferences& preferences, const CLI::App& app, const Command_line& line) {
     if (app.count("--format") > 0)
         preferences.set_format(line.format == comma ? Preferences::Format::comma : Preferences::Format::labelled);
@@ -265,7 +267,7 @@ void remember(Preferences& preferences, const CLI::App& app, const Command_line&
         complain(app, "preferences not kept: " + reason);
 }
 
-/// Reads the options that are in a file, if there is one. \return what is wrong with it
+/// Reads options from the config file, if there is one. \return what is wrong with it
 std::optional<std::string> read_config(CLI::App& app, const Command_line& line) {
     if (!line.config)
         return std::nullopt;
@@ -276,13 +278,13 @@ std::optional<std::string> read_config(CLI::App& app, const Command_line& line) 
                                         : std::set<std::string>());
 }
 
-/// What is wrong with options that are right one by one.
+/// What is wrong with a combination of options.
 std::optional<std::string> contradiction(const CLI::App& app, const Command_line& line) {
     if (std::count_if(std::begin(sources), std::end(sources), [&](const char* s) { return is_given(app, s); }) > 1)
         return "SPEC, --device and --replay exclude each other";
     const bool is_stream = !line.replay && !line.device && line.specification != standard_input;
     if ((line.to_send || line.trace) && !is_stream)
-        return "--send and --trace need a stream that can do that: give a SPEC";
+        return "--send and --trace need a SPEC";
     if (line.speed && !line.replay)
         return "--speed needs --replay";
     const bool rotates = line.log_rotate || line.log_rotate_size;
@@ -291,6 +293,15 @@ std::optional<std::string> contradiction(const CLI::App& app, const Command_line
     if (line.log_keep && !rotates)
         return "--log-keep needs --log-rotate or --log-rotate-size";
     return std::nullopt;
+}
+
+/// Makes a directory, and its parents, unless it exists.
+std::error_code make_directory(const std::string& path) {
+    std::error_code error;
+    std::filesystem::create_directories(path, error);
+    if (std::filesystem::is_directory(path))
+        return {};
+    return error ? error : std::make_error_code(std::errc::not_a_directory);
 }
 
 Traffic_recorder::Options log_options(const Command_line& line) {
@@ -311,6 +322,9 @@ int monitor(const CLI::App& app, Command_line& line) {
     line.monitor.labelled = line.format == labelled;
     if (line.view && reads_keyboard(line))
         return complain(app, "--view needs the keyboard for its keys: give a SPEC or a device");
+    if (line.log)
+        if (const auto error = make_directory(*line.log))
+            return complain(app, "--log: cannot make " + *line.log + ": " + error.message());
     std::optional<Traffic_recorder> recorder;
     if (line.log)
         recorder.emplace(log_options(line));
@@ -343,16 +357,16 @@ int monitor(const CLI::App& app, Command_line& line) {
     monitor.print_summary(stderr);
     if (recorder)
         recorder->print_summary(stderr);
-    return monitor.good_frames() > 0 ? good_frames_came : no_good_frame_came;
+    return monitor.good_frames() > 0 ? good_frames_received : no_good_frame_received;
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
     occupy_standard_descriptors();
-    std::signal(SIGPIPE, SIG_IGN); // a reader that goes away is told as any other failing output
+    std::signal(SIGPIPE, SIG_IGN); // a closed pipe is reported like every other failing output
     Command_line line;
-    CLI::App app("Shows what a receiver says, as it comes: a line for each message.", "receiver_monitor");
+    CLI::App app("Prints a line for each message of a receiver, as soon as it is received.", "receiver_monitor");
     describe(app, line);
     if (const auto status = command_line::parse(app, argc, argv))
         return *status;

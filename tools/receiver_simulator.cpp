@@ -1,4 +1,4 @@
-// A receiver on standard output, or on any other stream: for trying out, showing and testing whatever reads one.
+// Simulates a receiver on standard output or on any other stream, to try out, show and test programs that read one.
 
 #include "common/Interrupt.h"
 #include "common/command_line.h"
@@ -35,7 +35,7 @@ constexpr const char* description =
     "A satellite-navigation receiver on standard output, or on any stream. A machine drives row after row over a "
     "field; its receiver\n"
     "sends time, position, velocity, satellites and almanacs as binary frames. Options decide every byte, so that\n"
-    "two runs with the same ones are the same; --rate decides only how fast they come.";
+    "two runs with the same options send the same bytes; --rate only decides how fast.";
 
 struct Command_line {
     Simulated_receiver::Options receiver;
@@ -43,7 +43,7 @@ struct Command_line {
     std::optional<std::uint64_t> epochs;
     std::optional<std::string> stream;
 
-    /// Whether so many epochs are all that are wanted.
+    /// Whether all wanted epochs were sent.
     bool is_end(std::uint64_t epoch) const { return epochs && epoch >= *epochs; }
 };
 
@@ -55,14 +55,14 @@ void describe(CLI::App& app, Command_line& line) {
         ->check(number_between(0, any))
         ->type_name("HZ")
         ->capture_default_str();
-    app.add_option("--epochs", line.epochs, "End after so many epochs; without it, never")
+    app.add_option("--epochs", line.epochs, "End after this many epochs; without it, never")
         ->check(number_between(0, most_epochs))
         ->type_name("N");
     app.add_option("--interval", line.receiver.interval_ms, "Milliseconds of simulated time from epoch to epoch")
         ->check(number_between(1, longest_interval_ms))
         ->type_name("MS")
         ->capture_default_str();
-    app.add_option("--seed", line.receiver.seed, "What chance depends on")
+    app.add_option("--seed", line.receiver.seed, "Seed of all random numbers")
         ->check(number_between(0, 4294967295.0))
         ->type_name("N")
         ->capture_default_str();
@@ -78,10 +78,11 @@ void describe(CLI::App& app, Command_line& line) {
     app.add_flag("--automation", line.receiver.automation, "Each epoch has a status of the automation (GS)");
     app.add_flag("--display", line.receiver.display, "Each epoch has numbers for the display (ES)");
     app.add_flag("--nmea", line.receiver.nmea, "Each epoch is followed by its position as an NMEA sentence (GGA)");
-    app.add_option("--stream", line.stream,
-                   "Serve the stream of this specification text instead of standard output, and answer the command\n"
-                   "lines that come: version; rate; rate,HZ; messages,on; messages,off. Command frames (GC) move the\n"
-                   "automation")
+    app.add_option(
+           "--stream", line.stream,
+           "Serve the stream of this specification string instead of standard output, and answer these command\n"
+           "lines: version; rate; rate,HZ; messages,on; messages,off. Command frames (GC) control the\n"
+           "automation")
         ->type_name("SPEC");
 }
 
@@ -103,7 +104,7 @@ int simulate_on_standard_output(const CLI::App& app, const Command_line& line) {
     return 0;
 }
 
-/// The moment on the platform's clock, rounded up to its unit.
+/// Converts a time to the platform's clock, rounded up to its unit.
 Atime on_platform_clock(simulator::Pace::Clock::time_point moment) {
     const auto ahead = moment - simulator::Pace::Clock::now();
     return Atime::now() + std::chrono::ceil<std::chrono::milliseconds>(ahead).count();
@@ -145,7 +146,7 @@ int simulate_on_stream(const Command_line& line) {
     Simulated_receiver receiver(line.receiver);
     Receiver_port port(std::move(stream), commands, receiver.automation(), interrupt);
     send_epochs(line, receiver, commands, port);
-    // What the stream itself still holds leaves meanwhile.
+    // Meanwhile the stream transmits the bytes that it has buffered.
     const Atime end = Atime::now() + linger_ms;
     while (port.serve_until(end) == Receiver_port::Served::answered) {
     }
@@ -155,7 +156,7 @@ int simulate_on_stream(const Command_line& line) {
 } // namespace
 
 int main(int argc, char** argv) {
-    std::signal(SIGPIPE, SIG_IGN); // a reader that goes away is the ordinary end
+    std::signal(SIGPIPE, SIG_IGN); // a reader that closes its end is the usual end
     Command_line line;
     CLI::App app(description, program);
     describe(app, line);

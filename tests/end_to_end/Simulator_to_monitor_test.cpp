@@ -1,4 +1,4 @@
-// The whole way of a receiver's messages: simulated, sent through a real pipe, cut out, checked, printed.
+// A receiver's messages from end to end: simulated, sent through a real pipe, parsed, checked, printed.
 
 #include <tools/simulated_epochs.h>
 #include <tools/summary_text.h>
@@ -19,7 +19,7 @@ namespace {
 
 using Options = simulator::Simulated_receiver::Options;
 
-/// The options of a program that make it do the same.
+/// The same options for the program's command line.
 std::string arguments_for(const Options& options, int epochs) {
     std::ostringstream text;
     text << " --rate 0 --epochs " << epochs << " --seed " << options.seed << " --noise " << options.noise
@@ -47,11 +47,11 @@ Options with_seed(std::uint32_t seed, double disturbance = 0, bool crlf = false)
 }
 
 std::string bytes_of(const Options& options, int epochs) {
-    return Heard_receiver(options).next_bytes(epochs);
+    return Received_epochs(options).next_bytes(epochs);
 }
 
-/// The line that the monitor prints for a frame. It is handed over with the first character of its line end, and on
-/// purpose a TC message reads on into that.
+/// The line that the monitor prints for a frame. The printer gets the frame with the first character of its line end,
+/// and a TC message reads that character, too, on purpose.
 std::string line_for(Simulated_frame frame, const Options& options) {
     frame.bytes += options.crlf ? '\r' : '\n';
     char text[1000];
@@ -67,36 +67,35 @@ std::vector<std::string> lines_of(const std::string& text) {
     return lines;
 }
 
-// ---- Which frames must come through a disturbed line ----
+// ---- Which frames a disturbed line must deliver ----
 
-/// A disturbed stream, and where in it the frames are that nothing has touched.
+/// A disturbed stream, and the places of the unchanged frames in it.
 ///
-/// The simulator's chance decides the frames and their disturbance separately. So the disturbed stream holds the same
-/// frames in the same order as the undisturbed one of the same seed: each of them there whole, or with one byte
-/// changed, and in either case with its line end; what is between them is noise.
+/// The simulator draws the frames and their disturbances from separate random numbers. So the disturbed stream has the
+/// same frames in the same order as the undisturbed one of the same seed: each of them complete or with one changed
+/// byte, and always with its line end. The bytes between them are noise.
 ///
-/// A frame that was not touched is still lost when it is merged with noise. Noise is all that is not a frame which
-/// stands by itself: random bytes, changed frames, and whole frames that are merged. It takes the frame behind it with
-/// it in two ways:
-/// - it has no line end of its own, so nobody can tell where it stops and the frame begins;
-/// - somewhere in it something looks like a header, and at the end of the length that it gives happens to be a line
-/// end:
-///   then all up to there looks like one frame.
+/// An unchanged frame is still lost when it is merged with noise. Noise is everything except separate frames: random
+/// bytes, changed frames, and unchanged frames that are merged. It merges with the frame after it in two cases:
+/// - it has no line end of its own, so its end and the frame's beginning cannot be recognised;
+/// - a part of it looks like a header, and by chance a line end is where that header's length ends: then all bytes up
+/// to
+///   there look like one frame.
 class Disturbed_stream {
   public:
     Disturbed_stream(const Options& options, int epochs) : options_(options), bytes_(bytes_of(options, epochs)) {
         Options undisturbed = options;
         undisturbed.noise = undisturbed.corrupt = 0;
         const std::string line_end = options.crlf ? "\r\n" : "\n";
-        find_untouched(frames_of(bytes_of(undisturbed, epochs), line_end), line_end);
-        find_standing();
+        find_unchanged(frames_of(bytes_of(undisturbed, epochs), line_end), line_end);
+        find_separate();
     }
 
     const std::string& bytes() const { return bytes_; }
-    /// Frames that were not touched.
-    std::size_t untouched() const { return untouched_.size(); }
-    /// The lines for those of them that are not merged with noise.
-    const std::vector<std::string>& standing() const { return standing_; }
+    /// The number of unchanged frames.
+    std::size_t unchanged() const { return unchanged_.size(); }
+    /// The lines for the unchanged frames that are not merged with noise.
+    const std::vector<std::string>& separate() const { return separate_; }
 
   private:
     struct Place {
@@ -105,17 +104,17 @@ class Disturbed_stream {
         std::size_t end; ///< with the line end
     };
 
-    void find_untouched(const std::vector<Simulated_frame>& frames, const std::string& line_end) {
+    void find_unchanged(const std::vector<Simulated_frame>& frames, const std::string& line_end) {
         std::size_t position = 0;
         for (const Simulated_frame& frame : frames) {
             const std::size_t begin = find_frame(frame.bytes, line_end, position);
             position = begin + frame.bytes.size() + line_end.size();
             if (bytes_.compare(begin, frame.bytes.size(), frame.bytes) == 0)
-                untouched_.push_back({begin, frame, position});
+                unchanged_.push_back({begin, frame, position});
         }
     }
 
-    /// Where a frame begins: behind at most as much noise as there can be, with at most one byte changed.
+    /// Where a frame begins: after at most the longest noise, with at most one changed byte.
     std::size_t find_frame(const std::string& frame, const std::string& line_end, std::size_t from) const {
         for (std::size_t begin = from; begin <= from + simulator::Disturbance::longest_noise; ++begin) {
             if (begin + frame.size() + line_end.size() > bytes_.size())
@@ -126,29 +125,29 @@ class Disturbed_stream {
             if (changed < 2 && bytes_.compare(begin + frame.size(), line_end.size(), line_end) == 0)
                 return begin;
         }
-        ADD_FAILURE() << "no frame behind byte " << from;
+        ADD_FAILURE() << "no frame after byte " << from;
         return from;
     }
 
-    void find_standing() {
+    void find_separate() {
         std::size_t noise_begins = 0;
-        std::size_t noise_reaches = 0;
-        for (const Place& place : untouched_) {
+        std::size_t noise_end = 0;
+        for (const Place& place : unchanged_) {
             for (std::size_t i = noise_begins; i < place.begin; ++i)
-                noise_reaches = std::max(noise_reaches, reach_of_header(i));
+                noise_end = std::max(noise_end, end_from_header(i));
             noise_begins = place.begin;
             const bool begins_a_line = place.begin == 0 || ends_line(place.begin - 1);
-            if (!begins_a_line || noise_reaches > place.begin)
+            if (!begins_a_line || noise_end > place.begin)
                 continue;
-            standing_.push_back(line_for(place.frame, options_));
+            separate_.push_back(line_for(place.frame, options_));
             noise_begins = place.end;
         }
     }
 
     bool ends_line(std::size_t i) const { return i < bytes_.size() && (bytes_[i] == '\n' || bytes_[i] == '\r'); }
 
-    /// The byte behind the frame that seems to begin at `i`; `i` when none does.
-    std::size_t reach_of_header(std::size_t i) const {
+    /// The index after the frame that seems to begin at `i`; `i` when none does.
+    std::size_t end_from_header(std::size_t i) const {
         if (i + 5 > bytes_.size())
             return i;
         const std::string digits = bytes_.substr(i + 2, 3);
@@ -160,14 +159,14 @@ class Disturbed_stream {
         const std::size_t end = i + 5 + std::stoul(digits, nullptr, 16);
         const std::string id = bytes_.substr(i, 2);
         if ((id == "RE" || id == "ER") && ends_line(end + 1))
-            return end + 2; // the line end of a reply may be one further
+            return end + 2; // a reply's line end may be one byte later
         return ends_line(end) ? end + 1 : i;
     }
 
     Options options_;
     std::string bytes_;
-    std::vector<Place> untouched_;
-    std::vector<std::string> standing_;
+    std::vector<Place> unchanged_;
+    std::vector<std::string> separate_;
 };
 
 /// The first of `wanted` that is not among `lines`, in this order; none when all are.
@@ -182,14 +181,14 @@ std::string first_missing(const std::vector<std::string>& wanted, const std::vec
     return "";
 }
 
-void expect_all_standing_frames_printed(const Options& options, int epochs) {
+void expect_all_separate_frames_printed(const Options& options, int epochs) {
     const Disturbed_stream stream(options, epochs);
-    ASSERT_GT(stream.standing().size(), stream.untouched() / 2) << "hardly a frame is expected";
-    ASSERT_LT(stream.standing().size(), stream.untouched()) << "hardly a disturbance";
+    ASSERT_GT(stream.separate().size(), stream.unchanged() / 2) << "too few frames are expected";
+    ASSERT_LT(stream.separate().size(), stream.unchanged()) << "no frame was disturbed";
 
     const Program_result result = piped(options, epochs);
     EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(first_missing(stream.standing(), lines_of(result.output)), "") << "seed " << options.seed;
+    EXPECT_EQ(first_missing(stream.separate(), lines_of(result.output)), "") << "seed " << options.seed;
     const Summary summary(result.errors.substr(result.errors.find("~~ ")));
     EXPECT_EQ(summary.account.arrived, stream.bytes().size());
     EXPECT_EQ(summary.account.sum(), stream.bytes().size());
@@ -216,7 +215,7 @@ TEST(Simulator_to_monitor, every_byte_of_1000_epochs_is_accounted_for) {
     EXPECT_EQ((std::map<std::string, std::uint64_t>(summary.counts.begin(), summary.counts.end())), sent);
 }
 
-TEST(Simulator_to_monitor, line_feeds_behind_carriage_returns_are_separators) {
+TEST(Simulator_to_monitor, line_feeds_after_carriage_returns_are_separators) {
     const Program_result result = piped(with_seed(1, 0, true), 100, "--quiet");
     const std::string bytes = bytes_of(with_seed(1, 0, true), 100);
     const Summary summary(result.errors);
@@ -233,17 +232,17 @@ TEST(Simulator_to_monitor, every_frame_is_printed_in_order) {
     EXPECT_TRUE(piped(with_seed(5), 100).output == expected);
 }
 
-TEST(Simulator_to_monitor, monitor_that_has_enough_ends_a_simulator_that_would_go_on_for_ever) {
+TEST(Simulator_to_monitor, monitor_that_ends_also_ends_an_endless_simulator) {
     const Program_result result = piped("--rate 0", "--quiet --count 1000");
-    EXPECT_EQ(result.status, 0) << "of both programs";
+    EXPECT_EQ(result.status, 0) << "both programs'";
     EXPECT_EQ(Summary(result.errors).account.noise, 0U);
 }
 
-TEST(Simulator_to_monitor, live_link_is_watched_for_a_while) {
+TEST(Simulator_to_monitor, live_link_is_read_for_a_time) {
     const Stopwatch stopwatch;
     const Program_result result = piped("--rate 20", "--duration 0.3");
     EXPECT_GE(stopwatch.elapsed(), std::chrono::milliseconds(300));
-    EXPECT_EQ(result.status, 0) << "of both programs";
+    EXPECT_EQ(result.status, 0) << "both programs'";
     EXPECT_THAT(result.output, testing::StartsWith("RT ms="));
     const Summary summary(result.errors);
     EXPECT_EQ(summary.account.arrived, summary.account.sum());
@@ -263,11 +262,11 @@ TEST(Simulator_to_monitor, every_byte_of_a_disturbed_link_is_accounted_for) {
     EXPECT_GT(summary.checksum_failures, 0U);
 }
 
-TEST(Simulator_to_monitor, every_frame_that_is_neither_touched_nor_merged_with_noise_is_printed) {
-    expect_all_standing_frames_printed(with_seed(1, 0.05), 1000);
+TEST(Simulator_to_monitor, every_unchanged_frame_that_is_not_merged_with_noise_is_printed) {
+    expect_all_separate_frames_printed(with_seed(1, 0.05), 1000);
 }
 
-TEST(Simulator_to_monitor, whatever_the_seed_and_however_the_stream_ends) {
+TEST(Simulator_to_monitor, any_seed_and_any_end_of_the_stream) {
     for (std::uint32_t seed = 2; seed < 42; ++seed)
-        expect_all_standing_frames_printed(with_seed(seed, 0.05, seed % 2 == 0), 30);
+        expect_all_separate_frames_printed(with_seed(seed, 0.05, seed % 2 == 0), 30);
 }

@@ -1,4 +1,4 @@
-// A link is watched and recorded; the record is played back: it must look the same.
+// A live link is printed and recorded; the replay of the record must print the same.
 
 #include <tools/summary_text.h>
 
@@ -21,7 +21,7 @@ constexpr int epochs = 3600; // six minutes: sanitizers take ten times as long
 constexpr int epochs = 36000; // an hour
 #endif
 
-/// A summary without what depends on how long it took, and without the line about the log.
+/// A summary without rates, which depend on the duration, and without the line about the log.
 std::string without_rates(const std::string& summary) {
     std::istringstream lines(summary.substr(0, summary.find("log: ")));
     std::string figures;
@@ -38,7 +38,7 @@ std::string only_file_in(const Temporary_folder& folder) {
 
 } // namespace
 
-TEST(replayed_record, of_an_hour_looks_as_the_live_link_did) {
+TEST(replayed_record, of_an_hour_prints_the_same_as_the_live_link) {
     const Temporary_folder folder;
     const std::string command = std::string("set -o pipefail; '") + RECEIVER_SIMULATOR + "' --rate 0 --epochs " +
                                 std::to_string(epochs) +
@@ -57,7 +57,7 @@ TEST(replayed_record, of_an_hour_looks_as_the_live_link_did) {
     EXPECT_EQ(without_rates(replayed.errors), without_rates(live.errors));
 }
 
-TEST(replayed_record, keeps_its_pace_when_told_to) {
+TEST(replayed_record, keeps_its_pace_on_request) {
     const Temporary_folder folder;
     std::string record;
     for (std::uint32_t ms = 0; ms <= 2000; ms += 100)
@@ -69,7 +69,7 @@ TEST(replayed_record, keeps_its_pace_when_told_to) {
     EXPECT_EQ(Summary(result.errors).counts, (Counts{{"~~", 21}}));
 }
 
-TEST(replayed_record, that_is_not_there_or_no_file_is_one_line_and_status_1) {
+TEST(replayed_record, that_is_missing_or_no_file_is_one_line_and_status_1) {
     EXPECT_EQ(Program(RECEIVER_MONITOR, {"--replay", "/does/not/exist"}).run().errors,
               "Error opening '/does/not/exist': No such file or directory\n");
     const Program_result folder = Program(RECEIVER_MONITOR, {"--replay", "/"}).run();
@@ -77,7 +77,7 @@ TEST(replayed_record, that_is_not_there_or_no_file_is_one_line_and_status_1) {
     EXPECT_EQ(folder.errors, "receiver_monitor: cannot read /: Is a directory\n");
 }
 
-TEST(replayed_record, that_is_a_pipe_which_nobody_writes_to_ends_when_told_to) {
+TEST(replayed_record, that_is_a_pipe_without_a_writer_ends_on_request) {
     const Temporary_folder folder;
     const Program_result result =
         Program(RECEIVER_MONITOR, {"--replay", folder.make_fifo("pipe"), "--duration", "0.1"}).run();

@@ -1,7 +1,8 @@
-// The simulator at the other end of streams of every kind: what it sends reaches its readers, and it answers commands.
+// The simulator at the other end of streams of every kind: readers receive its bytes, and it answers commands.
 
 #include <support/builders/Frame_builder.h>
 #include <support/checks/waiting.h>
+#include <support/files/descriptors.h>
 #include <support/processes/Program.h>
 #include <support/processes/processes.h>
 #include <support/streams/TCP_socket.h>
@@ -11,6 +12,7 @@
 #include <cstdlib>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <string>
 #include <thread>
 
@@ -21,7 +23,7 @@ using testing::HasSubstr;
 const std::string simulator = RECEIVER_SIMULATOR;
 const std::string monitor = RECEIVER_MONITOR;
 
-/// What the simulator sends in so many epochs.
+/// The simulator's bytes of the first epochs.
 std::string bytes_of_epochs(int epochs) {
     return Program(simulator, {"--rate", "0", "--epochs", std::to_string(epochs)}).run().output;
 }
@@ -49,13 +51,13 @@ struct Served_receiver : testing::Test {
 TEST_F(Served_receiver, sends_its_epochs_over_a_line) {
     const Pty_pair line;
     const std::string expected = bytes_of_epochs(300);
-    std::string heard;
-    std::thread reader([&] { heard = line.receive(expected.size()); });
+    std::string received;
+    std::thread reader([&] { received = line.receive(expected.size()); });
     const auto result = Program(simulator, {"--stream", line.path(), "--rate", "0", "--epochs", "300"}).run();
     reader.join();
     EXPECT_EQ(result.status, 0) << result.errors;
     EXPECT_EQ(result.output, "");
-    EXPECT_TRUE(heard == expected);
+    EXPECT_TRUE(received == expected);
 }
 
 TEST_F(Served_receiver, answers_commands_between_its_epochs) {
@@ -71,7 +73,7 @@ TEST_F(Served_receiver, answers_commands_between_its_epochs) {
         line.send("rate,100\n");
         expect_reply(line, "RE001\r\n");
         EXPECT_TRUE(line.receive(epochs.size() - first.size()) == epochs.substr(first.size()))
-            << "a faster rate holds at once";
+            << "a faster rate takes effect at once";
     });
     EXPECT_EQ(result.status, 0) << result.errors;
 }
@@ -83,21 +85,22 @@ TEST_F(Served_receiver, command_in_pieces_is_one_command) {
         EXPECT_TRUE(line.receive(first.size()) == first);
         for (const char* piece : {"ra", "te", "\r", "\n"}) {
             line.send(piece);
-            std::this_thread::sleep_for(std::chrono::milliseconds(20)); // so that the pieces arrive as such
+            EXPECT_TRUE(eventually([&] { return bytes_ready(line.slave()) == 0; }))
+                << "so that the pieces arrive apart";
         }
         expect_reply(line, "RE008{0.001}\r\n");
     });
 }
 
-TEST_F(Served_receiver, is_silent_when_told_to_be) {
+TEST_F(Served_receiver, is_silent_on_request) {
     const Pty_pair line;
     serve(line.path(), {"--rate", "200"}, [&] {
         line.send("messages,off\n");
-        std::string heard;
-        while (heard.find("RE001\r\n") == std::string::npos && heard.size() < 1000000)
-            heard += line.receive(1);
+        std::string received;
+        while (received.find("RE001\r\n") == std::string::npos && received.size() < 1000000)
+            received += line.receive(1);
         line.send("version\n");
-        expect_reply(line, "RE015{receiver_simulator}\r\n"); // nothing stands before it
+        expect_reply(line, "RE015{receiver_simulator}\r\n"); // no bytes before it
     });
 }
 
@@ -126,12 +129,12 @@ TEST_F(Served_receiver, text_that_looks_like_a_frame_is_a_command_line) {
     });
 }
 
-/// Receives frames until a status of the automation comes.
+/// Receives frames up to the next status of the automation.
 std::string next_status(const Pty_pair& line) {
     for (;;) {
         std::string frame = line.receive(5);
         if (frame.size() < 5)
-            return "nothing came";
+            return "nothing received";
         frame += line.receive(std::stoul(frame.substr(2, 3), nullptr, 16) + 1);
         if (frame.rfind("GS", 0) == 0)
             return frame;
@@ -139,7 +142,7 @@ std::string next_status(const Pty_pair& line) {
 }
 
 /// The state in the first status whose state is not `before`.
-int state_behind(int before, const Pty_pair& line) {
+int next_state_after(int before, const Pty_pair& line) {
     for (int i = 0; i < 1000; ++i) {
         const std::string status = next_status(line);
         const int state = status.size() == 15 ? static_cast<unsigned char>(status[7]) >> 4 : -1;
@@ -149,27 +152,27 @@ int state_behind(int before, const Pty_pair& line) {
     return before;
 }
 
-TEST_F(Served_receiver, command_frames_move_the_automation) {
+TEST_F(Served_receiver, command_frames_control_the_automation) {
     const Pty_pair line;
     const auto command = [](char flags) {
         return build_frame("GC", std::string("\1\r\0", 3) + flags + "\n\r\n\r"); // line ends in the middle of it
     };
     const auto result = serve(line.path(), {"--rate", "100", "--automation"}, [&] {
-        EXPECT_EQ(state_behind(-1, line), 1);
+        EXPECT_EQ(next_state_after(-1, line), 1);
         line.send(command('\x40'));
-        EXPECT_EQ(state_behind(1, line), 2);
+        EXPECT_EQ(next_state_after(1, line), 2);
         line.send(command('\x41'));
-        EXPECT_EQ(state_behind(2, line), 3);
+        EXPECT_EQ(next_state_after(2, line), 3);
         std::string bad = command('\0');
-        bad[7] = '\1'; // not what the checksum is about
+        bad[7] = '\1'; // the checksum does not match
         line.send(bad);
         line.send(command('\x43'));
-        EXPECT_EQ(state_behind(3, line), 5) << "the bad one did nothing";
+        EXPECT_EQ(next_state_after(3, line), 5) << "the bad one was ignored";
         const std::string one = next_status(line);
         const std::string other = next_status(line);
         EXPECT_EQ(static_cast<unsigned char>(other[6]), (static_cast<unsigned char>(one[6]) + 1) % 256);
         line.send(command('\0'));
-        EXPECT_EQ(state_behind(5, line), 1);
+        EXPECT_EQ(next_state_after(5, line), 1);
     });
     EXPECT_EQ(result.status, 0) << result.errors;
 }
@@ -187,7 +190,7 @@ TEST_F(Served_receiver, command_lines_and_frames_may_be_mixed_and_cut_anywhere) 
     });
 }
 
-TEST_F(Served_receiver, reply_reaches_whoever_reads_with_the_monitor) {
+TEST_F(Served_receiver, monitor_receives_the_reply) {
     const TCP_port port;
     const std::string number = std::to_string(port.number());
     serve("tcp:" + number, {"--rate", "50"}, [&] {
@@ -199,7 +202,7 @@ TEST_F(Served_receiver, reply_reaches_whoever_reads_with_the_monitor) {
     });
 }
 
-/// Readers that come while the receiver is talking: each sees a stretch of the same traffic.
+/// Readers that connect while the receiver sends: each receives a part of the same traffic.
 struct Shared_receiver : Served_receiver, testing::WithParamInterface<const char*> {};
 
 TEST_P(Shared_receiver, every_reader_sees_the_same_traffic) {
@@ -207,7 +210,7 @@ TEST_P(Shared_receiver, every_reader_sees_the_same_traffic) {
     const std::string number = std::to_string(port.number());
     const std::string prefix = GetParam();
     const std::string all = Program("sh", {"-c", simulator + " --rate 0 --epochs 3000 | " + monitor}).run().output;
-    const std::string socat = "socat -u TCP:127.0.0.1:" + number + " -"; // standard input has ended here
+    const std::string socat = "socat -u TCP:127.0.0.1:" + number + " -"; // standard input has ended
     const std::string piped = prefix.empty() ? socat + " | " + monitor + " - --count 500"
                                              : monitor + " '" + prefix + "exec:" + socat + "' --count 500";
     const auto served = serve(prefix + "tcp:" + number, {"--rate", "100"}, [&] {
@@ -219,7 +222,7 @@ TEST_P(Shared_receiver, every_reader_sees_the_same_traffic) {
         second.join();
         for (const Program_result& result : {direct, through_socat}) {
             EXPECT_GT(result.output.size(), 10000U) << result.errors;
-            EXPECT_NE(all.find(result.output), std::string::npos) << "other lines than the receiver's";
+            EXPECT_NE(all.find(result.output), std::string::npos) << "lines that the receiver did not send";
             EXPECT_THAT(result.errors, HasSubstr("checksum failures: 0\n"));
         }
     });
@@ -235,24 +238,27 @@ TEST_F(Served_receiver, ends_with_the_child_that_it_serves) {
     EXPECT_TRUE(result.in_time);
 }
 
-TEST_F(Served_receiver, last_epoch_still_leaves) {
+TEST_F(Served_receiver, last_epoch_is_still_sent) {
     TCP_port port;
     port.listen();
     const std::string expected = bytes_of_epochs(5);
-    std::string heard;
-    std::thread reader([&] { heard = port.accept().receive_all(); });
+    std::string received;
+    std::thread reader([&] { received = port.accept().receive_all(); });
     const auto result =
         Program(simulator, {"--stream", "tcpc:port=" + std::to_string(port.number()), "--rate", "0", "--epochs", "5"})
             .run();
     reader.join();
     EXPECT_EQ(result.status, 0) << result.errors;
-    EXPECT_TRUE(heard == expected);
+    EXPECT_TRUE(received == expected);
 }
 
-TEST_F(Served_receiver, interrupt_ends_it_also_while_nobody_takes_anything) {
-    const Pty_pair line; // whose far end never reads
-    const auto result =
-        serve(line.path(), {"--rate", "0"}, [] { std::this_thread::sleep_for(std::chrono::seconds(1)); });
+TEST_F(Served_receiver, interrupt_ends_it_while_the_stream_accepts_nothing) {
+    const Pty_pair line; // the far end never reads
+    const auto is_full = [&] {
+        pollfd near_end{line.slave(), POLLOUT, 0};
+        return poll(&near_end, 1, 0) == 0;
+    };
+    const auto result = serve(line.path(), {"--rate", "0"}, [&] { EXPECT_TRUE(eventually(is_full)); });
     EXPECT_EQ(result.status, 0) << result.errors;
     EXPECT_TRUE(result.in_time);
 }

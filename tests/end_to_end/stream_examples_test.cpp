@@ -1,4 +1,4 @@
-// The examples of streams, with what they talk to at the other end.
+// The examples of streams, with a peer at the other end.
 
 #include <support/builders/Frame_builder.h>
 #include <support/processes/Program.h>
@@ -31,7 +31,7 @@ TEST(In_process_receiver, shows_every_epoch_that_the_other_thread_sends) {
     EXPECT_TRUE(result.output == expected) << result.output;
 }
 
-TEST(In_process_receiver, both_threads_end_when_nothing_is_wanted) {
+TEST(In_process_receiver, both_threads_end_for_0_epochs) {
     const auto result = Program(IN_PROCESS_RECEIVER, {"0"}).run();
     EXPECT_EQ(result.status, 0) << result.errors;
     EXPECT_EQ(result.output, "");
@@ -192,7 +192,7 @@ termios give_text_settings(const Pty_pair& line) {
     return settings;
 }
 
-TEST(Feed_line, tells_the_settings_and_passes_on_every_byte_of_the_program) {
+TEST(Feed_line, prints_the_settings_and_forwards_every_byte_of_the_program) {
     const Pty_pair line;
     give_text_settings(line);
     const std::vector<std::string> source = {simulator, "--rate", "0", "--epochs", "100"};
@@ -209,7 +209,7 @@ TEST(Feed_line, tells_the_settings_and_passes_on_every_byte_of_the_program) {
                                  std::to_string(expected.size()) + " bytes sent\n");
 }
 
-TEST(Feed_line, leaves_the_line_set_as_it_was) {
+TEST(Feed_line, restores_the_lines_settings) {
     const Pty_pair line;
     const termios before = give_text_settings(line);
     line.send("ready\r\n");
@@ -224,7 +224,7 @@ TEST(Feed_line, leaves_the_line_set_as_it_was) {
     EXPECT_EQ(cfgetospeed(&after), cfgetospeed(&before));
 }
 
-TEST(Feed_line, goes_on_when_the_device_says_nothing) {
+TEST(Feed_line, continues_when_the_device_is_silent) {
     const Pty_pair line;
     const auto result = Program(FEED_LINE, {line.path(), "echo", "5"})
                             .once_started([&](pid_t) { EXPECT_EQ(line.receive(2), "5\n"); })
@@ -233,7 +233,7 @@ TEST(Feed_line, goes_on_when_the_device_says_nothing) {
     EXPECT_EQ(result.output, "9600 bits/s, 8N1, handshake none\n2 bytes sent\n");
 }
 
-TEST(Feed_line, refuses_what_is_no_line) {
+TEST(Feed_line, refuses_a_file_that_is_no_line) {
     const auto result = Program(FEED_LINE, {"/dev/null", "echo", "5"}).run();
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.output, "");

@@ -1,5 +1,4 @@
-// Draws a picture of the monitor's live view: runs the program in a terminal of its own, and turns what is on the
-// screen into SVG.
+// Draws a picture of the monitor's live view: runs the program in a terminal of its own and writes the screen as SVG.
 // usage: live_view_picture MONITOR SIMULATOR COLUMNSxROWS SECONDS >picture.svg
 
 #include <support/terminals/Terminal_session.h>
@@ -42,7 +41,7 @@ std::string escaped(char c) {
     }
 }
 
-/// Characters of one row that look alike.
+/// Draws characters of one row that have the same look.
 void draw_run(const Terminal_session& session, int row, int first, int end) {
     const Look look = session.look(row, first);
     std::string text;
@@ -98,7 +97,7 @@ int main(int argc, char** argv) {
     const std::string simulator = "exec:" + std::string(argv[2]) + " --automation --nmea";
     Terminal_session session(argv[1], {simulator, "--view"}, size);
     if (!session.shows("receiving good frames")) {
-        std::fprintf(stderr, "live_view_picture: nothing to see:\n%s", session.screen().c_str());
+        std::fprintf(stderr, "live_view_picture: the view shows no good frames:\n%s", session.screen().c_str());
         return 1;
     }
     session.watch(std::chrono::seconds(std::atoi(argv[4])));

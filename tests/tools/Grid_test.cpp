@@ -19,7 +19,7 @@ TEST(Grid, is_blank_at_first) {
     EXPECT_EQ(Grid(-1, -5).rows(), 0);
 }
 
-TEST(Grid, leaves_out_what_lies_outside) {
+TEST(Grid, ignores_text_outside) {
     Grid grid(2, 5);
     EXPECT_EQ(grid.put(0, 3, "abc"), 6);
     EXPECT_EQ(grid.put(1, -2, "abc"), 1);
@@ -29,19 +29,19 @@ TEST(Grid, leaves_out_what_lies_outside) {
     EXPECT_EQ(grid.row(1), "c");
 }
 
-TEST(Grid, never_holds_what_a_terminal_might_act_on) {
+TEST(Grid, contains_no_control_characters) {
     Grid grid(1, 4);
     grid.put(0, 0, "\x1b\x7f\x80\n");
     EXPECT_EQ(grid.row(0), "....");
 }
 
-TEST(Grid, update_costs_nothing_without_a_difference) {
+TEST(Grid, update_without_a_difference_costs_nothing) {
     Grid grid(24, 80);
     grid.put(3, 4, "text", Style::bad);
     EXPECT_EQ(update_cost(grid, grid), 0U);
 }
 
-TEST(Grid, update_costs_at_least_what_differs) {
+TEST(Grid, update_costs_at_least_the_differing_cells) {
     Random random;
     for (int round = 0; round < 200; ++round) {
         Grid before(24, 80);
@@ -66,7 +66,7 @@ TEST(Grid, another_size_costs_a_whole_screen) {
     EXPECT_GT(update_cost(Grid(0, 0), Grid(24, 80)), 0U);
 }
 
-TEST(Pen, marks_values_that_are_others_than_before) {
+TEST(Pen, marks_values_that_differ_from_the_previous_screen) {
     Grid before(1, 20);
     Pen(before, nullptr).text("N ").value("123").text(" ").value("7");
     Grid after(1, 20);
@@ -78,7 +78,7 @@ TEST(Pen, marks_values_that_are_others_than_before) {
     EXPECT_EQ(after.at(0, 6).style, Style::plain);
 }
 
-TEST(Pen, marks_nothing_without_a_screen_before) {
+TEST(Pen, marks_nothing_without_a_previous_screen) {
     Grid grid(1, 20);
     Pen(grid, nullptr).value("123");
     EXPECT_EQ(grid.at(0, 0).style, Style::plain);

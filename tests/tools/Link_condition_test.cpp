@@ -9,16 +9,16 @@ constexpr std::int64_t silence = Link_condition::silence_ms;
 constexpr std::int64_t patience = Link_condition::patience_ms;
 const Atime begin = Atime() + 1000000;
 
-/// A link whose time the test moves.
+/// A link whose time the test sets.
 class Watched_link {
   public:
     Watched_link& bytes(std::uint64_t count) {
-        condition.bytes_came(count, now);
+        condition.bytes_received(count, now);
         return *this;
     }
     Watched_link& frame(std::uint64_t size = 50) {
-        condition.bytes_came(size, now);
-        condition.good_frame_came(now);
+        condition.bytes_received(size, now);
+        condition.good_frame_received(now);
         return *this;
     }
     Watched_link& after(std::int64_t ms) {
@@ -74,7 +74,7 @@ TEST(Link_condition, a_frame_ends_rubbish) {
     EXPECT_EQ(link.frame().state(), Link_state::good);
 }
 
-TEST(Link_condition, a_good_link_may_wait_for_what_a_garbled_length_claims) {
+TEST(Link_condition, a_good_link_may_wait_for_the_bytes_that_a_damaged_length_claims) {
     Watched_link link;
     link.frame().after(patience - 1).bytes(Link_condition::later_proof - 1);
     EXPECT_EQ(link.state(), Link_state::good);
@@ -97,14 +97,14 @@ TEST(Link_condition, without_bytes_it_is_silent) {
     EXPECT_TRUE(link.condition.has_been_good());
 }
 
-TEST(Link_condition, rubbish_falls_silent_too) {
+TEST(Link_condition, rubbish_can_become_silent) {
     Watched_link link;
     link.bytes(1000).after(patience - 1).bytes(1000).after(silence);
     EXPECT_EQ(link.state(), Link_state::silent);
     EXPECT_FALSE(link.condition.has_been_good());
 }
 
-TEST(Link_condition, after_a_silence_it_has_to_prove_itself_again) {
+TEST(Link_condition, after_a_silence_it_is_judged_again) {
     Watched_link link;
     link.frame().after(silence).bytes(1);
     EXPECT_EQ(link.state(), Link_state::looking);
@@ -123,7 +123,7 @@ TEST(Link_condition, its_end_is_final) {
 TEST(Link_condition, sentences_are_no_rubbish) {
     Watched_link link;
     const auto sentence = [&]() -> Watched_link& {
-        link.bytes(60).condition.sentence_came(link.now);
+        link.bytes(60).condition.sentence_received(link.now);
         return link;
     };
     EXPECT_EQ(sentence().state(), Link_state::sentences);
@@ -134,7 +134,7 @@ TEST(Link_condition, sentences_are_no_rubbish) {
     EXPECT_EQ(link.frame().state(), Link_state::good);
     for (int i = 0; i < 15; ++i)
         sentence().after(patience / 10);
-    EXPECT_EQ(sentence().state(), Link_state::sentences); // frames come no more
+    EXPECT_EQ(sentence().state(), Link_state::sentences); // no more frames
     EXPECT_EQ(link.after(patience - 1).bytes(Link_condition::later_proof).state(), Link_state::sentences);
     EXPECT_EQ(link.after(1).state(), Link_state::rubbish);
     EXPECT_EQ(link.after(silence).state(), Link_state::silent);

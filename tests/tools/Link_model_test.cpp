@@ -48,7 +48,7 @@ struct Tally {
 
 } // namespace
 
-TEST(Link_model, knows_nothing_at_first) {
+TEST(Link_model, is_empty_at_first) {
     const Fed_model fed;
     EXPECT_EQ(fed.model.condition().state(fed.now), Link_state::waiting);
     EXPECT_EQ(fed.model.arrived(), 0U);
@@ -61,7 +61,7 @@ TEST(Link_model, knows_nothing_at_first) {
     EXPECT_FALSE(fed.model.automation());
 }
 
-TEST(Link_model, counts_messages_in_the_order_of_their_coming) {
+TEST(Link_model, counts_messages_in_the_order_of_their_arrival) {
     Fed_model fed;
     fed.feed(time_frame + build_frame("||", "") + time_frame + reply_text("RE", "{done}"));
     ASSERT_EQ(fed.model.messages().size(), 3U);
@@ -133,7 +133,7 @@ TEST(Link_model, keeps_a_limited_number_of_different_messages) {
 }
 
 TEST(Link_model, has_the_last_position_dilution_and_solution) {
-    Heard_receiver receiver;
+    Received_epochs receiver;
     Fed_model fed;
     std::string bytes;
     for (int i = 0; i < 5; ++i)
@@ -162,7 +162,7 @@ TEST(Link_model, has_the_last_position_dilution_and_solution) {
 }
 
 TEST(Link_model, has_the_satellites_of_the_last_epoch) {
-    Heard_receiver receiver;
+    Received_epochs receiver;
     Fed_model fed;
     const std::string bytes = receiver.next_bytes();
     fed.feed(bytes);
@@ -190,7 +190,7 @@ TEST(Link_model, lists_of_different_epochs_or_lengths_make_no_satellites) {
                                list_frame("AZ", "\x0A\x14") + list_frame("SS", "\x28\x29\x01");
     fed.feed(before);
     ASSERT_EQ(fed.model.satellites().size(), 2U);
-    fed.feed(list_frame("SI", "\x01\x02\x03")); // one more has risen
+    fed.feed(list_frame("SI", "\x01\x02\x03")); // another satellite has risen
     ASSERT_EQ(fed.model.satellites().size(), 2U);
     fed.feed(time_frame + list_frame("EL", "\x0A\x14") + list_frame("AZ", "\x0A\x14"));
     fed.feed(time_frame + list_frame("SI", "\x07\x08"));
@@ -200,7 +200,7 @@ TEST(Link_model, lists_of_different_epochs_or_lengths_make_no_satellites) {
     EXPECT_EQ(fed.model.satellites()[0].strength, std::nullopt);
 }
 
-TEST(Link_model, a_satellite_keeps_its_signal_until_the_next_is_told) {
+TEST(Link_model, a_satellite_keeps_its_signal_until_a_new_one_is_received) {
     Fed_model fed;
     const std::string sky =
         time_frame + list_frame("SI", "\x01\x02") + list_frame("EL", "\x0A\x14") + list_frame("AZ", "\x0A\x14");
@@ -236,7 +236,7 @@ TEST(Link_model, remembers_packets_in_both_forms) {
     EXPECT_THAT(comma, ElementsAre("RT,1234", "RE005{ok}", "acknowledged", "refused"));
 }
 
-TEST(Link_model, remembers_the_frames_that_the_monitor_knows_beyond_the_receivers) {
+TEST(Link_model, remembers_the_frames_that_only_the_monitor_prints) {
     Fed_model fed;
     testing::internal::CaptureStderr();
     fed.feed(automation_status(TIM_messages::automation_active, 77, true, 0.25F));
@@ -264,7 +264,7 @@ TEST(Link_model, counts_and_remembers_sentences) {
     fed.feed("$GPGGA,1*2D\r\n");
     fed.model.take_sentence("$GPGGA,1*2D", fed.now);
     fed.model.take_sentence("$GNRMC,1*3A", fed.now);
-    fed.model.take_sentence("$", fed.now); // none, but no harm
+    fed.model.take_sentence("$", fed.now); // no sentence; has no effect
     ASSERT_EQ(fed.model.messages().size(), 1U);
     EXPECT_EQ(fed.model.messages()[0].identifier, Vesk_message::msg_id('$', 'G'));
     EXPECT_EQ(fed.model.messages()[0].count, 2U);
@@ -274,7 +274,7 @@ TEST(Link_model, counts_and_remembers_sentences) {
     EXPECT_EQ(fed.model.condition().state(fed.now), Link_state::sentences);
 }
 
-TEST(Link_model, knows_what_an_error_is_about) {
+TEST(Link_model, decodes_errors) {
     Fed_model fed;
     fed.feed(reply_text("RE", "{ok}") + reply_text("ER", "%1%{1,wrong command}") + reply_text("ER", "{99,nonsense}"));
     ASSERT_EQ(fed.model.replies().size(), 3U);
@@ -285,8 +285,8 @@ TEST(Link_model, knows_what_an_error_is_about) {
     EXPECT_EQ(fed.model.condition().state(fed.now), Link_state::good);
 }
 
-TEST(Link_model, clearing_begins_counts_anew_and_keeps_what_the_receiver_said) {
-    Heard_receiver receiver;
+TEST(Link_model, clearing_resets_counts_and_keeps_the_receivers_values) {
+    Received_epochs receiver;
     Fed_model fed;
     fed.feed(receiver.next_bytes() + "noise\n" + reply_text("RE", "{ok}"));
     fed.now = fed.now + 500;
@@ -307,7 +307,7 @@ TEST(Link_model, clearing_begins_counts_anew_and_keeps_what_the_receiver_said) {
     EXPECT_EQ(fed.model.messages()[0].count, 1U);
 }
 
-TEST(Link_model, a_copy_stays_as_it_was) {
+TEST(Link_model, a_copy_does_not_change) {
     Fed_model fed;
     fed.feed(time_frame);
     const Link_model snapshot = fed.model;

@@ -44,7 +44,7 @@ TEST(Link_summary, accounts_for_the_bytes_in_one_line) {
               "checksum failures: 0\n");
 }
 
-TEST(Link_summary, counts_each_identifier_in_the_order_of_first_coming) {
+TEST(Link_summary, counts_each_identifier_in_the_order_of_its_first_arrival) {
     Link_summary summary;
     for (const char* text : {"||", "~~", "PG", "~~", "~~", "||"})
         summary.count_frame(id(text));

@@ -102,9 +102,9 @@ class Job {
 };
 
 /// A child process that writes a line to standard error and then acts as a receiver.
-class Talking_child {
+class Writing_child {
   public:
-    explicit Talking_child(const std::string& words)
+    explicit Writing_child(const std::string& words)
         : script_(folder_.make_file("child", "echo '" + words + "' >&2\nexec " RECEIVER_SIMULATOR)) {}
     std::string specification() const { return "exec:sh " + script_; }
 
@@ -158,14 +158,14 @@ int status_after_signal(int number) {
 
 } // namespace
 
-// ---- What it shows ----
+// ---- The screen ----
 
 TEST(Live_view, shows_the_receivers_messages) {
     constexpr int epochs = 40;
     const std::regex forty_positions(" 40 positions$");
     simulator::Simulated_receiver::Options options;
     options.seed = 7;
-    Heard_receiver receiver(options);
+    Received_epochs receiver(options);
     std::string last;
     std::size_t bytes = 0;
     for (int i = 0; i < epochs; ++i)
@@ -180,7 +180,7 @@ TEST(Live_view, shows_the_receivers_messages) {
 
     for (const auto size : {ordinary, large}) {
         Terminal_session session(RECEIVER_MONITOR, {simulator_with("--seed 7 --rate 50 --epochs 40"), "--view"}, size);
-        EXPECT_TRUE(session.shows("ended: nothing more will come"));
+        EXPECT_TRUE(session.shows("ended: no more bytes will follow"));
         EXPECT_TRUE(session.shows_in_row(0, " receiver_monitor  exec:"));
         EXPECT_TRUE(session.shows_after(
             "Bytes", formatted("%zu = frames %zu + replies 0 + noise 0 + waiting 0  bad 0", bytes, bytes)));
@@ -218,7 +218,7 @@ TEST(Live_view, shows_sentences) {
     EXPECT_TRUE(link.session.shows_after("Last", "$GPGGA,123519,4807.038,N"));
 }
 
-TEST(Live_view, unknown_frames_do_not_hide_the_keys_for_ever) {
+TEST(Live_view, unknown_frames_do_not_hide_the_keys_forever) {
     Viewed_link link;
     bool noted = false;
     EXPECT_TRUE(link.session.until([&] {
@@ -241,14 +241,14 @@ TEST(Live_view, goes_through_the_states_of_a_link) {
     EXPECT_TRUE(link.session.shows("receiving good frames"));
 }
 
-TEST(Live_view, knows_rubbish) {
+TEST(Live_view, recognises_rubbish) {
     Random random;
     Viewed_link link;
     EXPECT_TRUE(link.session.until([&] {
         link.send(random.bytes(20));
         return link.session.after("Link").rfind("receiving only rubbish: wrong baud rate?", 0) == 0;
     }));
-    EXPECT_TRUE(link.session.until([&] { // a garbled length may swallow some
+    EXPECT_TRUE(link.session.until([&] { // a damaged length may hide some frames
         link.send("\n" + frame);
         return link.session.after("Link").rfind("receiving good frames", 0) == 0;
     }));
@@ -285,7 +285,7 @@ TEST(Live_view, follows_the_windows_size) {
     EXPECT_TRUE(link.session.shows_in_row(4, "~~      1"));
 }
 
-TEST(Live_view, knows_the_windows_size_better_than_the_environment) {
+TEST(Live_view, prefers_the_windows_size_to_the_environments) {
     Terminal_session session(
         "/bin/sh", {"-c", "LINES=24 COLUMNS=80 exec \"$0\" \"$1\" --view", RECEIVER_MONITOR, simulator_with("")},
         large);
@@ -296,7 +296,7 @@ TEST(Live_view, knows_the_windows_size_better_than_the_environment) {
 
 // ---- Keys ----
 
-TEST(Live_view, pauses_and_goes_on) {
+TEST(Live_view, pauses_and_continues) {
     Viewed_link link;
     link.send(frame);
     ASSERT_TRUE(link.session.shows("~~      1"));
@@ -336,25 +336,25 @@ TEST(Live_view, switches_the_form_of_messages) {
     EXPECT_TRUE(link.session.shows("RT ms=1234"));
 }
 
-TEST(Live_view, helps) {
+TEST(Live_view, shows_help) {
     Viewed_link link;
     ASSERT_TRUE(link.session.shows("waiting for the first byte"));
     for (const char* key : {"h", "?"}) {
         link.session.press(key);
-        EXPECT_TRUE(link.session.shows("pause: the screen stands still"));
+        EXPECT_TRUE(link.session.shows("pause: freezes the screen"));
         link.session.press(key);
         EXPECT_TRUE(link.session.shows("waiting for the first byte"));
     }
 }
 
-TEST(Live_view, says_that_there_is_no_log_to_switch) {
+TEST(Live_view, reports_that_there_is_no_log_to_switch) {
     Viewed_link link;
     link.session.press("l");
-    EXPECT_TRUE(link.session.shows("No log was asked for."));
-    EXPECT_TRUE(link.session.shows(" q quit")); // and the keys again
+    EXPECT_TRUE(link.session.shows("No log: start with --log DIR."));
+    EXPECT_TRUE(link.session.shows(" q quit")); // the keys are shown again
 }
 
-TEST(Live_view, has_the_log_switched_by_the_program) {
+TEST(Live_view, calls_the_program_to_switch_the_log) {
     const Pty_pair terminal;
     const Standard_output standard(terminal.slave());
     setenv("TERM", "vt100", 1);
@@ -374,7 +374,7 @@ TEST(Live_view, other_keys_do_nothing) {
     link.send(frame);
     ASSERT_TRUE(link.session.shows("~~      1"));
     link.session.press("x\r\n\t\x1b[A\x1b[5~\x7f\xC3\xA4");
-    link.session.press("\x1b[c\x1b[1;2c\x1bOc\x1bOq\x1b[ q"); // letters in them are no keys
+    link.session.press("\x1b[c\x1b[1;2c\x1bOc\x1bOq\x1b[ q"); // the letters in them are no keys
     link.send(frame);
     EXPECT_TRUE(link.session.shows("~~      2"));
     EXPECT_THAT(link.session.screen(), Not(HasSubstr("PAUSED")));
@@ -383,7 +383,7 @@ TEST(Live_view, other_keys_do_nothing) {
     EXPECT_EQ(link.session.status_at_end(), 0);
 }
 
-TEST(Live_view, draws_the_screen_anew_when_asked) {
+TEST(Live_view, redraws_the_screen_on_request) {
     Viewed_link link;
     link.send(frame);
     ASSERT_TRUE(link.session.shows("~~      1"));
@@ -393,19 +393,19 @@ TEST(Live_view, draws_the_screen_anew_when_asked) {
         [&] { return link.session.output().find("receiver_monitor", before) != std::string::npos; }));
 }
 
-// ---- The terminal afterwards ----
+// ---- Restoring the terminal ----
 
-TEST(Live_view, gives_the_terminal_back_when_it_quits) {
+TEST(Live_view, restores_the_terminal_when_it_quits) {
     EXPECT_EQ(status_with_restored_terminal([](Terminal_session& session) { session.press("q"); }), 0);
     EXPECT_EQ(status_with_restored_terminal([](Terminal_session& session) { session.press("\x03"); }), 0);
 }
 
-TEST(Live_view, gives_the_terminal_back_after_an_interrupt) {
+TEST(Live_view, restores_the_terminal_after_an_interrupt) {
     EXPECT_EQ(status_after_signal(SIGINT), 0);
     EXPECT_EQ(status_after_signal(SIGTERM), 0);
 }
 
-TEST(Live_view, gives_the_terminal_back_when_it_dies) {
+TEST(Live_view, restores_the_terminal_when_a_signal_kills_it) {
     for (const int number : {SIGABRT, SIGHUP, SIGQUIT, SIGXCPU, SIGUSR1, SIGUSR2, SIGALRM})
         EXPECT_EQ(status_after_signal(number), -number);
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -416,7 +416,7 @@ TEST(Live_view, gives_the_terminal_back_when_it_dies) {
 #endif
 }
 
-TEST(Live_view, a_stop_from_the_keyboard_gives_the_terminal_back_meanwhile) {
+TEST(Live_view, a_stop_from_the_keyboard_releases_the_terminal) {
     Job job("fg; echo over");
     job.stop();
     EXPECT_NE(job.session.settings().c_lflag & ECHO, 0U);
@@ -429,7 +429,7 @@ TEST(Live_view, a_stop_from_the_keyboard_gives_the_terminal_back_meanwhile) {
     EXPECT_TRUE(job.session.shows("over"));
 }
 
-TEST(Live_view, goes_on_without_the_terminal_in_the_background) {
+TEST(Live_view, runs_without_the_terminal_in_the_background) {
     Job job("bg; read -r; fg; echo over");
     job.stop();
     job.session.press("\n");
@@ -455,9 +455,9 @@ TEST(Live_view, ends_by_a_signal_while_it_is_stopped) {
     }
 }
 
-TEST(Live_view, ends_on_a_terminal_that_somebody_holds) {
+TEST(Live_view, ends_on_a_terminal_that_flow_control_holds) {
     const int status = status_with_restored_terminal([](Terminal_session& session) {
-        session.press(" "); // nothing is being drawn when it comes to be held
+        session.press(" "); // nothing is drawn any more when output stops
         EXPECT_TRUE(session.shows("PAUSED"));
         EXPECT_TRUE(session.settles());
         session.press("\x13"); // XOFF
@@ -466,8 +466,8 @@ TEST(Live_view, ends_on_a_terminal_that_somebody_holds) {
     EXPECT_EQ(status, 0);
 }
 
-TEST(Live_view, what_else_is_said_neither_spoils_the_screen_nor_is_lost) {
-    const Talking_child child("child");
+TEST(Live_view, other_output_is_shown_as_a_note_and_printed_at_the_end) {
+    const Writing_child child("child");
     Terminal_session session(RECEIVER_MONITOR, {child.specification(), "--view"}, ordinary);
     EXPECT_TRUE(session.until([&] { return notes(session, "child"); }));
     EXPECT_TRUE(session.shows("receiving good frames"));
@@ -479,8 +479,8 @@ TEST(Live_view, what_else_is_said_neither_spoils_the_screen_nor_is_lost) {
     EXPECT_NE(session.output().find("child\r\n", end_of_view), std::string::npos) << session.screen();
 }
 
-TEST(Live_view, what_was_said_last_is_told_when_it_dies) {
-    const Talking_child child("last words");
+TEST(Live_view, last_output_is_printed_when_a_signal_kills_it) {
+    const Writing_child child("last words");
     Terminal_session session(RECEIVER_MONITOR, {child.specification(), "--view"}, ordinary);
     EXPECT_TRUE(session.until([&] { return notes(session, "last words"); }));
     session.signal(SIGABRT);
@@ -491,7 +491,7 @@ TEST(Live_view, what_was_said_last_is_told_when_it_dies) {
 
 // ---- Slow lines ----
 
-TEST(Live_view, leaves_room_on_a_line_of_9600_baud) {
+TEST(Live_view, leaves_free_capacity_on_a_line_of_9600_baud) {
     constexpr double most_bytes_per_second = 900;
     constexpr std::chrono::seconds duration(12);
     const std::vector<std::string> types = {"vt100", "vt220", "linux", "xterm-256color"};
@@ -511,12 +511,12 @@ TEST(Live_view, leaves_room_on_a_line_of_9600_baud) {
         const double rate = static_cast<double>(sessions[i]->output().size()) / seconds;
         std::printf("%s: %.0f bytes/s, the first screen included\n", types[i].c_str(), rate);
         EXPECT_LT(rate, most_bytes_per_second) << types[i];
-        EXPECT_GT(rate, 50) << types[i]; // it does show something
+        EXPECT_GT(rate, 50) << types[i]; // it shows something
         EXPECT_TRUE(sessions[i]->until([&] { return number_after(*sessions[i], "PG") > 50; })) << types[i];
     }
 }
 
-TEST(Live_view, is_quick_at_first_on_a_line_that_seems_fast_but_not_in_the_long_run) {
+TEST(Live_view, sends_a_burst_at_first_and_few_bytes_on_average) {
     constexpr double most_bytes_per_second = 900; // the terminal may be at the other end of a slower line
     constexpr std::chrono::seconds duration(6);
     Terminal_session session(RECEIVER_MONITOR, {simulator_with("--seed 1 --rate 10"), "--view"}, ordinary, "vt100");
@@ -530,7 +530,7 @@ TEST(Live_view, is_quick_at_first_on_a_line_that_seems_fast_but_not_in_the_long_
     EXPECT_GT(first, second);
 }
 
-// ---- Where it does not work ----
+// ---- Without a usable terminal ----
 
 TEST(Live_view, without_a_terminal_there_is_none) {
     const Program_result result = Program(RECEIVER_MONITOR, {"--view"}).input(frame).run();
@@ -560,13 +560,13 @@ TEST(Live_view, reads_standard_input_beside_the_keyboard) {
     const Temporary_folder folder;
     const std::string frames = folder.make_file("frames", frame + frame);
     Terminal_session session("/bin/sh", {"-c", "exec \"$0\" --view <\"$1\"", RECEIVER_MONITOR, frames}, ordinary);
-    EXPECT_TRUE(session.shows("ended: nothing more will come"));
+    EXPECT_TRUE(session.shows("ended: no more bytes will follow"));
     EXPECT_TRUE(session.shows("~~      2"));
     session.press("q");
     EXPECT_EQ(session.status_at_end(), 0);
 }
 
-TEST(Live_view, an_input_that_cannot_be_opened_is_told_as_ever) {
+TEST(Live_view, reports_an_input_that_cannot_be_opened) {
     Terminal_session session(RECEIVER_MONITOR, {"--device", "/does/not/exist", "--view"}, ordinary);
     EXPECT_EQ(session.status_at_end(), 1);
     EXPECT_THAT(session.screen(), HasSubstr("Error opening '/does/not/exist': No such file or directory"));

@@ -1,4 +1,4 @@
-// The lines for what the library's printer does not know.
+// The lines for messages that the library's printer does not know.
 
 #include <monitor/Message_lines.h>
 
@@ -56,7 +56,7 @@ TEST(Message_lines, status) {
     EXPECT_EQ(frame_line(false, active), "GS,7,5,1,0.012500");
 }
 
-TEST(Message_lines, state_without_a_name_is_unknown_and_its_number_is_told_to_files) {
+TEST(Message_lines, state_without_a_name_is_unknown_and_a_number_for_files) {
     const std::string frame = TIM_frame("GS", '\x40', '\0');
     EXPECT_EQ(frame_line(true, frame), "GS heart=7 state=UNKNOWN prod=0 curv=0.012500");
     EXPECT_EQ(frame_line(false, frame), "GS,7,4,0,0.012500");
@@ -98,7 +98,7 @@ TEST(Message_lines, ten_items) {
               "ES,10,-1.5e+30,-1.5e+30,-1.5e+30,-1.5e+30,-1.5e+30,-1.5e+30,-1.5e+30,-1.5e+30,-1.5e+30,-1.5e+30");
 }
 
-TEST(Message_lines, items_that_are_no_sensible_floats_are_whole_numbers) {
+TEST(Message_lines, items_that_are_no_normal_floats_are_integers) {
     const float infinite = std::numeric_limits<float>::infinity();
     EXPECT_EQ(frame_line(true, item_frame({le(std::numeric_limits<float>::denorm_min()), le(infinite)})),
               "ES items=2 1 2139095040");
@@ -111,19 +111,19 @@ TEST(Message_lines, item_frame_of_another_length_is_shown_as_bytes) {
         EXPECT_THAT(frame_line(true, build_frame("ES", body)), testing::StartsWith("ES ???: "));
 }
 
-// ---- What the library's printer knows ----
+// ---- Messages of the library's printer ----
 
 TEST(Message_lines, other_frames_are_left_to_the_printer) {
     EXPECT_EQ(frame_line(true, build_frame("~~", le(std::uint32_t{5}))), "RT ms=5");
     EXPECT_EQ(frame_line(false, build_frame("~~", le(std::uint32_t{5}))), "RT,5");
 }
 
-TEST(Message_lines, nothing_of_the_line_before_stays_when_the_printer_leaves_it_alone) {
-    const Captured_descriptor said(STDOUT_FILENO);
+TEST(Message_lines, line_is_empty_when_the_printer_writes_none) {
+    const Captured_descriptor output(STDOUT_FILENO);
     EXPECT_EQ(frame_line(true, build_frame("SS", "")), "");
 }
 
-TEST(Message_lines, lines_are_cut_to_the_room_that_there_is) {
+TEST(Message_lines, lines_are_cut_to_the_given_size) {
     char line[8];
     for (std::string bytes : {TIM_frame("GS", 0, 0), TIM_frame("GC", 0, 0), item_frame({le(1.0F), le(2.0F)})}) {
         const Vesk_message frame(reinterpret_cast<unsigned char*>(bytes.data()), static_cast<unsigned>(bytes.size()));
@@ -140,14 +140,14 @@ TEST(Message_lines, error_reply_shows_code_and_phrase) {
     EXPECT_EQ(reply_line(false, reply), "ER01A{5,value out of range},5,value out of range");
 }
 
-TEST(Message_lines, error_reply_is_understood_with_its_request_identifier_and_without_braces) {
+TEST(Message_lines, error_reply_is_decoded_with_its_request_identifier_and_without_braces) {
     EXPECT_EQ(reply_line(true, "ER015%7%{1,wrong command}\r\n"),
               "ER015%7%{1,wrong command} error=1 text=wrong command");
     EXPECT_EQ(reply_line(true, "ER00Ffile not found \r\n"), "ER00Ffile not found  error=37 text=file not found");
     EXPECT_EQ(reply_line(true, std::string("ER00Edup loop\t \r\n\0\0", 18)), "ER00Edup loop\t  error=24 text=dup loop");
 }
 
-TEST(Message_lines, error_reply_that_is_not_known_stands_by_itself) {
+TEST(Message_lines, unknown_error_reply_is_printed_alone) {
     EXPECT_EQ(reply_line(true, "ER005%3%no\n"), "ER005%3%no");
     EXPECT_EQ(reply_line(true, "ER001\r\n"), "ER001");
     EXPECT_EQ(reply_line(true, "ER000\n"), "ER000");
@@ -156,12 +156,12 @@ TEST(Message_lines, error_reply_that_is_not_known_stands_by_itself) {
         << "two phrases";
 }
 
-TEST(Message_lines, other_replies_stand_by_themselves) {
+TEST(Message_lines, other_replies_are_printed_alone) {
     EXPECT_EQ(reply_line(true, "RE00Fwrong command\r\n"), "RE00Fwrong command");
     EXPECT_EQ(reply_line(false, "RE000\n"), "RE000");
 }
 
-TEST(Message_lines, reply_is_cut_to_the_room_that_there_is) {
+TEST(Message_lines, reply_is_cut_to_the_given_size) {
     char line[4];
     const std::string reply = "RE004done\n";
     EXPECT_EQ(Message_lines(true).print_reply(reinterpret_cast<const unsigned char*>(reply.data()), 10, line, 4), 4U);

@@ -1,4 +1,4 @@
-// Where every byte went: the number that arrived is what the link was given, and is the sum of the others.
+// The account of bytes: the number of received bytes is the number of sent ones, and the sum of all kinds.
 
 #include "monitored_link.h"
 
@@ -55,7 +55,7 @@ std::string random_traffic(Receiver_traffic& traffic, std::size_t size) {
 
 //                                                            frames, replies, acknowledgements, noise, separators
 
-TEST(Monitor_account, of_a_silent_link_is_all_noughts) {
+TEST(Monitor_account, of_a_silent_link_is_all_zeros) {
     expect_account("", {});
 }
 
@@ -67,7 +67,7 @@ TEST(Monitor_account, bytes_between_frames_are_separators) {
     expect_account(frame + "\r\n" + std::string(3, '\0') + frame, {0, 14, 0, 0, 0, 5});
 }
 
-TEST(Monitor_account, replies_count_with_their_line_ends_and_nothing_that_did_not_come) {
+TEST(Monitor_account, replies_count_with_their_line_ends_and_without_appended_NULs) {
     expect_account("RE004done\r\n", {0, 0, 11, 0, 0, 0});
 }
 
@@ -76,7 +76,7 @@ TEST(Monitor_account, acknowledgements_are_one_byte_each) {
     expect_account(frame + "\x15", {0, 7, 0, 1, 0, 0});
 }
 
-TEST(Monitor_account, the_rest_is_noise) {
+TEST(Monitor_account, all_other_bytes_are_noise) {
     expect_account("noise\n" + frame + "noise\n", {0, 7, 0, 0, 12, 0});
 }
 
@@ -86,7 +86,7 @@ TEST(Monitor_account, half_a_frame_at_the_end_is_noise) {
     expect_account("noise without an end", {0, 0, 0, 0, 20, 0});
 }
 
-TEST(Monitor_account, frames_behind_a_length_that_will_never_come_are_found_at_the_end) {
+TEST(Monitor_account, frames_after_a_length_beyond_the_end_are_found) {
     const std::string claim = "PGFFEclaims much\n";
     const Monitored link = monitored(frame + claim + time_frame + "\n" + frame + "RE004done\n");
     EXPECT_EQ(link.output, "EE\nRT ms=67305985\nEE\nRE004done\n");
@@ -95,7 +95,7 @@ TEST(Monitor_account, frames_behind_a_length_that_will_never_come_are_found_at_t
     EXPECT_EQ(link.account().arrived, link.account().sum());
 }
 
-TEST(Monitor_account, frames_behind_several_such_lengths_are_found_too) {
+TEST(Monitor_account, frames_after_several_such_lengths_are_found) {
     const std::string claims = "PGFFEclaims much\nPVFFFclaims more\nREF00\n";
     const Monitored link = monitored(claims + frame + claims + time_frame + claims);
     EXPECT_EQ(link.output, "EE\nRT ms=67305985\n");
@@ -107,11 +107,11 @@ TEST(Monitor_account, the_last_byte_of_a_rest_is_no_acknowledgement) {
         expect_account(frame + rest, {0, 7, 0, 0, rest.size(), 0});
 }
 
-TEST(Monitor_account, an_acknowledgement_behind_a_frame_at_the_end_is_one) {
+TEST(Monitor_account, an_acknowledgement_after_a_frame_at_the_end_is_one) {
     expect_account("PGFFE\n" + frame + "\x06", {0, 7, 0, 1, 6, 0});
 }
 
-TEST(Monitor_account, count_that_ends_the_run_leaves_out_what_still_waits) {
+TEST(Monitor_account, count_that_ends_the_run_excludes_buffered_bytes) {
     Monitor::Options options = quiet();
     options.count = 2;
     const Account account = monitored(frame + time_frame + frame + "noise", options).account();
@@ -120,7 +120,7 @@ TEST(Monitor_account, count_that_ends_the_run_leaves_out_what_still_waits) {
     EXPECT_EQ(account.sum(), 18U);
 }
 
-TEST(Monitor_account, count_that_ends_the_run_in_the_rest_leaves_out_what_still_waits) {
+TEST(Monitor_account, count_that_ends_the_run_in_the_rest_excludes_buffered_bytes) {
     Monitor::Options options = quiet();
     options.count = 1;
     const Account account = monitored("PGFFE\n" + frame + frame, options).account();
@@ -129,7 +129,7 @@ TEST(Monitor_account, count_that_ends_the_run_in_the_rest_leaves_out_what_still_
     EXPECT_EQ(account.arrived, 13U);
 }
 
-TEST(Monitor_account, duration_that_ends_the_run_leaves_out_what_still_waits) {
+TEST(Monitor_account, duration_that_ends_the_run_excludes_buffered_bytes) {
     Pipe pipe;
     write_all(pipe.writing(), frame + time_frame.substr(0, 10));
     Monitor::Options options = quiet();
@@ -149,11 +149,11 @@ TEST(Monitor_account, adds_up_for_thousands_of_corrupted_streams) {
         const Account account = link.account();
         ASSERT_EQ(account.arrived, bytes.size());
         ASSERT_EQ(account.sum(), bytes.size());
-        ASSERT_EQ(messages(link), lines(link.output)) << "a line for each";
+        ASSERT_EQ(messages(link), lines(link.output)) << "one line each";
     }
 }
 
-TEST(Monitor_account, adds_up_for_streams_that_come_in_pieces) {
+TEST(Monitor_account, adds_up_for_streams_that_arrive_in_pieces) {
     const Captured_descriptor errors(STDERR_FILENO);
     Random random;
     Receiver_traffic traffic(random);

@@ -48,20 +48,20 @@ TEST(Monitor_sentences, other_sentences_are_counted_and_not_shown) {
                                      "  147 bytes without their line ends, all of them noise in the account above\n");
 }
 
-TEST(Monitor_sentences, sentence_that_a_frame_comes_into_is_none) {
-    bool frame_came_into_it = false; // only where noise without a line end is cut because there is too much of it
+TEST(Monitor_sentences, sentence_with_a_frame_in_it_is_none) {
+    bool split_by_frame = false; // only where the parser cuts noise that is too long
     for (std::size_t noise = 0; noise <= 5000; ++noise) {
         const std::string half = std::string(noise, 'x') + position.substr(0, 20);
         const Monitored link = monitored(half + frame + position.substr(20) + frame);
         if (link.good_frames == 1)
             continue;
-        frame_came_into_it = true;
+        split_by_frame = true;
         EXPECT_EQ(link.output, "RT ms=1\nRT ms=1\n") << noise;
     }
-    EXPECT_TRUE(frame_came_into_it);
+    EXPECT_TRUE(split_by_frame);
 }
 
-TEST(Monitor_sentences, bad_checksums_are_counted_and_nobody_is_told_more) {
+TEST(Monitor_sentences, bad_checksums_are_counted_and_not_printed) {
     const Captured_descriptor errors(STDERR_FILENO);
     std::string bad = position;
     bad[10] = '9';
@@ -78,7 +78,36 @@ TEST(Monitor_sentences, are_noise_in_the_account) {
     EXPECT_EQ(account.arrived, account.sum());
 }
 
-TEST(Monitor_sentences, are_not_mentioned_when_none_came) {
+TEST(Monitor_sentences, last_one_without_a_line_end_is_counted) {
+    const std::string whole = position.substr(0, position.size() - 2);
+    for (const std::string& before : {std::string(), frame, track, std::string(4170, '!') + "\n"}) {
+        const Monitored link = monitored(before + whole);
+        EXPECT_THAT(link.output, testing::EndsWith(position_line));
+        EXPECT_THAT(link.summary, HasSubstr("GPGGA 1\n"));
+        EXPECT_EQ(link.account().noise + link.account().frames + link.account().separators,
+                  before.size() + whole.size());
+        EXPECT_EQ(link.account().arrived, link.account().sum());
+    }
+}
+
+TEST(Monitor_sentences, last_one_that_is_cut_is_bad) {
+    for (std::size_t size = sizeof "$GPGGA"; size < position.size() - 2; ++size) {
+        const Monitored link = monitored(frame + position.substr(0, size));
+        EXPECT_EQ(rest_of_summary(link),
+                  "NMEA sentences: 0 good, 1 bad checksum\n  " + std::to_string(size) +
+                      " bytes without their line ends, all of them noise in the account above\n");
+        EXPECT_EQ(link.account().arrived, link.account().sum());
+    }
+}
+
+TEST(Monitor_sentences, last_one_after_a_damaged_length_is_counted) {
+    const std::string claims_too_much = "PGFFF";
+    const Monitored link = monitored(frame + claims_too_much + position.substr(0, position.size() - 2));
+    EXPECT_EQ(link.output, "RT ms=1\n" + position_line);
+    EXPECT_EQ(link.account().arrived, link.account().sum());
+}
+
+TEST(Monitor_sentences, are_not_mentioned_when_there_were_none) {
     EXPECT_EQ(rest_of_summary(monitored(frame + "noise, $ 5\n")), "");
 }
 
@@ -88,7 +117,7 @@ TEST(Monitor_sentences, are_counted_when_quiet) {
     EXPECT_THAT(link.summary, HasSubstr("GPGGA 1\n"));
 }
 
-TEST(Monitor_sentences, are_found_behind_rubbish) {
+TEST(Monitor_sentences, are_found_after_rubbish) {
     EXPECT_EQ(monitored(frame + "\x01\x02!!" + position).output, "RT ms=1\n" + position_line);
     EXPECT_EQ(monitored(std::string(4170, '!') + position + frame).output, position_line + "RT ms=1\n")
         << "the parser cuts noise where it is longer than 4190 bytes";

@@ -15,6 +15,7 @@
 #include <csignal>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <pthread.h>
 #include <thread>
 #include <unistd.h>
@@ -60,7 +61,7 @@ std::string hex_of(char byte) {
     return digits;
 }
 
-/// A pipe of frames that never ends, from a thread of its own.
+/// A pipe that a thread fills with frames without end.
 class Endless_sender {
   public:
     Endless_sender() : thread_([this] { send(); }) {}
@@ -76,9 +77,12 @@ class Endless_sender {
     void send() {
         make_non_blocking(pipe_.writing());
         const std::string frames = time_frame(1) + time_frame(2);
-        while (!stop_)
-            if (write(pipe_.writing(), frames.data(), frames.size()) < 0)
-                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        while (!stop_) {
+            constexpr int limit_ms = 100; // to notice the end
+            pollfd end{pipe_.writing(), POLLOUT, 0};
+            if (poll(&end, 1, limit_ms) > 0) [[maybe_unused]]
+                const ssize_t written = write(pipe_.writing(), frames.data(), frames.size());
+        }
     }
 
     Pipe pipe_;
@@ -95,7 +99,7 @@ TEST(Monitor, prints_a_frame_labelled_or_with_commas) {
     EXPECT_EQ(monitored(time_frame(1234), options_with(false)).output, "RT,1234\n");
 }
 
-TEST(Monitor, prints_frames_in_the_order_of_their_coming) {
+TEST(Monitor, prints_frames_in_the_order_of_their_arrival) {
     EXPECT_EQ(monitored(time_frame(1) + build_frame("||", "") + time_frame(2)).output, "RT ms=1\nEE\nRT ms=2\n");
 }
 
@@ -123,7 +127,7 @@ TEST(Monitor, counts_a_frame_whose_checksum_fails_and_prints_none_of_it) {
     EXPECT_EQ(link.output, "RT ms=1\nRT ms=3\n");
     EXPECT_EQ(link.checksum_failures(), 1U);
     EXPECT_EQ(link.good_frames, 2U);
-    EXPECT_EQ(link.account().frames, 33U) << "its bytes are those of a frame all the same";
+    EXPECT_EQ(link.account().frames, 33U) << "its bytes still count as a frame's";
 }
 
 TEST(Monitor, prints_an_unknown_frame_as_bytes) {
@@ -140,11 +144,11 @@ TEST(Monitor, prints_one_line_for_a_message_whatever_is_in_it) {
     EXPECT_EQ(monitored(text_frame + "\n").output, "DL014red .[31m..or not@" + checksum + "\n");
 }
 
-TEST(Monitor, leaves_a_list_that_is_too_short_to_the_words_of_the_printer) {
+TEST(Monitor, leaves_the_report_of_a_short_list_to_the_printer) {
     const Captured_descriptor standard_output(STDOUT_FILENO);
     const Monitored link = monitored(build_frame("SS", ""));
     EXPECT_EQ(standard_output.text(), "SS message too short\n");
-    EXPECT_EQ(link.output, "") << "not an empty line besides";
+    EXPECT_EQ(link.output, "") << "without an empty line";
     EXPECT_EQ(link.good_frames, 1U);
 }
 
@@ -156,7 +160,7 @@ TEST(Monitor, prints_the_longest_list_whole) {
     EXPECT_TRUE(monitored(build_frame("EL", body)).output == line + "\n");
 }
 
-TEST(Monitor, prints_nothing_when_quiet_and_counts_all_the_same) {
+TEST(Monitor, prints_nothing_when_quiet_but_counts) {
     const Captured_descriptor errors(STDERR_FILENO);
     const std::string bytes = time_frame(1) + build_frame("XY", "a") + "RE004done\n" + time_frame(2) + "\x06";
     const Monitored quiet = monitored(bytes, options_with(true, true));
@@ -166,7 +170,7 @@ TEST(Monitor, prints_nothing_when_quiet_and_counts_all_the_same) {
     EXPECT_EQ(quiet.counts(), (Counts{{"~~", 2}, {"XY", 1}, {"RE", 1}}));
 }
 
-TEST(Monitor, prints_a_frame_as_soon_as_it_is_whole) {
+TEST(Monitor, prints_a_frame_as_soon_as_it_is_complete) {
     Pipe pipe;
     const Standard_input standard(pipe.reading());
     Pipe printed;
@@ -204,7 +208,7 @@ TEST(Monitor_ends, after_so_many_good_frames) {
     EXPECT_EQ(link.good_frames, 2U);
 }
 
-TEST(Monitor_ends, with_the_input_when_fewer_frames_come_than_wanted) {
+TEST(Monitor_ends, with_the_input_when_it_has_fewer_frames_than_wanted) {
     EXPECT_EQ(monitored(time_frame(1), count_of(2)).end, Monitor::End::input);
 }
 
@@ -240,7 +244,7 @@ TEST(Monitor_ends, at_an_interrupt) {
     }
 }
 
-TEST(Monitor_ends, at_an_interrupt_that_comes_while_it_runs) {
+TEST(Monitor_ends, at_an_interrupt_while_it_runs) {
     const Endless_sender sender;
     const Standard_input standard(sender.reading());
     Receiver_input input;
@@ -281,7 +285,7 @@ TEST(Monitor_ends, never_for_an_output_that_fails_when_quiet) {
     std::fclose(full);
 }
 
-TEST(Monitor_ends, at_an_interrupt_though_the_reader_of_its_output_is_stuck) {
+TEST(Monitor_ends, at_an_interrupt_while_its_output_blocks) {
     for (const unsigned entries : {50U, 100U, 200U, 250U}) {
         const Standard_input standard(much_to_print(entries));
         Receiver_input input;

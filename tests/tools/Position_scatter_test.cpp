@@ -28,7 +28,7 @@ TEST(Position_scatter, of_one_position_is_none) {
 }
 
 TEST(Position_scatter, is_in_metres_north_east_and_up) {
-    // Places around one on the ellipsoid, by the simulator's own geodesy.
+    // Places around a point on the ellipsoid, from the simulator's geodesy.
     const simulator::Geodetic site{-35 * degree, 149 * degree, 600};
     const simulator::Local_frame frame(site);
     Position_scatter scatter;
@@ -47,7 +47,7 @@ TEST(Position_scatter, is_in_metres_north_east_and_up) {
     EXPECT_NEAR(scatter.offsets()[3].north, -4, 1e-3);
 }
 
-TEST(Position_scatter, goes_across_the_date_line) {
+TEST(Position_scatter, crosses_the_date_line) {
     Position_scatter scatter;
     scatter.add(0, 179.9999 * degree, 0, begin);
     scatter.add(0, -179.9999 * degree, 0, begin);
@@ -64,7 +64,7 @@ TEST(Position_scatter, keeps_a_minute) {
     EXPECT_EQ(scatter.spread().sigma.up, 0);
 }
 
-TEST(Position_scatter, keeps_so_many) {
+TEST(Position_scatter, keeps_a_limited_number) {
     Position_scatter scatter;
     for (std::size_t i = 0; i < 3 * Position_scatter::most; ++i)
         scatter.add(0, 0, static_cast<double>(i), begin);
@@ -72,7 +72,7 @@ TEST(Position_scatter, keeps_so_many) {
     EXPECT_EQ(scatter.offsets().back().up, (Position_scatter::most - 1) / 2.0);
 }
 
-TEST(Position_scatter, leaves_out_what_is_no_place) {
+TEST(Position_scatter, ignores_values_that_are_no_place) {
     Position_scatter scatter;
     const double nan = std::nan("");
     scatter.add(nan, 0, 0, begin);

@@ -10,15 +10,15 @@ const Atime begin = Atime() + 5000;
 
 } // namespace
 
-TEST(Rate_meter, knows_nothing_before_a_whole_second) {
+TEST(Rate_meter, is_empty_before_a_complete_second) {
     Rate_meter meter(begin);
     meter.add(5, begin + 100);
     EXPECT_EQ(meter.per_second(begin + 999), std::nullopt);
-    EXPECT_EQ(meter.per_second(begin + 1999), std::nullopt); // the first second need not have been whole
+    EXPECT_EQ(meter.per_second(begin + 1999), std::nullopt); // the first second may be incomplete
     EXPECT_EQ(meter.per_second(begin + 2000), 0.0);
 }
 
-TEST(Rate_meter, counts_whole_seconds_only) {
+TEST(Rate_meter, counts_complete_seconds_only) {
     Rate_meter meter(begin);
     for (int ms = 0; ms < 2500; ms += 100)
         meter.add(3, begin + ms);

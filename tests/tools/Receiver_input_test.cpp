@@ -23,14 +23,14 @@ namespace {
 using Arrival = Receiver_input::Arrival;
 
 constexpr std::int64_t short_while_ms = 20;
-constexpr std::int64_t long_while_ms = 20000; // a limit that nothing reaches
+constexpr std::int64_t long_time_ms = 20000; // a limit that is never reached
 
 struct Receiver_input_test : testing::Test {
-    Arrival wait(std::int64_t limit_ms = long_while_ms) {
+    Arrival wait(std::int64_t limit_ms = long_time_ms) {
         return input->wait(Atime::now() + limit_ms, wake_up.reading());
     }
 
-    /// Waits until that many bytes are buffered, however they are cut.
+    /// Waits until that many bytes are buffered, in any number of reads.
     void expect_bytes(const std::string& bytes) {
         while (input->bytes_avail() < bytes.size())
             ASSERT_EQ(wait(), Arrival::bytes);
@@ -48,7 +48,7 @@ using Receiver_input_fifo = Receiver_input_test;
 using Receiver_input_terminal = Receiver_input_test;
 using Receiver_input_waiting = Receiver_input_test;
 
-/// Every value that a byte can have.
+/// Every value of a byte.
 std::string all_bytes() {
     std::string bytes(256, '\0');
     std::iota(bytes.begin(), bytes.end(), '\0');
@@ -87,14 +87,14 @@ TEST_F(Receiver_input_standard, stays_open_afterwards) {
     EXPECT_TRUE(is_open(STDIN_FILENO));
 }
 
-TEST_F(Receiver_input_standard, that_is_closed_is_an_end_that_says_why) {
+TEST_F(Receiver_input_standard, that_is_closed_is_an_end_with_a_reason) {
     const Standard_input standard("");
     close(STDIN_FILENO);
     EXPECT_EQ(wait(), Arrival::end);
     EXPECT_EQ(input->error(), EBADF);
 }
 
-TEST_F(Receiver_input_standard, gives_way_to_a_device) {
+TEST_F(Receiver_input_standard, is_replaced_by_a_device) {
     const Standard_input standard("from the standard input");
     ASSERT_TRUE(input->open_device(folder.make_file("file", "from the file")));
     expect_bytes("from the file");
@@ -117,24 +117,24 @@ TEST_F(Receiver_input_file, that_is_empty_ends_at_once) {
     EXPECT_EQ(input->arrived(), 0U);
 }
 
-TEST_F(Receiver_input_file, longer_than_the_ring_comes_in_order_and_loses_nothing) {
+TEST_F(Receiver_input_file, longer_than_the_ring_is_delivered_in_order_and_complete) {
     std::string content;
     for (int i = 0; i < 3000; ++i)
         content += std::to_string(i) + " ";
     ASSERT_TRUE(input->open_device(folder.make_file("file", content)));
-    std::string came;
-    for (unsigned drop = 1; came.size() < content.size(); drop = drop % 997 + 1) {
+    std::string received;
+    for (unsigned drop = 1; received.size() < content.size(); drop = drop % 997 + 1) {
         const Arrival arrival = wait();
-        ASSERT_TRUE(arrival == Arrival::bytes || came.size() + input->bytes_avail() == content.size());
+        ASSERT_TRUE(arrival == Arrival::bytes || received.size() + input->bytes_avail() == content.size());
         const std::string taken = buffered(*input).substr(0, drop);
-        came += taken;
+        received += taken;
         input->drop(static_cast<unsigned>(taken.size()));
     }
-    EXPECT_TRUE(came == content);
+    EXPECT_TRUE(received == content);
     EXPECT_EQ(input->arrived(), content.size());
 }
 
-TEST_F(Receiver_input_file, waits_for_room_in_a_full_ring) {
+TEST_F(Receiver_input_file, waits_for_free_space_in_a_full_ring) {
     const std::string content(Receiver_input::rx_capacity + 1, 'x');
     ASSERT_TRUE(input->open_device(folder.make_file("file", content)));
     expect_bytes(content.substr(1));
@@ -152,13 +152,13 @@ TEST_F(Receiver_input_file, that_is_missing_is_refused_with_one_line) {
     EXPECT_EQ(errors.text(), "Error opening '" + folder.path("missing") + "': No such file or directory\n");
 }
 
-TEST_F(Receiver_input_file, that_is_a_folder_is_an_end_that_says_why) {
+TEST_F(Receiver_input_file, that_is_a_folder_is_an_end_with_a_reason) {
     ASSERT_TRUE(input->open_device(folder.path()));
     EXPECT_EQ(wait(), Arrival::end);
     EXPECT_EQ(input->error(), EISDIR);
 }
 
-TEST_F(Receiver_input_file, is_read_by_waiting_alone) {
+TEST_F(Receiver_input_file, is_read_only_by_waiting) {
     ASSERT_TRUE(input->open_device(folder.make_file("file", "bytes")));
     EXPECT_FALSE(input->bytes_avail(1));
     EXPECT_EQ(input->bytes_avail(), 0U);
@@ -182,7 +182,7 @@ TEST_F(Receiver_input_fifo, opens_before_its_writer_and_waits_for_it) {
     EXPECT_EQ(input->error(), 0);
 }
 
-TEST_F(Receiver_input_fifo, whose_writer_is_gone_is_read_to_the_end) {
+TEST_F(Receiver_input_fifo, whose_writer_has_closed_is_read_to_the_end) {
     const std::string path = folder.make_fifo("fifo");
     ASSERT_TRUE(input->open_device(path));
     const int writer = open_for_writing(path);
@@ -201,7 +201,7 @@ TEST_F(Receiver_input_terminal, passes_every_byte_unchanged) {
     expect_bytes(all_bytes());
 }
 
-TEST_F(Receiver_input_terminal, sends_nothing_back) {
+TEST_F(Receiver_input_terminal, echoes_nothing) {
     const Pty_pair line(Pty_pair::as_it_comes);
     ASSERT_TRUE(input->open_device(line.path()));
     line.send("bytes\n");
@@ -221,7 +221,7 @@ TEST_F(Receiver_input_terminal, keeps_its_speed) {
     EXPECT_EQ(cfgetospeed(&now), speed_t{B4800});
 }
 
-TEST_F(Receiver_input_terminal, gets_its_settings_back) {
+TEST_F(Receiver_input_terminal, gets_its_settings_restored) {
     const Pty_pair line(Pty_pair::as_it_comes);
     const termios before = settings_of(line.slave());
     ASSERT_TRUE(input->open_device(line.path()));
@@ -247,8 +247,8 @@ TEST_F(Receiver_input_terminal, that_is_pulled_is_a_plain_end) {
     EXPECT_EQ(input->error(), 0);
 }
 
-TEST_F(Receiver_input_terminal, never_controls_the_process) {
-    // A process that leads a session gets the next terminal it opens for its own, unless it refuses.
+TEST_F(Receiver_input_terminal, never_becomes_the_controlling_terminal) {
+    // The next terminal that a session leader opens becomes its controlling terminal, unless it opens it with O_NOCTTY.
     const Pty_pair line;
     const pid_t child = fork();
     if (child == 0) {
@@ -273,17 +273,17 @@ TEST_F(Receiver_input_waiting, lasts_until_the_deadline) {
     EXPECT_EQ(input->wait(deadline, wake_up.reading()), Arrival::nothing);
 }
 
-TEST_F(Receiver_input_waiting, past_its_deadline_still_takes_what_is_there) {
+TEST_F(Receiver_input_waiting, past_its_deadline_still_receives_available_bytes) {
     const Standard_input standard("bytes");
     EXPECT_EQ(wait(-1), Arrival::bytes);
 }
 
-TEST_F(Receiver_input_waiting, without_a_deadline_ends_when_bytes_come) {
+TEST_F(Receiver_input_waiting, without_a_deadline_ends_when_bytes_arrive) {
     const Standard_input standard("bytes");
     EXPECT_EQ(input->wait(std::nullopt, wake_up.reading()), Arrival::bytes);
 }
 
-TEST_F(Receiver_input_waiting, ends_at_a_wake_up_whether_bytes_are_there_or_not) {
+TEST_F(Receiver_input_waiting, ends_at_a_wake_up_with_or_without_bytes) {
     Pipe pipe;
     const Standard_input standard(pipe.reading());
     write_all(wake_up.writing(), "!");
@@ -298,8 +298,8 @@ TEST_F(Receiver_input_waiting, needs_no_wake_up_descriptor) {
     EXPECT_EQ(input->wait(std::nullopt, -1), Arrival::bytes);
 }
 
-TEST_F(Receiver_input_waiting, goes_on_when_somebody_else_was_faster) {
-    // Two read the same FIFO: both are told of the bytes, one gets them.
+TEST_F(Receiver_input_waiting, continues_when_another_reader_was_faster) {
+    // Two processes read the same FIFO: both wake up, one reads the bytes.
     const std::string path = folder.make_fifo("fifo");
     ASSERT_TRUE(input->open_device(path));
     const int writer = open_for_writing(path);
@@ -314,7 +314,7 @@ TEST_F(Receiver_input_waiting, goes_on_when_somebody_else_was_faster) {
     close(writer);
 }
 
-TEST_F(Receiver_input_waiting, goes_on_after_a_signal) {
+TEST_F(Receiver_input_waiting, continues_after_a_signal) {
     const Standard_input standard("bytes");
     Replaced_calls calls;
     calls.poll = [](pollfd*, nfds_t) {
@@ -326,7 +326,7 @@ TEST_F(Receiver_input_waiting, goes_on_after_a_signal) {
     EXPECT_EQ(wait(), Arrival::bytes);
 }
 
-TEST_F(Receiver_input_waiting, that_fails_is_an_end_that_says_why) {
+TEST_F(Receiver_input_waiting, that_fails_is_an_end_with_a_reason) {
     const Standard_input standard("bytes");
     Replaced_calls calls;
     calls.poll = [](pollfd*, nfds_t) {

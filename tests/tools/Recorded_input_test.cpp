@@ -16,8 +16,8 @@
 
 namespace {
 
-/// Looks on for a while.
-struct Onlooker : Link_watcher {
+/// A watcher that runs for a limited time.
+struct Timed_watcher : Link_watcher {
     void see_arrival(std::uint64_t) override {}
     void see_packet(int, unsigned char*, unsigned) override {}
     void see_sentence(std::string_view) override {}
@@ -38,7 +38,7 @@ struct Onlooker : Link_watcher {
 
 } // namespace
 
-TEST(Recorded_input, signal_after_the_end_of_the_input_switches_the_record_once_and_keeps_nobody_busy) {
+TEST(Recorded_input, signal_after_the_end_of_the_input_switches_the_record_once_without_busy_waiting) {
     const Temporary_folder folder;
     const Standard_input standard("");
     Traffic_recorder::Options log;
@@ -49,7 +49,7 @@ TEST(Recorded_input, signal_after_the_end_of_the_input_switches_the_record_once_
     Recorded_input input(std::make_unique<Receiver_input>(), recorder, interrupt);
     Text_file output;
     Monitor monitor({}, input, interrupt, output.get());
-    Onlooker onlooker;
+    Timed_watcher onlooker;
     monitor.set_watcher(&onlooker);
     EXPECT_EQ(monitor.run(), Monitor::End::input);
     EXPECT_TRUE(recorder.is_on());

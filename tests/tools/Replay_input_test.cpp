@@ -33,17 +33,17 @@ struct Replay_input_test : testing::Test {
         input.emplace(speed);
         ASSERT_TRUE(input->open(folder.make_file("record", record)));
     }
-    /// One look at what is there, taken out.
-    Arrival look(std::string& bytes) {
+    /// Waits once, without a delay, and consumes what was delivered.
+    Arrival wait_once(std::string& bytes) {
         const Arrival arrival = input->wait(Atime::now(), wake_up.reading());
         bytes += buffered(*input);
         input->drop_all();
         return arrival;
     }
-    /// Everything that comes without waiting.
-    std::string taken() {
+    /// Consumes everything that is delivered without a delay.
+    std::string delivered() {
         std::string bytes;
-        while (look(bytes) == Arrival::bytes) {
+        while (wait_once(bytes) == Arrival::bytes) {
         }
         return bytes;
     }
@@ -56,19 +56,19 @@ struct Replay_input_test : testing::Test {
 
 } // namespace
 
-TEST_F(Replay_input_test, record_comes_byte_for_byte_and_ends) {
+TEST_F(Replay_input_test, delivers_the_record_byte_for_byte_and_ends) {
     simulator::Simulated_receiver::Options options;
     options.noise = options.corrupt = 0.2;
-    const std::string record = Heard_receiver(options).next_bytes(1000);
+    const std::string record = Received_epochs(options).next_bytes(1000);
     replay(record, 0);
-    EXPECT_TRUE(taken() == record);
+    EXPECT_TRUE(delivered() == record);
     std::string rest;
-    EXPECT_EQ(look(rest), Arrival::end);
+    EXPECT_EQ(wait_once(rest), Arrival::end);
     EXPECT_EQ(input->arrived(), record.size());
     EXPECT_EQ(input->error(), 0);
 }
 
-TEST_F(Replay_input_test, random_records_come_byte_for_byte_at_any_speed) {
+TEST_F(Replay_input_test, delivers_random_records_byte_for_byte_at_any_speed) {
     Random random;
     for (int round = 0; round < 200; ++round) {
         std::string record;
@@ -77,64 +77,64 @@ TEST_F(Replay_input_test, random_records_come_byte_for_byte_at_any_speed) {
         if (random.one_in(10))
             record += std::string(70000, '~') + time_frame(1);
         replay(record, random.one_in(2) ? 0 : 1000);
-        std::string heard;
-        while (look(heard) != Arrival::end)
+        std::string received;
+        while (wait_once(received) != Arrival::end)
             clock.advance(1000);
-        ASSERT_TRUE(heard == record) << round;
+        ASSERT_TRUE(received == record) << round;
     }
 }
 
-TEST_F(Replay_input_test, nothing_is_an_end) {
+TEST_F(Replay_input_test, empty_file_is_an_end) {
     replay("", 1);
     std::string bytes;
-    EXPECT_EQ(look(bytes), Arrival::end);
+    EXPECT_EQ(wait_once(bytes), Arrival::end);
 }
 
-TEST_F(Replay_input_test, epochs_come_at_their_pace) {
+TEST_F(Replay_input_test, delivers_epochs_at_their_pace) {
     const std::string first = "rest of an epoch\n" + time_frame(1000) + "one\n";
     const std::string second = time_frame(1100, "\r\n") + "two\n";
     const std::string third = time_frame(1200) + "three";
     replay(first + second + third, 2);
-    EXPECT_EQ(taken(), first);
+    EXPECT_EQ(delivered(), first);
     clock.advance(49);
-    EXPECT_EQ(taken(), "");
+    EXPECT_EQ(delivered(), "");
     clock.advance(1);
-    EXPECT_EQ(taken(), second);
+    EXPECT_EQ(delivered(), second);
     clock.advance(49);
     std::string bytes;
-    EXPECT_EQ(look(bytes), Arrival::nothing);
+    EXPECT_EQ(wait_once(bytes), Arrival::nothing);
     clock.advance(1);
-    EXPECT_EQ(taken(), third);
-    EXPECT_EQ(look(bytes), Arrival::end);
+    EXPECT_EQ(delivered(), third);
+    EXPECT_EQ(wait_once(bytes), Arrival::end);
 }
 
-TEST_F(Replay_input_test, what_only_looks_like_a_time_is_not_waited_for) {
+TEST_F(Replay_input_test, bytes_that_resemble_a_time_message_cause_no_wait) {
     std::string wrong_checksum = time_frame(5000);
     wrong_checksum[9] = static_cast<char>(wrong_checksum[9] ^ 1);
-    const std::string record = time_frame(1000) + wrong_checksum + time_frame(86400000) + // no time of any day
+    const std::string record = time_frame(1000) + wrong_checksum + time_frame(86400000) + // no time of a day
                                time_frame(5000, "x") + build_frame("~~", "12345") + "~~005" + "~~";
     replay(record, 1);
-    EXPECT_EQ(taken(), record);
+    EXPECT_EQ(delivered(), record);
 }
 
-TEST_F(Replay_input_test, epochs_behind_a_midnight_and_a_gap_come_too) {
+TEST_F(Replay_input_test, delivers_epochs_after_midnight_and_after_a_gap) {
     const std::string before = time_frame(86399000);
     const std::string midnight = time_frame(0);
     const std::string next_day = time_frame(40000000);
     replay(before + midnight + next_day, 1);
-    EXPECT_EQ(taken(), before);
+    EXPECT_EQ(delivered(), before);
     clock.advance(1000);
-    EXPECT_EQ(taken(), midnight + next_day);
+    EXPECT_EQ(delivered(), midnight + next_day);
 }
 
 TEST_F(Replay_input_test, waits_no_longer_than_the_deadline) {
     const std::string second = time_frame(3600000);
     replay(time_frame(0) + second, 1);
-    taken();
+    delivered();
     EXPECT_EQ(input->wait(Atime::now() + 0, wake_up.reading()), Arrival::nothing);
 }
 
-TEST_F(Replay_input_test, wake_up_comes_before_everything_else) {
+TEST_F(Replay_input_test, wake_up_is_reported_first) {
     replay(time_frame(0), 0);
     write_all(wake_up.writing(), "!");
     EXPECT_EQ(input->wait(std::nullopt, wake_up.reading()), Arrival::wake_up);
@@ -148,10 +148,10 @@ TEST_F(Replay_input_test, full_ring_loses_nothing) {
         EXPECT_EQ(input->wait(Atime::now(), wake_up.reading()), Arrival::bytes);
     EXPECT_EQ(buffered(*input), record.substr(0, Data_stream::rx_capacity));
     input->drop_all();
-    EXPECT_EQ(taken(), record.substr(Data_stream::rx_capacity));
+    EXPECT_EQ(delivered(), record.substr(Data_stream::rx_capacity));
 }
 
-TEST_F(Replay_input_test, missing_file_is_told_of) {
+TEST_F(Replay_input_test, missing_file_is_reported) {
     const Captured_descriptor errors(2);
     Replay_input missing(0);
     EXPECT_FALSE(missing.open("/does/not/exist"));
@@ -173,31 +173,31 @@ TEST_F(Replay_input_test, cannot_be_written_to) {
 
 TEST_F(Replay_input_test, pipe_is_waited_for_and_ends_with_its_writer) {
     input.emplace(0);
-    ASSERT_TRUE(input->open(folder.make_fifo("pipe"))) << "nobody writes yet";
-    std::string heard;
-    EXPECT_EQ(look(heard), Arrival::nothing);
+    ASSERT_TRUE(input->open(folder.make_fifo("pipe"))) << "without a writer";
+    std::string received;
+    EXPECT_EQ(wait_once(received), Arrival::nothing);
     {
         const int writer = open(folder.path("pipe").c_str(), O_WRONLY | O_CLOEXEC);
-        EXPECT_EQ(look(heard), Arrival::nothing) << "it has begun, not ended";
+        EXPECT_EQ(wait_once(received), Arrival::nothing) << "the writer has connected, not closed";
         write_all(writer, time_frame(0) + "half");
-        while (look(heard) == Arrival::bytes) {
+        while (wait_once(received) == Arrival::bytes) {
         }
-        EXPECT_EQ(heard, (time_frame(0) + "half").substr(0, 5)) << "the rest may begin an epoch";
+        EXPECT_EQ(received, (time_frame(0) + "half").substr(0, 5)) << "the rest may begin an epoch";
         write_all(wake_up.writing(), "!");
-        EXPECT_EQ(look(heard), Arrival::wake_up);
+        EXPECT_EQ(wait_once(received), Arrival::wake_up);
         char byte = 0;
         EXPECT_EQ(read(wake_up.reading(), &byte, 1), 1);
         write_all(writer, " a line");
         close(writer);
     }
-    while (look(heard) == Arrival::bytes) {
+    while (wait_once(received) == Arrival::bytes) {
     }
-    EXPECT_EQ(heard, time_frame(0) + "half a line");
-    EXPECT_EQ(look(heard), Arrival::end);
+    EXPECT_EQ(received, time_frame(0) + "half a line");
+    EXPECT_EQ(wait_once(received), Arrival::end);
     EXPECT_EQ(input->error(), 0);
 }
 
-TEST_F(Replay_input_test, pipe_that_brings_something_ends_the_wait) {
+TEST_F(Replay_input_test, readable_pipe_ends_the_wait) {
     input.emplace(0);
     ASSERT_TRUE(input->open(folder.make_fifo("pipe")));
     const int writer = open(folder.path("pipe").c_str(), O_WRONLY | O_CLOEXEC);
@@ -212,23 +212,23 @@ TEST_F(Replay_input_test, pipe_that_brings_something_ends_the_wait) {
     close(writer);
 }
 
-TEST_F(Replay_input_test, pipe_that_comes_in_single_bytes_is_byte_for_byte_what_came) {
+TEST_F(Replay_input_test, pipe_in_single_bytes_is_delivered_byte_for_byte) {
     simulator::Simulated_receiver::Options options;
     options.noise = 0.2;
-    const std::string record = Heard_receiver(options).next_bytes(3);
+    const std::string record = Received_epochs(options).next_bytes(3);
     input.emplace(1000);
     ASSERT_TRUE(input->open(folder.make_fifo("pipe")));
-    std::string heard;
+    std::string received;
     {
         const int writer = open(folder.path("pipe").c_str(), O_WRONLY | O_CLOEXEC);
         for (const char byte : record) {
             write_all(writer, std::string(1, byte));
             clock.advance(1000);
-            look(heard);
+            wait_once(received);
         }
         close(writer);
     }
-    while (look(heard) != Arrival::end)
+    while (wait_once(received) != Arrival::end)
         clock.advance(1000);
-    EXPECT_TRUE(heard == record);
+    EXPECT_TRUE(received == record);
 }

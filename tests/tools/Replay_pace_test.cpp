@@ -22,13 +22,13 @@ TEST(Replay_pace, first_epoch_is_due_at_once) {
     }
 }
 
-TEST(Replay_pace, epochs_are_due_as_far_apart_as_they_were) {
+TEST(Replay_pace, epochs_are_due_at_their_recorded_distances) {
     const Stopped_clock clock;
     Replay_pace pace(1);
     pace.due(5000);
     EXPECT_EQ(wait_for(pace, 5100), 100);
     EXPECT_EQ(wait_for(pace, 5250), 250);
-    EXPECT_EQ(wait_for(pace, 5250), 250) << "the same epoch again";
+    EXPECT_EQ(wait_for(pace, 5250), 250) << "for the same epoch again";
 }
 
 TEST(Replay_pace, speed_divides_the_waits) {
@@ -50,7 +50,7 @@ TEST(Replay_pace, rounding_does_not_add_up) {
     EXPECT_EQ(last, 33333);
 }
 
-TEST(Replay_pace, who_is_late_catches_up) {
+TEST(Replay_pace, late_replay_catches_up) {
     Stopped_clock clock;
     Replay_pace pace(1);
     pace.due(0);
@@ -59,7 +59,7 @@ TEST(Replay_pace, who_is_late_catches_up) {
     EXPECT_EQ(wait_for(pace, 300), 50);
 }
 
-TEST(Replay_pace, day_goes_round_at_midnight) {
+TEST(Replay_pace, day_begins_again_at_midnight) {
     const Stopped_clock clock;
     Replay_pace pace(1);
     pace.due(86399900);
@@ -67,16 +67,16 @@ TEST(Replay_pace, day_goes_round_at_midnight) {
     EXPECT_EQ(wait_for(pace, 100), 200);
 }
 
-TEST(Replay_pace, gap_of_an_hour_is_waited_for_and_a_longer_one_is_not) {
+TEST(Replay_pace, waits_for_a_gap_of_an_hour_but_not_for_a_longer_one) {
     const Stopped_clock clock;
     Replay_pace pace(1);
     pace.due(0);
     EXPECT_EQ(wait_for(pace, 3600000), 3600000);
     EXPECT_EQ(wait_for(pace, 3600000 + 3600001), 0);
-    EXPECT_EQ(wait_for(pace, 3600000 + 3600101), 100) << "counted from there on";
+    EXPECT_EQ(wait_for(pace, 3600000 + 3600101), 100) << "counted from that epoch";
 }
 
-TEST(Replay_pace, step_back_is_another_beginning) {
+TEST(Replay_pace, step_back_starts_the_count_again) {
     const Stopped_clock clock;
     Replay_pace pace(1);
     pace.due(50000);
@@ -84,7 +84,7 @@ TEST(Replay_pace, step_back_is_another_beginning) {
     EXPECT_EQ(wait_for(pace, 50099), 100);
 }
 
-TEST(Replay_pace, without_a_speed_nothing_is_waited_for) {
+TEST(Replay_pace, without_a_speed_there_is_no_wait) {
     const Stopped_clock clock;
     Replay_pace pace(0);
     for (const std::int64_t ms : {0, 1000, 50000, 100})

@@ -38,7 +38,7 @@ TEST_F(Sentence_finder_test, waits_for_the_end_of_the_line) {
     EXPECT_EQ(found.size(), 1U);
 }
 
-TEST_F(Sentence_finder_test, puts_together_what_comes_in_pieces_of_any_size) {
+TEST_F(Sentence_finder_test, finds_sentences_in_pieces_of_any_size) {
     const std::string line = position + "\r\n";
     for (std::size_t cut = 1; cut < line.size(); ++cut) {
         found.clear();
@@ -52,7 +52,7 @@ TEST_F(Sentence_finder_test, puts_together_what_comes_in_pieces_of_any_size) {
     EXPECT_THAT(found, ElementsAre(position));
 }
 
-TEST_F(Sentence_finder_test, takes_what_follows_the_last_dollar_of_a_line) {
+TEST_F(Sentence_finder_test, sentence_begins_at_the_last_dollar_of_a_line) {
     take("\x93rubbish" + position + "\r\n$GPGG" + position + "\r\n");
     EXPECT_THAT(found, ElementsAre(position, position));
 }
@@ -66,7 +66,7 @@ TEST_F(Sentence_finder_test, other_lines_are_none) {
     EXPECT_THAT(found, ElementsAre("$ABC,", "$PQRS8901,"));
 }
 
-TEST_F(Sentence_finder_test, what_something_else_interrupts_is_none) {
+TEST_F(Sentence_finder_test, interrupted_line_is_none) {
     take(position.substr(0, 30));
     finder.interrupt();
     take(position.substr(30) + "\r\n");
@@ -75,14 +75,24 @@ TEST_F(Sentence_finder_test, what_something_else_interrupts_is_none) {
     EXPECT_THAT(found, ElementsAre(position));
 }
 
-TEST_F(Sentence_finder_test, line_that_is_too_long_is_none_and_costs_no_other) {
+TEST_F(Sentence_finder_test, line_that_is_too_long_is_none_and_affects_no_other) {
     const std::string head = "$GPGGA,";
     const std::string longest = head + std::string(Sentence_finder::longest_sentence - head.size(), '1');
     take(longest + "\n" + longest + "1\n" + head + std::string(100000, '1') + "\n" + position + "\n");
     EXPECT_THAT(found, ElementsAre(longest, position));
 }
 
-TEST_F(Sentence_finder_test, random_noise_is_survived) {
+TEST_F(Sentence_finder_test, end_of_input_ends_the_last_sentence) {
+    take(position + "\r\n" + position);
+    finder.finish();
+    EXPECT_THAT(found, ElementsAre(position, position));
+    finder.finish();
+    take("$GPG");
+    finder.finish();
+    EXPECT_EQ(found.size(), 2U) << "nothing is found twice, and half a name is no sentence";
+}
+
+TEST_F(Sentence_finder_test, survives_random_noise) {
     Random random;
     for (int i = 0; i < 2000; ++i)
         take(random.bytes(random.between(0, 100)));
@@ -92,7 +102,7 @@ TEST_F(Sentence_finder_test, random_noise_is_survived) {
     EXPECT_THAT(found, ElementsAre(position));
 }
 
-TEST(Sentences, tell_their_kind) {
+TEST(Sentences, have_a_kind) {
     EXPECT_EQ(kind_of_sentence(position), "GPGGA");
     EXPECT_EQ(kind_of_sentence("$GPGGA"), "");
     EXPECT_EQ(kind_of_sentence(""), "");
@@ -104,7 +114,7 @@ TEST(Sentences, checksum_is_good_bad_or_missing) {
     EXPECT_TRUE(has_good_checksum("$GPAAA,JKLMNO*7B"));
     EXPECT_FALSE(has_good_checksum("$GPAAA,JKLMNO*7c"));
     EXPECT_TRUE(has_good_checksum("$GPAAA,JKLMNOr*09"));
-    EXPECT_FALSE(has_good_checksum("$GPAAA,JKLMNOr*9 ")) << "one digit is none";
+    EXPECT_FALSE(has_good_checksum("$GPAAA,JKLMNOr*9 ")) << "one digit is no checksum";
     EXPECT_FALSE(has_good_checksum("$GPAAA,JKLMNOr*9"));
     for (const char* sentence :
          {"$GPAAA,JKLMNO", "$GPAAA,JKLMNO*", "$GPAAA,JKLMNO*7", "$GPAAA,JKLMNO*7x", "$GPAAA,JKLMNO* b"})

@@ -41,7 +41,7 @@ Automation_state state_after(const Command& command) {
     return automation.state();
 }
 
-/// What comes behind the "||" of an epoch.
+/// The bytes after the "||" of an epoch.
 std::string sentence_of(std::string& bytes) {
     const std::size_t dollar = bytes.find("\n$") + 1;
     const std::string sentence = bytes.substr(dollar);
@@ -62,7 +62,7 @@ TEST(Simulator_automation, state_follows_the_last_command) {
     EXPECT_EQ(state_after(Command(true)), automation_ready_to_enabled);
     EXPECT_EQ(state_after(Command(true, {0})), automation_enabled);
     EXPECT_EQ(state_after(Command(true, {0, 1})), automation_active);
-    EXPECT_EQ(state_after(Command(true, {1})), automation_ready_to_enabled) << "steering is for who is enabled";
+    EXPECT_EQ(state_after(Command(true, {1})), automation_ready_to_enabled) << "steering needs the enable request";
     EXPECT_EQ(state_after(Command(false, {0, 1})), automation_not_ready);
     EXPECT_EQ(state_after(Command(true, {2, 3, 4, 5})), automation_ready_to_enabled);
     Automation automation;
@@ -71,7 +71,7 @@ TEST(Simulator_automation, state_follows_the_last_command) {
     EXPECT_EQ(automation.state(), automation_enabled);
 }
 
-TEST(Simulator_automation, status_tells_state_product_flag_and_whose_curvature) {
+TEST(Simulator_automation, status_has_state_product_flag_and_the_right_curvature) {
     unsigned char buffer[Msg_GS::frame_size];
     Msg_GS status(buffer, sizeof buffer);
     status.init();
@@ -79,15 +79,15 @@ TEST(Simulator_automation, status_tells_state_product_flag_and_whose_curvature) 
     automation.report(status, 0.125);
     EXPECT_EQ(status.get_state(), automation_not_ready);
     EXPECT_FALSE(status.get_prod());
-    EXPECT_EQ(status.get_curv(), 0.125F) << "of the path";
+    EXPECT_EQ(status.get_curv(), 0.125F) << "the path's";
     automation.obey(Command(true, {0, 1}, true).message);
     automation.report(status, 0.125);
     EXPECT_EQ(status.get_state(), automation_active);
     EXPECT_TRUE(status.get_prod());
-    EXPECT_EQ(status.get_curv(), 0.25F) << "of the command";
+    EXPECT_EQ(status.get_curv(), 0.25F) << "the command's";
 }
 
-TEST(Simulator_automation, heartbeat_counts_up_and_round) {
+TEST(Simulator_automation, heartbeat_counts_up_and_wraps) {
     unsigned char buffer[Msg_GS::frame_size];
     Msg_GS status(buffer, sizeof buffer);
     status.init();
@@ -100,7 +100,7 @@ TEST(Simulator_automation, heartbeat_counts_up_and_round) {
 
 // ---- In the epochs ----
 
-TEST(Simulator_automation, status_comes_with_every_epoch_when_wanted) {
+TEST(Simulator_automation, every_epoch_has_a_status_if_enabled) {
     Options options;
     options.automation = true;
     Simulated_receiver receiver(options);
@@ -116,10 +116,10 @@ TEST(Simulator_automation, status_comes_with_every_epoch_when_wanted) {
     }
 }
 
-TEST(Simulator_automation, curvature_is_that_of_the_path) {
+TEST(Simulator_automation, curvature_is_the_paths) {
     Options options = epochs_every(1000);
     options.automation = true;
-    Heard_receiver receiver(options);
+    Received_epochs receiver(options);
     std::set<float> curvatures;
     for (int i = 0; i < 1000; ++i)
         curvatures.insert(receiver.next().get<Msg_GS>().get_curv());
@@ -127,7 +127,7 @@ TEST(Simulator_automation, curvature_is_that_of_the_path) {
     EXPECT_THAT(curvatures, testing::ElementsAre(-turn, 0.0F, turn));
 }
 
-TEST(Simulator_automation, numbers_for_the_display_come_with_every_epoch_when_wanted) {
+TEST(Simulator_automation, every_epoch_has_numbers_for_the_display_if_enabled) {
     Options options;
     options.automation = options.display = true;
     Simulated_receiver receiver(options);
@@ -141,14 +141,14 @@ TEST(Simulator_automation, numbers_for_the_display_come_with_every_epoch_when_wa
         EXPECT_EQ(items.get_int_item(0), active ? MC_UI_messages::control_closed_loop : MC_UI_messages::control_none);
         EXPECT_EQ(items.get_int_item(1), MC_UI_messages::implement_rear);
         EXPECT_EQ(items.get_item(2), epoch.get<Msg_GS>().get_curv() * (active ? 0.0F : 1.0F));
-        EXPECT_NEAR(items.get_item(3), 3, 0.2) << "the machine's speed, and a bit for hills";
+        EXPECT_NEAR(items.get_item(3), 3, 0.2) << "the machine's speed, a little changed by hills";
     }
 }
 
-TEST(Simulator_automation, position_comes_as_a_sentence_too_when_wanted) {
+TEST(Simulator_automation, every_epoch_has_its_position_as_a_sentence_if_enabled) {
     Options options;
     options.nmea = true;
-    Heard_receiver receiver(options);
+    Received_epochs receiver(options);
     for (int i = 0; i < 100; ++i) {
         std::string bytes = receiver.next_bytes();
         std::string sentence = sentence_of(bytes);
@@ -164,7 +164,7 @@ TEST(Simulator_automation, position_comes_as_a_sentence_too_when_wanted) {
         const auto solution = epoch.get<GNSS_messages::Msg_PS>();
         EXPECT_EQ(gga.get_satellites(), solution.get_used(0) + solution.get_used(1));
         EXPECT_NEAR(gga.get_hdop(), epoch.get<GNSS_messages::Msg_DP>().get_hdop(), 0.051);
-        // UTC is 18 seconds behind the receiver's time, which begins at six o'clock.
+        // UTC is 18 seconds less than the receiver's time, which begins at six o'clock.
         const unsigned utc_ms = epoch.get<GNSS_messages::Msg_RT>().get_ms() - 18000;
         char time[16];
         std::snprintf(time, sizeof time, "%02u%02u%02u.%02u", utc_ms / 3600000, utc_ms / 60000 % 60, utc_ms / 1000 % 60,
@@ -173,11 +173,11 @@ TEST(Simulator_automation, position_comes_as_a_sentence_too_when_wanted) {
     }
 }
 
-TEST(Simulator_automation, what_is_wanted_besides_changes_no_other_byte) {
+TEST(Simulator_automation, optional_messages_change_no_other_byte) {
     Options all;
     all.automation = all.display = all.nmea = true;
-    Heard_receiver with(all);
-    Heard_receiver without;
+    Received_epochs with(all);
+    Received_epochs without;
     for (int i = 0; i < 300; ++i) {
         std::string bytes = with.next_bytes();
         sentence_of(bytes);
@@ -193,7 +193,7 @@ TEST(Simulator_automation, disturbed_sentences_are_cut_at_the_right_place) {
     Options options;
     options.nmea = true;
     options.corrupt = 1;
-    Heard_receiver receiver(options);
+    Received_epochs receiver(options);
     int bad = 0;
     for (int i = 0; i < 100; ++i) {
         const std::string bytes = receiver.next_bytes();
@@ -207,11 +207,11 @@ TEST(Simulator_automation, disturbed_sentences_are_cut_at_the_right_place) {
     EXPECT_EQ(bad, 100);
 }
 
-TEST(Simulator_automation, bytes_of_an_epoch_never_outgrow_their_room) {
+TEST(Simulator_automation, bytes_of_an_epoch_never_exceed_the_reserved_capacity) {
     Options options = epochs_every(60000);
     options.automation = options.display = options.nmea = options.crlf = true;
     options.noise = 1;
     Simulated_receiver receiver(options);
     for (int i = 0; i < 1440; ++i)
-        ASSERT_EQ(receiver.next_epoch().capacity(), simulator::Frame_line::room);
+        ASSERT_EQ(receiver.next_epoch().capacity(), simulator::Frame_line::capacity);
 }

@@ -15,11 +15,11 @@ struct Simulator_commands : testing::Test {
 
 } // namespace
 
-TEST_F(Simulator_commands, version_is_told) {
+TEST_F(Simulator_commands, version_is_answered) {
     EXPECT_EQ(reply_to("version"), "RE015{receiver_simulator}\r\n");
 }
 
-TEST_F(Simulator_commands, request_identifier_comes_back) {
+TEST_F(Simulator_commands, request_identifier_is_returned) {
     EXPECT_EQ(reply_to("%7%version"), "RE018%7%{receiver_simulator}\r\n");
     EXPECT_EQ(reply_to("%%rate"), "RE007%%{10}\r\n");
     EXPECT_EQ(reply_to("%a b% nonsense"), "ER017%a b%{1,wrong command}\r\n");
@@ -35,7 +35,7 @@ TEST_F(Simulator_commands, unknown_command_is_refused) {
     EXPECT_EQ(reply_to("%1%"), "ER015%1%{1,wrong command}\r\n");
 }
 
-TEST_F(Simulator_commands, rate_is_told_and_changed) {
+TEST_F(Simulator_commands, rate_is_answered_and_changed) {
     EXPECT_EQ(reply_to("rate"), "RE005{10}\r\n");
     EXPECT_EQ(reply_to("rate,2.5"), "RE001\r\n");
     EXPECT_EQ(commands.settings().rate, 2.5);
@@ -44,7 +44,7 @@ TEST_F(Simulator_commands, rate_is_told_and_changed) {
     EXPECT_EQ(commands.settings().rate, 0);
 }
 
-TEST_F(Simulator_commands, rate_that_is_none_changes_nothing) {
+TEST_F(Simulator_commands, invalid_rate_changes_nothing) {
     EXPECT_EQ(reply_to("rate,"), "ER011{4,value missed}\r\n");
     for (const char* line : {"rate,-1", "rate,fast", "rate,5x", "rate,inf", "rate,nan"})
         EXPECT_EQ(reply_to(line), "ER017{5,value out of range}\r\n") << line;
@@ -61,13 +61,13 @@ TEST_F(Simulator_commands, messages_are_switched) {
     EXPECT_TRUE(commands.settings().messages);
 }
 
-TEST_F(Simulator_commands, blanks_around_do_not_matter_and_alone_ask_for_nothing) {
+TEST_F(Simulator_commands, surrounding_blanks_do_not_matter_and_blank_lines_have_no_reply) {
     EXPECT_EQ(reply_to(" \t%7% rate \t"), "RE008%7%{10}\r\n");
     EXPECT_EQ(reply_to(""), "");
     EXPECT_EQ(reply_to("  \t"), "");
 }
 
-TEST_F(Simulator_commands, longest_line_is_one_and_a_longer_one_is_none) {
+TEST_F(Simulator_commands, longest_line_is_a_command_and_a_longer_one_is_none) {
     const std::string identifier = "%" + std::string(Command_interpreter::longest_line - 6, 'x') + "%";
     EXPECT_EQ(reply_to(identifier + "rate"), "RE100" + identifier + "{10}\r\n");
     EXPECT_EQ(reply_to(identifier + "rates"), "ER012{1,wrong command}\r\n");

@@ -19,7 +19,7 @@ Options disturbed(double noise, double corrupt, bool crlf = false) {
     return options;
 }
 
-/// Where two texts of the same length differ.
+/// The indices at which two texts of the same length differ.
 std::vector<std::size_t> differences(std::string_view a, std::string_view b) {
     std::vector<std::size_t> places;
     for (std::size_t i = 0; i < a.size(); ++i)
@@ -28,13 +28,13 @@ std::vector<std::size_t> differences(std::string_view a, std::string_view b) {
     return places;
 }
 
-/// What lies behind each frame, line ends apart, when the frames themselves are undisturbed.
+/// The noise after each frame, without line ends; the frames themselves are undisturbed.
 std::vector<std::string> noises(const Options& options) {
     const std::string line_end = options.crlf ? "\r\n" : "\n";
-    const std::string bytes = Heard_receiver(options).next_bytes(epochs);
+    const std::string bytes = Received_epochs(options).next_bytes(epochs);
     std::vector<std::string> found;
     std::size_t position = 0;
-    for (const Simulated_frame& frame : frames_of(Heard_receiver().next_bytes(epochs))) {
+    for (const Simulated_frame& frame : frames_of(Received_epochs().next_bytes(epochs))) {
         const std::size_t next = bytes.find(frame.bytes + line_end, position);
         if (next == std::string::npos) {
             ADD_FAILURE() << "frame " << found.size() << " is missing";
@@ -43,12 +43,12 @@ std::vector<std::string> noises(const Options& options) {
         found.push_back(bytes.substr(position, next - position));
         position = next + frame.bytes.size() + line_end.size();
     }
-    EXPECT_TRUE(found.front().empty()) << "noise in front of the first frame";
-    found.front() = bytes.substr(position); // that of the last frame takes its place
+    EXPECT_TRUE(found.front().empty()) << "noise before the first frame";
+    found.front() = bytes.substr(position); // replaced by the noise after the last frame
     return found;
 }
 
-/// How often something of this probability happens, give or take four standard deviations.
+/// The expected count for a probability, plus or minus four standard deviations.
 void expect_about(std::size_t count, std::size_t of, double probability) {
     const double expected = probability * static_cast<double>(of);
     EXPECT_NEAR(static_cast<double>(count), expected, 4 * std::sqrt(expected * (1 - probability)));
@@ -81,8 +81,8 @@ TEST(Simulator_disturbance, noise_of_1_follows_every_frame) {
 }
 
 TEST(Simulator_disturbance, corrupt_changes_one_byte_in_the_wanted_fraction_of_frames) {
-    const std::string bytes = Heard_receiver(disturbed(0, 0.1)).next_bytes(epochs);
-    const std::vector<Simulated_frame> frames = frames_of(Heard_receiver().next_bytes(epochs));
+    const std::string bytes = Received_epochs(disturbed(0, 0.1)).next_bytes(epochs);
+    const std::vector<Simulated_frame> frames = frames_of(Received_epochs().next_bytes(epochs));
     std::size_t corrupted = 0;
     std::set<std::size_t> from_front;
     std::set<std::size_t> from_back;
@@ -108,9 +108,9 @@ TEST(Simulator_disturbance, corrupt_changes_one_byte_in_the_wanted_fraction_of_f
 }
 
 TEST(Simulator_disturbance, corrupt_of_1_changes_every_frame) {
-    const std::string bytes = Heard_receiver(disturbed(0, 1, true)).next_bytes(epochs);
+    const std::string bytes = Received_epochs(disturbed(0, 1, true)).next_bytes(epochs);
     std::size_t position = 0;
-    for (const Simulated_frame& frame : frames_of(Heard_receiver().next_bytes(epochs))) {
+    for (const Simulated_frame& frame : frames_of(Received_epochs().next_bytes(epochs))) {
         const std::size_t size = frame.bytes.size();
         ASSERT_EQ(differences(frame.bytes, std::string_view(bytes).substr(position, size)).size(), 1U);
         ASSERT_EQ(bytes.substr(position + size, 2), "\r\n");

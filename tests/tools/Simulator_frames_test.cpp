@@ -1,4 +1,4 @@
-// What comes out of the simulated receiver as bytes: which frames, in which order, whole, repeatable.
+// The simulated receiver's bytes: which frames, in which order, complete, repeatable.
 
 #include "simulated_epochs.h"
 
@@ -32,17 +32,17 @@ TEST(Simulator_frames, same_seed_gives_same_bytes) {
     Options options = with_seed(7);
     options.noise = 0.3;
     options.corrupt = 0.3;
-    Heard_receiver one(options);
-    Heard_receiver another(options);
+    Received_epochs one(options);
+    Received_epochs another(options);
     EXPECT_TRUE(one.next_bytes(200) == another.next_bytes(200));
 }
 
 TEST(Simulator_frames, other_seed_gives_other_bytes) {
-    EXPECT_FALSE(Heard_receiver(with_seed(1)).next_bytes() == Heard_receiver(with_seed(2)).next_bytes());
+    EXPECT_FALSE(Received_epochs(with_seed(1)).next_bytes() == Received_epochs(with_seed(2)).next_bytes());
 }
 
 TEST(Simulator_frames, every_epoch_holds_every_message_once_in_order) {
-    Heard_receiver receiver;
+    Received_epochs receiver;
     for (int i = 0; i < 300; ++i) {
         std::vector<std::string> ids;
         Simulated_epoch epoch = receiver.next();
@@ -54,7 +54,7 @@ TEST(Simulator_frames, every_epoch_holds_every_message_once_in_order) {
 }
 
 TEST(Simulator_frames, every_frame_has_its_checksum) {
-    Heard_receiver receiver;
+    Received_epochs receiver;
     for (const Simulated_frame& frame : frames_of(receiver.next_bytes(300))) {
         const std::string_view bytes = frame.bytes;
         ASSERT_EQ(static_cast<unsigned char>(bytes.back()), frame_checksum(bytes.substr(0, bytes.size() - 1)))
@@ -63,7 +63,7 @@ TEST(Simulator_frames, every_frame_has_its_checksum) {
 }
 
 TEST(Simulator_frames, bodies_have_the_lengths_of_their_messages) {
-    Simulated_epoch epoch = Heard_receiver().next();
+    Simulated_epoch epoch = Received_epochs().next();
     const std::size_t n = epoch.satellites();
     const std::map<std::string, std::size_t> lengths = {
         {"~~", 5},         {"GT", 7},     {"NT", 7},     {"RD", 6},     {"PG", 30},    {"SG", 18},
@@ -74,9 +74,9 @@ TEST(Simulator_frames, bodies_have_the_lengths_of_their_messages) {
         EXPECT_EQ(frame.bytes.size() - 5, lengths.at(frame.id())) << frame.id();
 }
 
-TEST(Simulator_frames, almanacs_of_all_satellites_come_within_108_epochs) {
+TEST(Simulator_frames, almanacs_of_all_satellites_are_sent_within_108_epochs) {
     static_assert(Simulated_receiver::epochs_per_almanac * Sky::satellites == 108);
-    Heard_receiver receiver;
+    Received_epochs receiver;
     for (int round = 0; round < 3; ++round) {
         std::multiset<int> first;
         std::multiset<int> second;
@@ -98,8 +98,8 @@ TEST(Simulator_frames, almanacs_of_all_satellites_come_within_108_epochs) {
     }
 }
 
-TEST(Simulator_frames, almanacs_come_one_at_a_time_before_the_end_of_the_epoch) {
-    Heard_receiver receiver;
+TEST(Simulator_frames, almanacs_are_sent_one_at_a_time_before_the_end_of_the_epoch) {
+    Received_epochs receiver;
     for (int i = 0; i < 108; ++i) {
         Simulated_epoch epoch = receiver.next();
         const std::vector<Simulated_frame>& frames = epoch.frames();
@@ -111,18 +111,18 @@ TEST(Simulator_frames, almanacs_come_one_at_a_time_before_the_end_of_the_epoch) 
 TEST(Simulator_frames, crlf_changes_the_line_ends_and_nothing_else) {
     Options options;
     options.crlf = true;
-    const std::vector<Simulated_frame> with_crlf = frames_of(Heard_receiver(options).next_bytes(50), "\r\n");
-    const std::vector<Simulated_frame> with_lf = frames_of(Heard_receiver().next_bytes(50));
+    const std::vector<Simulated_frame> with_crlf = frames_of(Received_epochs(options).next_bytes(50), "\r\n");
+    const std::vector<Simulated_frame> with_lf = frames_of(Received_epochs().next_bytes(50));
     ASSERT_EQ(with_crlf.size(), with_lf.size());
     for (std::size_t i = 0; i < with_lf.size(); ++i)
         EXPECT_EQ(with_crlf[i].bytes, with_lf[i].bytes);
 }
 
-TEST(Simulator_frames, bytes_of_an_epoch_never_outgrow_their_room) {
+TEST(Simulator_frames, bytes_of_an_epoch_never_exceed_the_reserved_capacity) {
     Options options = epochs_every(60000);
     options.noise = 1;
     options.crlf = true;
     Simulated_receiver receiver(options);
     for (int i = 0; i < 1440; ++i)
-        ASSERT_EQ(receiver.next_epoch().capacity(), simulator::Frame_line::room);
+        ASSERT_EQ(receiver.next_epoch().capacity(), simulator::Frame_line::capacity);
 }

@@ -1,4 +1,4 @@
-// Where the simulated machine is and how it moves, as a reader of PG and PV sees it.
+// The simulated machine's place and motion, as PG and PV report them.
 
 #include "simulated_epochs.h"
 
@@ -15,7 +15,7 @@ using simulator::Vector;
 
 constexpr double pi = 3.14159265358979323846;
 
-/// The Earth-fixed place of a position message, from the ellipsoid's axes.
+/// The Earth-fixed place of a position message, computed from the ellipsoid's axes.
 Vector earth_fixed(const Msg_PG& m) {
     constexpr double a = 6378137.0;
     constexpr double b = 6356752.314245179;
@@ -37,7 +37,7 @@ double size(Vector v) {
     return std::sqrt(v.x * v.x + v.y * v.y + v.z * v.z);
 }
 
-/// East and north of the reference point; near enough for a field.
+/// East and north of the reference point; accurate enough for a field.
 struct Plane_point {
     double east;
     double north;
@@ -54,10 +54,10 @@ Plane_point in_field(const Msg_PG& m) {
             (m.get_lat() - reference.latitude) * meridian};
 }
 
-/// Calls `see` with what PG and PV say in each of so many epochs.
+/// Calls `see` with PG and PV of each epoch.
 template <typename See>
 void drive(int epochs, See see) {
-    Heard_receiver receiver;
+    Received_epochs receiver;
     for (int i = 0; i < epochs; ++i) {
         Simulated_epoch epoch = receiver.next();
         see(epoch.get<Msg_PG>(), epoch.get<Msg_PV>());
@@ -74,7 +74,8 @@ TEST(Simulator_motion, geodetic_and_earth_fixed_positions_are_the_same_place) {
 }
 
 TEST(Simulator_motion, velocity_is_the_change_of_position) {
-    // At the ends of the turns the path bends at once: up to speed squared over radius, for a part of one epoch.
+    // At the ends of the turns the curvature jumps: the velocity is off by up to speed squared over radius, for a part
+    // of one epoch.
     constexpr double seconds = 0.1;
     constexpr double bend = Machine::speed * Machine::speed / Field_track::turn_radius * seconds / 2;
     int close = 0;
@@ -115,7 +116,7 @@ TEST(Simulator_motion, machine_stays_within_its_field) {
 }
 
 TEST(Simulator_motion, machine_drives_rows_in_both_directions_and_turns_between) {
-    // Headings within a degree of the rows' own direction or its opposite count as rows.
+    // Headings within a degree of the rows' direction or its opposite count as rows.
     int there = 0, back = 0, elsewhere = 0;
     constexpr double row_heading = 35; // from east to north
     Plane_point last = {};
@@ -141,8 +142,8 @@ TEST(Simulator_motion, machine_drives_rows_in_both_directions_and_turns_between)
     EXPECT_GT(elsewhere, 500);
 }
 
-TEST(Simulator_motion, types_tell_the_same_solution) {
-    Simulated_epoch epoch = Heard_receiver().next();
+TEST(Simulator_motion, all_messages_have_the_same_solution_type) {
+    Simulated_epoch epoch = Received_epochs().next();
     EXPECT_EQ(epoch.get<Msg_PG>().get_type(), 4);
     EXPECT_EQ(epoch.get<Msg_PV>().get_type(), 4);
     EXPECT_EQ(epoch.get<GNSS_messages::Msg_SG>().get_type(), 4);
@@ -152,7 +153,7 @@ TEST(Simulator_motion, types_tell_the_same_solution) {
 }
 
 TEST(Simulator_motion, sigmas_follow_the_dilution_of_precision) {
-    Heard_receiver receiver(epochs_every(60000));
+    Received_epochs receiver(epochs_every(60000));
     for (int i = 0; i < 1440; ++i) {
         Simulated_epoch epoch = receiver.next();
         const auto sg = epoch.get<GNSS_messages::Msg_SG>();

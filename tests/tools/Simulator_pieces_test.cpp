@@ -1,4 +1,4 @@
-// The simulator's parts by themselves, where the whole does not show them: rare cases, failures.
+// Single parts of the simulator: rare cases and failures.
 
 #include "simulated_epochs.h"
 
@@ -27,7 +27,7 @@ const std::vector<unsigned char> hundred_bytes(100, 'x');
 
 } // namespace
 
-TEST(Simulator_geodesy, places_come_back_from_earth_fixed) {
+TEST(Simulator_geodesy, places_survive_conversion_to_earth_fixed_and_back) {
     for (int latitude = -90; latitude <= 90; latitude += 3)
         for (int longitude = -179; longitude <= 180; longitude += 7)
             for (const double height : {-100.0, 0.0, 78.0, 9000.0}) {
@@ -54,7 +54,7 @@ TEST(Simulator_geodesy, local_frame_points_east_north_and_up) {
     EXPECT_NEAR(place.y, 6378137.0 + 3, far_too_small_to_matter);
 }
 
-TEST(Simulator_geodesy, local_frame_turns_back_what_it_turned) {
+TEST(Simulator_geodesy, local_frame_reverses_its_rotation) {
     const Local_frame frame({radians(-33), radians(151), 40});
     const Vector back = frame.local(frame.position({120, -70, 5}));
     EXPECT_NEAR(back.x, 120, far_too_small_to_matter);
@@ -77,7 +77,8 @@ TEST(Simulator_field_track, path_is_closed_and_never_jumps) {
 }
 
 TEST(Simulator_random, sequence_is_that_of_the_standard_generator) {
-    // Fixed by the standard, so that a seed means the same everywhere: the mapping to numbers is the simulator's own.
+    // The standard fixes this sequence, so a seed means the same everywhere; the mapping to numbers is the simulator's
+    // own.
     Seeded_random random(5, Seeded_random::Purpose::sky);
     std::seed_seq sequence{5U, 2U};
     std::mt19937 engine(sequence);
@@ -147,7 +148,7 @@ TEST(Simulator_epoch_writer, empty_sky_gives_empty_lists) {
     EXPECT_EQ(epoch.get<GNSS_messages::Msg_DP>().get_hdop(), 99);
 }
 
-TEST(Simulator_output, an_epoch_goes_out_in_one_write) {
+TEST(Simulator_output, an_epoch_is_sent_in_one_write) {
     Scripted_stream stream;
     EXPECT_EQ(send_all(stream, hundred_bytes), Sent::all);
     ASSERT_EQ(stream.writes.size(), 1U);
@@ -176,7 +177,7 @@ TEST(Simulator_output, interrupted_write_is_tried_again) {
     EXPECT_EQ(stream.written.size(), 100U);
 }
 
-TEST(Simulator_output, reader_that_is_gone_is_told_from_a_failure) {
+TEST(Simulator_output, closed_reader_differs_from_a_failure) {
     Scripted_stream stream;
     int error = EPIPE;
     stream.on_write = [&](const unsigned char*, unsigned) {
@@ -191,7 +192,7 @@ TEST(Simulator_output, reader_that_is_gone_is_told_from_a_failure) {
     EXPECT_EQ(send_all(stream, hundred_bytes), Sent::failed) << "there is no descriptor to wait for";
 }
 
-TEST(Simulator_output, write_that_takes_nothing_is_a_failure) {
+TEST(Simulator_output, write_that_accepts_nothing_is_a_failure) {
     Scripted_stream stream;
     stream.on_write = [](const unsigned char*, unsigned) { return 0; };
     EXPECT_EQ(send_all(stream, hundred_bytes), Sent::failed);
@@ -204,10 +205,10 @@ TEST(Simulator_pace, first_beat_is_due_at_once_and_the_others_count_from_it) {
         pace.wait();
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(50));
     Pace slow(1e-300);
-    slow.wait(); // would never come back if it had to wait
+    slow.wait(); // would never return if it had to wait
 }
 
-TEST(Simulator_pace, late_beats_follow_at_once) {
+TEST(Simulator_pace, late_beats_are_due_at_once) {
     Pace pace(20);
     pace.wait();
     const auto start = std::chrono::steady_clock::now();

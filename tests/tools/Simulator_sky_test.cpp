@@ -1,4 +1,4 @@
-// The satellites over the simulated receiver: where they stand, how they move, what follows from it.
+// The satellites over the simulated receiver: their places, their motion, and the values that follow from them.
 
 #include "simulated_epochs.h"
 
@@ -17,7 +17,7 @@ constexpr double degree = pi / 180;
 constexpr int minutes_of_a_day = 1440;
 constexpr int second_constellation = 64; // numbers are above this
 
-/// One satellite as the lists have it.
+/// One satellite of the lists.
 struct Listed {
     int own_number;
     int elevation; // degrees
@@ -44,7 +44,7 @@ std::map<int, Listed> listed(Simulated_epoch& epoch) {
 /// Calls `see` with the satellites of every minute of a day.
 template <typename See>
 void watch_a_day(See see) {
-    Heard_receiver receiver(epochs_every(60000));
+    Received_epochs receiver(epochs_every(60000));
     for (int i = 0; i < minutes_of_a_day; ++i) {
         Simulated_epoch epoch = receiver.next();
         see(i, listed(epoch), epoch);
@@ -87,7 +87,7 @@ Dops dops_of(const std::map<int, Listed>& satellites) {
     return {std::sqrt(cofactor(0) + cofactor(1)), std::sqrt(cofactor(2)), std::sqrt(cofactor(3))};
 }
 
-// Satellites' places from their almanacs, as a textbook has it.
+// The satellites' places from their almanacs, by textbook formulas.
 
 Vector rotated_x(Vector v, double angle) {
     return {v.x, v.y * std::cos(angle) - v.z * std::sin(angle), v.y * std::sin(angle) + v.z * std::cos(angle)};
@@ -100,7 +100,7 @@ Vector rotated_z(Vector v, double angle) {
 constexpr double earth_rate = 7.2921151467e-5;
 constexpr double earth_pull = 3.986005e14;
 
-/// An Earth-fixed place from Kepler's elements; Kepler's equation by patience.
+/// An Earth-fixed place from Kepler's elements; solves Kepler's equation by many iterations.
 Vector place(double a, double ecc, double arg_per, double inclination, double mean_anomaly, double node) {
     double anomaly = mean_anomaly;
     for (int i = 0; i < 30; ++i)
@@ -151,7 +151,7 @@ Direction direction(Vector satellite, Simulated_epoch& epoch) {
 /// Every almanac that a receiver sends, by the satellite's number in the lists.
 class Almanac_book {
   public:
-    explicit Almanac_book(Heard_receiver& receiver) {
+    explicit Almanac_book(Received_epochs& receiver) {
         for (int i = 0; i < 108; ++i) {
             Simulated_epoch epoch = receiver.next();
             for (Simulated_frame& frame : epoch.frames())
@@ -177,8 +177,8 @@ class Almanac_book {
 
 } // namespace
 
-TEST(Simulator_sky, almanacs_tell_where_the_satellites_stand) {
-    Heard_receiver receiver(epochs_every(600000));
+TEST(Simulator_sky, almanacs_give_the_satellites_places) {
+    Received_epochs receiver(epochs_every(600000));
     Almanac_book book(receiver);
     for (int i = 0; i < 2 * 7 * 144; ++i) {
         Simulated_epoch epoch = receiver.next();
@@ -200,7 +200,7 @@ TEST(Simulator_sky, dilution_of_precision_follows_from_elevations_and_azimuths) 
     watch_a_day([](int minute, const std::map<int, Listed>& satellites, Simulated_epoch& epoch) {
         const Dops expected = dops_of(satellites);
         const auto dp = epoch.get<Msg_DP>();
-        // What rounding to one and two degrees leaves open.
+        // The tolerance allows for rounding to one and two degrees.
         ASSERT_NEAR(dp.get_hdop() / expected.h, 1, 0.03) << "minute " << minute;
         ASSERT_NEAR(dp.get_vdop() / expected.v, 1, 0.05) << "minute " << minute;
         ASSERT_NEAR(dp.get_tdop() / expected.t, 1, 0.06) << "minute " << minute;
@@ -208,8 +208,8 @@ TEST(Simulator_sky, dilution_of_precision_follows_from_elevations_and_azimuths) 
     });
 }
 
-TEST(Simulator_sky, satellites_move_by_no_more_than_one_step_an_epoch) {
-    Heard_receiver receiver;
+TEST(Simulator_sky, satellites_move_by_at_most_one_step_an_epoch) {
+    Received_epochs receiver;
     std::map<int, Listed> last;
     for (int i = 0; i < 3000; ++i) {
         Simulated_epoch epoch = receiver.next();
@@ -262,7 +262,7 @@ TEST(Simulator_sky, every_satellite_is_up_at_some_time_of_the_day_and_down_at_an
         EXPECT_LT(minutes, minutes_of_a_day) << "satellite " << number;
 }
 
-TEST(Simulator_sky, numbers_tell_constellations_and_satellites_apart) {
+TEST(Simulator_sky, numbers_are_unique_and_show_the_constellation) {
     watch_a_day([](int, const std::map<int, Listed>& now, Simulated_epoch& epoch) {
         const std::vector<int> order = epoch.list<Msg_SI>();
         ASSERT_TRUE(std::is_sorted(order.begin(), order.end()));
@@ -282,7 +282,7 @@ TEST(Simulator_sky, use_in_the_solution_follows_from_mask_and_health) {
             if (number == 13) {
                 ASSERT_EQ(satellite.use, 2);
                 unhealthy_seen = true;
-            } else if (satellite.elevation != 10) { // either, when it is rounded to the mask
+            } else if (satellite.elevation != 10) { // a value that was rounded to the mask may have either
                 ASSERT_EQ(satellite.use, satellite.elevation < 10 ? 1 : 0) << "satellite " << number;
             }
         }
@@ -290,8 +290,8 @@ TEST(Simulator_sky, use_in_the_solution_follows_from_mask_and_health) {
     EXPECT_TRUE(unhealthy_seen);
 }
 
-TEST(Simulator_sky, almanacs_tell_the_unhealthy_satellite) {
-    Heard_receiver receiver;
+TEST(Simulator_sky, almanacs_mark_the_unhealthy_satellite) {
+    Received_epochs receiver;
     for (int i = 0; i < 108; ++i) {
         Simulated_epoch epoch = receiver.next();
         if (epoch.has("GA")) {
@@ -305,8 +305,8 @@ TEST(Simulator_sky, almanacs_tell_the_unhealthy_satellite) {
     }
 }
 
-TEST(Simulator_sky, almanacs_tell_small_clock_errors_of_each_satellite_and_one_of_the_second_constellation) {
-    Heard_receiver receiver;
+TEST(Simulator_sky, almanacs_have_small_clock_errors_of_each_satellite_and_one_of_the_second_constellation) {
+    Received_epochs receiver;
     std::set<float> offsets, drifts;
     std::set<double> system_offsets;
     for (int i = 0; i < 108; ++i) {
@@ -333,8 +333,8 @@ TEST(Simulator_sky, almanacs_tell_small_clock_errors_of_each_satellite_and_one_o
     EXPECT_NE(*system_offsets.begin(), 0);
 }
 
-TEST(Simulator_sky, satellites_that_share_a_frequency_stand_opposite_each_other) {
-    Heard_receiver receiver;
+TEST(Simulator_sky, satellites_that_share_a_frequency_are_opposite_each_other) {
+    Received_epochs receiver;
     std::map<std::pair<int, int>, std::vector<int>> by_plane_and_frequency;
     for (int i = 0; i < 108; ++i) {
         Simulated_epoch epoch = receiver.next();
@@ -383,12 +383,12 @@ TEST(Simulator_sky, tracking_times_count_from_the_rise_or_the_start) {
     });
 }
 
-TEST(Simulator_sky, signals_are_stronger_high_up_and_weak_ones_are_told) {
+TEST(Simulator_sky, signals_are_stronger_high_up_and_weak_ones_are_marked) {
     std::set<int> first_frequency, second_frequency;
     watch_a_day([&](int, const std::map<int, Listed>& now, Simulated_epoch& epoch) {
         for (const auto& [number, satellite] : now) {
             ASSERT_NEAR(satellite.strength, 34 + 16 * std::sin(satellite.elevation * degree), 1.7);
-            if (satellite.strength != 38) { // either, when it is rounded to the bound
+            if (satellite.strength != 38) { // a value that was rounded to the bound may have either
                 ASSERT_EQ(satellite.first_weak, satellite.strength < 38 ? 1 : 0);
             }
             if (satellite.strength != 42) {
@@ -398,7 +398,7 @@ TEST(Simulator_sky, signals_are_stronger_high_up_and_weak_ones_are_told) {
             second_frequency.insert(satellite.second_weak);
         }
         const Msg_SS strengths = epoch.get<Msg_SS>();
-        ASSERT_EQ(strengths.get_uint8(strengths.get_size() - 2), 0) << "the byte behind the entries";
+        ASSERT_EQ(strengths.get_uint8(strengths.get_size() - 2), 0) << "the byte after the entries";
     });
     EXPECT_EQ(first_frequency.size(), 2U);
     EXPECT_EQ(second_frequency.size(), 2U);

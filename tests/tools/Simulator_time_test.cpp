@@ -24,7 +24,7 @@ std::int64_t ms_of(const Msg_GT& gt) {
     return std::int64_t{gt.get_week()} * ms_per_week + gt.get_ms();
 }
 
-/// All clocks of an epoch against one moment.
+/// Compares all clocks of an epoch with one moment.
 void expect_clocks(Simulated_epoch& epoch, std::int64_t ms) {
     const std::tm date = calendar(ms);
     EXPECT_EQ(ms_of(epoch.get<Msg_GT>()), ms);
@@ -36,7 +36,7 @@ void expect_clocks(Simulated_epoch& epoch, std::int64_t ms) {
     EXPECT_EQ(epoch.get<Msg_RD>().get_day(), date.tm_mday);
     EXPECT_EQ(epoch.get<Msg_RD>().get_base(), 0);
 
-    // Three hours ahead of UTC, which is 18 leap seconds behind; 2024 began the four years.
+    // Three hours ahead of UTC, which lacks the 18 leap seconds; the four years began in 2024.
     const std::int64_t moscow_ms = ms - 18000 + 3 * 3600000;
     const std::tm moscow = calendar(moscow_ms);
     const int days_of_years_before = moscow.tm_year == 124 ? 0 : 366 + 365 * (moscow.tm_year - 125);
@@ -45,7 +45,7 @@ void expect_clocks(Simulated_epoch& epoch, std::int64_t ms) {
 }
 
 void expect_clocks_to_advance_by(std::int64_t interval_ms, int epochs) {
-    Heard_receiver receiver(epochs_every(interval_ms));
+    Received_epochs receiver(epochs_every(interval_ms));
     Simulated_epoch first = receiver.next();
     const std::int64_t start = ms_of(first.get<Msg_GT>());
     expect_clocks(first, start);
@@ -58,7 +58,7 @@ void expect_clocks_to_advance_by(std::int64_t interval_ms, int epochs) {
 } // namespace
 
 TEST(Simulator_time, begins_on_a_fixed_date) {
-    Simulated_epoch epoch = Heard_receiver().next();
+    Simulated_epoch epoch = Received_epochs().next();
     EXPECT_EQ(epoch.get<Msg_RD>().get_year(), 2025);
     EXPECT_EQ(epoch.get<Msg_RD>().get_month(), 5);
     EXPECT_EQ(epoch.get<Msg_RD>().get_day(), 12);

@@ -40,7 +40,7 @@ struct Traffic_recorder_test : testing::Test {
         recorder->print_summary(text.get());
         return text.text();
     }
-    /// What is in the files, in any order.
+    /// The contents of the files, in any order.
     std::vector<std::string> files() {
         recorder->settle();
         std::vector<std::string> contents;
@@ -48,7 +48,7 @@ struct Traffic_recorder_test : testing::Test {
             contents.push_back(folder.content_of(entry.path().filename().string()));
         return contents;
     }
-    /// What is in the files, those of one second in the order of their opening.
+    /// The contents of the files; those of the same second in the order of their opening.
     std::vector<std::string> contents() {
         recorder->settle();
         std::vector<std::string> names;
@@ -80,12 +80,12 @@ TEST_F(Traffic_recorder_test, records_from_the_start) {
     EXPECT_EQ(summary(), "log: 7 bytes in 1 file, 0 dropped\n");
 }
 
-TEST_F(Traffic_recorder_test, is_off_at_first_when_told_to_be) {
+TEST_F(Traffic_recorder_test, is_off_at_first_if_configured) {
     ASSERT_TRUE(start(0, true));
     EXPECT_FALSE(recorder->is_on());
-    take("unheard");
+    take("unrecorded");
     EXPECT_THAT(contents(), ElementsAre());
-    EXPECT_EQ(summary(), "log: 0 bytes in 0 files, 0 dropped\n") << "nobody wanted it: that is not dropped";
+    EXPECT_EQ(summary(), "log: 0 bytes in 0 files, 0 dropped\n") << "bytes that are not recorded are not dropped";
 }
 
 TEST_F(Traffic_recorder_test, switched_on_later_begins_with_the_history) {
@@ -105,7 +105,7 @@ TEST_F(Traffic_recorder_test, switched_on_later_without_history_begins_there) {
     EXPECT_THAT(contents(), ElementsAre("after"));
 }
 
-TEST_F(Traffic_recorder_test, each_switching_on_makes_a_file_that_begins_behind_the_one_before) {
+TEST_F(Traffic_recorder_test, each_file_begins_after_the_previous_one) {
     ASSERT_TRUE(start(3600, false));
     take("one ");
     recorder->toggle();
@@ -113,12 +113,12 @@ TEST_F(Traffic_recorder_test, each_switching_on_makes_a_file_that_begins_behind_
     take("between ");
     recorder->toggle();
     take("two");
-    recorder->switch_on(); // is on already
+    recorder->switch_on(); // is already on
     EXPECT_THAT(contents(), ElementsAre("one ", "between two"));
     EXPECT_EQ(summary(), "log: 15 bytes in 2 files, 0 dropped\n");
 }
 
-TEST_F(Traffic_recorder_test, history_reaches_back_as_far_as_told_however_many_pieces_it_comes_in) {
+TEST_F(Traffic_recorder_test, history_has_the_configured_length_for_any_number_of_pieces) {
     Stopped_clock clock;
     ASSERT_TRUE(start(5, true));
     for (int i = 0; i < 20000; ++i) {
@@ -131,7 +131,7 @@ TEST_F(Traffic_recorder_test, history_reaches_back_as_far_as_told_however_many_p
     EXPECT_LE(size, 5000U + 5000 / 98 + 1);
 }
 
-TEST_F(Traffic_recorder_test, new_recorder_knows_nothing_of_the_one_before) {
+TEST_F(Traffic_recorder_test, new_recorder_starts_without_the_previous_ones_history) {
     ASSERT_TRUE(start(3600, false));
     take("first");
     recorder.reset();
@@ -141,7 +141,7 @@ TEST_F(Traffic_recorder_test, new_recorder_knows_nothing_of_the_one_before) {
     EXPECT_THAT(contents(), ElementsAre("first", ""));
 }
 
-TEST_F(Traffic_recorder_test, everything_is_in_the_file_when_it_is_gone) {
+TEST_F(Traffic_recorder_test, destructor_writes_everything_to_the_file) {
     ASSERT_TRUE(start(0, false));
     const std::string piece(100000, 'x');
     for (int i = 0; i < 30; ++i)
@@ -151,21 +151,21 @@ TEST_F(Traffic_recorder_test, everything_is_in_the_file_when_it_is_gone) {
     EXPECT_EQ(std::filesystem::file_size(begin(files)->path()), 3000000U);
 }
 
-TEST_F(Traffic_recorder_test, directory_that_is_not_there_is_told_of_and_can_be_tried_again) {
+TEST_F(Traffic_recorder_test, missing_directory_is_reported_and_can_be_tried_again) {
     const Captured_descriptor errors(2);
-    const std::string gone = folder.path("gone");
+    const std::string missing = folder.path("missing");
     Traffic_recorder::Options options;
-    options.directory = gone;
+    options.directory = missing;
     EXPECT_FALSE(start(options));
     EXPECT_THAT(errors.text(), testing::HasSubstr("No such file or directory\n"));
-    take("unheard");
-    std::filesystem::create_directory(gone);
+    take("unrecorded");
+    std::filesystem::create_directory(missing);
     recorder->toggle();
     EXPECT_TRUE(recorder->is_on());
     EXPECT_EQ(summary(), "log: 0 bytes in 1 file, 0 dropped\n");
 }
 
-TEST_F(Traffic_recorder_test, full_disk_is_dropped_bytes) {
+TEST_F(Traffic_recorder_test, full_disk_drops_bytes) {
     const Captured_descriptor errors(2);
     const Limited_file_size disk(1000);
     ASSERT_TRUE(start(0, false));
@@ -179,7 +179,7 @@ TEST_F(Traffic_recorder_test, full_disk_is_dropped_bytes) {
 
 // ---- Rotations ----
 
-TEST_F(Traffic_recorder_test, file_ends_with_its_time_and_the_next_begins_behind_it) {
+TEST_F(Traffic_recorder_test, file_ends_with_its_time_and_the_next_begins_after_it) {
     Stopped_clock clock;
     Traffic_recorder::Options options;
     options.rotate_seconds = 2;
@@ -188,7 +188,7 @@ TEST_F(Traffic_recorder_test, file_ends_with_its_time_and_the_next_begins_behind
     clock.advance(1999);
     take("still one");
     clock.advance(1);
-    EXPECT_EQ(contents().size(), 1U) << "not before something comes";
+    EXPECT_EQ(contents().size(), 1U) << "not before more bytes arrive";
     take("two");
     clock.advance(1999);
     take(" still two");
@@ -196,14 +196,14 @@ TEST_F(Traffic_recorder_test, file_ends_with_its_time_and_the_next_begins_behind
     EXPECT_EQ(summary(), "log: 26 bytes in 2 files, 0 dropped\n");
 }
 
-TEST_F(Traffic_recorder_test, file_gets_no_larger_than_told) {
+TEST_F(Traffic_recorder_test, file_becomes_no_larger_than_configured) {
     Traffic_recorder::Options options;
     options.rotate_bytes = 10;
     ASSERT_TRUE(start(options));
     for (const char* piece : {"12345", "67890", "a", "longer than ten", "b", "23456789x", "c"})
         take(piece);
     EXPECT_THAT(contents(), ElementsAre("1234567890", "a", "longer than ten", "b23456789x", "c"))
-        << "a piece that is larger alone has a file of its own";
+        << "a piece larger than the limit has its own file";
     EXPECT_EQ(summary(), "log: 37 bytes in 5 files, 0 dropped\n");
 }
 
@@ -220,7 +220,7 @@ TEST_F(Traffic_recorder_test, history_counts_for_the_size_of_the_file_that_it_is
     EXPECT_THAT(contents(), ElementsAre("history", "12345"));
 }
 
-TEST_F(Traffic_recorder_test, file_that_is_empty_is_not_rotated) {
+TEST_F(Traffic_recorder_test, empty_file_is_not_rotated) {
     Stopped_clock clock;
     Traffic_recorder::Options options;
     options.rotate_seconds = 1;
@@ -230,7 +230,7 @@ TEST_F(Traffic_recorder_test, file_that_is_empty_is_not_rotated) {
     EXPECT_THAT(contents(), ElementsAre("first"));
 }
 
-TEST_F(Traffic_recorder_test, rotation_in_quick_succession_drops_and_doubles_nothing) {
+TEST_F(Traffic_recorder_test, rotations_in_quick_succession_drop_and_repeat_nothing) {
     Traffic_recorder::Options options;
     options.rotate_bytes = 1000;
     ASSERT_TRUE(start(options));
@@ -247,7 +247,7 @@ TEST_F(Traffic_recorder_test, rotation_in_quick_succession_drops_and_doubles_not
     EXPECT_EQ(summary(), "log: 149850 bytes in 150 files, 0 dropped\n");
 }
 
-TEST_F(Traffic_recorder_test, all_files_stay_unless_told_otherwise) {
+TEST_F(Traffic_recorder_test, all_files_stay_by_default) {
     folder.make_file("receiver_raw_20000101_000000.log", "earlier run");
     Traffic_recorder::Options options;
     options.rotate_bytes = 5;
@@ -257,7 +257,7 @@ TEST_F(Traffic_recorder_test, all_files_stay_unless_told_otherwise) {
     EXPECT_THAT(contents(), ElementsAre("earlier run", "aaaaa", "bbbbb", "ccccc"));
 }
 
-TEST_F(Traffic_recorder_test, rotation_leaves_the_last_file_when_told_to) {
+TEST_F(Traffic_recorder_test, rotation_keeps_the_last_file_if_configured) {
     folder.make_file("receiver_raw_20000101_000000.log", "earlier run");
     folder.make_file("not_ours", "not ours");
     Traffic_recorder::Options options;
@@ -274,7 +274,7 @@ TEST_F(Traffic_recorder_test, rotation_leaves_the_last_file_when_told_to) {
     EXPECT_EQ(summary(), "log: 15 bytes in 3 files, 0 dropped\n");
 }
 
-TEST_F(Traffic_recorder_test, directory_that_vanishes_is_told_of_once_and_the_record_goes_on_when_it_is_back) {
+TEST_F(Traffic_recorder_test, directory_that_vanishes_is_reported_once_and_the_record_continues_when_it_returns) {
     Stopped_clock clock;
     const Captured_descriptor errors(2);
     for (const double history : {0.0, 3600.0}) {
@@ -292,7 +292,7 @@ TEST_F(Traffic_recorder_test, directory_that_vanishes_is_told_of_once_and_the_re
         clock.advance(999);
         take("ccc");
         std::filesystem::create_directory(options.directory);
-        take("dd"); // not looked for yet
+        take("dd"); // too early for another attempt
         clock.advance(1);
         take("eeeee");
         recorder->settle();
@@ -307,8 +307,8 @@ TEST_F(Traffic_recorder_test, directory_that_vanishes_is_told_of_once_and_the_re
                   history > 0 ? "log: 20 bytes in 2 files, 0 dropped\n" : "log: 10 bytes in 2 files, 10 dropped\n");
         std::filesystem::remove_all(options.directory);
     }
-    const std::string told = errors.text();
-    EXPECT_EQ(std::count(told.begin(), told.end(), '\n'), 2) << told;
+    const std::string reports = errors.text();
+    EXPECT_EQ(std::count(reports.begin(), reports.end(), '\n'), 2) << reports;
 }
 
 TEST_F(Traffic_recorder_test, record_whose_directory_has_vanished_can_be_switched_off) {
@@ -324,11 +324,11 @@ TEST_F(Traffic_recorder_test, record_whose_directory_has_vanished_can_be_switche
     take("bbbbb");
     recorder->toggle();
     EXPECT_FALSE(recorder->is_on());
-    take("unheard");
+    take("unrecorded");
     EXPECT_EQ(summary(), "log: 5 bytes in 1 file, 5 dropped\n");
 }
 
-TEST_F(Traffic_recorder_test, full_disk_is_dropped_bytes_over_rotations_too) {
+TEST_F(Traffic_recorder_test, full_disk_drops_bytes_over_rotations) {
     const Captured_descriptor errors(2);
     const Limited_file_size disk(50);
     Traffic_recorder::Options options;

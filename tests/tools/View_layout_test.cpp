@@ -1,4 +1,4 @@
-// What the live view shows, as text.
+// The live view's screen, as text.
 
 #include "model_input.h"
 #include "simulated_epochs.h"
@@ -33,9 +33,9 @@ struct Shown_model : Fed_model {
     Grid grid(int with_rows = rows, int with_columns = columns, const Grid* before = nullptr) const {
         return View_layout::lay_out(model, state, with_rows, with_columns, now, before);
     }
-    /// What stands behind a label.
-    std::string behind(const std::string& label) const { return behind(label, grid()); }
-    static std::string behind(const std::string& label, const Grid& grid) {
+    /// The text after a label.
+    std::string after(const std::string& label) const { return after(label, grid()); }
+    static std::string after(const std::string& label, const Grid& grid) {
         for (int row = 0; row < grid.rows(); ++row)
             if (grid.row(row).rfind(label + ' ', 0) == 0)
                 return grid.row(row).substr(12);
@@ -50,7 +50,7 @@ struct Shown_model : Fed_model {
     }
 
     View_state state;
-    Heard_receiver receiver;
+    Received_epochs receiver;
     std::string last_epoch;
 };
 
@@ -71,11 +71,11 @@ TEST(View_layout, fills_the_screen_and_not_more) {
         EXPECT_THAT(grid.row(0), StartsWith(" receiver_monitor"));
         EXPECT_THAT(grid.row(height - 1), HasSubstr("q quit"));
         for (const char* label : {"Link", "Bytes", "Position", "Scatter", "DOP", "Automation", "Log", "Reply", "Last"})
-            EXPECT_NE(Shown_model::behind(label, grid), "");
+            EXPECT_NE(Shown_model::after(label, grid), "");
     }
 }
 
-TEST(View_layout, too_small_a_window_says_so) {
+TEST(View_layout, small_window_shows_the_needed_size) {
     Shown_model shown;
     for (const auto& [height, width] : {std::pair(23, 80), {24, 79}, {3, 40}}) {
         const Grid grid = shown.grid(height, width);
@@ -87,42 +87,42 @@ TEST(View_layout, too_small_a_window_says_so) {
     shown.grid(1, 1);
 }
 
-TEST(View_layout, tells_the_state_of_the_link) {
+TEST(View_layout, shows_the_state_of_the_link) {
     Shown_model shown;
-    EXPECT_THAT(shown.behind("Link"), StartsWith("waiting for the first byte"));
+    EXPECT_THAT(shown.after("Link"), StartsWith("waiting for the first byte"));
     shown.feed("x");
-    EXPECT_THAT(shown.behind("Link"), StartsWith("bytes come, no good frame yet"));
+    EXPECT_THAT(shown.after("Link"), StartsWith("receiving bytes, no good frame yet"));
     for (int i = 0; i < 40; ++i) {
         shown.feed("rubbish");
         shown.now = shown.now + 100;
     }
-    EXPECT_THAT(shown.behind("Link"), StartsWith("receiving only rubbish: wrong baud rate?"));
+    EXPECT_THAT(shown.after("Link"), StartsWith("receiving only rubbish: wrong baud rate?"));
     shown.now = shown.now + 5000;
-    EXPECT_THAT(shown.behind("Link"), StartsWith("silent for 5 s, nothing good before"));
+    EXPECT_THAT(shown.after("Link"), StartsWith("silent for 5 s, nothing good before"));
     shown.model.take_sentence("$GPGGA,*00", shown.now);
     shown.feed("\n");
-    EXPECT_THAT(shown.behind("Link"), StartsWith("receiving NMEA sentences, but no frames"));
+    EXPECT_THAT(shown.after("Link"), StartsWith("receiving NMEA sentences, but no frames"));
     shown.feed_epochs(1);
-    EXPECT_THAT(shown.behind("Link"), StartsWith("receiving good frames"));
+    EXPECT_THAT(shown.after("Link"), StartsWith("receiving good frames"));
     shown.now = shown.now + 12300;
-    EXPECT_THAT(shown.behind("Link"), StartsWith("silent for 12 s after good traffic"));
+    EXPECT_THAT(shown.after("Link"), StartsWith("silent for 12 s after good traffic"));
     shown.model.take_end();
-    EXPECT_THAT(shown.behind("Link"), StartsWith("ended: nothing more will come"));
+    EXPECT_THAT(shown.after("Link"), StartsWith("ended: no more bytes will follow"));
 }
 
-TEST(View_layout, tells_rates_and_where_bytes_went) {
+TEST(View_layout, shows_rates_and_the_account_of_bytes) {
     Shown_model shown;
-    EXPECT_THAT(shown.behind("Link"), HasSubstr("      - B/s       - frames/s"));
+    EXPECT_THAT(shown.after("Link"), HasSubstr("      - B/s       - frames/s"));
     const std::string frame = build_frame("||", "");
     for (int i = 0; i < 120; ++i) {
         shown.feed(frame);
         shown.now = shown.now + 100;
     }
     shown.feed("noise\n" + reply_text("RE", "{ok}"));
-    EXPECT_THAT(shown.behind("Link"), HasSubstr("     70 B/s    10.0 frames/s"));
-    EXPECT_EQ(shown.behind("Bytes"), "857 = frames 840 + replies 11 + noise 6 + waiting 0  bad 0");
+    EXPECT_THAT(shown.after("Link"), HasSubstr("     70 B/s    10.0 frames/s"));
+    EXPECT_EQ(shown.after("Bytes"), "857 = frames 840 + replies 11 + noise 6 + waiting 0  bad 0");
     shown.feed(frame.substr(0, 6));
-    EXPECT_EQ(shown.behind("Bytes"), "863 = frames 840 + replies 11 + noise 6 + waiting 6  bad 0");
+    EXPECT_EQ(shown.after("Bytes"), "863 = frames 840 + replies 11 + noise 6 + waiting 6  bad 0");
 }
 
 TEST(View_layout, lists_messages_with_count_and_rate) {
@@ -133,7 +133,7 @@ TEST(View_layout, lists_messages_with_count_and_rate) {
     EXPECT_THAT(screen, HasSubstr("\nPG    120 10.0"));
 }
 
-TEST(View_layout, marks_what_has_changed) {
+TEST(View_layout, marks_changed_values) {
     Shown_model shown;
     shown.feed(build_frame("||", "") + build_frame("~~", "abcd"));
     const Grid before = shown.grid();
@@ -146,14 +146,14 @@ TEST(View_layout, marks_what_has_changed) {
     EXPECT_EQ(shown.grid(rows, columns, &after).at(4, 8).style, Style::plain);
 }
 
-TEST(View_layout, does_not_mark_what_has_only_moved) {
+TEST(View_layout, does_not_mark_values_that_only_moved) {
     Shown_model shown;
     shown.feed(build_frame("||", "ab"));
     const Grid before = shown.grid();
-    ASSERT_EQ(Shown_model::behind("Bytes", before), "9 = frames 9 + replies 0 + noise 0 + waiting 0  bad 0");
+    ASSERT_EQ(Shown_model::after("Bytes", before), "9 = frames 9 + replies 0 + noise 0 + waiting 0  bad 0");
     shown.feed(build_frame("||", "ab"));
     const Grid after = shown.grid(rows, columns, &before);
-    ASSERT_EQ(Shown_model::behind("Bytes", after), "18 = frames 18 + replies 0 + noise 0 + waiting 0  bad 0");
+    ASSERT_EQ(Shown_model::after("Bytes", after), "18 = frames 18 + replies 0 + noise 0 + waiting 0  bad 0");
     std::string marked;
     for (int column = 0; column < columns; ++column)
         if (after.at(2, column).style == Style::changed)
@@ -161,7 +161,7 @@ TEST(View_layout, does_not_mark_what_has_only_moved) {
     EXPECT_EQ(marked, "1818");
 }
 
-TEST(View_layout, says_that_there_are_more_messages_than_places) {
+TEST(View_layout, shows_how_many_messages_do_not_fit) {
     Shown_model shown;
     for (char second = 'A'; second <= 'Z'; ++second)
         shown.feed(build_frame(std::string("X") + second, "x"));
@@ -172,25 +172,25 @@ TEST(View_layout, says_that_there_are_more_messages_than_places) {
     EXPECT_THAT(text_of(shown.grid(40, 120)), HasSubstr("XZ      1"));
 }
 
-TEST(View_layout, tells_position_dilution_and_satellites_as_the_receiver_does) {
+TEST(View_layout, shows_the_receivers_position_dilution_and_satellites) {
     Shown_model shown;
     shown.feed_epochs(50);
     Simulated_epoch epoch(shown.last_epoch);
     const auto pg = epoch.get<GNSS_messages::Msg_PG>();
-    EXPECT_EQ(shown.behind("Position"),
+    EXPECT_EQ(shown.after("Position"),
               formatted("lat %11.7f lon %12.7f deg  hgt %.3f +- %.3f m  type %d", pg.get_lat_deg(), pg.get_lon_deg(),
                         pg.get_hgt(), static_cast<double>(pg.get_sigma()), pg.get_type()));
     const auto dp = epoch.get<GNSS_messages::Msg_DP>();
     const auto ps = epoch.get<GNSS_messages::Msg_PS>();
-    EXPECT_EQ(shown.behind("DOP"), formatted("H %.2f  V %.2f  T %.2f  P %.2f  G %.2f   satellites %d used of %d",
-                                             static_cast<double>(dp.get_hdop()), static_cast<double>(dp.get_vdop()),
-                                             static_cast<double>(dp.get_tdop()), static_cast<double>(dp.get_pdop()),
-                                             static_cast<double>(dp.get_gdop()), ps.get_used(0) + ps.get_used(1),
-                                             ps.get_locked(0) + ps.get_locked(1)));
+    EXPECT_EQ(shown.after("DOP"), formatted("H %.2f  V %.2f  T %.2f  P %.2f  G %.2f   satellites %d used of %d",
+                                            static_cast<double>(dp.get_hdop()), static_cast<double>(dp.get_vdop()),
+                                            static_cast<double>(dp.get_tdop()), static_cast<double>(dp.get_pdop()),
+                                            static_cast<double>(dp.get_gdop()), ps.get_used(0) + ps.get_used(1),
+                                            ps.get_locked(0) + ps.get_locked(1)));
     const Position_scatter::Spread spread = shown.model.scatter().spread();
-    EXPECT_GT(spread.reach, 1); // it drives
-    EXPECT_EQ(shown.behind("Scatter"), formatted("N %.3f  E %.3f  U %.3f m sigma, within %.3f m, 50 positions",
-                                                 spread.sigma.north, spread.sigma.east, spread.sigma.up, spread.reach));
+    EXPECT_GT(spread.reach, 1); // the machine drives
+    EXPECT_EQ(shown.after("Scatter"), formatted("N %.3f  E %.3f  U %.3f m sigma, within %.3f m, 50 positions",
+                                                spread.sigma.north, spread.sigma.east, spread.sigma.up, spread.reach));
 }
 
 TEST(View_layout, wide_screens_have_a_plot_of_positions) {
@@ -201,50 +201,50 @@ TEST(View_layout, wide_screens_have_a_plot_of_positions) {
     EXPECT_THAT(shown.grid(24, 110).row(3), HasSubstr("Scatter, 1 m/column"));
 }
 
-TEST(View_layout, tells_the_automations_state) {
+TEST(View_layout, shows_the_automations_state) {
     Shown_model shown;
-    EXPECT_EQ(shown.behind("Automation"), "nothing yet");
+    EXPECT_EQ(shown.after("Automation"), "nothing yet");
     shown.feed(automation_status(TIM_messages::automation_active, 200, true, -0.125F));
-    EXPECT_EQ(shown.behind("Automation"), "AUTOMATION_ACTIVE  heartbeat 200  product 1  curvature -0.12500");
+    EXPECT_EQ(shown.after("Automation"), "AUTOMATION_ACTIVE  heartbeat 200  product 1  curvature -0.12500");
     shown.feed(automation_status(7, 201, false, 0));
-    EXPECT_EQ(shown.behind("Automation"), "UNKNOWN  heartbeat 201  product 0  curvature 0.00000");
+    EXPECT_EQ(shown.after("Automation"), "UNKNOWN  heartbeat 201  product 0  curvature 0.00000");
 }
 
-TEST(View_layout, tells_replies_and_what_errors_mean) {
+TEST(View_layout, shows_replies_and_the_meaning_of_errors) {
     Shown_model shown;
     shown.feed(reply_text("RE", "{receiver}"));
-    EXPECT_EQ(shown.behind("Replies"), "RE00B{receiver}");
+    EXPECT_EQ(shown.after("Replies"), "RE00B{receiver}");
     shown.feed(reply_text("ER", "{5,value out of range}"));
-    EXPECT_EQ(shown.behind("Replies"), "ER017{5,value out of range}  error 5: value out of range");
+    EXPECT_EQ(shown.after("Replies"), "ER017{5,value out of range}  error 5: value out of range");
     shown.feed(reply_text("ER", "{77,what}"));
-    EXPECT_EQ(shown.behind("Replies"), "ER00A{77,what}  error of an unknown kind");
+    EXPECT_EQ(shown.after("Replies"), "ER00A{77,what}  unknown error");
     const std::string larger = text_of(shown.grid(40, 80));
     EXPECT_LT(larger.find("RE00B"), larger.find("ER017"));
     EXPECT_LT(larger.find("ER017"), larger.find("ER00A"));
 }
 
-TEST(View_layout, tells_the_log) {
+TEST(View_layout, shows_the_log) {
     Shown_model shown;
-    EXPECT_EQ(shown.behind("Log"), "none; --log DIR records one");
+    EXPECT_EQ(shown.after("Log"), "none; --log DIR records one");
     shown.state.log.enabled = true;
     shown.state.log.history_bytes = 17;
-    EXPECT_EQ(shown.behind("Log"), "no file; 17 bytes of history in memory");
+    EXPECT_EQ(shown.after("Log"), "no file; 17 bytes of history in memory");
     set_path(shown.state.log, "/data/receiver.log");
     shown.state.log.file_bytes = 12345;
-    EXPECT_EQ(shown.behind("Log"), "12345 bytes in /data/receiver.log");
+    EXPECT_EQ(shown.after("Log"), "12345 bytes in /data/receiver.log");
     shown.state.log.dropped = 3;
-    EXPECT_EQ(shown.behind("Log"), "12345 bytes in /data/receiver.log dropped 3");
+    EXPECT_EQ(shown.after("Log"), "12345 bytes in /data/receiver.log dropped 3");
     shown.state.log.enabled = false;
-    EXPECT_EQ(shown.behind("Log"), "off: 12345 bytes in /data/receiver.log dropped 3");
+    EXPECT_EQ(shown.after("Log"), "off: 12345 bytes in /data/receiver.log dropped 3");
 }
 
-TEST(View_layout, shows_the_last_messages_in_the_form_that_is_wanted) {
+TEST(View_layout, shows_the_latest_messages_in_the_chosen_form) {
     Shown_model shown;
     shown.feed(build_frame("~~", le(std::uint32_t{1})) + build_frame("~~", le(std::uint32_t{2})));
-    EXPECT_EQ(shown.behind("Last"), "RT ms=1");
+    EXPECT_EQ(shown.after("Last"), "RT ms=1");
     EXPECT_EQ(shown.grid().row(22), "            RT ms=2");
     shown.state.labelled = false;
-    EXPECT_EQ(shown.behind("Last,comma"), "RT,1");
+    EXPECT_EQ(shown.after("Last,comma"), "RT,1");
 }
 
 TEST(View_layout, has_help_a_pause_mark_and_notes) {
@@ -273,14 +273,14 @@ TEST(Pen, finds_a_moved_value_by_real_words_only) {
     Pen(before, nullptr).at(0, 0).text("a ").value("1").text(" a ").value("2").text(" of ").value("3");
     Grid after(1, 40);
     Pen(after, &before).at(0, 0).text("a ").value("2").text(" and of ").text(" of ").value("3");
-    EXPECT_EQ(after.at(0, 2).style, Style::changed); // the other "a 2" is another's
+    EXPECT_EQ(after.at(0, 2).style, Style::changed); // the other "a 2" belongs to other words
     EXPECT_EQ(after.row(0), "a 2 and of  of 3");
     EXPECT_EQ(after.at(0, 15).style, Style::plain);
 }
 
 // ---- Pictures ----
 
-TEST(draw_sky, puts_satellites_where_they_stand) {
+TEST(draw_sky, puts_satellites_at_their_places) {
     Grid grid(11, 23);
     Pen pen(grid, nullptr);
     draw_sky(pen, {0, 0, 11, 23},
@@ -296,7 +296,7 @@ TEST(draw_sky, puts_satellites_where_they_stand) {
     EXPECT_EQ(grid.text_at(5, 6, 2), "05");
 }
 
-TEST(draw_sky, shows_the_strongest_of_those_in_one_place) {
+TEST(draw_sky, shows_the_strongest_of_several_in_one_place) {
     const Satellite weak{1, 90, 0, 30, 0};
     const Satellite strong{2, 90, 0, 50, 0};
     for (const auto& both : {std::vector{weak, strong}, std::vector{strong, weak}}) {
@@ -307,7 +307,7 @@ TEST(draw_sky, shows_the_strongest_of_those_in_one_place) {
     }
 }
 
-TEST(draw_sky, keeps_to_its_area_whatever_the_receiver_says) {
+TEST(draw_sky, stays_in_its_area_for_any_values) {
     Grid grid(30, 60);
     Pen pen(grid, nullptr);
     draw_sky(pen, {5, 10, 11, 23}, {{255, -128, 510, 255, 255}, {0, 127, 0, 0, 0}, {1, -90, 45, 0, 0}});
@@ -318,7 +318,7 @@ TEST(draw_sky, keeps_to_its_area_whatever_the_receiver_says) {
             }
 }
 
-TEST(draw_satellites, lists_them_and_says_how_many_more_there_are) {
+TEST(draw_satellites, lists_them_and_how_many_do_not_fit) {
     std::vector<Satellite> satellites;
     for (int i = 1; i <= 5; ++i)
         satellites.push_back({i, 10 * i, 100 + i, 40 + i, i == 2 ? 1 : 0});
@@ -335,7 +335,7 @@ TEST(draw_satellites, lists_them_and_says_how_many_more_there_are) {
     EXPECT_EQ(small.row(1), " 2 20 102 42- and 2 more");
 }
 
-TEST(draw_scatter, scales_to_round_metres_and_keeps_to_its_area) {
+TEST(draw_scatter, scales_to_round_metres_and_stays_in_its_area) {
     constexpr double metre = 1 / 6378137.0; // radians along the equator
     for (const double reach : {0.001, 0.5, 3.0, 70.0, 20000.0}) {
         Position_scatter scatter;

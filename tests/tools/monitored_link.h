@@ -12,7 +12,7 @@
 #include <string>
 #include <string_view>
 
-/// What a monitor made of a link.
+/// A monitor's results for a link.
 struct Monitored {
     Monitor::End end;
     std::string output;
@@ -24,7 +24,7 @@ struct Monitored {
     std::uint64_t checksum_failures() const { return Summary(summary).checksum_failures; }
 };
 
-/// Runs a monitor on a standard input that stands already.
+/// Runs a monitor on the current standard input.
 inline Monitored monitored_standard_input(const Monitor::Options& options = {}) {
     Receiver_input input;
     const Interrupt interrupt;
@@ -36,13 +36,13 @@ inline Monitored monitored_standard_input(const Monitor::Options& options = {}) 
     return {end, output.text(), summary.text(), monitor.good_frames()};
 }
 
-/// Runs a monitor on a link that brings these bytes and ends.
+/// Runs a monitor on a link with these bytes, which then ends.
 inline Monitored monitored(std::string_view bytes, const Monitor::Options& options = {}) {
     const Standard_input standard(bytes);
     return monitored_standard_input(options);
 }
 
-/// Runs a monitor on a pipe or the like.
+/// Runs a monitor on a descriptor.
 inline Monitored monitored_descriptor(int fd, const Monitor::Options& options = {}) {
     const Standard_input standard(fd);
     return monitored_standard_input(options);

@@ -4,8 +4,8 @@
 
 #include <string>
 
-/// A megabyte of frames that print as four times their size: what comes in one read is more than goes in one write.
-/// \param entries  of each list; decides where in the printing an output is full
+/// A megabyte of frames whose lines are four times as long: one read yields more output than one write accepts.
+/// \param entries  of each list; decides at which byte of the output a pipe is full
 inline std::string much_to_print(unsigned entries = 100) {
     const std::string list = build_frame("SI", std::string(entries, '\xFF'));
     std::string bytes;

@@ -1,4 +1,4 @@
-// Options from a file, as a user has them.
+// Options from a file, as a user writes them.
 
 #include "running_monitor.h"
 
@@ -51,13 +51,13 @@ TEST_F(receiver_monitor_config, names_the_source) {
     EXPECT_EQ(run("SPEC=exec:cat " + record + "\n").output, "RT ms=1234\n");
 }
 
-TEST_F(receiver_monitor_config, source_of_the_command_line_stands_for_any_other) {
+TEST_F(receiver_monitor_config, source_of_the_command_line_replaces_every_other) {
     const std::string record = folder.make_file("record", frame);
     for (const char* other : {"SPEC=exec:false", "device=/does/not/exist", "replay=/does/not/exist"})
         EXPECT_EQ(run(std::string(other) + "\n", {"--replay", record}).output, "RT ms=1234\n") << other;
 }
 
-TEST_F(receiver_monitor_config, every_option_may_stand_in_it) {
+TEST_F(receiver_monitor_config, every_option_may_be_in_it) {
     const Program_result result = run("log=" + folder.path() +
                                       "\nhistory=5\nlog-later=true\nduration=20\ntrace=false\n"
                                       "replay=" +
@@ -91,16 +91,16 @@ TEST_F(receiver_monitor_config, each_kind_of_option_takes_effect) {
     EXPECT_THAT(run(source + "view=true\n").errors, testing::StartsWith("receiver_monitor: --view: "));
 }
 
-TEST_F(receiver_monitor_config, what_is_wrong_in_it_is_one_line_with_its_number) {
+TEST_F(receiver_monitor_config, error_in_it_is_one_line_with_its_number) {
     expect_refusal("# comment\nfromat=comma\n", 2, "\"fromat\"");
     expect_refusal("format=xml\n", 1, "xml");
     expect_refusal("\n\ncount=0\n", 3, "0 is not a number from 1");
-    expect_refusal("log=/does/not/exist\n", 1, "/does/not/exist");
+    expect_refusal("log-rotate=never\n", 1, "never");
     expect_refusal("config=another.ini\n", 1, "\"config\"");
     expect_refusal("quiet\n", 1, "neither");
 }
 
-TEST_F(receiver_monitor_config, what_does_not_go_together_is_one_line_and_status_1) {
+TEST_F(receiver_monitor_config, contradicting_options_are_one_line_and_status_1) {
     for (const char* config : {"speed=2\n", "history=5\n", "send=VER\n", "device=/dev/null\nreplay=/dev/null\n"}) {
         const Program_result result = run(config);
         EXPECT_EQ(result.status, 1) << config;
@@ -108,7 +108,7 @@ TEST_F(receiver_monitor_config, what_does_not_go_together_is_one_line_and_status
     }
 }
 
-TEST_F(receiver_monitor_config, file_that_is_not_there_is_one_line_and_status_1) {
+TEST_F(receiver_monitor_config, missing_file_is_one_line_and_status_1) {
     const Program_result result = monitor_with({"--config", "/does/not/exist"}).input(frame).run();
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.errors, "receiver_monitor: cannot open /does/not/exist: No such file or directory\n");

@@ -1,4 +1,4 @@
-// Recording the traffic, as a user does it.
+// Records of the traffic, as a user makes them.
 
 #include "running_monitor.h"
 #include "simulated_epochs.h"
@@ -58,7 +58,7 @@ struct receiver_monitor_log : testing::Test {
 TEST_F(receiver_monitor_log, is_the_traffic_byte_for_byte) {
     simulator::Simulated_receiver::Options options;
     options.noise = options.corrupt = 0.1;
-    const std::string traffic = Heard_receiver(options).next_bytes(2000) + "no line end";
+    const std::string traffic = Received_epochs(options).next_bytes(2000) + "no line end";
     const Program_result result =
         monitor_with({"--quiet", "--log", folder.path(), "--format", "comma"}).input(traffic).run();
     EXPECT_EQ(result.status, 0);
@@ -67,7 +67,7 @@ TEST_F(receiver_monitor_log, is_the_traffic_byte_for_byte) {
     EXPECT_THAT(result.errors, HasSubstr("log: " + std::to_string(traffic.size()) + " bytes in 1 file, 0 dropped\n"));
 }
 
-TEST_F(receiver_monitor_log, holds_also_what_was_not_looked_at_any_more) {
+TEST_F(receiver_monitor_log, includes_bytes_that_were_not_parsed) {
     const Program_result result =
         monitor_with({"--log", folder.path(), "--count", "1"}).input(frame(1) + frame(2)).run();
     EXPECT_EQ(Summary(result.errors).account.arrived, 11U);
@@ -90,7 +90,7 @@ TEST_F(receiver_monitor_log, switched_on_later_begins_with_the_history) {
     monitor.expect_output(line(1));
     EXPECT_THAT(logs(), ElementsAre());
     monitor.signal(SIGUSR1);
-    EXPECT_TRUE(has_files(1)) << "at once, though nothing comes";
+    EXPECT_TRUE(has_files(1)) << "at once, without more bytes";
     monitor.send(" a line\n" + frame(2));
     monitor.expect_output(line(1) + line(2));
     monitor.signal(SIGINT);
@@ -113,7 +113,7 @@ TEST_F(receiver_monitor_log, switched_on_later_without_history_begins_there) {
     EXPECT_THAT(logs(), ElementsAre(frame(2)));
 }
 
-TEST_F(receiver_monitor_log, switched_off_and_on_leaves_nothing_out_and_doubles_nothing) {
+TEST_F(receiver_monitor_log, switched_off_and_on_omits_and_repeats_nothing) {
     Running_monitor monitor({"--log", folder.path(), "--history", "3600"});
     std::string output;
     for (int i = 1; i <= 5; ++i) { // on, off, on, off, on
@@ -126,7 +126,7 @@ TEST_F(receiver_monitor_log, switched_off_and_on_leaves_nothing_out_and_doubles_
         if (i % 2 == 0) {
             EXPECT_TRUE(has_files(1 + static_cast<std::size_t>(i) / 2));
         }
-        EXPECT_TRUE(eventually([&] { return monitor.rests(); })) << "the signal has been looked at";
+        EXPECT_TRUE(eventually([&] { return monitor.rests(); })) << "the signal was handled";
     }
     monitor.signal(SIGINT);
     const Program_result& result = monitor.end();
@@ -137,7 +137,7 @@ TEST_F(receiver_monitor_log, switched_off_and_on_leaves_nothing_out_and_doubles_
 TEST_F(receiver_monitor_log, files_of_a_size_joined_are_the_traffic_byte_for_byte) {
     simulator::Simulated_receiver::Options options;
     options.noise = options.corrupt = 0.1;
-    const std::string traffic = Heard_receiver(options).next_bytes(2000);
+    const std::string traffic = Received_epochs(options).next_bytes(2000);
     const Program_result result =
         monitor_with({"--quiet", "--log", folder.path(), "--log-rotate-size", "50000"}).input(traffic).run();
     EXPECT_EQ(result.status, 0);
@@ -145,14 +145,14 @@ TEST_F(receiver_monitor_log, files_of_a_size_joined_are_the_traffic_byte_for_byt
     for (const std::string& file : files)
         EXPECT_LE(file.size(), 50000U);
     EXPECT_GE(files.size(), traffic.size() / 50000);
-    EXPECT_LE(files.size(), traffic.size() / 48000 + 1) << "files are filled";
+    EXPECT_LE(files.size(), traffic.size() / 48000 + 1) << "files are almost full";
     EXPECT_TRUE(joined_logs() == traffic);
     EXPECT_THAT(result.errors, HasSubstr("log: " + std::to_string(traffic.size()) + " bytes in " +
                                          std::to_string(files.size()) + " files, 0 dropped\n"));
 }
 
 TEST_F(receiver_monitor_log, names_of_files_sort_in_the_order_of_the_traffic) {
-    const std::string traffic = Heard_receiver().next_bytes(200);
+    const std::string traffic = Received_epochs().next_bytes(200);
     monitor_with({"--quiet", "--log", folder.path(), "--log-rotate-size", "4096"}).input(traffic).run();
     const std::string joined = "LC_ALL=C; cat '" + folder.path() + "'/receiver_raw_*.log";
     EXPECT_TRUE(Program("sh", {"-c", joined}).run().output == traffic);
@@ -167,27 +167,27 @@ TEST_F(receiver_monitor_log, file_of_a_time_ends_with_the_first_bytes_after_it) 
         traffic += next;
         return logs().size() >= 3;
     }));
-    EXPECT_TRUE(eventually([&] { return joined_logs() == traffic; })) << "and nothing missing between them";
+    EXPECT_TRUE(eventually([&] { return joined_logs() == traffic; })) << "without a gap between them";
     monitor.signal(SIGINT);
     EXPECT_EQ(monitor.end().status, 0);
 }
 
-TEST_F(receiver_monitor_log, only_the_last_files_are_kept_when_told_to) {
+TEST_F(receiver_monitor_log, only_the_last_files_are_kept_on_request) {
     folder.make_file("receiver_raw_20000101_000000.log", "earlier run");
-    const std::string traffic = Heard_receiver().next_bytes(500);
+    const std::string traffic = Received_epochs().next_bytes(500);
     const std::string config = "log=" + folder.path() + "\nlog-rotate-size=20000\nlog-keep=last\nquiet=true\n";
     const Temporary_folder elsewhere;
     monitor_with({"--config", elsewhere.make_file("ini", config)}).input(traffic).run();
     std::vector<std::string> files = logs();
     ASSERT_EQ(files.size(), 2U);
-    if (traffic.find(files[0] + files[1]) == std::string::npos) // names of one second are used again
+    if (traffic.find(files[0] + files[1]) == std::string::npos) // names within one second are reused
         std::swap(files[0], files[1]);
     const std::string kept = files[0] + files[1];
     EXPECT_GT(kept.size(), 19000U);
     EXPECT_TRUE(kept == traffic.substr(traffic.size() - kept.size()));
 }
 
-TEST_F(receiver_monitor_log, switched_on_again_among_rotations_leaves_nothing_out) {
+TEST_F(receiver_monitor_log, switched_on_again_between_rotations_omits_nothing) {
     Running_monitor monitor({"--log", folder.path(), "--history", "3600", "--log-rotate-size", "4096"});
     std::string traffic;
     std::string output;
@@ -200,7 +200,7 @@ TEST_F(receiver_monitor_log, switched_on_again_among_rotations_leaves_nothing_ou
         monitor.expect_output(output);
         if (part < 5)
             monitor.signal(SIGUSR1);
-        EXPECT_TRUE(eventually([&] { return monitor.rests(); })) << "the signal has been looked at";
+        EXPECT_TRUE(eventually([&] { return monitor.rests(); })) << "the signal was handled";
     }
     monitor.signal(SIGINT);
     EXPECT_THAT(monitor.end().errors, HasSubstr("log: 55000 bytes in "));
@@ -219,8 +219,8 @@ TEST_F(receiver_monitor_log, directory_with_a_path_that_is_too_long_is_refused) 
     EXPECT_EQ(result.errors, "receiver_monitor: --log: longer than 256 characters: " + directory + "\n");
 }
 
-TEST_F(receiver_monitor_log, full_disk_is_told_in_the_summary_and_stops_nothing) {
-    const std::string traffic = Heard_receiver().next_bytes(100);
+TEST_F(receiver_monitor_log, full_disk_is_reported_in_the_summary_and_stops_nothing) {
+    const std::string traffic = Received_epochs().next_bytes(100);
     const std::string command = "ulimit -f 4; trap '' XFSZ; exec '" + std::string(RECEIVER_MONITOR) +
                                 "' --quiet --log " + folder.path(); // 4 blocks of 512 or 1024 bytes
     const Program_result result = Program("sh", {"-c", command}).input(traffic).run();
@@ -245,7 +245,7 @@ TEST_F(receiver_monitor_log, closed_standard_output_is_not_the_log) {
 
 TEST_F(receiver_monitor_log, directory_that_cannot_be_used_is_one_line_and_status_1) {
     const std::string file = folder.make_file("file", "");
-    for (const std::string& directory : {std::string("/does/not/exist"), file, std::string("/proc")}) {
+    for (const std::string& directory : {file + "/below", file, std::string("/proc/none"), std::string("/proc")}) {
         const Program_result result = monitor_with({"--log", directory}).input(frame(1)).run();
         EXPECT_EQ(result.status, 1) << directory;
         EXPECT_EQ(result.output, "");
@@ -254,7 +254,23 @@ TEST_F(receiver_monitor_log, directory_that_cannot_be_used_is_one_line_and_statu
     }
 }
 
-TEST_F(receiver_monitor_log, options_that_mean_nothing_without_it_are_refused) {
+TEST_F(receiver_monitor_log, directory_that_is_missing_is_made_with_its_parents) {
+    const std::string directory = folder.path("units/17/logs");
+    const Program_result result = monitor_with({"--log", directory}).input(frame(1)).run();
+    EXPECT_EQ(result.status, 0) << result.errors;
+    ASSERT_TRUE(std::filesystem::is_directory(directory));
+    const std::filesystem::path log = std::filesystem::directory_iterator(directory)->path();
+    EXPECT_EQ(folder.content_of("units/17/logs/" + log.filename().string()), frame(1));
+}
+
+TEST_F(receiver_monitor_log, reports_why_a_directory_cannot_be_made) {
+    const std::string file = folder.make_file("file", "");
+    const Program_result result = monitor_with({"--log", file + "/below"}).input(frame(1)).run();
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.errors, "receiver_monitor: --log: cannot make " + file + "/below: Not a directory\n");
+}
+
+TEST_F(receiver_monitor_log, options_that_need_it_are_refused_without_it) {
     for (const Arguments& arguments :
          {Arguments{"--history", "5"}, Arguments{"--log-later"}, Arguments{"--log", folder.path(), "--history", "-1"},
           Arguments{"--log", folder.path(), "--history", "86401"}}) {

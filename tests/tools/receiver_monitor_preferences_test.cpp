@@ -1,4 +1,4 @@
-// What the program remembers from run to run.
+// The preferences that the program keeps between runs.
 
 #include <monitor/Preferences.h>
 
@@ -34,7 +34,7 @@ struct Monitor_preferences : testing::Test {
         Program shell("sh", arguments);
         return shell.environment("GLUE_MONITOR_PREFERENCES", path).run();
     }
-    /// What is kept: the format and the stream.
+    /// The kept preferences: format and stream.
     std::pair<Preferences::Format, std::string> kept() const {
         Preferences preferences(path);
         EXPECT_EQ(preferences.load(), Preferences::Content::intact);
@@ -69,7 +69,7 @@ TEST_F(Monitor_preferences, last_stream_is_read_again_at_a_terminal) {
     EXPECT_EQ(result.status, 0);
 }
 
-TEST_F(Monitor_preferences, standard_input_is_read_at_a_terminal_when_told_so_and_when_nothing_was_read_before) {
+TEST_F(Monitor_preferences, standard_input_is_read_at_a_terminal_on_request_and_without_a_last_stream) {
     for (const Arguments& arguments : {Arguments{"--duration", "0.1"}, Arguments{"-", "--duration", "0.1"}}) {
         const Program_result result = run_at_terminal(arguments);
         EXPECT_EQ(result.status, 2);
@@ -104,7 +104,7 @@ TEST_F(Monitor_preferences, pipe_uses_a_file_that_is_named) {
     EXPECT_FALSE(folder.has("preferences"));
 }
 
-TEST_F(Monitor_preferences, can_be_left_alone) {
+TEST_F(Monitor_preferences, can_be_disabled) {
     run({stream, "--format", "comma"});
     const std::string before = folder.content_of("preferences");
     EXPECT_EQ(run({stream, "--no-preferences"}).output, labelled_line);
@@ -113,7 +113,7 @@ TEST_F(Monitor_preferences, can_be_left_alone) {
     EXPECT_EQ(run_at_terminal({"--no-preferences", "--duration", "0.1"}).status, 2);
 }
 
-TEST_F(Monitor_preferences, are_in_the_home_of_the_user_unless_something_else_is_said) {
+TEST_F(Monitor_preferences, are_in_the_users_home_by_default) {
     Program program(RECEIVER_MONITOR, {stream});
     program.without_environment("GLUE_MONITOR_PREFERENCES").without_environment("XDG_CONFIG_HOME");
     EXPECT_EQ(program.environment("HOME", folder.path("home")).run().status, 0);
@@ -128,7 +128,7 @@ TEST_F(Monitor_preferences, stream_that_cannot_be_opened_is_not_remembered) {
     EXPECT_EQ(kept(), std::pair(labelled, stream));
 }
 
-TEST_F(Monitor_preferences, stream_that_is_too_long_makes_none_the_last) {
+TEST_F(Monitor_preferences, too_long_stream_is_not_remembered) {
     run({stream});
     EXPECT_EQ(run({stream + std::string(300, ' ')}).status, 0);
     EXPECT_EQ(kept().second, "");
@@ -147,18 +147,18 @@ TEST_F(Monitor_preferences, damaged_file_means_defaults_and_one_line) {
     EXPECT_EQ(kept(), std::pair(labelled, stream));
 }
 
-TEST_F(Monitor_preferences, another_file_is_left_alone) {
+TEST_F(Monitor_preferences, another_file_is_left_unchanged) {
     folder.make_file("preferences", "Host example\n");
     const Program_result result = run({stream, "--format", "comma"});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.output, comma_line);
     EXPECT_THAT(result.errors,
-                StartsWith("receiver_monitor: " + path + " is no file of preferences: leaving it alone\n~~ "));
+                StartsWith("receiver_monitor: " + path + " is no file of preferences: left unchanged\n~~ "));
     EXPECT_EQ(folder.content_of("preferences"), "Host example\n");
 }
 
-TEST_F(Monitor_preferences, file_that_cannot_be_written_fails_nothing) {
-    path = folder.path("frames") + "/preferences"; // within what is no folder
+TEST_F(Monitor_preferences, file_that_cannot_be_written_does_not_end_the_run) {
+    path = folder.path("frames") + "/preferences"; // in a file instead of a folder
     const Program_result result = run({stream});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.output, labelled_line);

@@ -29,7 +29,7 @@ const std::string line = "RT ms=1234\n";
 const std::string summary_of_nothing =
     "bytes: 0 = frames 0 + replies 0 + acknowledgements 0 + noise 0 + separators 0\nchecksum failures: 0\n";
 
-/// The monitor started by a shell that first does something to its descriptors.
+/// The monitor, started by a shell that changes its descriptors first.
 Program monitor_after(const std::string& redirections, Arguments arguments = {}) {
     arguments.insert(arguments.begin(), {"-c", "exec \"$0\" \"$@\" " + redirections, RECEIVER_MONITOR});
     return Program("sh", std::move(arguments));
@@ -53,7 +53,7 @@ void expect_refusal(const Arguments& arguments, const std::string& about) {
 
 } // namespace
 
-// ---- What it prints, and where ----
+// ---- Output ----
 
 TEST(receiver_monitor, prints_lines_on_standard_output_and_the_summary_on_standard_error) {
     const Program_result result = monitor_with({}).input(frame + "RE004done\r\n").run();
@@ -66,13 +66,13 @@ TEST(receiver_monitor, prints_lines_on_standard_output_and_the_summary_on_standa
     EXPECT_EQ(summary.checksum_failures, 0U);
 }
 
-TEST(receiver_monitor, has_two_formats_and_takes_the_labelled_one_unless_told) {
+TEST(receiver_monitor, has_two_formats_and_the_labelled_one_by_default) {
     EXPECT_EQ(monitor_with({}).input(frame).run().output, line);
     EXPECT_EQ(monitor_with({"--format", "labelled"}).input(frame).run().output, line);
     EXPECT_EQ(monitor_with({"--format=comma"}).input(frame).run().output, "RT,1234\n");
 }
 
-TEST(receiver_monitor, quiet_prints_the_summary_alone) {
+TEST(receiver_monitor, quiet_prints_only_the_summary) {
     const std::string bytes = frame + "RE004done\n" + build_frame("XY", "unknown") + "\x06";
     const Program_result result = monitor_with({"--quiet"}).input(bytes).run();
     EXPECT_EQ(result.output, "");
@@ -80,14 +80,14 @@ TEST(receiver_monitor, quiet_prints_the_summary_alone) {
     EXPECT_EQ(Summary(result.errors).account.arrived, bytes.size());
 }
 
-TEST(receiver_monitor, prints_unknown_frames_as_bytes_and_says_that_they_are) {
+TEST(receiver_monitor, prints_unknown_frames_as_bytes_and_reports_them) {
     const Program_result result = monitor_with({}).input(build_frame("XY", "a")).run();
     EXPECT_THAT(result.output, StartsWith("XY ???:  58 59 30 30 32 61 "));
     EXPECT_THAT(result.errors, StartsWith("UNKNOWN XY\nXY          1"));
     EXPECT_EQ(result.status, 0);
 }
 
-TEST(receiver_monitor, says_in_one_line_that_a_list_is_too_short) {
+TEST(receiver_monitor, reports_a_short_list_in_one_line) {
     const Program_result result = monitor_with({}).input(build_frame("SS", "") + frame).run();
     EXPECT_EQ(result.output, "SS message too short\n" + line);
 }
@@ -99,7 +99,7 @@ TEST(receiver_monitor, reads_a_file) {
     EXPECT_EQ(result.status, 0);
 }
 
-TEST(receiver_monitor, reads_a_terminal_line_and_leaves_it_as_it_was) {
+TEST(receiver_monitor, reads_a_terminal_line_and_restores_its_settings) {
     const Pty_pair tty(Pty_pair::as_it_comes);
     termios before{};
     tcgetattr(tty.slave(), &before);
@@ -131,9 +131,9 @@ TEST(receiver_monitor, ends_after_so_many_frames) {
     EXPECT_EQ(Summary(result.errors).counts, (Counts{{"~~", 2}}));
 }
 
-TEST(receiver_monitor, ends_after_the_duration_whatever_is_missing) {
+TEST(receiver_monitor, ends_after_the_duration_without_any_bytes) {
     const Stopwatch stopwatch;
-    Running_monitor silent({"--duration", "0.2"}); // nobody ever sends
+    Running_monitor silent({"--duration", "0.2"}); // without any bytes
     const Program_result& result = silent.end();
     EXPECT_GE(stopwatch.elapsed(), std::chrono::milliseconds(200));
     EXPECT_EQ(result.status, 2);
@@ -171,7 +171,7 @@ TEST(receiver_monitor, an_interrupt_ends_it_with_its_summary) {
     }
 }
 
-TEST(receiver_monitor, an_interrupt_ends_it_though_its_reader_is_stuck) {
+TEST(receiver_monitor, an_interrupt_ends_it_while_its_output_blocks) {
     for (const unsigned entries : {50U, 100U, 200U, 250U}) {
         const Temporary_folder folder;
         const std::string fifo = folder.make_fifo("stuck");
@@ -194,11 +194,11 @@ TEST(receiver_monitor, an_interrupt_ends_it_though_its_reader_is_stuck) {
 
 // ---- Exit status ----
 
-TEST(receiver_monitor, status_is_0_when_a_good_frame_came) {
+TEST(receiver_monitor, status_is_0_after_a_good_frame) {
     EXPECT_EQ(monitor_with({}).input("noise\n" + frame).run().status, 0);
 }
 
-TEST(receiver_monitor, status_is_2_when_none_came) {
+TEST(receiver_monitor, status_is_2_without_a_frame) {
     const Program_result nothing = monitor_with({}).run();
     EXPECT_EQ(nothing.status, 2);
     EXPECT_EQ(nothing.errors, summary_of_nothing);
@@ -206,7 +206,7 @@ TEST(receiver_monitor, status_is_2_when_none_came) {
     EXPECT_EQ(monitor_with({}).input("RE004done\n").run().status, 2);
 }
 
-TEST(receiver_monitor, status_is_2_when_only_a_bad_frame_came) {
+TEST(receiver_monitor, status_is_2_after_a_bad_frame_only) {
     std::string bad = frame;
     bad[6] = '\x7f';
     const Program_result result = monitor_with({}).input(bad).run();
@@ -215,7 +215,7 @@ TEST(receiver_monitor, status_is_2_when_only_a_bad_frame_came) {
     EXPECT_THAT(result.errors, HasSubstr("\nchecksum failures: 1\n"));
 }
 
-// ---- What goes wrong ----
+// ---- Failures ----
 
 TEST(receiver_monitor, device_that_cannot_be_opened_is_one_line_and_status_1) {
     expect_failure(monitor_with({"--device", "/does/not/exist"}).run(),
@@ -252,7 +252,7 @@ TEST(receiver_monitor, full_disk_is_one_line_and_status_1) {
     expect_failure(monitor_with({}).input(much_to_print()).output_to("/dev/full").run(), message);
 }
 
-TEST(receiver_monitor, reader_that_goes_away_is_one_line_and_status_1) {
+TEST(receiver_monitor, reader_that_closes_is_one_line_and_status_1) {
     const Program_result result = monitor_with({}).input(much_to_print()).reader_leaves_after(1000).run();
     expect_failure(result, "receiver_monitor: cannot write to standard output: Broken pipe");
 }

@@ -17,16 +17,16 @@ Program simulator_with(Arguments arguments) {
     return Program(RECEIVER_SIMULATOR, std::move(arguments));
 }
 
-/// The bytes of so many epochs, straight from the simulator.
+/// The bytes of the first epochs, from the simulator's classes.
 std::string bytes_of_epochs(int epochs, const simulator::Simulated_receiver::Options& options = {}) {
-    return Heard_receiver(options).next_bytes(epochs);
+    return Received_epochs(options).next_bytes(epochs);
 }
 
-/// Says where two texts part, and not all that is in them.
+/// Reports where two texts begin to differ, instead of both texts.
 void expect_same_bytes(const std::string& actual, const std::string& expected) {
     EXPECT_EQ(actual.size(), expected.size());
     const auto parting = std::mismatch(actual.begin(), actual.end(), expected.begin(), expected.end());
-    EXPECT_TRUE(parting.first == actual.end()) << "other bytes from " << parting.first - actual.begin() << " on";
+    EXPECT_TRUE(parting.first == actual.end()) << "different bytes from " << parting.first - actual.begin() << " on";
 }
 
 void expect_refusal(const Arguments& arguments, const std::string& about) {
@@ -48,7 +48,7 @@ TEST(receiver_simulator, sends_the_wanted_number_of_epochs) {
     expect_same_bytes(result.output, bytes_of_epochs(25));
 }
 
-TEST(receiver_simulator, no_epochs_are_none) {
+TEST(receiver_simulator, sends_nothing_for_0_epochs) {
     const Program_result result = simulator_with({"--epochs", "0"}).run();
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.output, "");
@@ -77,13 +77,13 @@ TEST(receiver_simulator, rate_paces_and_changes_no_byte) {
     expect_same_bytes(result.output, bytes_of_epochs(11));
 }
 
-TEST(receiver_simulator, sends_10_epochs_a_second_unless_told_otherwise) {
+TEST(receiver_simulator, sends_10_epochs_a_second_by_default) {
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(simulator_with({"--epochs", "4"}).run().status, 0);
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(300));
 }
 
-TEST(receiver_simulator, ends_quietly_when_its_reader_goes_away) {
+TEST(receiver_simulator, ends_quietly_when_its_reader_closes) {
     for (const char* rate : {"0", "100"}) {
         const Program_result result = simulator_with({"--rate", rate}).reader_leaves_after(1000).run();
         EXPECT_TRUE(result.in_time);
@@ -93,8 +93,8 @@ TEST(receiver_simulator, ends_quietly_when_its_reader_goes_away) {
     }
 }
 
-TEST(receiver_simulator, full_pipe_holds_it_up_and_loses_nothing) {
-    // The reader takes a byte now and then until far more than a pipe holds has been written.
+TEST(receiver_simulator, waits_for_a_full_pipe_and_loses_nothing) {
+    // The reader reads single bytes until far more bytes than a pipe holds were written.
     const std::string command =
         std::string("exec 2>&1; '") + RECEIVER_SIMULATOR +
         "' --rate 0 --epochs 400 | { dd bs=1 count=1000 status=none; dd bs=7 count=2000 status=none; cat; }";
@@ -103,18 +103,18 @@ TEST(receiver_simulator, full_pipe_holds_it_up_and_loses_nothing) {
     expect_same_bytes(result.output, bytes_of_epochs(400));
 }
 
-TEST(receiver_simulator, non_blocking_output_holds_it_up_too) {
+TEST(receiver_simulator, waits_for_a_non_blocking_output) {
     int ends[2];
-    ASSERT_EQ(pipe2(ends, O_NONBLOCK), 0); // the program gets this very pipe, and its flag, by name
+    ASSERT_EQ(pipe2(ends, O_NONBLOCK), 0); // the program gets the same pipe, with its flag, by number
     ASSERT_LT(ends[1], 10) << "a shell takes one digit";
-    std::string heard;
+    std::string received;
     Program_result result;
     std::thread reader([&] {
         char piece[1000];
         ssize_t n = 0;
         while ((n = read(ends[0], piece, sizeof piece)) != 0)
             if (n > 0)
-                heard.append(piece, static_cast<std::size_t>(n));
+                received.append(piece, static_cast<std::size_t>(n));
             else
                 std::this_thread::yield();
     });
@@ -125,7 +125,7 @@ TEST(receiver_simulator, non_blocking_output_holds_it_up_too) {
     reader.join();
     close(ends[0]);
     EXPECT_EQ(result.status, 0) << result.errors;
-    expect_same_bytes(heard, bytes_of_epochs(400));
+    expect_same_bytes(received, bytes_of_epochs(400));
 }
 
 TEST(receiver_simulator, full_disk_is_one_line_and_status_1) {

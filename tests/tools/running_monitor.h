@@ -22,7 +22,7 @@ inline Program monitor_with(Arguments arguments) {
     return Program(RECEIVER_MONITOR, std::move(arguments));
 }
 
-/// A monitor that runs beside the test, on a FIFO that the test writes.
+/// A monitor that runs in parallel with the test and reads a FIFO that the test writes.
 class Running_monitor {
   public:
     explicit Running_monitor(Arguments arguments = {}) {
@@ -34,7 +34,7 @@ class Running_monitor {
                           .output_to(folder_.path("output"))
                           .once_started([this](pid_t pid) { pid_ = pid; })
                           .run();
-            pid_ = 0; // somebody else may bear the number from now on
+            pid_ = 0; // another process may get this number from now on
         });
         EXPECT_TRUE(eventually([&] { return pid_ != -1; }));
     }
@@ -49,7 +49,7 @@ class Running_monitor {
         EXPECT_TRUE(eventually([&] { return folder_.content_of("output") == text; })) << folder_.content_of("output");
     }
     void signal(int number) { send_signal(pid_, number); }
-    /// Whether it waits: it has dealt with every signal that was sent before.
+    /// Whether it waits, and so has handled every earlier signal.
     bool rests() const { return sleeps(pid_); }
     const Program_result& end() {
         thread_.join();

@@ -22,7 +22,7 @@ struct Simulated_frame {
     }
 };
 
-/// Cuts undisturbed bytes into frames, each of the length that its digits tell; every one must have its line end.
+/// Cuts undisturbed bytes into frames by their length digits; every frame must have its line end.
 inline std::vector<Simulated_frame> frames_of(std::string_view bytes, std::string_view line_end = "\n") {
     std::vector<Simulated_frame> frames;
     while (!bytes.empty()) {
@@ -32,7 +32,7 @@ inline std::vector<Simulated_frame> frames_of(std::string_view bytes, std::strin
         }
         const std::size_t size = 5 + std::stoul(std::string(bytes.substr(2, 3)), nullptr, 16);
         if (bytes.substr(std::min(size, bytes.size()), line_end.size()) != line_end) {
-            ADD_FAILURE() << "no line end behind frame " << frames.size();
+            ADD_FAILURE() << "no line end after frame " << frames.size();
             break;
         }
         frames.push_back({std::string(bytes.substr(0, size))});
@@ -41,7 +41,7 @@ inline std::vector<Simulated_frame> frames_of(std::string_view bytes, std::strin
     return frames;
 }
 
-/// What a simulated receiver says in one epoch.
+/// A simulated receiver's messages of one epoch.
 class Simulated_epoch {
   public:
     explicit Simulated_epoch(std::string_view bytes, std::string_view line_end = "\n")
@@ -79,10 +79,10 @@ class Simulated_epoch {
     std::vector<Simulated_frame> frames_;
 };
 
-/// A simulated receiver, heard by a test.
-class Heard_receiver {
+/// A simulated receiver whose bytes a test receives.
+class Received_epochs {
   public:
-    explicit Heard_receiver(const simulator::Simulated_receiver::Options& options = {})
+    explicit Received_epochs(const simulator::Simulated_receiver::Options& options = {})
         : receiver_(options), line_end_(options.crlf ? "\r\n" : "\n") {}
 
     std::string next_bytes() {
@@ -102,7 +102,7 @@ class Heard_receiver {
     std::string line_end_;
 };
 
-/// Options with epochs so far apart that hours pass quickly.
+/// Options with a long interval between epochs, so that hours pass quickly.
 inline simulator::Simulated_receiver::Options epochs_every(std::int64_t interval_ms) {
     simulator::Simulated_receiver::Options options;
     options.interval_ms = interval_ms;

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-/// The line of a summary that says where the bytes went.
+/// The line of a summary that accounts for the bytes.
 struct Account {
     std::uint64_t arrived = 0;
     std::uint64_t frames = 0;
@@ -23,7 +23,7 @@ struct Account {
 /// Identifiers with their counts, in the order of the summary.
 using Counts = std::vector<std::pair<std::string, std::uint64_t>>;
 
-/// What a summary says; a failure of the test when it is not one.
+/// The values of a summary; a failure of the test when the text is not one.
 class Summary {
   public:
     explicit Summary(const std::string& text) {
@@ -52,5 +52,5 @@ class Summary {
     Counts counts;
     Account account;
     std::uint64_t checksum_failures = 0;
-    std::string rest; ///< the lines behind these: about sentences and the log
+    std::string rest; ///< the lines after these: sentences and the log
 };

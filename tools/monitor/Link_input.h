@@ -7,35 +7,35 @@
 
 class Data_stream;
 
-/// Where the monitor's bytes come from.
+/// The source of the monitor's bytes.
 ///
-/// It counts what arrives by itself, so that the parser's account of the same bytes can be held against it.
+/// It counts the received bytes itself, so that the parser's account of the same bytes can be compared with it.
 class Link_input {
   public:
     enum class Arrival {
-        bytes,   ///< something new is buffered
-        nothing, ///< not until the deadline, or not yet: look again
-        wake_up, ///< the wake-up descriptor has something
-        end      ///< nothing will come any more: end of file, the line is gone, or `error()` says why
+        bytes,   ///< new bytes are buffered
+        nothing, ///< no bytes so far; the deadline may have passed
+        wake_up, ///< the wake-up descriptor is readable
+        end      ///< no more bytes will follow: end of file, a line that hung up, or `error()` has the reason
     };
 
     virtual ~Link_input() = default;
 
-    /// Waits until bytes arrive, and buffers what is there as far as it fits.
-    /// \param deadline           how long; without it, no limit
-    /// \param wake_up_descriptor another descriptor that ends the wait when it becomes readable
+    /// Waits until bytes arrive, and buffers as many as fit.
+    /// \param deadline           when to stop waiting; without it, never
+    /// \param wake_up_descriptor ends the wait, too, when it becomes readable
     virtual Arrival wait(std::optional<Atime> deadline, int wake_up_descriptor) = 0;
 
-    /// Does what the wake-up descriptor has become readable for. \return whether it is to end the run
+    /// Handles the event that made the wake-up descriptor readable. \return whether it ends the run
     virtual bool ends_at_wake_up() { return true; }
 
-    /// What has arrived and was not taken yet. Reading from it fetches nothing: bytes come by `wait` alone.
+    /// The bytes that were received and not consumed yet. Reading from it fetches nothing: only `wait` receives bytes.
     virtual Data_stream& buffered_bytes() = 0;
 
-    /// Whether what comes waits, without loss, when nobody asks for it: a file, a pipe, but no serial line.
+    /// Whether back-pressure loses no bytes: true for a file or a pipe, false for a serial line.
     virtual bool can_wait() const { return false; }
 
-    /// Bytes that have arrived.
+    /// How many bytes were received.
     std::uint64_t arrived() const { return arrived_; }
     /// Why reading ended, as an errno value; 0 for a plain end.
     int error() const { return error_; }

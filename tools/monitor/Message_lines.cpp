@@ -1,5 +1,7 @@
 #include "Message_lines.h"
 
+#include "line_text.h"
+
 #include <glue/vesk/MC_UI_messages.h>
 #include <glue/vesk/TIM_messages.h>
 #include <glue/vesk/Vesk_error_decoder.h>
@@ -46,15 +48,7 @@ bool is_space(char c) {
     return std::isspace(static_cast<unsigned char>(c)) != 0;
 }
 
-/// A reply's bytes up to its line end, which NULs may follow.
-std::string_view text_of(const unsigned char* reply, unsigned len) {
-    std::string_view text(reinterpret_cast<const char*>(reply), len);
-    while (!text.empty() && (text.back() == '\0' || text.back() == '\r' || text.back() == '\n'))
-        text.remove_suffix(1);
-    return text;
-}
-
-/// The error that a reply is about; -1 when it is none, or none that is known.
+/// The error that a reply reports; -1 when it reports none, or an unknown one.
 int error_of(std::string_view reply) {
     if (reply.substr(0, 2) != "ER" || reply.size() < Vesk_message::header_size)
         return -1;
@@ -66,32 +60,37 @@ int error_of(std::string_view reply) {
 
 } // namespace
 
-bool Message_lines::print_frame(const Vesk_message& frame, char* line, unsigned room) const {
+const char* Message_lines::acknowledgement_text(unsigned char byte) {
+    constexpr unsigned char accepted = 0x06;
+    return byte == accepted ? "acknowledged" : "refused";
+}
+
+bool Message_lines::print_frame(const Vesk_message& frame, char* line, unsigned size) const {
     line[0] = '\0';
     const int id = frame.get_msg_id();
     if (id == Msg_GS::id && is_whole_TIM_frame(frame))
-        print_status(frame, line, room);
+        print_status(frame, line, size);
     else if (id == Msg_GC::id && is_whole_TIM_frame(frame))
-        print_command(frame, line, room);
+        print_command(frame, line, size);
     else if (id == Msg_ES::id && is_whole_item_frame(frame))
-        print_items(frame, line, room);
+        print_items(frame, line, size);
     else
-        return printer_.snprint(frame, line, static_cast<int>(room)) > 0;
+        return printer_.snprint(frame, line, static_cast<int>(size)) > 0;
     return true;
 }
 
-void Message_lines::print_status(const Vesk_message& frame, char* line, unsigned room) const {
+void Message_lines::print_status(const Vesk_message& frame, char* line, unsigned size) const {
     const auto status = as<Msg_GS>(frame);
     const int prod = status.get_prod();
     const double curv = status.get_curv();
     if (labelled_)
-        std::snprintf(line, room, "GS heart=%u state=%s prod=%d curv=%f", status.get_heart(),
+        std::snprintf(line, size, "GS heart=%u state=%s prod=%d curv=%f", status.get_heart(),
                       TIM_messages::state_text(status.get_state()), prod, curv);
     else
-        std::snprintf(line, room, "GS,%u,%u,%d,%f", status.get_heart(), status.get_state(), prod, curv);
+        std::snprintf(line, size, "GS,%u,%u,%d,%f", status.get_heart(), status.get_state(), prod, curv);
 }
 
-void Message_lines::print_command(const Vesk_message& frame, char* line, unsigned room) const {
+void Message_lines::print_command(const Vesk_message& frame, char* line, unsigned size) const {
     const auto command = as<Msg_GC>(frame);
     std::string requests;
     for (unsigned n = Msg_GC::requests; n-- > 0;)
@@ -100,14 +99,14 @@ void Message_lines::print_command(const Vesk_message& frame, char* line, unsigne
     const int prod = command.get_prod();
     const double curv = command.get_curv();
     if (labelled_)
-        std::snprintf(line, room, "GC heart=%u ready=%d requests={%s} state=%s prod=%d curv=%f", command.get_heart(),
+        std::snprintf(line, size, "GC heart=%u ready=%d requests={%s} state=%s prod=%d curv=%f", command.get_heart(),
                       ready, requests.c_str(), TIM_messages::state_text(command.get_state()), prod, curv);
     else
-        std::snprintf(line, room, "GC,%u,%d,{%s},%u,%d,%f", command.get_heart(), ready, requests.c_str(),
+        std::snprintf(line, size, "GC,%u,%d,{%s},%u,%d,%f", command.get_heart(), ready, requests.c_str(),
                       command.get_state(), prod, curv);
 }
 
-void Message_lines::print_items(const Vesk_message& frame, char* line, unsigned room) const {
+void Message_lines::print_items(const Vesk_message& frame, char* line, unsigned size) const {
     const auto message = as<Msg_ES>(frame);
     const unsigned count = message.get_num_items();
     std::string text = (labelled_ ? "ES items=" : "ES,") + std::to_string(count);
@@ -115,23 +114,23 @@ void Message_lines::print_items(const Vesk_message& frame, char* line, unsigned 
         text += labelled_ ? ' ' : ',';
         append_item(text, message, i);
     }
-    std::snprintf(line, room, "%s", text.c_str());
+    std::snprintf(line, size, "%s", text.c_str());
 }
 
-unsigned Message_lines::print_reply(const unsigned char* reply, unsigned len, char* line, unsigned room) const {
-    const std::string_view text = text_of(reply, len);
+unsigned Message_lines::print_reply(const unsigned char* reply, unsigned len, char* line, unsigned size) const {
+    const std::string_view text = without_line_end({reinterpret_cast<const char*>(reply), len});
     std::string whole(text);
     const int error = error_of(text);
     if (error >= 0) {
-        const char* const phrase = errcode2str(error) + 1; // behind its comma
+        const char* const phrase = errcode2str(error) + 1; // without the comma before it
         whole += labelled_ ? " error=" + std::to_string(error) + " text=" + phrase
                            : "," + std::to_string(error) + "," + phrase;
     }
-    return static_cast<unsigned>(whole.copy(line, room));
+    return static_cast<unsigned>(whole.copy(line, size));
 }
 
-void Message_lines::print_position(const NMEA_messages::Msg_NMEA_GGA& position, char* line, unsigned room) const {
-    std::snprintf(line, room,
+void Message_lines::print_position(const NMEA_messages::Msg_NMEA_GGA& position, char* line, unsigned size) const {
+    std::snprintf(line, size,
                   labelled_ ? "    GGA lat=%.10f lon=%.10f alt=%.3fm fix=%d sats=%d hdop=%.1f"
                             : "    GGA,%.10f,%.10f,%.3f,%d,%d,%.1f",
                   position.get_latitude(), position.get_longitude(), position.get_altitude(), position.get_fix(),

@@ -1,17 +1,19 @@
-// The monitor waits for bytes, takes every packet that is complete, flushes its output, and waits again:
+// The monitor waits for bytes, shows every complete packet, flushes its output, and waits again:
 //
-//      wait --bytes--> take packets --none left--> flush --> wait
+//      wait --bytes--> show packets --none left--> flush --> wait
 //        |                |                          |
 //        | deadline,      | enough frames            | output fails
 //        | interrupt      v                          v
 //        +--------------> end <----------------------+
 //        |                ^
-//        +-end of input-> take the rest
+//        +-end of input-> search the rest
 //
-// A watcher is attended to before each wait, which is as long as it allows; after the end of the input it is attended
-// to until it wants to end.
+// `attend` of a watcher is called before each wait, which lasts no longer than the watcher allows. After the end of the
+// input it is called until the watcher ends the run.
 
 #include "Monitor.h"
+
+#include "line_text.h"
 
 #include <glue/vesk/Vesk_message.h>
 
@@ -23,10 +25,6 @@ namespace {
 constexpr unsigned char accepted = Vesk_parser::accepted_byte;
 constexpr unsigned shortest_packet = Vesk_message::header_size + 1;
 
-bool ends_text(char c) {
-    return c == '\r' || c == '\n' || c == '\0';
-}
-
 } // namespace
 
 Monitor::Monitor(const Options& options, Link_input& input, const Interrupt& interrupt, std::FILE* output)
@@ -37,7 +35,7 @@ Monitor::Monitor(const Options& options, Link_input& input, const Interrupt& int
       parser_(&input.buffered_bytes(), false),
       lines_(options.labelled),
       sentence_finder_([this](std::string& sentence) { show_sentence(sentence); }) {
-    parser_.set_keep_on_error(true); // a sentence that the longest noise is cut in keeps every byte
+    parser_.set_keep_on_error(true); // a sentence keeps every byte, even where the longest noise is cut
 }
 
 Monitor::End Monitor::run() {
@@ -47,12 +45,12 @@ Monitor::End Monitor::run() {
 
     for (;;) {
         const Link_input::Arrival arrival = input_.wait(next_wake_up(deadline), interrupt_.descriptor());
-        last_look_ = Atime::now();
+        last_wake_up_ = Atime::now();
         if (watcher_)
             watcher_->see_arrival(input_.arrived());
         if (arrival == Link_input::Arrival::bytes) {
             if (!first_arrival_)
-                first_arrival_ = last_look_;
+                first_arrival_ = last_wake_up_;
             if (const auto end = take_packets())
                 return *end;
         }
@@ -60,7 +58,7 @@ Monitor::End Monitor::run() {
             return watcher_ ? linger(deadline) : take_rest();
         if (arrival == Link_input::Arrival::wake_up)
             return End::interrupt;
-        if (deadline && last_look_ >= *deadline)
+        if (deadline && last_wake_up_ >= *deadline)
             return End::duration;
         if (!attend_watcher())
             return End::interrupt;
@@ -73,7 +71,7 @@ std::optional<Atime> Monitor::next_wake_up(std::optional<Atime> deadline) const 
     return deadline ? std::min(*deadline, watcher_->due()) : watcher_->due();
 }
 
-/// False when the watcher wants to end.
+/// \return false when the watcher ends the run
 bool Monitor::attend_watcher() {
     if (!watcher_)
         return true;
@@ -81,7 +79,7 @@ bool Monitor::attend_watcher() {
     return watcher_->attend();
 }
 
-/// Nothing will come any more, but the watcher may still have something to look at.
+/// The input has ended; the watcher decides when the run ends.
 Monitor::End Monitor::linger(std::optional<Atime> deadline) {
     const End end = take_rest();
     watcher_->see_end();
@@ -96,7 +94,7 @@ Monitor::End Monitor::linger(std::optional<Atime> deadline) {
     return end;
 }
 
-/// Takes what is complete and shows it; an end when that is reached on the way.
+/// Shows all complete packets. \return the end of the run, if it is reached
 std::optional<Monitor::End> Monitor::take_packets() {
     int len = 0;
     while (!has_enough() && !std::ferror(output_)) {
@@ -105,24 +103,36 @@ std::optional<Monitor::End> Monitor::take_packets() {
             break;
         take_packet(kind, static_cast<unsigned>(len));
     }
-    if (!flush())
-        return interrupt_.is_requested() ? End::interrupt : End::output_failed;
+    if (const auto failure = flush())
+        return failure;
     if (has_enough())
         return End::count;
     return std::nullopt;
 }
 
-/// Nothing will complete what still waits. A garbled length may claim more bytes than will ever come: the frames behind
-/// it are looked for from every byte on.
+/// No more bytes follow to complete the buffered ones. A damaged length may claim more bytes than there are, so a
+/// packet is looked for at every byte. The bytes before it are noise, in which a sentence may be; the end of the input
+/// ends the last one.
 Monitor::End Monitor::take_rest() {
-    while (input_.buffered_bytes().bytes_avail() > shortest_packet) { // single bytes would look like acknowledgements
-        input_.buffered_bytes().drop(1);
-        ++given_up_;
+    Data_stream& rest = input_.buffered_bytes();
+    while (rest.bytes_avail() > 0) {
+        skip_byte();
+        if (rest.bytes_avail() < shortest_packet) // a single byte would look like an acknowledgement
+            continue;
         if (const auto end = take_packets())
             return *end;
     }
-    input_ended_ = true;
-    return End::input;
+    sentence_finder_.finish();
+    return flush().value_or(End::input);
+}
+
+/// Counts the oldest byte as noise.
+void Monitor::skip_byte() {
+    unsigned char byte = 0;
+    input_.buffered_bytes().get_data(&byte, 1, 0);
+    input_.buffered_bytes().drop(1);
+    ++skipped_;
+    sentence_finder_.take({reinterpret_cast<const char*>(&byte), 1});
 }
 
 void Monitor::take_packet(int kind, unsigned len) {
@@ -138,7 +148,7 @@ void Monitor::take_packet(int kind, unsigned len) {
         show_reply(len);
         break;
     case Vesk_parser::acknowledgement:
-        print_line(packet_[0] == accepted ? "acknowledged" : "refused");
+        print_line(Message_lines::acknowledgement_text(packet_[0]));
         break;
     default:
         sentence_finder_.take({reinterpret_cast<const char*>(packet_), len});
@@ -156,7 +166,7 @@ void Monitor::show_frame(unsigned len) {
     if (options_.quiet)
         return;
     lines_.print_frame(message, line_, sizeof line_);
-    if (line_[0] != '\0') // else the printer has said something about the frame instead
+    if (line_[0] != '\0') // empty: the printer has reported the frame on standard error
         print_line(line_);
 }
 
@@ -165,7 +175,7 @@ void Monitor::show_reply(unsigned len) {
     print_line({line_, lines_.print_reply(packet_, len, line_, sizeof line_)});
 }
 
-/// A sentence is part of the noise; only positions are shown.
+/// A sentence is part of the noise. Only positions are shown.
 void Monitor::show_sentence(std::string& sentence) {
     if (!has_good_checksum(sentence)) {
         sentences_.count_bad(sentence.size());
@@ -181,38 +191,33 @@ void Monitor::show_sentence(std::string& sentence) {
     print_line(line_);
 }
 
-/// Prints a text as one line, whatever is in it: its own line end goes, and any other byte that a terminal might act on
-/// becomes a point. All in one call, so that an output that fails is tried once.
+/// Prints a text as one line, without its own line end and with a point for every other byte that a terminal might act
+/// on. A single call, so that a failing output is tried once.
 void Monitor::print_line(std::string_view text) {
     if (options_.quiet)
         return;
-    while (!text.empty() && ends_text(text.back()))
-        text.remove_suffix(1);
-    std::transform(text.begin(), text.end(), line_, [](char c) { return c >= 0x20 && c <= 0x7E ? c : '.'; });
+    text = without_line_end(text);
+    std::transform(text.begin(), text.end(), line_, printable);
     line_[text.size()] = '\n';
     std::fwrite(line_, 1, text.size() + 1, output_);
 }
 
-/// On an output that has failed nothing more is tried: it may be stuck.
-bool Monitor::flush() {
-    return !std::ferror(output_) && std::fflush(output_) == 0;
+/// An output that has failed is not flushed again: it may block. \return the end of the run when it fails
+std::optional<Monitor::End> Monitor::flush() {
+    if (!std::ferror(output_) && std::fflush(output_) == 0)
+        return std::nullopt;
+    return interrupt_.has_come() ? End::interrupt : End::output_failed;
 }
 
-/// Of the bytes that were looked at; of all of them when no more will come.
-Vesk_parser::Byte_counts Monitor::get_byte_counts() {
+Vesk_parser::Byte_counts Monitor::get_byte_counts() const {
     Vesk_parser::Byte_counts bytes = parser_.get_byte_counts();
-    bytes.noise += given_up_;
-    if (input_ended_)
-        bytes.noise += input_.buffered_bytes().bytes_avail();
+    bytes.noise += skipped_;
     return bytes;
 }
 
 void Monitor::print_summary(std::FILE* out) {
-    const Vesk_parser::Byte_counts bytes = get_byte_counts();
-    std::uint64_t arrived = input_.arrived();
-    if (!input_ended_)
-        arrived -= input_.buffered_bytes().bytes_avail();
-    const double seconds = first_arrival_ ? static_cast<double>(last_look_ - *first_arrival_) / 1000 : 0;
-    summary_.print(out, arrived, bytes, seconds);
+    const std::uint64_t parsed = input_.arrived() - input_.buffered_bytes().bytes_avail();
+    const double seconds = first_arrival_ ? static_cast<double>(last_wake_up_ - *first_arrival_) / 1000 : 0;
+    summary_.print(out, parsed, get_byte_counts(), seconds);
     sentences_.print(out);
 }

@@ -15,8 +15,8 @@ Receiver_input::~Receiver_input() {
 }
 
 bool Receiver_input::open_device(const std::string& path) {
-    // A FIFO opens at once and is then waited for as everything else is. A line does not become the controlling
-    // terminal of a process that has none: that it hangs up is an end of the input, not of the process.
+    // A FIFO opens at once, and `wait` waits for its writer. A line does not become the controlling terminal of a
+    // process without one: a line that hangs up ends the input, not the process.
     if (!open_by_name(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY, 0, Direction::read))
         return false;
     termios settings{};
@@ -46,20 +46,20 @@ bool Receiver_input::can_wait() const {
     return isatty(get_read_fd()) == 0;
 }
 
-/// One read, of what is there, into the room that the ring has in one piece.
+/// Reads once, into the ring's contiguous free space.
 Receiver_input::Arrival Receiver_input::fetch() {
-    const auto room = rx_buffer.free_region();
-    if (room.size == 0)
+    const auto free = rx_buffer.free_region();
+    if (free.size == 0)
         return Arrival::bytes;
-    const ssize_t came = ::read(get_read_fd(), room.begin, room.size);
-    if (came > 0) {
-        rx_buffer.commit(static_cast<unsigned>(came));
-        arrived_ += static_cast<std::uint64_t>(came);
+    const ssize_t received = ::read(get_read_fd(), free.begin, free.size);
+    if (received > 0) {
+        rx_buffer.commit(static_cast<unsigned>(received));
+        arrived_ += static_cast<std::uint64_t>(received);
         return Arrival::bytes;
     }
-    if (came < 0 && (errno == EAGAIN || errno == EINTR))
-        return Arrival::nothing;  // somebody else was faster
-    if (came < 0 && errno != EIO) // EIO is how a terminal line says that its other end is gone
+    if (received < 0 && (errno == EAGAIN || errno == EINTR))
+        return Arrival::nothing;      // another process read the bytes first
+    if (received < 0 && errno != EIO) // EIO: the other end of a terminal line is closed
         error_ = errno;
     return Arrival::end;
 }

@@ -11,13 +11,13 @@
 /// A device, a file or standard input as the monitor's link.
 class Receiver_input : public Posix_data_stream, public Link_input {
   public:
-    /// Reads standard input until another one is opened.
+    /// Reads standard input until a device is opened.
     Receiver_input();
-    /// Gives a terminal line back its settings.
+    /// Restores the settings of a terminal line.
     ~Receiver_input() override;
 
-    /// Reads `path`. A serial line is switched to raw bytes, at the speed it has; a FIFO may have no writer yet. On
-    /// failure says why on standard error and returns false.
+    /// Reads `path`. A serial line is switched to raw bytes and keeps its speed; a FIFO may have no writer yet.
+    /// \return false, with the reason on standard error, when it cannot be opened
     bool open_device(const std::string& path);
 
     Arrival wait(std::optional<Atime> deadline, int wake_up_descriptor) override;
@@ -25,7 +25,7 @@ class Receiver_input : public Posix_data_stream, public Link_input {
     bool can_wait() const override;
 
     using Posix_data_stream::get_data;
-    /// Fetches nothing: bytes come by `wait` alone, which counts them. \return whether `n` is 0
+    /// Fetches nothing: only `wait` receives bytes and counts them. \return whether `n` is 0
     int get_data(int n) override;
 
   private:

@@ -21,7 +21,7 @@ bool Recorded_input::ends_at_wake_up() {
     return interrupt_.is_requested();
 }
 
-/// Records the bytes that came last: nobody has taken anything of the link since.
+/// Records the newest `count` bytes: none of them was consumed since they were received.
 void Recorded_input::record(unsigned count) {
     Data_stream& stream = link_->buffered_bytes();
     unsigned char piece[1024];

@@ -6,11 +6,10 @@
 
 #include <memory>
 
-/// A link whose traffic is recorded as it arrives. SIGUSR1 switches the record on and off, if `interrupt` listens to
-/// it.
+/// A link whose traffic is recorded as it arrives. SIGUSR1 switches the record on and off, if `interrupt` catches it.
 class Recorded_input : public Link_input {
   public:
-    /// Takes `link` over; the others outlive it.
+    /// Owns `link`; the others outlive it.
     Recorded_input(std::unique_ptr<Link_input> link, Traffic_recorder& recorder, Interrupt& interrupt);
 
     Arrival wait(std::optional<Atime> deadline, int wake_up_descriptor) override;

@@ -1,11 +1,11 @@
 // States, while there are bytes:
 //
-//      bytes released --all handed over--> at a time message --not due yet--> waiting
-//        ^                                   |  (or none)                        |
-//        +-----------------------------------+-------------- due ----------------+
+//      bytes released --all delivered--> at a time message --not due yet--> waiting
+//        ^                                  |  (or none)                       |
+//        +----------------------------------+-------------- due ---------------+
 //
-// A pipe may have nothing at the moment. It is then waited for before anything is released: where an epoch begins
-// cannot be seen yet.
+// A pipe may be empty at the moment. Then nothing is released before it is readable: the next bytes decide where an
+// epoch begins.
 
 #include "Replay_input.h"
 
@@ -53,10 +53,10 @@ Link_input::Arrival Replay_input::wait(std::optional<Atime> deadline, int wake_u
     poll(descriptors, 2, milliseconds_until(end));
     if (descriptors[0].revents != 0)
         return Arrival::wake_up;
-    return ready ? hand_over() : Arrival::nothing;
+    return ready ? deliver() : Arrival::nothing;
 }
 
-/// Finds out what may go now. \return false while it is not time yet
+/// Decides which bytes may be delivered now. \return false while the next epoch is not due
 bool Replay_input::release() {
     if (released_ > 0)
         return true;
@@ -73,18 +73,18 @@ bool Replay_input::release() {
     return true;
 }
 
-/// Whether it cannot be seen what comes next, though something may come.
+/// Whether too few bytes are pending to recognise a time message, and more may follow.
 bool Replay_input::is_starved() const {
     return !ended_ && released_ == 0 && pending_.size() - first_ < time_size;
 }
 
-/// Whether reading brings something, be it the end: not from a pipe that is empty, or that nobody writes to yet.
+/// Whether a read returns bytes or the end of file: not from a pipe that is empty or has no writer yet.
 bool Replay_input::is_readable() const {
     pollfd file{fd_, POLLIN, 0};
     return poll(&file, 1, 0) > 0;
 }
 
-/// Has a piece pending, if the file has as much at the moment.
+/// Reads until enough bytes are pending to recognise a time message, or the file has no more at the moment.
 void Replay_input::refill() {
     if (pending_.size() - first_ >= time_size)
         return;
@@ -93,22 +93,22 @@ void Replay_input::refill() {
     while (!ended_ && pending_.size() < time_size && is_readable()) {
         const std::size_t size = pending_.size();
         pending_.resize(size + piece_size);
-        const ssize_t came = read(fd_, pending_.data() + size, piece_size);
-        pending_.resize(size + static_cast<std::size_t>(std::max<ssize_t>(came, 0)));
-        if (came < 0 && (errno == EINTR || errno == EAGAIN))
+        const ssize_t received = read(fd_, pending_.data() + size, piece_size);
+        pending_.resize(size + static_cast<std::size_t>(std::max<ssize_t>(received, 0)));
+        if (received < 0 && (errno == EINTR || errno == EAGAIN))
             continue;
-        if (came < 0)
+        if (received < 0)
             error_ = errno;
-        ended_ = came <= 0;
+        ended_ = received <= 0;
     }
 }
 
-/// The receiver's time of day, if there is a time message at this place.
-std::optional<std::uint32_t> Replay_input::time_at(std::size_t place) const {
-    if (pending_.size() - place < time_size)
+/// The receiver's time of day, if a time message is at this index.
+std::optional<std::uint32_t> Replay_input::time_at(std::size_t index) const {
+    if (pending_.size() - index < time_size)
         return std::nullopt;
     unsigned char frame[time_size];
-    std::copy_n(pending_.begin() + static_cast<std::ptrdiff_t>(place), time_size, frame);
+    std::copy_n(pending_.begin() + static_cast<std::ptrdiff_t>(index), time_size, frame);
     const Msg_RT message(frame, time_size);
     const unsigned char end = frame[time_size - 1];
     if ((end != '\r' && end != '\n') || message.get_msg_len() != Msg_RT::body_length || !message.validate(Msg_RT::id) ||
@@ -117,24 +117,24 @@ std::optional<std::uint32_t> Replay_input::time_at(std::size_t place) const {
     return message.get_ms();
 }
 
-/// Where the next time message begins, or may begin as far as can be seen; behind the last byte when nothing more
-/// comes.
+/// The index where the next time message begins, or where one may begin that is not complete yet; the number of bytes
+/// after the end of the file.
 std::size_t Replay_input::next_time(std::size_t from) const {
     constexpr unsigned char begins_time = Msg_RT::id & 0xFF;
     const std::size_t end = ended_ ? pending_.size() : std::max(pending_.size() - time_size + 1, from);
-    for (std::size_t place = from; place < end; ++place) {
-        const void* const found = std::memchr(pending_.data() + place, begins_time, end - place);
+    for (std::size_t index = from; index < end; ++index) {
+        const void* const found = std::memchr(pending_.data() + index, begins_time, end - index);
         if (!found)
             break;
-        place = static_cast<std::size_t>(static_cast<const unsigned char*>(found) - pending_.data());
-        if (time_at(place))
-            return place;
+        index = static_cast<std::size_t>(static_cast<const unsigned char*>(found) - pending_.data());
+        if (time_at(index))
+            return index;
     }
     return end;
 }
 
-/// Moves what may go into the ring, as far as it fits.
-Link_input::Arrival Replay_input::hand_over() {
+/// Moves released bytes into the ring, as many as fit.
+Link_input::Arrival Replay_input::deliver() {
     if (released_ == 0)
         return Arrival::end;
     const auto count = static_cast<unsigned>(std::min<std::size_t>(released_, rx_capacity - rx_buffer.size()));

@@ -8,13 +8,13 @@
 #include <string>
 #include <vector>
 
-/// A record of a link's traffic as the monitor's link: byte for byte what came, at the pace of its epochs.
+/// Plays a record of a link's traffic back: every byte, at the pace of the recorded epochs.
 ///
-/// An epoch begins with a receiver time message, which is waited for, and all behind it up to the next one comes at
-/// once. So does what stands before the first.
+/// An epoch begins with a receiver time message. When it is due, all bytes up to the next one are delivered at once.
+/// The bytes before the first one are delivered at once, too.
 class Replay_input : public Data_stream, public Link_input {
   public:
-    /// \param speed  how many times as fast as it came; 0: as fast as it is taken
+    /// \param speed  how many times as fast as it was recorded; 0: as fast as it is consumed
     explicit Replay_input(double speed) : pace_(speed) {}
     ~Replay_input() override;
 
@@ -29,7 +29,7 @@ class Replay_input : public Data_stream, public Link_input {
     using Data_stream::get_data;
     /// \return whether `n` is 0
     int get_data(int n) override;
-    /// There is nobody to write to. \return -1
+    /// A record accepts no bytes. \return -1
     int _write(const unsigned char* data, unsigned int len) override;
 
   private:
@@ -37,15 +37,15 @@ class Replay_input : public Data_stream, public Link_input {
     bool is_starved() const;
     bool is_readable() const;
     void refill();
-    std::optional<std::uint32_t> time_at(std::size_t place) const;
+    std::optional<std::uint32_t> time_at(std::size_t index) const;
     std::size_t next_time(std::size_t from) const;
-    Arrival hand_over();
+    Arrival deliver();
 
     int fd_ = -1;
-    bool ended_ = false;                 ///< the file
-    std::vector<unsigned char> pending_; ///< read and not handed over yet
-    std::size_t first_ = 0;              ///< of the pending bytes
-    std::size_t released_ = 0;           ///< bytes that may go
-    std::optional<Atime> due_;           ///< of the epoch that the pending bytes begin with, while that is waited for
+    bool ended_ = false;                 ///< the file was read to its end
+    std::vector<unsigned char> pending_; ///< read and not delivered yet
+    std::size_t first_ = 0;              ///< index of the first pending byte
+    std::size_t released_ = 0;           ///< how many pending bytes may be delivered now
+    std::optional<Atime> due_;           ///< when the epoch at the first pending byte may be delivered
     Replay_pace pace_;
 };

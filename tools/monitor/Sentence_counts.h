@@ -7,21 +7,22 @@
 #include <utility>
 #include <vector>
 
-/// How many NMEA sentences have come over a link.
+/// Counts the NMEA sentences of a link.
 class Sentence_counts {
   public:
     void count_good(std::string_view kind, std::size_t size);
-    /// One whose checksum is wrong or missing.
+    /// Counts one whose checksum is wrong or missing.
     void count_bad(std::size_t size);
 
-    /// Prints what came; nothing when nothing did:
+    /// Prints the counts; nothing when there was no sentence:
     ///
     ///     NMEA sentences: 12 good, 1 bad checksum: GPGGA 10, GPRMC 2
     ///       966 bytes without their line ends, all of them noise in the account above
     void print(std::FILE* out) const;
 
   private:
-    std::vector<std::pair<std::string, std::uint64_t>> kinds_; ///< of the good ones, in the order of their first coming
+    std::vector<std::pair<std::string, std::uint64_t>>
+        kinds_; ///< of the good ones, in the order in which they were first received
     std::uint64_t good_ = 0;
     std::uint64_t bad_ = 0;
     std::uint64_t bytes_ = 0;

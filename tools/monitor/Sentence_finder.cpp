@@ -40,6 +40,12 @@ bool has_good_checksum(std::string_view sentence) {
            received == NMEA0183_message::calculate_checksum(sentence.data() + 1, static_cast<unsigned>(star) - 1);
 }
 
+void Sentence_finder::end_line() {
+    if (is_sentence(line_))
+        use_(line_);
+    line_.clear();
+}
+
 void Sentence_finder::take(std::string_view noise) {
     for (const char byte : noise)
         take(byte);
@@ -47,9 +53,7 @@ void Sentence_finder::take(std::string_view noise) {
 
 void Sentence_finder::take(char byte) {
     if (byte == '\r' || byte == '\n') {
-        if (is_sentence(line_))
-            use_(line_);
-        line_.clear();
+        end_line();
     } else if (byte == '$') {
         line_.assign(1, byte);
     } else if (line_.size() >= longest_sentence) {

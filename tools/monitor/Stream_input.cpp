@@ -5,11 +5,11 @@
 
 namespace {
 
-constexpr int longest_wait_ms = 50; // the wake-up descriptor and the end of the source are looked at in between
+constexpr int longest_wait_ms = 50; // then the wake-up descriptor and the end of the source are checked
 
 bool is_readable(int descriptor) {
-    pollfd look{descriptor, POLLIN, 0};
-    return poll(&look, 1, 0) > 0;
+    pollfd polled{descriptor, POLLIN, 0};
+    return poll(&polled, 1, 0) > 0;
 }
 
 } // namespace
@@ -21,13 +21,13 @@ Stream_input::Stream_input(std::unique_ptr<Event_sender_data_stream> source, boo
 
 Stream_input::~Stream_input() {
     source_->dereg_rx_waiter();
-    source_.reset(); // its thread may still be telling the waiter
+    source_.reset(); // its thread may still notify the waiter
 }
 
 Link_input::Arrival Stream_input::wait(std::optional<Atime> deadline, int wake_up_descriptor) {
     for (;;) {
-        const bool ended = source_->has_ended(); // asked first: what came before its end is taken all the same
-        if (take())
+        const bool ended = source_->has_ended(); // checked first: bytes from before the end are still received
+        if (receive())
             return Arrival::bytes;
         if (ended)
             return Arrival::end;
@@ -44,21 +44,21 @@ Link_input::Arrival Stream_input::wait(std::optional<Atime> deadline, int wake_u
     }
 }
 
-/// Moves what the source has buffered into the ring, as far as it fits; whether there was something.
-bool Stream_input::take() {
+/// Moves the source's buffered bytes into the ring, as many as fit. \return whether there were any
+bool Stream_input::receive() {
     const unsigned before = rx_buffer.size();
     for (;;) {
-        const auto room = rx_buffer.free_region();
-        const unsigned count = std::min(room.size, source_->bytes_avail());
-        if (count == 0 || !source_->get_data(room.begin, count, 0))
+        const auto free = rx_buffer.free_region();
+        const unsigned count = std::min(free.size, source_->bytes_avail());
+        if (count == 0 || !source_->get_data(free.begin, count, 0))
             break;
         source_->drop(count);
-        trace_.log_read(room.begin, count);
+        trace_.log_read(free.begin, count);
         rx_buffer.commit(count);
     }
-    const unsigned taken = rx_buffer.size() - before;
-    arrived_ += taken;
-    return taken > 0;
+    const unsigned received = rx_buffer.size() - before;
+    arrived_ += received;
+    return received > 0;
 }
 
 int Stream_input::get_data(int n) {

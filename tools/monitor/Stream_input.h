@@ -10,16 +10,16 @@
 
 #include <memory>
 
-/// Any stream that announces its bytes as the monitor's link: what the factory makes.
+/// A stream of the factory as the monitor's link. The stream notifies it of received bytes.
 class Stream_input : public Data_stream, public Link_input {
   public:
-    /// Takes `source` over.
+    /// Owns `source`.
     /// \param traced  show its traffic on standard error
     explicit Stream_input(std::unique_ptr<Event_sender_data_stream> source, bool traced = false);
     ~Stream_input() override;
 
-    /// Ends when the source is a child process that has ended and said all. Other streams come back by themselves, so
-    /// they never end.
+    /// Reports the end when the source is a child process that has ended and whose output was received. Other streams
+    /// reconnect by themselves, so they never end.
     Arrival wait(std::optional<Atime> deadline, int wake_up_descriptor) override;
     Data_stream& buffered_bytes() override { return *this; }
 
@@ -30,7 +30,7 @@ class Stream_input : public Data_stream, public Link_input {
     int _write(const unsigned char* data, unsigned int len) override;
 
   private:
-    bool take();
+    bool receive();
 
     waiter_descriptor waiter_;
     std::unique_ptr<Event_sender_data_stream> source_;

@@ -14,8 +14,8 @@ constexpr logging_source_t source = logging_source_receiver;
 constexpr const char* name = "receiver";
 constexpr const char* suffix = "raw";
 
-constexpr unsigned groups = 98; // of the hundred that the source has: the oldest and the newest are not whole
-constexpr unsigned settle_every = 128 * 1024; // half of what the source queues for a slow disk
+constexpr unsigned groups = 98;               // the source has a hundred; the oldest and the newest are not complete
+constexpr unsigned settle_every = 128 * 1024; // half of what the source queues while the disk is slow
 constexpr auto longest_wait = std::chrono::seconds(2);
 constexpr int retry_after_ms = 1000;
 
@@ -33,8 +33,7 @@ Traffic_recorder::Traffic_recorder(const Options& options)
       span_ms_(static_cast<unsigned>(std::ceil(options.history * 1000))),
       memory_(memory_for(options.history)),
       dropped_before_(logging_source_get_status(source).dropped) {
-    // Enabled before the directory is known there is nothing to open: from then on the source is without a file
-    // whenever it has just been configured.
+    // Enabled while no directory is set, the source opens no file. From then on, `configure` leaves it without a file.
     if (!logging_source_is_enabled(source))
         logging_source_enable(source, true);
     logging_source_use_time_of_writing(source, true, span_ms_ / groups + 1);
@@ -46,7 +45,7 @@ Traffic_recorder::~Traffic_recorder() {
     logging_source_configure(source, false, 0, 0, options_.directory.c_str(), name, suffix, false);
 }
 
-/// Leaves the source without a file.
+/// Sets the source's directory and history. Leaves it without a file.
 void Traffic_recorder::configure() {
     logging_source_configure(source, false, span_ms_, memory_, options_.directory.c_str(), name, suffix, false);
 }
@@ -55,7 +54,7 @@ std::uint64_t Traffic_recorder::dropped() const {
     return logging_source_get_status(source).dropped - dropped_before_;
 }
 
-/// What went into files since there was none.
+/// Bytes written to files since the recorder last had none.
 std::uint64_t Traffic_recorder::recorded() const {
     const logging_source_status status = logging_source_get_status(source);
     return taken_ - (status.dropped - dropped_at_opening_) - status.queued;
@@ -96,7 +95,7 @@ bool Traffic_recorder::open_file() {
     return true;
 }
 
-/// Once it is complete.
+/// Closes the file when all queued bytes are in it.
 void Traffic_recorder::close_file() {
     if (!has_file_)
         return;
@@ -115,17 +114,17 @@ bool Traffic_recorder::rotation_is_due(unsigned count) const {
     return in_file_ > 0 && (is_old || gets_large);
 }
 
-/// Goes on in another file. The source closes the old one behind what is queued for it, and nothing is written to the
-/// source in between, so that not a byte is dropped, and nobody waits for the disk. A rotation of the source itself
-/// would keep everything in memory until then, and drop what comes while it is written.
+/// Continues in another file. The source closes the old one after the bytes that are queued for it. No byte is written
+/// to the source in between, so none is dropped, and nothing waits for the disk. The source's own rotation would keep
+/// all bytes in memory until then, and drop the bytes received while they are written.
 void Traffic_recorder::rotate() {
     if (!options_.keep_all)
-        logging_source_delete_old(source); // all but the one that ends here
+        logging_source_delete_old(source); // all except the current one
     if (has_file_)
         configure();
     if (open_file())
         return;
-    if (has_file_) { // what is queued still goes into the old one
+    if (has_file_) { // queued bytes are still written to the old one
         settle();
         in_closed_files_ += recorded();
         has_file_ = false;

@@ -7,7 +7,7 @@
 #include <limits>
 #include <optional>
 
-/// The time until a deadline as `poll` wants it; without one, no limit.
+/// The time until a deadline, as an argument for `poll`; without a deadline, no limit.
 inline int milliseconds_until(std::optional<Atime> deadline) {
     if (!deadline)
         return -1;

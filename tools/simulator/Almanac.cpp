@@ -16,7 +16,7 @@ struct Orbit {
     double node; ///< the ascending node's longitude now
 };
 
-/// Kepler's equation. Newton's way; the orbits are so nearly circular that few steps do.
+/// Solves Kepler's equation by Newton's method; the orbits are nearly circular, so a few steps are enough.
 double eccentric_anomaly(double mean_anomaly, double ecc) {
     constexpr int steps = 4;
     double anomaly = mean_anomaly;
@@ -57,7 +57,7 @@ Vector position_of(const Keplerian_almanac& almanac, Receiver_time time) {
 
 Vector position_of(const Nodal_almanac& almanac, Receiver_time time) {
     constexpr int days_in_four_years = Receiver_time::days_in_four_years;
-    // The passage may be up to two years away on either side: days are counted round the four years.
+    // The passage may be up to two years before or after: days are counted modulo four years.
     const int half = days_in_four_years / 2;
     const int days = (time.moscow_day() - almanac.day + half + days_in_four_years) % days_in_four_years - half;
     const double seconds = days * 86400.0 + time.moscow_ms_of_day() / 1000.0 - almanac.time;

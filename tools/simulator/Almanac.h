@@ -7,8 +7,8 @@
 
 namespace simulator {
 
-// The orbits of the two constellations, held in the very numbers that their almanac messages carry, so that whoever
-// computes a satellite's place from an almanac finds it where the sky has it. Angles in radians, times in seconds.
+// The orbits of the two constellations, as the numbers of their almanac messages. A satellite's place that is computed
+// from an almanac is therefore its place in the simulated sky. Angles in radians, times in seconds.
 
 /// Almanac of the first constellation: Kepler's elements of an ellipse, as GA sends them.
 struct Keplerian_almanac {

@@ -11,9 +11,9 @@ namespace simulator {
 ///     ready off                                NOT_READY, as at first
 ///     ready on                                 READY_TO_ENABLED
 ///     ready on, request 0                      ENABLED
-///     ready on, request 0 and request 1        ACTIVE: the curvature is the one that the command asks for
+///     ready on, request 0 and request 1        ACTIVE: the curvature is the command's
 ///
-/// The product flag is that of the last command. The other requests are for nothing, and no command is too old.
+/// The product flag is that of the last command. The other requests have no effect, and a command never expires.
 class Automation {
   public:
     static constexpr unsigned enable_request = 0;
@@ -21,8 +21,8 @@ class Automation {
 
     void obey(const TIM_messages::Msg_GC& command);
 
-    /// Fills the next status in; its heartbeat is one more than that of the one before.
-    /// \param curvature  of the machine's path, when it is not the automation that steers
+    /// Fills in the next status. Its heartbeat is the previous one plus 1.
+    /// \param curvature  of the machine's path, used unless the automation steers
     void report(TIM_messages::Msg_GS& status, double curvature);
 
     TIM_messages::Automation_state state() const { return state_; }

@@ -80,7 +80,7 @@ Command_interpreter::Answer Command_interpreter::done(std::string text) {
     return {"RE", std::move(text)};
 }
 
-/// The phrase brings its comma along.
+/// The phrase begins with its comma.
 Command_interpreter::Answer Command_interpreter::refused(Vesk::vesk_ret_t code) {
     return {"ER", "{" + std::to_string(code) + Vesk::errcode2str(code) + "}"};
 }

@@ -7,16 +7,16 @@
 
 namespace simulator {
 
-/// What the receiver understands of the command lines that it is sent, and what it answers.
+/// Obeys the command lines that the receiver is sent, and composes its replies.
 ///
 ///     version             its name: "{receiver_simulator}"
 ///     rate                epochs a second: "{10}"
-///     rate,HZ             changes that; 0: as fast as they are taken
+///     rate,HZ             changes that; 0: as fast as they are read
 ///     messages,on         sends epochs
-///     messages,off        sends none; their time goes by unheard
+///     messages,off        sends none; their time passes
 ///
-/// A command may begin with an identifier of its sender's, as in "%7%version": the reply then begins with the same one.
-/// Upper and lower case are different; blanks at either end do not matter.
+/// A command may begin with an identifier that its sender chose, as in "%7%version": the reply begins with the same
+/// one. Commands are case-sensitive; blanks at either end do not matter.
 class Command_interpreter {
   public:
     /// What commands can change.
@@ -32,13 +32,14 @@ class Command_interpreter {
 
     const Settings& settings() const { return settings_; }
 
-    /// Does what a line, given without its end, asks for.
-    /// \return the reply, a whole message: "RE" when that was done, "ER" with the reason when it was not; "" to a line
-    ///         of blanks, which asks for nothing
+    /// Obeys a line, given without its line end.
+    /// \return the reply as a whole message: "RE" when the line was obeyed, "ER" with the reason when it was not; ""
+    /// for
+    ///         a blank line
     std::string reply_to(std::string_view line);
 
   private:
-    /// What a command leads to: the reply's identifier and its text.
+    /// The result of a command: the reply's identifier and its text.
     struct Answer {
         const char* identifier;
         std::string text;

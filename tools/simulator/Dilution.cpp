@@ -11,7 +11,7 @@ constexpr int unknowns = 4; // east, north, up, clock
 
 using Row = double[unknowns];
 
-/// What one satellite's range tells of each unknown.
+/// The derivatives of one satellite's range by each unknown.
 void geometry_row(const Sighting& sighting, Row& row) {
     row[0] = -std::cos(sighting.elevation) * std::sin(sighting.azimuth);
     row[1] = -std::cos(sighting.elevation) * std::cos(sighting.azimuth);

@@ -6,13 +6,13 @@
 
 namespace simulator {
 
-/// How the satellites' places in the sky blow up a range's error into one of the solution.
+/// The factors from the error of a range to the errors of the solution; the satellites' places in the sky decide them.
 struct Dilution {
     double horizontal;
     double vertical;
     double time;
 
-    /// What all three are when the satellites give no solution.
+    /// All three factors when the satellites give no solution.
     static constexpr double none = 99;
 };
 

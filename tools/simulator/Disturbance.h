@@ -8,16 +8,16 @@
 
 namespace simulator {
 
-/// What a bad line does to frames, decided by a seed.
+/// Disturbs frames as a bad line does. The seed decides how.
 class Disturbance {
   public:
     static constexpr unsigned longest_noise = 40;
 
-    /// The fractions, 0 to 1, of frames that noise follows and that have one byte changed.
+    /// \param noise, corrupt  the fractions, 0 to 1, of frames that noise follows and that have one byte changed
     Disturbance(std::uint32_t seed, double noise, double corrupt)
         : random_(seed, Seeded_random::Purpose::disturbance), noise_(noise), corrupt_(corrupt) {}
 
-    /// Gives one byte of the frame, any of them, another value; in a fraction of all calls.
+    /// Changes one random byte of the frame, in the given fraction of all calls.
     void corrupt(unsigned char* frame, unsigned size) {
         if (!random_.chance(corrupt_))
             return;
@@ -25,7 +25,7 @@ class Disturbance {
         byte = static_cast<unsigned char>(byte ^ (1 + random_.below(255)));
     }
 
-    /// Appends 1 to `longest_noise` random bytes; in a fraction of all calls.
+    /// Appends 1 to `longest_noise` random bytes, in the given fraction of all calls.
     void add_noise(std::vector<unsigned char>& bytes) {
         if (!random_.chance(noise_))
             return;

@@ -10,7 +10,7 @@
 
 namespace simulator {
 
-/// Everything that the receiver knows at one moment.
+/// The receiver's data of one moment.
 struct Epoch {
     Receiver_time time;
     Machine::State motion;
@@ -21,8 +21,8 @@ struct Epoch {
     const Keplerian_almanac* first_almanac = nullptr;
     const Nodal_almanac* second_almanac = nullptr;
 
-    // What else is to be said
-    Automation* automation = nullptr; ///< null: nothing of it
+    // Optional messages
+    Automation* automation = nullptr; ///< null: no status message
     bool display = false;             ///< the display's numbers
     bool sentence = false;            ///< the position as an NMEA sentence
 };

@@ -17,22 +17,22 @@ constexpr std::uint8_t fixed_solution = 4;
 constexpr std::uint8_t date_of_receiver_time = 0;
 constexpr std::uint8_t fix_complete = 100;
 
-// What one range and one range rate are good for.
+// The standard deviations of one range and one range rate.
 constexpr double range_sigma = 0.008; // metres
 constexpr double rate_sigma = 0.015;  // metres a second
 
-/// How far mean sea level is above the ellipsoid where the field is, metres.
+/// Metres from the ellipsoid up to mean sea level at the field.
 constexpr double geoid_height = 45.5;
 
-constexpr double longest_tracking = 65535; // seconds, as much as an entry holds
+constexpr double longest_tracking = 65535; // seconds, the largest value of an entry
 
 // Signals, dB-Hz.
 constexpr double weak_below = 38;
 constexpr double second_frequency_loss = 4;
 
-/// Room for any of the frames.
-constexpr unsigned frame_room = 256;
-static_assert(frame_room >= Msg_TC::header_size + 2 * Sky::satellites + 1);
+/// Enough bytes for any of the frames.
+constexpr unsigned frame_capacity = 256;
+static_assert(frame_capacity >= Msg_TC::header_size + 2 * Sky::satellites + 1);
 
 template <typename Number>
 Number rounded(double value) {
@@ -56,7 +56,7 @@ std::uint8_t count(const std::vector<Sighting>& sightings, unsigned constellatio
 /// One frame of fixed layout: `fill` sets its fields.
 template <typename Message, typename Fill>
 void Epoch_writer::write_message(Fill fill) {
-    unsigned char frame[frame_room];
+    unsigned char frame[frame_capacity];
     Message message(frame, sizeof frame);
     message.init();
     fill(message);
@@ -67,7 +67,7 @@ void Epoch_writer::write_message(Fill fill) {
 /// One list: `entry_of` makes an entry out of a sighting.
 template <typename List, typename Entry_of>
 void Epoch_writer::write_list(const std::vector<Sighting>& sightings, Entry_of entry_of) {
-    unsigned char frame[frame_room];
+    unsigned char frame[frame_capacity];
     List list(frame, sizeof frame);
     list.init(static_cast<unsigned>(sightings.size()));
     unsigned i = 0;
@@ -230,7 +230,7 @@ void Epoch_writer::write_display(const Epoch& epoch) {
     using namespace MC_UI_messages;
     constexpr unsigned items = 4;
     const bool steers = epoch.automation && epoch.automation->is_active();
-    unsigned char frame[frame_room] = {};
+    unsigned char frame[frame_capacity] = {};
     Msg_ES message(frame, sizeof frame);
     message.set_num_items(items, Msg_ES::item_size);
     message.set_item(0, static_cast<int>(steers ? control_closed_loop : control_none));
@@ -253,7 +253,7 @@ void Epoch_writer::write_sentence(const Epoch& epoch) {
     fix.hdop = epoch.dilution.horizontal;
     fix.altitude = place.height - geoid_height;
     fix.geoid_height = geoid_height;
-    char text[frame_room];
+    char text[frame_capacity];
     const unsigned size = NMEA_messages::compose(fix, text, sizeof text);
     line_.append_sentence(reinterpret_cast<unsigned char*>(text), size);
 }

@@ -5,7 +5,7 @@
 
 namespace simulator {
 
-/// Says an epoch in the receiver's messages, in this order:
+/// Writes an epoch as the receiver's messages, in this order:
 ///
 ///     ~~  receiver time      milliseconds of the day
 ///     GT  first time scale   milliseconds of the week, week since 6 January 1980
@@ -22,17 +22,17 @@ namespace simulator {
 ///     NN  own numbers        within the constellation, as in the almanacs
 ///     EL  elevations         degrees
 ///     AZ  azimuths           in steps of two degrees
-///     SS  signal strengths   dB-Hz; the byte behind the entries is 0
+///     SS  signal strengths   dB-Hz; the byte after the entries is 0
 ///     TC  tracking times     seconds since the satellite rose or the receiver was switched on, at most 65535
 ///     EC  use in solution    0 used, 1 below the elevation mask, 2 unhealthy
 ///     E1  first frequency    0 good, 1 weak signal
 ///     E2  second frequency   the same
 ///     GA or NA               an almanac, when one is due
-///     GS  automation         when wanted: state, curvature of the path, a heartbeat
-///     ES  display            when wanted: control mode, implement (whole numbers), curvature in 1 / metres, speed in
+///     GS  automation         if enabled: state, curvature of the path, a heartbeat
+///     ES  display            if enabled: control mode, implement (whole numbers), curvature in 1 / metres, speed in
 ///                            metres a second (floats)
 ///     ||  end of the epoch
-///     $GPGGA                 when wanted: the same position as a sentence, in UTC
+///     $GPGGA                 if enabled: the same position as a sentence, in UTC
 ///
 /// Solution types are 4 throughout: differential, ambiguities fixed.
 class Epoch_writer {

@@ -18,7 +18,7 @@ class Field_track {
     struct Pose {
         double x;
         double y;
-        double direction; ///< where the machine drives to, radians
+        double direction; ///< the driving direction, radians
         double curvature; ///< 1 / metres, positive to the left
     };
 
@@ -26,7 +26,7 @@ class Field_track {
 
     /// Metres once around.
     double length() const { return length_; }
-    /// Where the path is after `distance` metres, which may be any number.
+    /// The point after `distance` metres, which may be any number.
     Pose at(double distance) const;
 
   private:

@@ -6,20 +6,19 @@
 
 namespace simulator {
 
-/// The bytes of one epoch as they go over the line: frames, what disturbs them, and line ends.
+/// The bytes of one epoch as they are sent: frames, their line ends, and disturbances.
 class Frame_line {
   public:
-    /// More than an epoch with every satellite up and noise behind every frame takes.
-    static constexpr unsigned room = 4096;
+    /// More bytes than an epoch with every satellite up and noise after every frame has.
+    static constexpr unsigned capacity = 4096;
 
     Frame_line(const Disturbance& disturbance, bool crlf) : disturbance_(disturbance), crlf_(crlf) {
-        bytes_.reserve(room);
+        bytes_.reserve(capacity);
     }
 
     void clear() { bytes_.clear(); }
 
-    /// Puts a whole frame and its line end behind what is there. The line end is no part of the frame, and is never
-    /// disturbed.
+    /// Appends a frame and its line end. The line end is not part of the frame and is never disturbed.
     void append(unsigned char* frame, unsigned size) {
         disturbance_.corrupt(frame, size);
         bytes_.insert(bytes_.end(), frame, frame + size);
@@ -29,7 +28,7 @@ class Frame_line {
         disturbance_.add_noise(bytes_);
     }
 
-    /// The same for a text that has its line end, CR LF, already.
+    /// Appends a text that has its line end, CR LF, already.
     void append_sentence(unsigned char* text, unsigned size) {
         constexpr unsigned line_end = 2;
         disturbance_.corrupt(text, size - line_end);

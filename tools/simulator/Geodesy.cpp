@@ -32,7 +32,7 @@ Vector to_earth_fixed(Geodetic place) {
 }
 
 Geodetic to_geodetic(Vector p) {
-    // Each round brings two to three more digits; the first guess is good to a metre near the ground.
+    // Each iteration adds two to three digits; the first guess is within a metre near the ground.
     constexpr int rounds = 6;
     const double from_axis = std::hypot(p.x, p.y);
     Geodetic place = {std::atan2(p.z, from_axis * (1 - eccentricity2)), std::atan2(p.y, p.x), 0};

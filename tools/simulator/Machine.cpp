@@ -6,10 +6,10 @@ namespace simulator {
 
 namespace {
 
-/// How the rows lie in the field: the angle from east to north.
+/// The direction of the rows: the angle from east to north.
 constexpr double row_direction = radians(35);
 
-// How far the solution wanders, in metres: some of what its sigmas allow.
+// Amplitude of the solution's drift in metres: within its sigmas.
 constexpr double level_wander = 0.004;
 constexpr double height_wander = 0.008;
 

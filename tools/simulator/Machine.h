@@ -6,7 +6,7 @@
 
 namespace simulator {
 
-/// A machine that drives its field for ever, seen through its receiver.
+/// A machine that drives over its field forever, as its receiver observes it.
 ///
 /// Its place is a smooth function of time, and its velocity is the derivative of exactly that function: path, hills
 /// and the slow wandering of a satellite solution alike.

@@ -7,7 +7,7 @@ namespace simulator {
 
 namespace {
 
-/// Whether it is worth another try after a write that failed; waits until it is.
+/// Waits until a failed write may succeed. \return false when it never will
 bool try_again(int descriptor) {
     if (errno == EINTR)
         return true;

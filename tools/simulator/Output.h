@@ -6,18 +6,16 @@
 
 namespace simulator {
 
-/// What became of an attempt to send.
+/// The result of an attempt to send.
 enum class Sent {
-    all,         ///< every byte is on its way
-    reader_gone, ///< nobody reads any more (EPIPE)
-    failed       ///< anything else; `errno` says what
+    all,         ///< every byte was sent
+    reader_gone, ///< the reader closed its end (EPIPE)
+    failed       ///< any other failure; `errno` has the reason
 };
 
-/// Writes all of `bytes`: in one write if the stream takes them so, otherwise on from where it stopped. Goes on after a
-/// signal.
-/// \param descriptor  what lies under the stream: waited for when it takes nothing just now (EAGAIN), which is a
-/// failure
-///                    without one
+/// Writes all of `bytes`, in one write if the stream accepts that, else in several. Continues after a signal.
+/// \param descriptor  the stream's descriptor, to wait for when it accepts nothing now (EAGAIN); without one, EAGAIN is
+///                    a failure
 Sent send_all(Data_stream& stream, const std::vector<unsigned char>& bytes, int descriptor = -1);
 
 } // namespace simulator

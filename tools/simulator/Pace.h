@@ -7,16 +7,16 @@
 
 namespace simulator {
 
-/// So many beats a second by the monotonic clock. Each beat's moment counts from the first one's, so that neither
-/// rounding nor a slow reader makes the pace drift; beats that are late follow each other at once.
+/// Beats at a rate, by the monotonic clock. The time of each beat counts from the first one, so that neither rounding
+/// nor a slow reader makes the pace drift; late beats follow each other at once.
 class Pace {
   public:
-    /// \param rate  beats a second; 0: no waiting at all
+    /// \param rate  beats a second; 0: without waiting
     explicit Pace(double rate) : rate_(rate), start_(Clock::now()) {}
 
     using Clock = std::chrono::steady_clock;
 
-    /// When the next beat is due; it counts as taken. The first one is due at once.
+    /// The time of the next beat, which is thereby used up. The first one is due at once.
     Clock::time_point next() { return rate_ > 0 ? start_ + due_after(beats_++) : start_; }
 
     /// Waits for the next beat.
@@ -24,7 +24,7 @@ class Pace {
 
   private:
     Clock::duration due_after(std::uint64_t beats) const {
-        constexpr double longest_wait = 1e9; // seconds; the clock's own range ends not far beyond
+        constexpr double longest_wait = 1e9; // seconds; the clock's range is little larger
         const std::chrono::duration<double> seconds(std::min(static_cast<double>(beats) / rate_, longest_wait));
         return std::chrono::duration_cast<Clock::duration>(seconds);
     }

@@ -10,8 +10,8 @@ namespace {
 using TIM_messages::Msg_GC;
 
 constexpr unsigned largest_write = 2048; // fits every stream's transmit queue, and a frame of the framing adapter
-constexpr int retry_ms = 2;              // a stream that takes nothing does not always say when it does again
-constexpr int look_ms = 50;              // at the interrupt, and for the end of a child process
+constexpr int retry_ms = 2;              // not every stream notifies when it accepts bytes again
+constexpr int poll_interval_ms = 50;     // of the interrupt, and of the end of a child process
 
 } // namespace
 
@@ -29,21 +29,21 @@ Receiver_port::Receiver_port(std::unique_ptr<Event_sender_data_stream> stream, C
 
 Receiver_port::~Receiver_port() {
     stream_->dereg_rx_waiter();
-    stream_.reset(); // its thread may still be telling the waiter
+    stream_.reset(); // its thread may still notify the waiter
 }
 
 Receiver_port::Served Receiver_port::serve_until(Atime due) {
     for (;;) {
-        const bool ended = has_ended(); // asked first: what came before the end is answered all the same
-        listen();
-        const bool answers = !replies_.empty();
-        if (!answer() || ended)
+        const bool ended = has_ended(); // checked first: commands from before the end are still answered
+        obey_received();
+        const bool has_replies = !replies_.empty();
+        if (!send_replies() || ended)
             return Served::ended;
-        if (answers)
+        if (has_replies)
             return Served::answered;
         if (Atime::now() >= due)
             return Served::due;
-        wait(std::min(due, Atime::now() + look_ms));
+        wait(std::min(due, Atime::now() + poll_interval_ms));
     }
 }
 
@@ -59,8 +59,8 @@ bool Receiver_port::Command_frames_only::check(Data_stream&, unsigned short iden
     return identifier == Msg_GC::id && length == static_cast<int>(Msg_GC::frame_size);
 }
 
-/// Obeys every whole line and command frame that has come.
-void Receiver_port::listen() {
+/// Obeys every complete line and command frame that was received.
+void Receiver_port::obey_received() {
     int len = 0;
     for (;;) {
         switch (parser_.get_packet(packet_, sizeof packet_, len)) {
@@ -71,20 +71,20 @@ void Receiver_port::listen() {
         case Vesk_parser::frame:
             take_frame(static_cast<unsigned>(len));
             break;
-        default: // all else is text as it comes
+        default: // everything else is text
             std::for_each(packet_, packet_ + len, [this](unsigned char byte) { take_line(static_cast<char>(byte)); });
         }
     }
 }
 
-/// A frame whose checksum is wrong is none of anybody's.
+/// A frame with a bad checksum is ignored.
 void Receiver_port::take_frame(unsigned size) {
     const Msg_GC command(packet_, size);
     if (command.check_checksum())
         automation_.obey(command);
 }
 
-/// Takes a line that the parser leaves because it is shorter than a frame's header. \return whether there was one
+/// Takes a line that is shorter than a frame's header, which the parser does not take. \return whether there was one
 bool Receiver_port::take_short_line() {
     const unsigned count = std::min(stream_->bytes_avail(), Vesk_message::header_size);
     if (count == Vesk_message::header_size || !static_cast<Data_stream&>(*stream_).get_data(packet_, count, 0))
@@ -97,12 +97,12 @@ bool Receiver_port::take_short_line() {
     return true;
 }
 
-bool Receiver_port::answer() {
+bool Receiver_port::send_replies() {
     const std::string replies = std::exchange(replies_, {});
     return send(reinterpret_cast<const unsigned char*>(replies.data()), replies.size());
 }
 
-/// Any of CR and LF ends a line. Of one that is too long just enough is kept to see that it is.
+/// A CR or an LF ends a line. Of a line that is too long, one byte too many is kept, so that it is refused.
 void Receiver_port::take_line(char byte) {
     if (byte != '\r' && byte != '\n') {
         if (line_.size() <= Command_interpreter::longest_line)

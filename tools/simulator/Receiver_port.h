@@ -17,11 +17,11 @@
 
 namespace simulator {
 
-/// The receiver's end of a link that a stream makes: epochs go out, command lines come in and are answered; so do
-/// command frames for the automation, which the next epoch answers.
+/// The receiver's end of a stream: it sends epochs, and receives and answers command lines. It also receives command
+/// frames for the automation, which the next epoch answers.
 ///
-/// Nothing is cut in two: a reply stands between two epochs. Nothing is lost either: a stream that takes nothing, be it
-/// slow or not connected, holds the receiver up until it does.
+/// Replies are sent between epochs, never within one. Nothing is lost: while the stream accepts no bytes, because it is
+/// slow or not connected, the receiver waits.
 class Receiver_port {
   public:
     /// The others outlive the port.
@@ -31,31 +31,31 @@ class Receiver_port {
     Receiver_port(const Receiver_port&) = delete;
     Receiver_port& operator=(const Receiver_port&) = delete;
 
-    /// Why the port is no longer served.
+    /// Why `serve_until` returned.
     enum class Served {
-        due,      ///< the time has come
-        answered, ///< a command was: it may have changed what is due
-        ended     ///< the link has ended, or the user has asked for the end
+        due,      ///< `due` is reached
+        answered, ///< a command was answered: it may have changed when the next epoch is due
+        ended     ///< the link has ended, or a signal ends the program
     };
 
-    /// Answers commands until `due`. What has come already is answered in any case.
+    /// Answers commands until `due`; commands that were received already are always answered.
     Served serve_until(Atime due);
 
-    /// Sends all of `bytes`, waiting as long as that takes. \return false when the link has ended
+    /// Sends all of `bytes`, without a time limit. \return false when the link has ended
     bool send(const std::vector<unsigned char>& bytes);
 
   private:
-    /// What else looks like a frame is part of a command line.
+    /// Every other frame is part of a command line.
     class Command_frames_only : public Vesk_parser::Checker {
       public:
         bool check(Data_stream& stream, unsigned short identifier, int length) override;
     };
 
     bool has_ended() const;
-    void listen();
+    void obey_received();
     void take_frame(unsigned size);
     bool take_short_line();
-    bool answer();
+    bool send_replies();
     void take_line(char byte);
     void wait(Atime until);
     bool send(const unsigned char* bytes, std::size_t size);

@@ -15,7 +15,7 @@ class Receiver_time {
 
     static constexpr std::int64_t ms_per_day = 86400000;
     static constexpr std::int64_t ms_per_week = 7 * ms_per_day;
-    /// How far the receiver's time is ahead of UTC.
+    /// The receiver's time minus UTC.
     static constexpr std::int64_t leap_ms = 18000;
     /// The second constellation keeps Moscow's time, this far ahead of UTC.
     static constexpr std::int64_t moscow_ms = 3 * 3600 * 1000;

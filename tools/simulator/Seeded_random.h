@@ -5,12 +5,12 @@
 
 namespace simulator {
 
-/// Random numbers that a seed decides: the same ones on every machine, which the standard library's distributions do
-/// not promise.
+/// Random numbers from a seed: the same ones on every machine, which the standard library's distributions do not
+/// guarantee.
 class Seeded_random {
   public:
-    /// What the numbers are for. Each purpose has a sequence of its own, so that asking for more of one kind leaves the
-    /// others as they were: the same figures come out with and without disturbance.
+    /// What the numbers are for. Each purpose has a sequence of its own, so that more numbers for one purpose do not
+    /// change the others: the positions are the same with and without disturbance.
     enum class Purpose : std::uint32_t { world = 1, sky = 2, disturbance = 3 };
 
     Seeded_random(std::uint32_t seed, Purpose purpose) {

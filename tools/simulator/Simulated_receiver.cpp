@@ -29,7 +29,7 @@ const std::vector<unsigned char>& Simulated_receiver::next_epoch() {
     return line_.bytes();
 }
 
-/// Almanacs go round for ever: all of the first constellation, all of the second.
+/// The almanacs repeat forever: all of the first constellation, then all of the second.
 void Simulated_receiver::choose_almanac(Epoch& epoch) const {
     if (epoch_number_ % epochs_per_almanac != 0)
         return;

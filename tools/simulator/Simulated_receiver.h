@@ -17,7 +17,7 @@ namespace simulator {
 ///     for (;;)
 ///         send_all(stream, receiver.next_epoch());
 ///
-/// The options decide every byte; the clock on the wall decides none.
+/// The options decide every byte; the wall clock decides none.
 class Simulated_receiver {
   public:
     struct Options {
@@ -36,7 +36,7 @@ class Simulated_receiver {
     static constexpr std::int64_t start_ms = 6 * 3600 * 1000;
     /// The middle of the field.
     static const Geodetic reference_point;
-    /// One almanac comes with every so many epochs.
+    /// One almanac is sent with every so many epochs.
     static constexpr unsigned epochs_per_almanac = 2;
 
     explicit Simulated_receiver(const Options& options);
@@ -46,7 +46,7 @@ class Simulated_receiver {
     /// The next epoch's bytes, valid until the next call.
     const std::vector<unsigned char>& next_epoch();
 
-    /// To be commanded. It is there whether or not its status is sent.
+    /// For commands. It exists whether or not its status is sent.
     Automation& automation() { return automation_; }
 
   private:

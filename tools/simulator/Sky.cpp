@@ -12,7 +12,7 @@ double wrapped(double angle) {
     return std::remainder(angle, 2 * pi);
 }
 
-/// Where a satellite stands in its constellation: which plane, and how far along in it.
+/// A satellite's place in its constellation: the plane, and the angle along it.
 struct Place {
     double node;
     double along;
@@ -21,7 +21,7 @@ struct Place {
 Place place_of(int index, int planes, int per_plane) {
     const int plane = index / per_plane;
     const int slot = index % per_plane;
-    // Each plane runs a part of a slot ahead of the one before, so that satellites spread over the sky.
+    // Each plane is a part of a slot ahead of the previous one, so that satellites spread over the sky.
     return {2 * pi * plane / planes, 2 * pi * (slot + static_cast<double>(plane) / planes) / per_plane};
 }
 
@@ -103,7 +103,7 @@ const std::vector<Sighting>& Sky::observe(Receiver_time time, Seeded_random& ran
     return sightings_;
 }
 
-/// Completes a sighting and notes it, if the satellite is up.
+/// Completes a sighting and adds it, if the satellite is up.
 template <typename Almanac>
 void Sky::look_for(const Almanac& almanac, Sighting sighting, Receiver_time time, Seeded_random& random) {
     constexpr double horizon_strength = 34;

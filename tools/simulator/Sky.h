@@ -10,13 +10,13 @@
 
 namespace simulator {
 
-/// One satellite above the horizon, as the receiver has it at one moment.
+/// One satellite above the horizon, as the receiver observes it at one moment.
 struct Sighting {
     enum class Constellation : std::uint8_t { first = 0, second = 1 };
     /// Whether the solution uses the satellite, and why not.
     enum class Use : std::uint8_t { used = 0, below_mask = 1, unhealthy = 2 };
 
-    std::uint8_t number;     ///< tells all satellites of both constellations apart
+    std::uint8_t number;     ///< unique among the satellites of both constellations
     std::uint8_t own_number; ///< within its constellation, as in its almanac
     Constellation constellation;
     Use use;
@@ -43,14 +43,14 @@ class Sky {
     static constexpr int second_number_offset = 64;
 
     static constexpr int satellites = first_count + second_count;
-    /// This one of the first constellation is up, but not to be used.
+    /// This satellite of the first constellation is unhealthy.
     static constexpr int unhealthy_sv = 13;
     /// The solution uses satellites from this elevation on.
     static constexpr double mask = radians(10);
 
     Sky(const Local_frame& site, Receiver_time start, Seeded_random& random);
 
-    /// Everything above the horizon, by number. To be asked for times that do not go back.
+    /// All satellites above the horizon, by number. Times must not go back.
     /// \return valid until the next call
     const std::vector<Sighting>& observe(Receiver_time time, Seeded_random& random);
 

@@ -6,11 +6,11 @@ namespace live_view {
 
 namespace {
 
-// What common terminals take, in bytes
+// Costs on common terminals, in bytes
 constexpr unsigned cursor_move = 8;
 constexpr unsigned style_switch = 12;
-constexpr unsigned whole_update = 20; // hiding the cursor, switching styles off and the like
-constexpr int small_gap = 4;          // unchanged cells are written again rather than leapt over
+constexpr unsigned whole_update = 20; // hide the cursor, reset styles and the like
+constexpr int small_gap = 4;          // up to this, unchanged cells are written again instead of a cursor move
 
 } // namespace
 
@@ -47,7 +47,7 @@ unsigned update_cost(const Grid& before, const Grid& after) {
     unsigned cost = 0;
     Style style = Style::plain;
     for (int row = 0; row < after.rows(); ++row) {
-        int cursor = -1 - small_gap; // the column that the terminal is at; far away on a new row
+        int cursor = -1 - small_gap; // the terminal's column; out of reach on a new row
         for (int column = 0; column < after.columns(); ++column) {
             const Cell cell = after.at(row, column);
             if (cell == (all ? Cell() : before.at(row, column)))

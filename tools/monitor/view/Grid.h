@@ -6,10 +6,10 @@
 
 namespace live_view {
 
-/// What a character is to its reader; the terminal decides how that looks.
+/// The meaning of a character's style; the terminal decides how it looks.
 enum class Style : unsigned char {
     plain,
-    changed, ///< a value that was another one before
+    changed, ///< a value that differs from the previous screen
     title,
     heading,
     good,
@@ -25,7 +25,7 @@ struct Cell {
     bool operator!=(const Cell& other) const { return !(*this == other); }
 };
 
-/// A rectangle of a larger one, in cells.
+/// A rectangle of a grid, in cells.
 struct Area {
     int row, column, rows, columns;
 };
@@ -33,20 +33,20 @@ struct Area {
 /// A screenful of characters, all of them printable ASCII.
 class Grid {
   public:
-    /// Blank. Less than nothing is nothing.
+    /// Blank. A negative size counts as 0.
     Grid(int rows, int columns);
 
     int rows() const { return rows_; }
     int columns() const { return columns_; }
-    /// A cell that is there; a blank one where there is none.
+    /// The cell; a blank one outside the grid.
     Cell at(int row, int column) const;
 
-    /// Writes a text into a row; what lies outside is left out. \return the column behind the text
+    /// Writes a text into a row; characters outside the grid are dropped. \return the column after the text
     int put(int row, int column, std::string_view text, Style style = Style::plain);
 
-    /// Without the blanks at its end.
+    /// The row's characters without blanks at the end.
     std::string row(int row) const;
-    /// `columns` characters from `column` on, blanks where there is nothing.
+    /// `columns` characters from `column` on; blanks outside the grid.
     std::string text_at(int row, int column, int columns) const;
 
   private:
@@ -58,8 +58,8 @@ class Grid {
     std::vector<Cell> cells_;
 };
 
-/// About how many bytes it takes to turn one screen into another on a terminal that only gets what differs. A whole
-/// screen when their sizes differ.
+/// Estimates how many bytes turn one screen into another when only the differing cells are sent. When the sizes differ,
+/// the whole screen is sent.
 unsigned update_cost(const Grid& before, const Grid& after);
 
 } // namespace live_view

@@ -9,9 +9,9 @@
 //      and time    v  |                         |
 //               rubbish -------------------------
 //
-// While sentences come, looking and rubbish are sentences instead. No byte for a while leads from looking, good and
-// rubbish to silent; a byte leads from there to looking. The end of the link leads from anywhere to ended. The state is
-// not kept: it follows from when things happened last.
+// While sentences are received, the state is "sentences" instead of "looking" and "rubbish". After a time without a
+// byte, every state except "waiting" becomes "silent"; the next byte leads to "looking". The end of the link leads from
+// every state to "ended". The state is not stored: it follows from the times of the last events.
 
 #include "Link_condition.h"
 
@@ -19,14 +19,14 @@
 
 namespace live_view {
 
-void Link_condition::bytes_came(std::uint64_t count, Atime now) {
+void Link_condition::bytes_received(std::uint64_t count, Atime now) {
     if (!last_byte_ || quiet_for(now) >= silence_ms)
         began_ = now;
     last_byte_ = now;
     bytes_since_good_ += count;
 }
 
-void Link_condition::good_frame_came(Atime now) {
+void Link_condition::good_frame_received(Atime now) {
     last_good_ = now;
     bytes_since_good_ = 0;
 }

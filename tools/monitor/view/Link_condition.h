@@ -7,39 +7,39 @@
 
 namespace live_view {
 
-/// What can be said about a link as a whole.
+/// The state of a link as a whole.
 enum class Link_state {
-    waiting,   ///< no byte has come yet
-    looking,   ///< bytes come; whether they make sense is not clear yet
-    good,      ///< good frames come
-    rubbish,   ///< bytes come that are no frames: most often a wrong baud rate
-    sentences, ///< bytes come that are NMEA sentences, but no frames
-    silent,    ///< nothing comes any more
-    ended      ///< nothing will come any more
+    waiting,   ///< no byte was received yet
+    looking,   ///< receiving bytes; too early to judge them
+    good,      ///< receiving good frames
+    rubbish,   ///< receiving bytes that are no frames: most often a wrong baud rate
+    sentences, ///< receiving NMEA sentences, but no frames
+    silent,    ///< receiving nothing since some time
+    ended      ///< no more bytes will follow
 };
 
-/// Judges a link by when bytes and good frames came.
+/// Judges a link by the times at which bytes and good frames were received.
 class Link_condition {
   public:
-    /// Without a byte for so long the link is silent.
+    /// After this time without a byte the link is silent.
     static constexpr std::int64_t silence_ms = 3000;
-    /// Without a good frame for so long bytes are no longer taken for good ones.
+    /// After this time without a good frame the bytes may be rubbish.
     static constexpr std::int64_t patience_ms = 3000;
-    /// Fewer bytes than these prove nothing on a link that has never been good.
+    /// Fewer bytes than this prove nothing on a link that has never been good.
     static constexpr std::uint64_t first_proof = 64;
-    /// On one that has, a frame with a garbled length may swallow this many before the next is seen.
+    /// On a link that has been good, a damaged length may hide this many bytes before the next good frame.
     static constexpr std::uint64_t later_proof = 4200;
 
-    // To be told in the order of time.
-    void bytes_came(std::uint64_t count, Atime now);
-    void good_frame_came(Atime now);
-    void sentence_came(Atime now) { last_sentence_ = now; }
+    // Events, in the order of time
+    void bytes_received(std::uint64_t count, Atime now);
+    void good_frame_received(Atime now);
+    void sentence_received(Atime now) { last_sentence_ = now; }
     void link_ended() { ended_ = true; }
 
     Link_state state(Atime now) const;
     /// Milliseconds since the last byte; 0 before the first.
     std::int64_t quiet_for(Atime now) const { return last_byte_ ? now - *last_byte_ : 0; }
-    /// Whether a good frame or sentence has ever come.
+    /// Whether a good frame or a sentence was ever received.
     bool has_been_good() const { return last_good_ || last_sentence_; }
 
   private:

@@ -1,5 +1,7 @@
 #include "Link_model.h"
 
+#include "monitor/line_text.h"
+
 #include <glue/vesk/GNSS_messages.h>
 #include <glue/vesk/TIM_messages.h>
 #include <glue/vesk/Vesk_error_decoder.h>
@@ -15,15 +17,12 @@ using namespace GNSS_messages;
 using TIM_messages::Msg_GS;
 
 constexpr unsigned char accepted = Vesk_parser::accepted_byte;
-constexpr int longest_text = 512; // what is longer is cut: no screen is wider
+constexpr int longest_text = 512; // longer texts are cut: no screen is wider
 
-/// A text as one line: without its line end, other unprintable bytes as points.
-std::string printable(std::string_view text) {
-    while (!text.empty() && (text.back() == '\r' || text.back() == '\n' || text.back() == '\0'))
-        text.remove_suffix(1);
-    std::string line(text.substr(0, longest_text));
-    std::replace_if(
-        line.begin(), line.end(), [](char c) { return c < 0x20 || c > 0x7E; }, '.');
+/// A text as one line: without its line end, with points for other unprintable bytes.
+std::string line_of(std::string_view text) {
+    std::string line(without_line_end(text).substr(0, longest_text));
+    std::transform(line.begin(), line.end(), line.begin(), printable);
     return line;
 }
 
@@ -43,7 +42,7 @@ Link_model::Link_model(Atime start) : start_(start), byte_rate_(start), frame_ra
 void Link_model::take_arrival(std::uint64_t arrived, Atime now) {
     if (arrived <= arrived_)
         return;
-    condition_.bytes_came(arrived - arrived_, now);
+    condition_.bytes_received(arrived - arrived_, now);
     byte_rate_.add(arrived - arrived_, now);
     arrived_ = arrived;
 }
@@ -57,7 +56,7 @@ void Link_model::take_packet(int kind, unsigned char* packet, unsigned len, Atim
         take_reply(packet, len, now);
         break;
     case Vesk_parser::acknowledgement: {
-        const std::string text = len > 0 && packet[0] == accepted ? "acknowledged" : "refused";
+        const std::string text = Message_lines::acknowledgement_text(packet[0]);
         remember({text, text});
         break;
     }
@@ -72,25 +71,25 @@ void Link_model::take_frame(unsigned char* packet, unsigned len, Atime now) {
         ++checksum_failures_;
         return;
     }
-    condition_.good_frame_came(now);
+    condition_.good_frame_received(now);
     ++good_frames_;
     frame_rate_.add(1, now);
     count(frame.get_msg_id(), now);
-    look_into(frame, now);
-    look_into_lists(frame);
+    evaluate(frame, now);
+    evaluate_list(frame);
 
-    // A frame that is not known is reported, once is enough.
+    // The printer reports an unknown frame, so it is asked only once.
     char labelled[longest_text] = "";
     char comma[longest_text] = "";
     if (labelled_.print_frame(frame, labelled, sizeof labelled))
         comma_.print_frame(frame, comma, sizeof comma);
-    remember({printable(labelled), printable(comma[0] != '\0' ? comma : labelled)});
+    remember({line_of(labelled), line_of(comma[0] != '\0' ? comma : labelled)});
 }
 
-/// A reply makes sense, and so does the link that brings it.
+/// A reply proves, as a good frame does, that the link works.
 void Link_model::take_reply(unsigned char* packet, unsigned len, Atime now) {
-    condition_.good_frame_came(now);
-    const std::string text = printable({reinterpret_cast<const char*>(packet), len});
+    condition_.good_frame_received(now);
+    const std::string text = line_of({reinterpret_cast<const char*>(packet), len});
     count(Vesk_message(packet, len).get_msg_id(), now);
     remember({text, text});
     Reply reply{text, std::nullopt};
@@ -102,10 +101,10 @@ void Link_model::take_reply(unsigned char* packet, unsigned len, Atime now) {
 }
 
 void Link_model::take_sentence(std::string_view sentence, Atime now) {
-    condition_.sentence_came(now);
+    condition_.sentence_received(now);
     if (sentence.size() >= 2)
         count(Vesk_message::msg_id(sentence[0], sentence[1]), now);
-    const std::string text = printable(sentence);
+    const std::string text = line_of(sentence);
     remember({text, text});
 }
 
@@ -123,7 +122,7 @@ void Link_model::count(int identifier, Atime now) {
     found->rate.add(1, now);
 }
 
-void Link_model::look_into(const Vesk_message& frame, Atime now) {
+void Link_model::evaluate(const Vesk_message& frame, Atime now) {
     switch (frame.get_msg_id()) {
     case Msg_RT::id:
         sky_.epoch_begins();
@@ -154,7 +153,7 @@ void Link_model::look_into(const Vesk_message& frame, Atime now) {
     }
 }
 
-void Link_model::look_into_lists(const Vesk_message& frame) {
+void Link_model::evaluate_list(const Vesk_message& frame) {
     switch (frame.get_msg_id()) {
     case Msg_SI::id:
         return sky_.numbers(as<Msg_SI>(frame));

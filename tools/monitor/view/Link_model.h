@@ -22,12 +22,12 @@ class Vesk_message;
 
 namespace live_view {
 
-/// What is known about a link: all that the live view shows of it. It knows nothing of screens.
+/// All data about a link that the live view shows, independent of a screen.
 ///
-/// It is told what comes, and when; it asks no clock. A copy is a snapshot.
+/// It is notified of events and their times, and reads no clock itself. A copy is a snapshot.
 class Link_model {
   public:
-    /// Counts of different messages are kept for so many; any more are counted together.
+    /// So many different messages are counted separately; all others are counted together.
     static constexpr std::size_t most_messages = 64;
     /// How many packets and replies are remembered.
     static constexpr std::size_t most_recent = 64;
@@ -42,7 +42,7 @@ class Link_model {
         std::string labelled;
         std::string comma;
     };
-    /// A reply's text; the error's code when it is an error, -1 when the receiver's phrase is unknown.
+    /// A reply's text; for an error also its code, -1 when the phrase is unknown.
     struct Reply {
         std::string text;
         std::optional<int> error;
@@ -68,7 +68,7 @@ class Link_model {
 
     explicit Link_model(Atime start);
 
-    // What happens on the link, in the order of time
+    // ---- Events on the link, in the order of time ----
     void take_arrival(std::uint64_t arrived, Atime now);
     void take_packet(int kind, unsigned char* packet, unsigned len, Atime now);
     /// A sentence counts as one message with all others that begin with the same two characters.
@@ -76,19 +76,19 @@ class Link_model {
     void take_account(const Vesk_parser::Byte_counts& bytes) { bytes_ = bytes; }
     void take_end() { condition_.link_ended(); }
 
-    /// Counts, rates, scatter and the remembered texts begin anew; what the receiver has said last stays.
+    /// Counts, rates, scatter and remembered texts start again; the receiver's latest values stay.
     void clear(Atime now);
 
-    // How the link is
+    // ---- State of the link ----
     const Link_condition& condition() const { return condition_; }
     std::uint64_t arrived() const { return arrived_ - cleared_arrived_; }
-    /// Where the bytes went; what has arrived and is in none of these waits for the rest of its packet.
+    /// What the bytes were part of. A received byte that is not in here belongs to an incomplete packet.
     Vesk_parser::Byte_counts account() const;
     std::uint64_t good_frames() const { return good_frames_; }
     std::uint64_t checksum_failures() const { return checksum_failures_; }
     const Rate_meter& byte_rate() const { return byte_rate_; }
     const Rate_meter& frame_rate() const { return frame_rate_; }
-    /// In the order of their first coming.
+    /// In the order in which they were first received.
     const std::vector<Message>& messages() const { return messages_; }
     /// Frames, replies and sentences beyond `most_messages` different ones.
     std::uint64_t other_messages() const { return other_messages_; }
@@ -96,7 +96,7 @@ class Link_model {
     const std::deque<Text>& recent() const { return recent_; }
     const std::deque<Reply>& replies() const { return replies_; }
 
-    // What the receiver said last; nothing before it says it
+    // ---- The receiver's latest values; none before the first ----
     const std::optional<Position>& position() const { return position_; }
     const Position_scatter& scatter() const { return scatter_; }
     const std::optional<Dilution>& dilution() const { return dilution_; }
@@ -108,13 +108,13 @@ class Link_model {
     void take_frame(unsigned char* packet, unsigned len, Atime now);
     void take_reply(unsigned char* packet, unsigned len, Atime now);
     void count(int identifier, Atime now);
-    void look_into(const Vesk_message& frame, Atime now);
-    void look_into_lists(const Vesk_message& frame);
+    void evaluate(const Vesk_message& frame, Atime now);
+    void evaluate_list(const Vesk_message& frame);
     void remember(Text text);
 
     Link_condition condition_;
     std::uint64_t arrived_ = 0;
-    std::uint64_t cleared_arrived_ = 0; // what had arrived when the counts began anew
+    std::uint64_t cleared_arrived_ = 0; // bytes received before `clear`
     Vesk_parser::Byte_counts bytes_;
     Vesk_parser::Byte_counts cleared_bytes_;
     std::uint64_t good_frames_ = 0;

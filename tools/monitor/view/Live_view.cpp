@@ -9,12 +9,12 @@ using live_view::View_layout;
 
 namespace {
 
-constexpr std::int64_t look_interval_ms = 50; // at keys
+constexpr std::int64_t poll_interval_ms = 50; // of keys
 constexpr std::int64_t show_interval_ms = 250;
-constexpr std::int64_t first_show_ms = 400; // a link that is alive has said something by then
+constexpr std::int64_t first_show_ms = 400; // by then, a working link has sent something
 constexpr std::int64_t note_ms = 5000;
 
-// Bytes a second to the terminal: on average over some time, and at any time as the line to it carries them.
+// Bytes a second to the terminal: a limit for the average, and a limit from the speed of the line to it
 constexpr unsigned average_bytes_per_second = 750;
 constexpr std::int64_t averaged_ms = 6000;
 constexpr unsigned share_of_line_percent = 80;
@@ -35,8 +35,8 @@ Live_view::Live_view(Options options) : options_(std::move(options)), model_(Ati
         diverted_.emplace();
     state_.source = options_.source;
     state_.labelled = options_.labelled;
-    next_look_ = Atime::now();
-    next_show_ = next_look_ + first_show_ms;
+    next_poll_ = Atime::now();
+    next_show_ = next_poll_ + first_show_ms;
 }
 
 void Live_view::see_arrival(std::uint64_t arrived) {
@@ -61,20 +61,20 @@ void Live_view::see_end() {
 
 bool Live_view::attend() {
     const Atime now = Atime::now();
-    if (now < next_look_)
+    if (now < next_poll_)
         return true;
-    next_look_ = now + look_interval_ms;
+    next_poll_ = now + poll_interval_ms;
     if (terminal_.is_gone() || !obey_keys(now))
         return false;
-    const std::string said = diverted_->last_new_line();
-    if (!said.empty() && said != said_last_) // what is said again and again would hide the keys for ever
-        note(said_last_ = said, now);
-    if ((hurries_ || now >= next_show_) && terminal_.is_ready())
+    const std::string line = diverted_->last_new_line();
+    if (!line.empty() && line != noted_last_) // a line that is repeated would hide the keys forever
+        note(noted_last_ = line, now);
+    if ((is_urgent_ || now >= next_show_) && terminal_.is_ready())
         show(now);
     return true;
 }
 
-/// \return false when one of them means to quit
+/// \return false for the key that quits
 bool Live_view::obey_keys(Atime now) {
     for (int key = terminal_.key(); key != Terminal::no_key; key = terminal_.key()) {
         if (key == 'q')
@@ -87,7 +87,7 @@ bool Live_view::obey_keys(Atime now) {
 void Live_view::obey(int key, Atime now) {
     switch (key) {
     case ' ':
-        pause_or_go_on(now);
+        toggle_pause(now);
         break;
     case 'l':
         switch_log(now);
@@ -111,10 +111,10 @@ void Live_view::obey(int key, Atime now) {
     default:
         return;
     }
-    hurries_ = true;
+    is_urgent_ = true;
 }
 
-void Live_view::pause_or_go_on(Atime now) {
+void Live_view::toggle_pause(Atime now) {
     if (paused_)
         paused_.reset();
     else
@@ -126,7 +126,7 @@ void Live_view::switch_log(Atime now) {
     if (options_.switch_log)
         options_.switch_log();
     else
-        note("No log was asked for.", now);
+        note("No log: start with --log DIR.", now);
 }
 
 void Live_view::note(std::string text, Atime now) {
@@ -147,12 +147,12 @@ void Live_view::show(Atime now) {
     pace(update_cost(shown_, grid), now);
     shown_ = std::move(grid);
     marks_changes_ = !state_.help;
-    hurries_ = false;
+    is_urgent_ = false;
 }
 
-/// A redraw out of turn, after a key, puts the next one off all the more.
+/// Every update delays the next one by the time that its bytes take. An extra update after a key does so, too.
 void Live_view::pace(unsigned bytes, Atime now) {
-    line_is_free_ = std::max(line_is_free_, now) + ms_for(bytes, line_bytes_per_second(terminal_));
-    share_is_free_ = std::max(share_is_free_, now + -averaged_ms) + ms_for(bytes, average_bytes_per_second);
-    next_show_ = std::max({now + show_interval_ms, line_is_free_, share_is_free_});
+    line_free_at_ = std::max(line_free_at_, now) + ms_for(bytes, line_bytes_per_second(terminal_));
+    average_met_at_ = std::max(average_met_at_, now + -averaged_ms) + ms_for(bytes, average_bytes_per_second);
+    next_show_ = std::max({now + show_interval_ms, line_free_at_, average_met_at_});
 }

@@ -13,18 +13,18 @@
 
 /// Shows a link on the terminal that standard output is, and obeys the keys pressed there.
 ///
-/// A few redraws a second, each of what has changed, and never so much that a slow line could not carry it: what a
-/// redraw has sent must have had its time before the next. A terminal that is held up is left alone meanwhile; the link
-/// is never kept waiting.
+/// It updates the screen a few times a second and sends only changes. On a slow line an update waits until the previous
+/// one has been transmitted. While the terminal accepts no output, nothing is sent; the link never waits for the
+/// screen.
 class Live_view : public Link_watcher {
   public:
     struct Options {
-        std::string source;               ///< what the link is, for the title
-        bool labelled = true;             ///< the form of the last messages' texts
-        std::function<void()> switch_log; ///< switches the log on or off; without it there is none
+        std::string source;               ///< the link's name, for the title
+        bool labelled = true;             ///< the form of the latest messages
+        std::function<void()> switch_log; ///< switches the log on or off; empty without a log
     };
 
-    /// Takes the terminal; `problem` says when that did not work.
+    /// Acquires the terminal; `problem` has the reason when that fails.
     explicit Live_view(Options options);
 
     /// Why there is no view; "" when there is one.
@@ -37,7 +37,7 @@ class Live_view : public Link_watcher {
     void see_end() override;
     /// \return false when the user wants to quit, or the terminal is gone
     bool attend() override;
-    Atime due() const override { return next_look_; }
+    Atime due() const override { return next_poll_; }
 
   private:
     struct Snapshot {
@@ -49,23 +49,23 @@ class Live_view : public Link_watcher {
     void obey(int key, Atime now);
     void switch_log(Atime now);
     void note(std::string text, Atime now);
-    void pause_or_go_on(Atime now);
+    void toggle_pause(Atime now);
     void show(Atime now);
     void pace(unsigned bytes, Atime now);
 
     const Options options_;
-    std::optional<live_view::Diverted_output> diverted_; // from when the terminal is ours to when it is given back
+    std::optional<live_view::Diverted_output> diverted_; // outlives the terminal: nothing is written onto the screen
     live_view::Terminal terminal_;
     live_view::Link_model model_;
     std::optional<Snapshot> paused_;
     live_view::View_state state_;
-    std::string said_last_;
+    std::string noted_last_;
     Atime note_ends_;
     live_view::Grid shown_{0, 0};
-    bool marks_changes_ = false; // not when another page was shown
-    bool hurries_ = false;
-    Atime next_look_;
+    bool marks_changes_ = false; // false after another page was shown
+    bool is_urgent_ = false;     // show at the next poll
+    Atime next_poll_;
     Atime next_show_;
-    Atime line_is_free_;
-    Atime share_is_free_;
+    Atime line_free_at_;
+    Atime average_met_at_;
 };

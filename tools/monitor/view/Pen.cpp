@@ -7,7 +7,7 @@ namespace live_view {
 
 namespace {
 
-constexpr std::size_t shortest_words = 3; // shorter ones are found in too many places
+constexpr std::size_t shortest_words = 3; // shorter ones occur in too many places
 
 }
 
@@ -20,7 +20,7 @@ std::string formatted(const char* format, ...) {
     return text;
 }
 
-bool Pen::stood_before(std::string_view text) const {
+bool Pen::was_on_screen(std::string_view text) const {
     if (before_->text_at(row_, column_, static_cast<int>(text.size())) == text)
         return true;
     return words_.size() >= shortest_words &&

@@ -10,11 +10,11 @@ namespace live_view {
 /// A short text in a printf format.
 [[gnu::format(printf, 1, 2)]] std::string formatted(const char* format, ...);
 
-/// Writes onto a grid from left to right, and marks the values that are others than on the screen before. A value that
-/// has moved because one before it has grown is found again by the words in front of it.
+/// Writes onto a grid from left to right, and marks values that differ from the previous screen. A value that moved
+/// because an earlier one grew is found by the words before it.
 class Pen {
   public:
-    /// \param before  the screen before; null: nothing is marked
+    /// \param before  the previous screen; null: nothing is marked
     Pen(Grid& grid, const Grid* before) : grid_(grid), before_(before) {}
 
     Pen& at(int row, int column) {
@@ -29,19 +29,19 @@ class Pen {
         return *this;
     }
     Pen& value(std::string_view text) {
-        this->text(text, !before_ || stood_before(text) ? Style::plain : Style::changed);
+        this->text(text, !before_ || was_on_screen(text) ? Style::plain : Style::changed);
         words_.clear();
         return *this;
     }
 
   private:
-    bool stood_before(std::string_view text) const;
+    bool was_on_screen(std::string_view text) const;
 
     Grid& grid_;
     const Grid* before_;
     int row_ = 0;
     int column_ = 0;
-    std::string words_; // written last, if that was no value
+    std::string words_; // the latest text, unless a value followed it
 };
 
 } // namespace live_view

@@ -14,7 +14,7 @@ constexpr double eccentricity_squared = 0.00669437999014;
 constexpr double quarter_turn = 1.57079632679489661923;
 constexpr double full_turn = 4 * quarter_turn;
 
-/// Metres that one radian is worth at a latitude.
+/// Metres per radian at a latitude.
 struct Scale {
     explicit Scale(double latitude) {
         const double s = std::sin(latitude);
@@ -35,7 +35,7 @@ void Position_scatter::add(double latitude, double longitude, double height, Ati
         places_.push_back({latitude, longitude, height, now});
 }
 
-/// Small differences from the first place are averaged, so that nothing is lost of numbers that are large.
+/// Averages the small differences from the first place, because large numbers would lose digits.
 std::vector<Position_scatter::Offset> Position_scatter::offsets() const {
     std::vector<Offset> offsets;
     if (places_.empty())

@@ -8,11 +8,11 @@
 
 namespace live_view {
 
-/// The positions of the last minute, and how far they lie from one another.
+/// The positions of the last minute and their distances from the mean.
 class Position_scatter {
   public:
     static constexpr std::int64_t window_ms = 60000;
-    static constexpr std::size_t most = 600; // of a faster receiver only the last so many are kept
+    static constexpr std::size_t most = 600; // of a fast receiver only the latest ones are kept
 
     /// Metres.
     struct Offset {
@@ -21,12 +21,12 @@ class Position_scatter {
         double up;
     };
     struct Spread {
-        std::size_t positions; ///< 0: the rest says nothing
+        std::size_t positions; ///< 0: the other values have no meaning
         Offset sigma;          ///< root mean square of the offsets from the mean position
         double reach;          ///< the largest horizontal distance from the mean position, metres
     };
 
-    /// Radians and metres. What is no place is left out. To be called with times that do not go back.
+    /// Radians and metres. Values that are no place are ignored. Times must not go back.
     void add(double latitude, double longitude, double height, Atime now);
     void clear() { places_.clear(); }
 

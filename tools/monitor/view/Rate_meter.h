@@ -9,15 +9,15 @@
 
 namespace live_view {
 
-/// How often something happens: events a second over the last ten whole seconds, or as many as there were.
+/// Events a second over the last ten complete seconds, or fewer at the start.
 class Rate_meter {
   public:
     static constexpr std::int64_t window = 10; // seconds
 
-    /// Counts from `start` on. The second that `start` lies in is not whole and never looked at.
+    /// Counts from `start` on. The second that contains `start` is not complete and never used.
     explicit Rate_meter(Atime start) : start_(second_of(start)) {}
 
-    /// To be called with times that do not go back.
+    /// Times must not go back.
     void add(std::uint64_t count, Atime now) {
         Second& second = seconds_[index_of(second_of(now))];
         if (second.number != second_of(now))
@@ -25,9 +25,9 @@ class Rate_meter {
         second.count += count;
     }
 
-    /// Nothing as long as no whole second has passed.
+    /// Empty before the first complete second.
     std::optional<double> per_second(Atime now) const {
-        const std::int64_t end = second_of(now); // still running
+        const std::int64_t end = second_of(now); // this second is not complete
         const std::int64_t begin = std::max(end - window, start_ + 1);
         if (begin >= end)
             return std::nullopt;
@@ -48,7 +48,7 @@ class Rate_meter {
     static std::size_t index_of(std::int64_t second) { return static_cast<std::size_t>(second % (window + 1)); }
 
     std::int64_t start_;
-    std::array<Second, window + 1> seconds_; // the window and the second that is running
+    std::array<Second, window + 1> seconds_; // the window and the current second
 };
 
 } // namespace live_view

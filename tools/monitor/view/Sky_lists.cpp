@@ -9,8 +9,8 @@ void Sky_lists::epoch_begins() {
         list->reset();
 }
 
-/// What an epoch has not told yet, or does not tell, stays as the satellite had it before.
-void Sky_lists::put_together() {
+/// A property whose list is missing in this epoch keeps the satellite's previous value.
+void Sky_lists::combine() {
     const auto fits = [this](const List& list) { return list && list->size() == numbers_->size(); };
     if (!numbers_ || !fits(elevations_) || !fits(azimuths_))
         return;

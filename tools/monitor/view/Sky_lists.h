@@ -16,10 +16,10 @@ struct Satellite {
     std::optional<int> use;      ///< 0: the solution uses it
 };
 
-/// Puts satellites together from the lists that tell of them, one list for each property.
+/// Combines satellites from the receiver's lists, one list for each property.
 ///
-/// An entry means the satellite that has the same place in the list of numbers, so only lists of one epoch and of one
-/// length go together. Until a new set is whole the one before stays.
+/// An entry belongs to the satellite at the same index of the list of numbers, so only lists of one epoch and of the
+/// same length are combined. Until a new set is complete the previous one stays.
 class Sky_lists {
   public:
     void epoch_begins();
@@ -41,9 +41,9 @@ class Sky_lists {
         for (unsigned i = 0; i < entries.size(); ++i)
             entries[i] = message.get_entry(i) * unit;
         list = std::move(entries);
-        put_together();
+        combine();
     }
-    void put_together();
+    void combine();
 
     List numbers_, elevations_, azimuths_, strengths_, uses_;
     std::vector<Satellite> satellites_;

@@ -24,26 +24,26 @@ constexpr std::string_view keys_beside_note = "   h help ";
 
 constexpr const char* help_lines[] = {
     "q      quit",
-    "space  pause: the screen stands still, everything is counted on; again: go on",
+    "space  pause: freezes the screen, counting continues; again: continue",
     "l      switch the log of the receiver's traffic on or off",
-    "c      clear: counts, rates, scatter and the last messages begin anew",
+    "c      clear: counts, rates, scatter and the last messages start again",
     "f      form of the last messages: labelled for people, comma for files",
-    "h, ?   this page, and back; Ctrl-L draws the screen anew",
+    "h, ?   this page, and back; Ctrl-L redraws the screen",
     "",
     "Link         waiting, receiving good frames, only NMEA sentences or rubbish",
     "             (most often a wrong baud rate), silent or ended",
-    "Bytes        where every byte went: frames, replies, acknowledgements, noise;",
-    "             'bad' are frames with a wrong checksum",
-    "id           of each message: count, how many a second over the last ten;",
+    "Bytes        what they were part of: frames, replies, acknowledgements, noise;",
+    "             'bad' are frames with a bad checksum",
+    "id           of each message: count, and messages a second over the last ten;",
     "             $G are NMEA sentences",
     "Sky          satellites by their number: zenith in the middle, north up",
     "sv           satellite: elevation and azimuth in degrees, signal in dB-Hz;",
-    "             '-': the position is found without it",
+    "             '-': not used for the position",
     "Scatter      of the last minute's positions around their mean, to north, east",
-    "             and up; m/column: metres that a column of the plot stands for",
-    "Last         the messages that came last",
+    "             and up; m/column: metres per column of the plot",
+    "Last         the latest messages",
     "",
-    "Bold values have changed since the screen was drawn before.",
+    "Bold values have changed since the previous update of the screen.",
 };
 
 class Layout {
@@ -116,7 +116,7 @@ class Layout {
             pen.text("waiting for the first byte", Style::doubtful);
             break;
         case Link_state::looking:
-            pen.text("bytes come, no good frame yet", Style::doubtful);
+            pen.text("receiving bytes, no good frame yet", Style::doubtful);
             break;
         case Link_state::good:
             pen.text("receiving good frames", Style::good);
@@ -134,7 +134,7 @@ class Layout {
                      Style::bad);
             break;
         case Link_state::ended:
-            pen.text("ended: nothing more will come", Style::doubtful);
+            pen.text("ended: no more bytes will follow", Style::doubtful);
             break;
         }
         pen.at(1, 52).value(rate("%7.0f", model_.byte_rate())).text(" B/s ");
@@ -281,7 +281,7 @@ class Layout {
         if (phrase)
             pen_.text(formatted("  error %d: %s", *reply.error, phrase + 1), Style::bad); // without its comma
         else
-            pen_.text("  error of an unknown kind", Style::bad);
+            pen_.text("  unknown error", Style::bad);
     }
 
     void last(int row, int rows) {

@@ -9,13 +9,13 @@
 
 namespace live_view {
 
-/// What the view shows beside the link itself.
+/// What the view shows besides the link itself.
 struct View_state {
-    std::string source;          ///< what the link is, for the title
-    bool labelled = true;        ///< the form of the last messages' texts
-    bool paused = false;         ///< what is shown is how things were
-    bool help = false;           ///< the page on keys instead
-    std::string note;            ///< the last line that something said to standard error or output
+    std::string source;          ///< the link's name, for the title
+    bool labelled = true;        ///< the form of the latest messages
+    bool paused = false;         ///< a snapshot is shown
+    bool help = false;           ///< the help page is shown instead
+    std::string note;            ///< the latest line on standard output or standard error
     logging_source_status log{}; ///< of the receiver's traffic
 };
 
@@ -24,20 +24,20 @@ struct View_state {
 ///     title
 ///     Link, Bytes
 ///     +----------+----------+------------+-----------+
-///     | messages | sky plot | satellites | positions |     the last on wide screens only
+///     | messages | sky plot | satellites | positions |     positions on wide screens only
 ///     +----------+----------+------------+-----------+
 ///     Position, Scatter, DOP, Automation, Log
 ///     Reply ...
 ///     Last ...
 ///     keys
 ///
-/// A higher screen has a larger sky, and more replies and last messages.
+/// A higher screen has a larger sky plot, and more replies and latest messages.
 class View_layout {
   public:
     static constexpr int least_rows = 24;
     static constexpr int least_columns = 80;
 
-    /// \param before  what is on the screen now, so that values that have changed are marked; null marks none
+    /// \param before  the current screen, for marking changed values; null marks none
     static Grid lay_out(const Link_model& model, const View_state& state, int rows, int columns, Atime now,
                         const Grid* before);
 };

@@ -23,7 +23,7 @@ int rounded(double value) {
     return static_cast<int>(std::lround(value));
 }
 
-/// Where things of the sky are in an area.
+/// Maps places in the sky to cells of an area.
 class Dome {
   public:
     explicit Dome(Area area)
@@ -63,7 +63,7 @@ void draw_sky(Pen& pen, Area area, const std::vector<Satellite>& satellites) {
     for (int quarter = 0; quarter < 4; ++quarter)
         pen.at(dome.row(0, quarter * 90), dome.column(0, quarter * 90))
             .text(std::string_view("NESW").substr(static_cast<std::size_t>(quarter), 1));
-    // The strongest come last, on top.
+    // The strongest are drawn last, on top.
     std::vector<Satellite> by_strength = satellites;
     std::stable_sort(by_strength.begin(), by_strength.end(),
                      [](const Satellite& a, const Satellite& b) { return a.strength < b.strength; });

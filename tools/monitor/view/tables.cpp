@@ -20,12 +20,12 @@ std::string short_rate(std::optional<double> rate) {
     return *rate < 999.95 ? formatted("%5.1f", *rate) : formatted("%5.0f", *rate);
 }
 
-/// Where the nth entry of a table with two columns is.
+/// Moves the pen to the nth entry of a table with two columns.
 void go_to(Pen& pen, Area area, int index, int entry_columns) {
     pen.at(area.row + index % area.rows, area.column + index / area.rows * entry_columns);
 }
 
-/// How many entries to show, so that the last place is left to say how many there are beyond.
+/// How many entries to show. When not all fit, the last place is for the number of the others.
 int shown(int entries, Area area) {
     return entries <= 2 * area.rows ? entries : 2 * area.rows - 1;
 }
