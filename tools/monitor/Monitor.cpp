@@ -22,7 +22,6 @@
 
 namespace {
 
-constexpr unsigned char accepted = Vesk_parser::accepted_byte;
 constexpr unsigned shortest_packet = Vesk_message::header_size + 1;
 
 } // namespace

@@ -16,7 +16,6 @@ namespace {
 using namespace GNSS_messages;
 using TIM_messages::Msg_GS;
 
-constexpr unsigned char accepted = Vesk_parser::accepted_byte;
 constexpr int longest_text = 512; // longer texts are cut: no screen is wider
 
 /// A text as one line: without its line end, with points for other unprintable bytes.
