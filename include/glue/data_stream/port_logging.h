@@ -15,10 +15,10 @@ constexpr unsigned port_logging_category = 136;
 /// Long traffic comes in pieces of up to 4001 characters, of which only the first has the head and only the last a line
 /// feed. Nothing at all is written for an empty range. Allocates nothing, and costs next to nothing while neither the
 /// printer's category nor the logger is on.
-/// \param enabled  the printer's token for `port_logging_category`, obtained at each call
+/// \param enabled  the printer's token for `port_logging_category`, asked for at each call
 /// \param name     the stream's description
 /// \param dir      the direction: "RD", "WR", or the transport's own word
-/// \param counter  when not null, grows by the number of bytes and is shown after it
+/// \param counter  when not null, grows by the number of bytes and is shown behind it
 template <typename Enable_token>
 void do_port_logging(Enable_token enabled, const char* name, const char* dir, const unsigned char* begin,
                      const unsigned char* end, unsigned int* counter) {

@@ -40,7 +40,7 @@ struct Terminal_session::Emulator {
         return 1;
     }
 
-    /// The emulator ignores a sequence that it does not know, and the screen would be wrong.
+    /// What this emulator does not know it leaves out, and the screen would be wrong.
     static int note_unknown_sequence(const char* leader, const long*, int, const char*, char command, void*) {
         const bool shapes_cursor = leader && std::strcmp(leader, "?") == 0 && command == 'c';
         const bool keeps_title = command == 't';
@@ -88,7 +88,7 @@ Terminal_session::~Terminal_session() {
     close(master_);
 }
 
-/// The program leads its own session, and the terminal is the controlling one of that session.
+/// The program leads a session of its own, and the terminal is the session's.
 void Terminal_session::start(const std::string& path, const std::vector<std::string>& arguments,
                              const std::string& terminal_type) {
     posix_spawn_file_actions_t actions;
@@ -112,7 +112,7 @@ void Terminal_session::start(const std::string& path, const std::vector<std::str
     words.push_back(nullptr);
 
     const std::string type = "TERM=" + terminal_type;
-    std::string preferences = "GLUE_MONITOR_PREFERENCES="; // none, not the user's
+    std::string preferences = "GLUE_MONITOR_PREFERENCES="; // none; not those of whoever runs the test
     std::vector<char*> environment{const_cast<char*>(type.c_str()), preferences.data()};
     for (char** variable = environ; *variable; ++variable) {
         const std::string_view text = *variable;

@@ -9,31 +9,31 @@
 #include <termios.h>
 #include <vector>
 
-/// A program in its own terminal: the test presses keys and reads the screen, like a user.
+/// A program in a terminal of its own, as its user has it: the test presses keys and looks at the screen.
 ///
 ///     Terminal_session session(monitor, {"--view", device}, {24, 80});
 ///     EXPECT_TRUE(session.shows("receiving good frames"));
 ///     session.press("q");
 ///     EXPECT_EQ(session.status_at_end(), 0);
 ///
-/// A terminal emulator (libvterm) interprets the program's output. Only the operations that wait read the output.
-/// Destruction kills the program and all of its session.
+/// What the program writes goes through a terminal emulator that is not ours. It is taken by those operations only that
+/// wait for something. The program and all of its session are killed with the object.
 class Terminal_session {
   public:
     struct Size {
         int rows, columns;
     };
-    /// The appearance of a character.
+    /// How a character looks.
     struct Look {
         char character = ' ';
         bool bold = false;
         bool reverse = false;
         unsigned foreground = 0; ///< 0xRRGGBB
-        bool coloured = false;   ///< whether the foreground is not the default one
+        bool coloured = false;   ///< whether the foreground is another than usual
     };
 
-    /// \param terminal_type  one that the emulator can replace; not an xterm, whose repeated characters it draws
-    ///                       wrongly at the end of a row
+    /// \param terminal_type  one that the emulator can stand for; not an xterm, whose repeating of characters it gets
+    ///                       wrong at the end of a row
     Terminal_session(const std::string& path, const std::vector<std::string>& arguments, Size size,
                      const std::string& terminal_type = "screen-256color");
     ~Terminal_session();
@@ -48,7 +48,7 @@ class Terminal_session {
     Size size() const { return size_; }
     void signal(int number);
 
-    /// Reads the program's output until `condition()` holds. \return false when it does not within the limit
+    /// Takes what the program writes until `condition()` holds. \return false when it does not within the limit
     template <typename Condition>
     bool until(Condition condition, std::chrono::milliseconds limit = std::chrono::seconds(30)) {
         return eventually(
@@ -58,11 +58,11 @@ class Terminal_session {
             },
             limit);
     }
-    /// Waits until the text is on the screen.
+    /// Whether the text comes to be on the screen.
     bool shows(std::string_view text) {
         return until([&] { return screen().find(text) != std::string::npos; });
     }
-    /// Waits until there is no output for a while, so that the screen is not half updated.
+    /// Waits until nothing has come for a while: what is on the screen is no half of an update.
     bool settles() {
         constexpr std::chrono::milliseconds quiet(500);
         std::size_t before = output_.size();
@@ -74,20 +74,20 @@ class Terminal_session {
             return since.elapsed() >= quiet;
         });
     }
-    /// Reads the output during this time.
+    /// Takes what comes for so long.
     void watch(std::chrono::milliseconds duration) {
         const Stopwatch stopwatch;
         until([&] { return stopwatch.elapsed() >= duration; }, duration + std::chrono::seconds(1));
     }
-    /// Waits for the program's end and reads the rest of its output. \return the exit status; minus the number of the
-    /// signal that ended it; -1000 when it does not end
+    /// Waits for the program's end and takes the rest of its output. \return the exit status; minus the signal's number
+    /// when one ended it; -1000 when it does not end
     int status_at_end();
 
-    // ---- The screen, after the output that was read ----
+    // ---- The screen as it is, after what was taken ----
 
     /// The row's characters without blanks at the end.
     std::string row(int row) const;
-    /// The text after `label` at the beginning of a row; the test fails when no row begins with it.
+    /// What stands behind `label` at the beginning of a row; a failure of the test when none begins with it.
     std::string behind(std::string_view label) const;
     /// All rows, each with a line feed.
     std::string screen() const;
@@ -95,11 +95,11 @@ class Terminal_session {
     bool is_on_alternate_screen() const;
     bool shows_cursor() const;
 
-    /// All output that was read.
+    /// All that the program has written, as far as it was taken.
     const std::string& output() const { return output_; }
-    /// The terminal's current settings.
+    /// The terminal's settings as they are now.
     termios settings() const;
-    /// Its settings before the program was started.
+    /// The same before the program was started.
     const termios& settings_before() const { return settings_before_; }
 
   private:
