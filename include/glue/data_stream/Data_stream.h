@@ -161,11 +161,9 @@ class GLUE_EXPORT Data_stream {
     /// Names the stream in traces and logs: the first `description_size` - 1 characters of `text`, as they stand.
     /// \return true
     bool set_description(const char* text);
-    /// The stream's name; "DS(address)" until somebody gives it another. Where another thread may rename the stream
-    /// meanwhile, use `copy_description`.
+    /// The stream's name; "DS(address)" until somebody gives it another.
     const char* get_description() const { return description_; }
-    /// Addition: a copy of the name, taken under a lock. Any thread may call it, also while another one renames the
-    /// stream.
+    /// Addition: a copy of the name, made under a lock, for threads that use the name while another one may change it.
     std::array<char, description_size> copy_description() const;
 
   protected:
