@@ -40,17 +40,6 @@ constexpr int attempts_to_deliver = 500;
 
 using Descriptor_use = std::shared_lock<std::shared_mutex>;
 
-/// The time limit of a wait: the shortest of those that were set.
-class Wait_limit {
-  public:
-    void at_most(std::int64_t ms) { ms_ = is_set() ? std::min(ms_, ms) : ms; }
-    bool is_set() const { return ms_ >= 0; }
-    std::int64_t ms() const { return ms_; }
-
-  private:
-    std::int64_t ms_ = -1;
-};
-
 /// In units of Atime; 0 after the deadline.
 std::int64_t time_left_until(std::int64_t deadline) {
     return std::max<std::int64_t>(deadline - Atime::now().units(), 0);
@@ -102,50 +91,57 @@ void Posix_threaded_data_stream::Reader::run() {
 }
 
 Posix_threaded_data_stream::Reader::Ready Posix_threaded_data_stream::Reader::wait() {
-    const int requests = stream_.notify_pipe_[0];
-    const int input = stream_.read_fd;
-    const int output = stream_.write_fd;
-    const std::int64_t input_rest = input_condition_.rest_left(input);
-    const std::int64_t output_rest = output_condition_.rest_left(output);
-    const bool has_output = bytes_are_queued();
-
     glue_detail::Select select(stream_, stream_.high_descriptor_reported);
-    const bool reads = input_rest == 0 && select.add_reading(input);
-    const bool sends = has_output && output_rest == 0 && select.add_writing(output);
-    const bool gets_requests = select.add_reading(requests);
     Wait_limit limit;
-    if (!gets_requests)
+    const Watched watched = watch(select, limit);
+    timeval time_left = glue_detail::Select::limit_of(limit.ms());
+    const int count = select.wait(limit.is_set() ? &time_left : nullptr);
+
+    Ready ready;
+    ready.requests = watched.requests < 0; // without a pipe, check for requests each time
+    if (count > 0) {
+        select_condition_.worked();
+        ready.requests = ready.requests || select.is_readable(watched.requests);
+        ready.output = watched.output >= 0 && select.is_writable(watched.output);
+        ready.input = watched.input >= 0 && select.is_readable(watched.input);
+    } else if (count == 0) {
+        select_condition_.worked();
+        if (!limit.is_set())
+            handle_unlimited_timeout();
+    } else {
+        handle_failed_select(errno);
+        ready.requests = true;
+    }
+    return ready;
+}
+
+/// Adds the descriptors and the time limits of the next wait.
+Posix_threaded_data_stream::Reader::Watched Posix_threaded_data_stream::Reader::watch(glue_detail::Select& select,
+                                                                                      Wait_limit& limit) const {
+    Watched watched;
+    const int input = stream_.read_fd;
+    if (const std::int64_t rest = input_condition_.rest_left(input); rest > 0)
+        limit.at_most(rest);
+    else if (select.add_reading(input))
+        watched.input = input;
+
+    if (bytes_are_queued()) {
+        const int output = stream_.write_fd;
+        if (const std::int64_t rest = output_condition_.rest_left(output); rest > 0)
+            limit.at_most(rest);
+        else if (select.add_writing(output))
+            watched.output = output;
+    }
+
+    if (select.add_reading(stream_.notify_pipe_[0]))
+        watched.requests = stream_.notify_pipe_[0];
+    else
         limit.at_most(rest_ms);
-    if (input_rest > 0)
-        limit.at_most(input_rest);
-    if (has_output && output_rest > 0)
-        limit.at_most(output_rest);
     if (stream_.rx_event_pending_)
         limit.at_most(quiet_time_left());
     if (const std::int64_t due = stream_.timer_due_; due >= 0)
         limit.at_most(time_left_until(due));
-
-    timeval time_left = glue_detail::Select::limit_of(limit.ms());
-    const int count = select.wait(limit.is_set() ? &time_left : nullptr);
-    Ready ready;
-    ready.requests = true; // also when the wait failed, or there is no pipe to wait for
-    if (count < 0) {
-        const int error = errno;
-        const bool was_replaced = error == EBADF && descriptors_are_good();
-        if (!was_replaced)
-            handle_failed_select(error);
-        return ready;
-    }
-    select_condition_.worked();
-    if (count > 0) {
-        ready.requests = !gets_requests || select.is_readable(requests);
-        ready.output = sends && select.is_writable(output);
-        ready.input = reads && select.is_readable(input);
-    } else if (!limit.is_set()) {
-        std::fputs("select(), should not have timed out", stderr);
-        hold_off();
-    }
-    return ready;
+    return watched;
 }
 
 /// Distinguishes a descriptor that was closed without the stream's knowledge from one that the stream itself closed or
@@ -155,7 +151,15 @@ bool Posix_threaded_data_stream::Reader::descriptors_are_good() const {
     return is_good(stream_.notify_pipe_[0]) && is_good(stream_.read_fd) && is_good(stream_.write_fd);
 }
 
+void Posix_threaded_data_stream::Reader::handle_unlimited_timeout() const {
+    std::fputs("select(), should not have timed out", stderr);
+    hold_off();
+}
+
 void Posix_threaded_data_stream::Reader::handle_failed_select(int error) {
+    const bool was_replaced = error == EBADF && descriptors_are_good();
+    if (was_replaced)
+        return;
     const bool is_new = select_condition_.failed(error);
     if (is_new) {
         errno = error;

@@ -4,7 +4,12 @@
 
 #include <platform/Atime.h>
 
+#include <algorithm>
 #include <cstdint>
+
+namespace glue_detail {
+class Select;
+}
 
 /// What the reader thread of a stream does, and its state between two waits.
 class Posix_threaded_data_stream::Reader {
@@ -32,6 +37,24 @@ class Posix_threaded_data_stream::Reader {
         Atime rests_until_;
     };
 
+    /// The time limit of a wait: the shortest of those that were set.
+    class Wait_limit {
+      public:
+        void at_most(std::int64_t ms) { ms_ = is_set() ? std::min(ms_, ms) : ms; }
+        bool is_set() const { return ms_ >= 0; }
+        std::int64_t ms() const { return ms_; }
+
+      private:
+        std::int64_t ms_ = -1;
+    };
+
+    /// The descriptors of a wait; -1 for those that it does not include.
+    struct Watched {
+        int requests = -1;
+        int output = -1;
+        int input = -1;
+    };
+
     /// What is ready after a wait.
     struct Ready {
         bool requests = false;
@@ -40,7 +63,9 @@ class Posix_threaded_data_stream::Reader {
     };
 
     Ready wait();
+    Watched watch(glue_detail::Select& select, Wait_limit& limit) const;
     bool descriptors_are_good() const;
+    void handle_unlimited_timeout() const;
     void handle_failed_select(int error);
     void hold_off() const;
     bool bytes_are_queued() const;

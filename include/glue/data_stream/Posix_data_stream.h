@@ -55,7 +55,7 @@ class GLUE_EXPORT Posix_data_stream : public virtual Data_stream {
     /// Closes the descriptors.
     ~Posix_data_stream() override;
 
-    // Opening by name.
+    // ---- Opening by name ----
     //
     // Each closes the descriptor that the new one replaces (but not one that the other direction still uses) and puts
     // the path and the direction into the description. On failure it prints a message on standard error, leaves the
@@ -74,7 +74,9 @@ class GLUE_EXPORT Posix_data_stream : public virtual Data_stream {
     /// Opens for writing; the other direction keeps its descriptor. No terminal becomes the controlling one.
     [[nodiscard]] virtual bool open_write(const char* path, bool create, bool blocking, bool append);
 
-    // Closing. Each first removes the path from the description, whatever it returns.
+    // ---- Closing ----
+    //
+    // Each first removes the path from the description, whatever it returns.
 
     /// Closes the reading descriptor. \return false, with nothing closed, when there is none, when it is a standard
     /// descriptor, or when writing uses it, too
@@ -88,7 +90,9 @@ class GLUE_EXPORT Posix_data_stream : public virtual Data_stream {
     /// Gives `commander` the writing descriptor. \return false, with nothing done, when that is closed
     bool init_commander(Commander& commander);
 
-    // Time-outs: stored for the calls that follow. All four return 1.
+    // ---- Time-outs ----
+    //
+    // They are stored for the calls that follow. All four return 1.
 
     int set_read_timeout(int ms) override;
     /// No limit.

@@ -88,7 +88,7 @@ class GLUE_EXPORT Posix_serial_port {
     Posix_serial_port(const Posix_serial_port&) = delete;
     Posix_serial_port& operator=(const Posix_serial_port&) = delete;
 
-    // What the stream supplies. Virtual operations: their order is part of the binary interface.
+    // ---- What the stream supplies. The order of the virtual operations is part of the binary interface ----
 
     /// The descriptor of the line; negative when there is none.
     virtual int get_fd() const = 0;

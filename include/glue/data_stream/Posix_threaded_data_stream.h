@@ -51,7 +51,9 @@ class GLUE_EXPORT Posix_threaded_data_stream : public Posix_data_stream, public 
     /// Stops the thread; closes the pipe and the descriptors. What the transmit ring holds is lost.
     ~Posix_threaded_data_stream() override;
 
-    // Opening by name: as Posix_data_stream. Success starts the thread, or makes a running one use the new descriptor.
+    // ---- Opening by name ----
+    //
+    // As Posix_data_stream. Success starts the thread, or makes a running one use the new descriptor.
 
     [[nodiscard]] bool open(const char* path, bool create, bool blocking, bool append) override;
     [[nodiscard]] bool open_read(const char* path, bool blocking) override;
@@ -140,7 +142,7 @@ class GLUE_EXPORT Posix_threaded_data_stream : public Posix_data_stream, public 
     /// that number. Operations that read or write, as `_write` does, hold it already and must not be called under it.
     std::shared_mutex descriptor_use;
 
-    // A timer, for classes whose thread has later work. An addition.
+    // ---- A timer, for classes whose thread has later work: an addition ----
 
     /// Makes the thread call `handle_timer`, once, in `ms` milliseconds, or after the end of a pause if that is later;
     /// replaces an earlier setting. Any thread may call it.

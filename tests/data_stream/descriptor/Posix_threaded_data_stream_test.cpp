@@ -471,8 +471,9 @@ TEST_F(Posix_threaded_data_stream_test, may_be_destroyed_in_every_state) {
             Threaded_stream dying(state == closed ? -1 : pair.take_near());
             dying.set_rx_callback([&] {
                 in_event = true;
-                if (state == in_an_event) // until the destructor stops the thread
+                if (state == in_an_event) { // until the destructor stops the thread
                     EXPECT_TRUE(eventually([&] { return bytes_ready(requests) > 0; }));
+                }
             });
             dying.start();
             if (state == receiving || state == in_an_event || state == full)
