@@ -9,10 +9,10 @@ namespace {
 
 using Piece = std::array<unsigned char, 8192>;
 
-/// How long nothing may move before a transfer is given up.
+/// A transfer fails when no byte has moved for this time.
 constexpr auto longest_standstill = std::chrono::seconds(20);
 
-/// Whether something has moved within the time.
+/// Measures the time since the last progress.
 class Patience {
   public:
     bool lasts() const { return since_last_.elapsed() < longest_standstill; }
@@ -64,14 +64,14 @@ void Transfer::write() {
 bool Transfer::write_piece(const unsigned char* bytes, std::size_t count) {
     Patience patience;
     while (count > 0 && patience.lasts()) {
-        const std::size_t gone = from_.write(bytes, count);
-        if (gone == 0) {
+        const std::size_t written = from_.write(bytes, count);
+        if (written == 0) {
             from_.wait_for_room();
             continue;
         }
-        bytes += gone;
-        count -= gone;
-        written_ += gone;
+        bytes += written;
+        count -= written;
+        written_ += written;
         patience.renew();
     }
     while (from_.manners().piece_by_piece && read_ < written_ && patience.lasts())
@@ -83,13 +83,13 @@ void Transfer::read() {
     Piece piece;
     Patience patience;
     while (read_ < amount_ && patience.lasts()) {
-        const std::size_t came = to_.read(piece.data(), piece.size());
-        if (came == 0) {
+        const std::size_t received = to_.read(piece.data(), piece.size());
+        if (received == 0) {
             to_.wait_for_bytes();
             continue;
         }
-        read_digest_.addData(chars(piece.data()), static_cast<int>(came));
-        read_ += came;
+        read_digest_.addData(chars(piece.data()), static_cast<int>(received));
+        read_ += received;
         patience.renew();
     }
 }
