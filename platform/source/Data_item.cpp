@@ -5,17 +5,17 @@
 
 namespace {
 
-constexpr unsigned numbers = 0xFFFF; // 0 to 65534
+constexpr unsigned number_count = 0xFFFF; // 0 to 65534
 
-constexpr unsigned short most_to_pass_over = 0x7FFF;
-constexpr unsigned short lowest_counter = 0x8000; // one below would be 32767 to pass over
+constexpr unsigned short most_skipped = 0x7FFF;
+constexpr unsigned short lowest_counter = 0x8000; // one less would mean: skip 32767
 
 constexpr int type_bits = 6;
 constexpr int type_mask = (1 << type_bits) - 1;
 
 unsigned short next_number() {
     static std::atomic<unsigned> items{0};
-    return static_cast<unsigned short>(items.fetch_add(1, std::memory_order_relaxed) % numbers);
+    return static_cast<unsigned short>(items.fetch_add(1, std::memory_order_relaxed) % number_count);
 }
 
 } // namespace
@@ -32,7 +32,7 @@ void Data_item::decode_type_byte(unsigned char byte, int& dimension, int& type) 
 }
 
 bool Data_item::serial_action_started(unsigned short& counter) {
-    const bool started = counter == 0 || counter > most_to_pass_over;
+    const bool started = counter == 0 || counter > most_skipped;
     if (counter != lowest_counter)
         --counter;
     return started;

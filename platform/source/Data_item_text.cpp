@@ -38,7 +38,7 @@ char* print_nan(T value, char* begin, char* end) {
     return at;
 }
 
-/// Prints into `longest_number` bytes. \return behind the last character
+/// Prints into `longest_number` bytes. \return the end of the text
 template <typename T>
 char* print(T value, char* begin, char* end) {
     if constexpr (std::is_same_v<T, bool>)
@@ -55,7 +55,7 @@ const char* skip_blanks(const char* text) {
     return text + std::strspn(text, " \t");
 }
 
-/// What the standard's functions read, from a text that begins with the number.
+/// Reads a number with the standard's functions, from a text that begins with it.
 template <typename T>
 const char* scan(const char* text, T& value) {
     const auto result = std::from_chars(text, text + std::strlen(text), value);

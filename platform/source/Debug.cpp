@@ -22,24 +22,24 @@ using platform_detail::Time_stamp;
 
 constexpr std::size_t longest_line = 8192;
 
-// Around a fork: the child's printer must not be left locked by a thread that the child does not have.
-void wait_for_sink();
-void release_sink();
-void start_anew_in_child();
+// Around a fork: otherwise a thread that the child does not have could hold the lock of the child's printer for ever.
+void lock_sink();
+void unlock_sink();
+void reset_in_child();
 
-/// What all threads share. Never destroyed: streams with static storage still print while the process ends.
+/// The data that all threads share. Never destroyed: streams with static storage still print while the process ends.
 struct Shared {
     std::array<std::atomic<bool>, category_count> on{};
     std::mutex sink_mutex;
     Print::Sink sink;
 
     Shared() {
-        pthread_atfork(wait_for_sink, release_sink, start_anew_in_child);
+        pthread_atfork(lock_sink, unlock_sink, reset_in_child);
         if (const char* list = std::getenv("GLUE_DEBUG"))
             enable_list(list);
     }
 
-    /// Switches on every number of a text; whatever is not a digit separates them.
+    /// Switches on every number in a text; any character except a digit separates them.
     void enable_list(const char* list) {
         while (*list != '\0') {
             char* end = nullptr;
@@ -56,15 +56,15 @@ struct Shared {
 };
 
 Shared& shared() {
-    static Shared* const the_one = new Shared;
-    return *the_one;
+    static Shared* const instance = new Shared;
+    return *instance;
 }
 
-/// Made while there is one thread: a child that is forked while another thread makes it would wait for that for ever.
-[[maybe_unused]] const Shared& made_at_start = shared();
+/// Created while there is only one thread: a child that is forked while another thread creates it would wait for ever.
+[[maybe_unused]] const Shared& created_at_start = shared();
 
 thread_local bool inside_sink = false;
-thread_local bool line_is_gone = false;
+thread_local bool line_is_destroyed = false;
 
 void write_to_standard_error(std::string_view text) {
     while (!text.empty()) {
@@ -94,7 +94,7 @@ class Line {
   public:
     ~Line() {
         deliver(text_);
-        line_is_gone = true;
+        line_is_destroyed = true;
     }
 
     void add(std::string_view text) {
@@ -107,7 +107,7 @@ class Line {
     }
 
     void send_all() { send(text_.size()); }
-    void forget() { text_.clear(); }
+    void clear() { text_.clear(); }
 
   private:
     void send(std::size_t length) {
@@ -126,38 +126,38 @@ Line& own_line() {
 void add(std::string_view text, bool at_once = false) {
     if (inside_sink)
         return;
-    if (line_is_gone) { // the thread's own storage is destroyed already: the process or the thread is ending
+    if (line_is_destroyed) { // the process or the thread is ending
         deliver(text);
         return;
     }
-    shared(); // before a line begins, so that a child of fork knows to let it be
+    shared(); // before a line begins, so that a forked child discards its copy of it
     own_line().add(text);
     if (at_once)
         own_line().send_all();
 }
 
-void wait_for_sink() {
+void lock_sink() {
     if (!inside_sink)
         shared().sink_mutex.lock();
 }
 
-void release_sink() {
+void unlock_sink() {
     if (!inside_sink)
         shared().sink_mutex.unlock();
 }
 
-/// What the forking thread has composed is the parent's to finish.
-void start_anew_in_child() {
-    release_sink();
-    if (!line_is_gone)
-        own_line().forget();
+/// The parent prints the unfinished line of the forking thread; the child discards its copy.
+void reset_in_child() {
+    unlock_sink();
+    if (!line_is_destroyed)
+        own_line().clear();
 }
 
 void add_formatted(const char* format, va_list arguments, bool at_once = false) {
     char small[512];
     va_list again;
     va_copy(again, arguments);
-    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the caller's va_start is out of the analyzer's sight
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the analyzer does not see the caller's va_start
     const int length = std::vsnprintf(small, sizeof small, format, arguments);
     if (length >= 0 && static_cast<std::size_t>(length) < sizeof small) {
         add(std::string_view(small, static_cast<std::size_t>(length)), at_once);
@@ -174,7 +174,7 @@ void add_time_stamp() {
     add(Time_stamp().text());
 }
 
-/// Keeps `errno` as the caller had it.
+/// Preserves `errno` for the caller.
 class Errno_keeper {
   public:
     Errno_keeper() : kept_(errno) {}

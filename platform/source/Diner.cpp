@@ -1,9 +1,11 @@
-// States of the loop:
+// The states of the loop:
 //
 //     idle --start--> running --terminate--> ending --the handler returns--> ended
 //      |                 ^                                                     ^
-//      |                 handlers run here only                                |
-//      +------------------------------- terminate ----------------------------+
+//      |                 |                                                     |
+//      |             handlers run in this state only                           |
+//      |                                                                       |
+//      +------------------------------terminate--------------------------------+
 
 #include <platform/Diner.h>
 
@@ -20,8 +22,6 @@ namespace {
 constexpr int wake_code = -1;
 constexpr int patience_units = 1000;
 
-using Lock = std::unique_lock<std::mutex>;
-
 } // namespace
 
 Diner::Descriptor::Descriptor(const char* loop_name, int loop_index) : index(loop_index) {
@@ -32,10 +32,10 @@ Diner::Diner() : priority_(0), state_(State::idle), first_timeout_(nullptr) {}
 
 Diner::~Diner() {
     terminate(true, patience_units);
-    task_.reset(); // its thread lets go of the lock, which is a member, as the last thing it does
+    task_.reset(); // the last action of its thread is to release the lock, which is a member
 }
 
-// ---- Life ----
+// ---- Life cycle ----
 
 void Diner::init(module_man& modules, [[maybe_unused]] Diner_selector* selector, const Descriptor& descriptor,
                  int priority, int stack_size, [[maybe_unused]] bool option_a, [[maybe_unused]] bool option_b) {
@@ -45,7 +45,7 @@ void Diner::init(module_man& modules, [[maybe_unused]] Diner_selector* selector,
 }
 
 bool Diner::start() {
-    Lock guard(mutex_);
+    std::unique_lock<std::mutex> guard(mutex_);
     if (!task_ || state_ != State::idle)
         return false;
     state_ = State::running;
@@ -58,7 +58,7 @@ bool Diner::start() {
 }
 
 void Diner::terminate(bool wait, int units) {
-    Lock guard(mutex_);
+    std::unique_lock<std::mutex> guard(mutex_);
     if (state_ == State::idle)
         state_ = State::ended;
     if (state_ == State::running) {
@@ -80,23 +80,23 @@ void Diner::terminate(bool wait, int units) {
 void* Diner::enter(void* self) {
     Diner& loop = *static_cast<Diner*>(self);
     {
-        const Lock guard(loop.mutex_);
+        const std::lock_guard guard(loop.mutex_);
         loop.thread_ = std::this_thread::get_id();
     }
     loop.run_main_loop();
-    const Lock guard(loop.mutex_);
+    const std::lock_guard guard(loop.mutex_);
     loop.state_ = State::ended;
     loop.loop_ended_.notify_all();
     return nullptr;
 }
 
 bool Diner::is_ending() const {
-    const Lock guard(mutex_);
+    const std::lock_guard guard(mutex_);
     return state_ != State::running;
 }
 
 bool Diner::is_locked() const {
-    const Lock guard(mutex_);
+    const std::lock_guard guard(mutex_);
     return state_ == State::idle || state_ == State::ended || std::this_thread::get_id() == thread_;
 }
 
@@ -120,16 +120,16 @@ void Diner::diner_stop() {}
 void Diner::handle_next_event() {
     waiter_event event;
     const std::optional<Atime> limit = next_timeout();
-    const int none_came = limit ? waiter.get_event(event, *limit) : waiter.get_event(event);
-    if (none_came)
+    const int timed_out = limit ? waiter.get_event(event, *limit) : waiter.get_event(event);
+    if (timed_out)
         return;
-    if (!is_wake_call(event) && !is_ending())
+    if (!is_wake_event(event) && !is_ending())
         handle_event(event);
     release_payload(event);
 }
 
-/// Makes the loop look again at its state and its timeouts, which it does after every event: where one waits already,
-/// no other is needed.
+/// Makes the loop check its state and its timeouts, which it does after every event: when an event waits already, no
+/// other is needed.
 void Diner::wake() {
     if (waiter.waiting() != 0)
         return;
@@ -140,7 +140,7 @@ void Diner::wake() {
     waiter.send_event(event, true, true);
 }
 
-bool Diner::is_wake_call(const waiter_event& event) const {
+bool Diner::is_wake_event(const waiter_event& event) const {
     return event.source == waiter.module_id() && event.code == wake_code &&
            event.target == reinterpret_cast<std::uintptr_t>(this);
 }
@@ -150,7 +150,7 @@ bool Diner::is_wake_call(const waiter_event& event) const {
 void Diner::handle_timeout() {
     Timeout* due = nullptr;
     {
-        const Lock guard(mutex_);
+        const std::lock_guard guard(mutex_);
         if (!first_timeout_ || first_timeout_->when_ > Atime::now())
             return;
         due = first_timeout_;
@@ -160,12 +160,12 @@ void Diner::handle_timeout() {
 }
 
 std::optional<Atime> Diner::next_timeout() const {
-    const Lock guard(mutex_);
+    const std::lock_guard guard(mutex_);
     return first_timeout_ ? std::optional<Atime>(first_timeout_->when_) : std::nullopt;
 }
 
 void Diner::set(Timeout& timeout, int units) {
-    const Lock guard(mutex_);
+    const std::lock_guard guard(mutex_);
     remove(timeout);
     timeout.when_ = Atime::now() + units;
     insert(timeout);
@@ -174,27 +174,27 @@ void Diner::set(Timeout& timeout, int units) {
 }
 
 void Diner::cancel(Timeout& timeout) {
-    const Lock guard(mutex_);
+    const std::lock_guard guard(mutex_);
     remove(timeout);
 }
 
-/// Puts it behind those that go off earlier or at the same time.
+/// Inserts it after those that expire earlier or at the same time.
 void Diner::insert(Timeout& timeout) {
-    Timeout** place = &first_timeout_;
-    while (*place && (*place)->when_ <= timeout.when_)
-        place = &(*place)->next_;
-    timeout.next_ = *place;
-    *place = &timeout;
+    Timeout** link = &first_timeout_;
+    while (*link && (*link)->when_ <= timeout.when_)
+        link = &(*link)->next_;
+    timeout.next_ = *link;
+    *link = &timeout;
     timeout.set_ = true;
 }
 
 void Diner::remove(Timeout& timeout) {
     if (!timeout.set_)
         return;
-    Timeout** place = &first_timeout_;
-    while (*place != &timeout)
-        place = &(*place)->next_;
-    *place = timeout.next_;
+    Timeout** link = &first_timeout_;
+    while (*link != &timeout)
+        link = &(*link)->next_;
+    *link = timeout.next_;
     timeout.set_ = false;
 }
 
@@ -211,6 +211,6 @@ void Timeout::cancel() {
 }
 
 bool Timeout::pending() const {
-    const Lock guard(loop_->mutex_);
+    const std::lock_guard guard(loop_->mutex_);
     return set_;
 }

@@ -6,16 +6,16 @@ namespace Debug {
 
 namespace {
 
-constexpr int blanks_a_group = 2;
+constexpr int blanks_per_group = 2;
 
 } // namespace
 
 void Print_dumper::print_field(const char* name, const char* text) {
-    Print::dprint("%*s%s: %s\n", depth_ * blanks_a_group, "", name, text);
+    Print::dprint("%*s%s: %s\n", depth_ * blanks_per_group, "", name, text);
 }
 
 void Print_dumper::begin_group(const char* name) {
-    Print::dprint("%*s%s:\n", depth_ * blanks_a_group, "", name);
+    Print::dprint("%*s%s:\n", depth_ * blanks_per_group, "", name);
     ++depth_;
 }
 

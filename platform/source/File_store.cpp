@@ -26,8 +26,8 @@ bool is_valid(std::string_view name) {
            name.find('/') == std::string_view::npos;
 }
 
-/// Opens a file of a directory; never with the number of a standard stream, which the process may run without: what it
-/// prints must not end up in the store.
+/// Opens a file of a directory, never with the number of a standard stream: in a process that runs without those,
+/// printed text would otherwise be written to the store.
 int open_in(int directory, const char* name, int flags) {
     constexpr mode_t readable_for_all = 0644;
     const int fd = openat(directory, name, flags | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY, readable_for_all);
@@ -38,16 +38,16 @@ int open_in(int directory, const char* name, int flags) {
     return copy;
 }
 
-/// Writes all of it unless the disk is full or reports an error. \return how much was written
+/// Writes all bytes unless the disk is full or reports an error. \return how many were written
 std::size_t write_all(int fd, const char* data, std::size_t size) {
     std::size_t written = 0;
     while (written < size) {
-        const ssize_t taken = ::write(fd, data + written, size - written);
-        if (taken < 0 && errno == EINTR)
+        const ssize_t result = ::write(fd, data + written, size - written);
+        if (result < 0 && errno == EINTR)
             continue;
-        if (taken <= 0)
+        if (result <= 0)
             break;
-        written += static_cast<std::size_t>(taken);
+        written += static_cast<std::size_t>(result);
     }
     return written;
 }
@@ -55,7 +55,7 @@ std::size_t write_all(int fd, const char* data, std::size_t size) {
 } // namespace
 
 void File_store::Open_file::close() {
-    if (taken())
+    if (in_use())
         ::close(fd);
     fd = -1;
 }
@@ -79,7 +79,7 @@ bool File_store::mount(const char* directory, std::uint32_t total) {
     return true;
 }
 
-/// Learns which files there are.
+/// Reads the names and sizes of the files.
 bool File_store::read_directory() {
     files_.clear();
     used_ = 0;
@@ -89,20 +89,20 @@ bool File_store::read_directory() {
         return false;
     errno = 0;
     while (const dirent* const entry = readdir(listing))
-        note_file(entry->d_name);
+        add_if_valid(entry->d_name);
     const bool complete = errno == 0;
     closedir(listing);
     return complete;
 }
 
-void File_store::note_file(const char* name) {
+void File_store::add_if_valid(const char* name) {
     struct stat status {};
     if (is_valid(name) && fstatat(directory_, name, &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(status.st_mode)) {
         const auto size = static_cast<std::uint64_t>(status.st_size);
         files_.emplace(name, size);
         used_ += size;
     }
-    errno = 0; // what cannot be looked at is no file of the store
+    errno = 0; // an entry that cannot be examined is no file of the store
 }
 
 void File_store::unmount() {
@@ -110,7 +110,7 @@ void File_store::unmount() {
     if (directory_ < 0)
         return;
     reading_.close();
-    if (writing_.taken())
+    if (writing_.in_use())
         finish_writing();
     ::close(directory_);
     directory_ = -1;
@@ -129,11 +129,11 @@ bool File_store::info(PcfInfo& info) {
     if (directory_ < 0)
         return false;
     info.total = total_;
-    info.free = room();
+    info.free = free_space();
     return true;
 }
 
-std::uint32_t File_store::room() const {
+std::uint32_t File_store::free_space() const {
     return used_ >= total_ ? 0 : static_cast<std::uint32_t>(total_ - used_);
 }
 
@@ -169,16 +169,16 @@ bool File_store::remove(std::string_view name) {
         report("cannot remove", file->first);
         return false;
     }
-    const bool is_sure = fsync(directory_) == 0;
-    if (!is_sure)
+    const bool is_permanent = fsync(directory_) == 0;
+    if (!is_permanent)
         report("may have failed to remove", file->first);
     used_ -= file->second;
     files_.erase(file);
-    return is_sure;
+    return is_permanent;
 }
 
 bool File_store::is_open(Files::iterator file) const {
-    return (reading_.taken() && reading_.file == file) || (writing_.taken() && writing_.file == file);
+    return (reading_.in_use() && reading_.file == file) || (writing_.in_use() && writing_.file == file);
 }
 
 // ---- Reading ----
@@ -188,9 +188,9 @@ PcfResult File_store::open_read(std::string_view name, unsigned long offset) {
     const auto file = files_.find(name);
     if (file == files_.end())
         return pcf_missing;
-    if (reading_.taken())
+    if (reading_.in_use())
         return pcf_busy;
-    if (offset > static_cast<unsigned long>(std::numeric_limits<off_t>::max()) || !put_into(reading_, file, O_RDONLY))
+    if (offset > static_cast<unsigned long>(std::numeric_limits<off_t>::max()) || !open_into(reading_, file, O_RDONLY))
         return pcf_failed;
     if (lseek(reading_.fd, static_cast<off_t>(offset), SEEK_SET) < 0) {
         report("cannot read", file->first);
@@ -200,35 +200,35 @@ PcfResult File_store::open_read(std::string_view name, unsigned long offset) {
     return pcf_ok;
 }
 
-bool File_store::put_into(Open_file& place, Files::iterator file, int flags) {
-    place.fd = open_in(directory_, file->first.c_str(), flags);
-    place.file = file;
-    place.is_new = (flags & O_CREAT) != 0;
-    if (!place.taken())
+bool File_store::open_into(Open_file& slot, Files::iterator file, int flags) {
+    slot.fd = open_in(directory_, file->first.c_str(), flags);
+    slot.file = file;
+    slot.is_new = (flags & O_CREAT) != 0;
+    if (!slot.in_use())
         report("cannot open", file->first);
-    return place.taken();
+    return slot.in_use();
 }
 
 int File_store::read(void* buffer, int size, PcfResult& result) {
     const std::lock_guard guard(mutex_);
-    result = reading_.taken() ? pcf_ok : pcf_wrong_state;
-    if (!reading_.taken() || size <= 0)
+    result = reading_.in_use() ? pcf_ok : pcf_wrong_state;
+    if (!reading_.in_use() || size <= 0)
         return 0;
-    ssize_t came = 0;
+    ssize_t count = 0;
     do
-        came = ::read(reading_.fd, buffer, static_cast<std::size_t>(size));
-    while (came < 0 && errno == EINTR);
-    if (came < 0) {
+        count = ::read(reading_.fd, buffer, static_cast<std::size_t>(size));
+    while (count < 0 && errno == EINTR);
+    if (count < 0) {
         report("cannot read", reading_.file->first);
         result = pcf_failed;
         return 0;
     }
-    return static_cast<int>(came);
+    return static_cast<int>(count);
 }
 
 PcfResult File_store::close_read() {
     const std::lock_guard guard(mutex_);
-    if (!reading_.taken())
+    if (!reading_.in_use())
         return pcf_wrong_state;
     reading_.close();
     return pcf_ok;
@@ -239,17 +239,17 @@ PcfResult File_store::close_read() {
 bool File_store::open_write(std::string_view name) {
     const std::lock_guard guard(mutex_);
     const auto file = files_.find(name);
-    return file != files_.end() && !writing_.taken() && put_into(writing_, file, O_WRONLY | O_APPEND);
+    return file != files_.end() && !writing_.in_use() && open_into(writing_, file, O_WRONLY | O_APPEND);
 }
 
 bool File_store::create_write(const char* name) {
     const std::lock_guard guard(mutex_);
-    if (directory_ < 0 || writing_.taken() || !is_valid(name))
+    if (directory_ < 0 || writing_.in_use() || !is_valid(name))
         return false;
     const auto [file, is_new] = files_.emplace(name, 0);
     if (!is_new)
         return false;
-    if (put_into(writing_, file, O_WRONLY | O_APPEND | O_CREAT | O_EXCL))
+    if (open_into(writing_, file, O_WRONLY | O_APPEND | O_CREAT | O_EXCL))
         return true;
     files_.erase(file);
     return false;
@@ -257,9 +257,9 @@ bool File_store::create_write(const char* name) {
 
 int File_store::write(const void* data, int size) {
     const std::lock_guard guard(mutex_);
-    if (!writing_.taken() || size <= 0)
+    if (!writing_.in_use() || size <= 0)
         return 0;
-    const std::size_t fits = std::min<std::size_t>(static_cast<std::size_t>(size), room());
+    const std::size_t fits = std::min<std::size_t>(static_cast<std::size_t>(size), free_space());
     const std::size_t written = write_all(writing_.fd, static_cast<const char*>(data), fits);
     if (written < fits)
         report("cannot write", writing_.file->first);
@@ -270,10 +270,10 @@ int File_store::write(const void* data, int size) {
 
 bool File_store::close_write() {
     const std::lock_guard guard(mutex_);
-    return writing_.taken() && finish_writing();
+    return writing_.in_use() && finish_writing();
 }
 
-/// The content first, then the name of a new file.
+/// Synchronises the content first, then the name of a new file.
 bool File_store::finish_writing() {
     const bool is_kept = fsync(writing_.fd) == 0 && (!writing_.is_new || fsync(directory_) == 0);
     if (!is_kept)

@@ -9,10 +9,10 @@
 
 namespace platform_detail {
 
-/// The file store behind the pcf functions, which are its operations one by one; pcf.h tells what they do.
+/// The file store of the pcf functions, which call its operations one to one; pcf.h describes them.
 ///
-/// The names and sizes of the files are kept in memory: the directory is read when it is mounted, and is the store's
-/// alone from then on.
+/// The names and sizes of the files are kept in memory: the directory is read when it is mounted, and the store owns it
+/// from then on.
 class File_store {
   public:
     bool mount(const char* directory, std::uint32_t total);
@@ -38,22 +38,22 @@ class File_store {
   private:
     using Files = std::map<std::string, std::uint64_t, std::less<>>; // names and sizes
 
-    /// The place for a file that is open.
+    /// The slot for an open file.
     struct Open_file {
         int fd = -1;
         Files::iterator file;
         bool is_new = false;
 
-        bool taken() const { return fd >= 0; }
+        bool in_use() const { return fd >= 0; }
         void close();
     };
 
     bool read_directory();
-    void note_file(const char* name);
-    bool put_into(Open_file& place, Files::iterator file, int flags);
+    void add_if_valid(const char* name);
+    bool open_into(Open_file& slot, Files::iterator file, int flags);
     bool is_open(Files::iterator file) const;
     bool finish_writing();
-    std::uint32_t room() const;
+    std::uint32_t free_space() const;
 
     std::mutex mutex_;
     std::string path_;

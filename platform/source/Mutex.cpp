@@ -21,14 +21,14 @@ void forget_kernel_id() {
     cached_kernel_id = 0;
 }
 
-/// Qt's library is not built for ThreadSanitizer, so it cannot see the waiting inside QMutex: tell it.
-void tell_sanitizer_acquired([[maybe_unused]] void* mutex) {
+/// Qt's library is not built for ThreadSanitizer, which therefore does not see what QMutex does: these report it.
+void report_acquire([[maybe_unused]] void* mutex) {
 #if defined(__SANITIZE_THREAD__)
     __tsan_acquire(mutex);
 #endif
 }
 
-void tell_sanitizer_releasing([[maybe_unused]] void* mutex) {
+void report_release([[maybe_unused]] void* mutex) {
 #if defined(__SANITIZE_THREAD__)
     __tsan_release(mutex);
 #endif
@@ -46,7 +46,7 @@ int MutexImp::kernel_thread_id() {
 bool MutexImp::tryLock() {
     if (!mutex_.tryLock())
         return false;
-    tell_sanitizer_acquired(this);
+    report_acquire(this);
     return true;
 }
 
@@ -61,7 +61,7 @@ void MutexImp::debug_lock() {
                                kernel_thread_id(), patience_ms, owner_kernel_id_.load(std::memory_order_relaxed));
         mutex_.lock();
     }
-    tell_sanitizer_acquired(this);
+    report_acquire(this);
 }
 
 void MutexImp::record_owner() {
@@ -72,7 +72,7 @@ void MutexImp::record_owner() {
 void MutexImp::clear_owner_and_unlock() {
     owner_thread_.store(nullptr, std::memory_order_relaxed);
     owner_kernel_id_.store(0, std::memory_order_relaxed);
-    tell_sanitizer_releasing(this);
+    report_release(this);
     mutex_.unlock();
 }
 

@@ -12,7 +12,7 @@ namespace {
 
 constexpr bool processor_is_big_endian = __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__;
 
-/// Turns bytes with the lowest first into the order that is asked for, and back.
+/// Converts little-endian bytes to the order of the options, and back.
 void reorder(unsigned char* bytes, int count, NV_iterator::Options options) {
     if (options == NV_iterator::big_endian || (options == NV_iterator::native && processor_is_big_endian))
         std::reverse(bytes, bytes + count);
@@ -25,22 +25,22 @@ void NV_iterator::NV_checksum::add(const unsigned char* bytes, int count) {
 }
 
 void NV_iterator::add_checksum_getter(NV_checksum* checksum) {
-    remove_checksum_getter(checksum); // twice in the list, it would close a ring
-    checksum->below_ = checksums_;
+    remove_checksum_getter(checksum); // twice in the list, it would close a cycle
+    checksum->next_ = checksums_;
     checksums_ = checksum;
 }
 
 void NV_iterator::remove_checksum_getter(NV_checksum* checksum) {
-    for (NV_checksum** link = &checksums_; *link; link = &(*link)->below_) {
+    for (NV_checksum** link = &checksums_; *link; link = &(*link)->next_) {
         if (*link == checksum) {
-            *link = checksum->below_;
+            *link = checksum->next_;
             return;
         }
     }
 }
 
 void NV_iterator::add_to_checksums(const unsigned char* bytes, int count) {
-    for (NV_checksum* checksum = checksums_; checksum; checksum = checksum->below_)
+    for (NV_checksum* checksum = checksums_; checksum; checksum = checksum->next_)
         checksum->add(bytes, count);
 }
 

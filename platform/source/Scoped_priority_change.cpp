@@ -12,7 +12,7 @@ bool set_policy(int policy) {
 
 } // namespace
 
-/// Threads with a priority of their own keep it: theirs is a decision of the maker's.
+/// A thread with a priority of its own keeps it: the maker has chosen it.
 Scoped_priority_change::Scoped_priority_change() : policy_before_(SCHED_OTHER), changed_(false) {
     sched_param parameters{};
     if (pthread_getschedparam(pthread_self(), &policy_before_, &parameters) == 0 && policy_before_ == SCHED_OTHER)

@@ -31,14 +31,14 @@ bool String_builder_base::append(std::string_view text) {
 bool String_builder_base::append_format(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    const int wanted = std::vsnprintf(storage_ + length_, room() + 1, format, arguments);
+    const int needed = std::vsnprintf(storage_ + length_, room() + 1, format, arguments);
     va_end(arguments);
-    if (wanted < 0) {
+    if (needed < 0) {
         storage_[length_] = '\0';
         return false;
     }
-    const bool all = static_cast<unsigned>(wanted) <= room();
-    length_ += std::min(static_cast<unsigned>(wanted), room());
+    const bool all = static_cast<unsigned>(needed) <= room();
+    length_ += std::min(static_cast<unsigned>(needed), room());
     return all;
 }
 
@@ -47,10 +47,10 @@ bool String_builder_base::append_ts() {
 }
 
 unsigned String_builder_base::append_ascii_esc(const unsigned char* data, unsigned count) {
-    for (unsigned taken = 0; taken < count; ++taken) {
-        const Readable_byte readable(data[taken]);
+    for (unsigned i = 0; i < count; ++i) {
+        const Readable_byte readable(data[i]);
         if (readable.text().size() > room())
-            return taken;
+            return i;
         append(readable.text());
     }
     return count;

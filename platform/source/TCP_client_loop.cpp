@@ -1,11 +1,11 @@
 // The states of a connection:
 //
-//     waiting --time is up--> connecting --socket is writable, no error--> connected
-//        ^                        |                                            |
-//        +--error or time is up---+------------- handle_read is negative ------+
+//     waiting --time is over--> connecting --writable, no error--> connected
+//        ^                          |                                 |
+//        +--error or time limit-----+---- handle_read is negative ----+
 //
-// One timer and one socket serve all of them. A handler that was queued before the state changed finds another state
-// and does nothing.
+// All states share one timer and one socket. A handler that was queued before the state changed finds another state and
+// does nothing.
 
 #include "TCP_client_loop.h"
 
@@ -17,7 +17,7 @@ using Wait = asio::posix::stream_descriptor::wait_type;
 
 namespace {
 
-/// Pieces that are sent before reading gets its turn.
+/// Pieces that are sent before the socket is read again.
 constexpr int most_pieces = 32;
 
 } // namespace
@@ -27,7 +27,7 @@ TCP_client_task::Loop::Loop(TCP_client_task& owner, const platform_detail::Tcp_e
       remote_(remote),
       socket_(io_),
       timer_(io_),
-      writers_call_(io_, [this] { wait_to_send(); }),
+      write_notification_(io_, [this] { wait_to_send(); }),
       next_wait_(owner.reconnect_period_ms_),
       task_("TCPC") {}
 
@@ -68,14 +68,14 @@ void TCP_client_task::Loop::connect() {
     timer_.expires_after(Milliseconds(owner_.connect_timeout_ms_));
     timer_.async_wait([this](const std::error_code& error) {
         if (!error && state_ == State::connecting)
-            lose_connection();
+            disconnect();
     });
 }
 
 void TCP_client_task::Loop::finish_connecting() {
     timer_.cancel();
     if (!platform_detail::is_connected(socket_.native_handle()))
-        return lose_connection();
+        return disconnect();
     state_ = State::connected;
     next_wait_ = Milliseconds(owner_.reconnect_period_ms_);
     owner_.descriptor_ = socket_.native_handle();
@@ -83,7 +83,7 @@ void TCP_client_task::Loop::finish_connecting() {
     wait_to_send();
 }
 
-void TCP_client_task::Loop::lose_connection() {
+void TCP_client_task::Loop::disconnect() {
     close_socket();
     wait_before_next_attempt();
 }
@@ -102,7 +102,7 @@ void TCP_client_task::Loop::wait_before_next_attempt() {
 void TCP_client_task::Loop::close_socket() {
     if (owner_.descriptor_ >= 0) {
         owner_.descriptor_ = -1;
-        // Passes once through the lock under which the descriptor is used: nobody uses it any more after this.
+        // Acquires and releases the lock under which the descriptor is used: afterwards no thread uses it any longer.
         owner_.is_write_data_avail();
     }
     waits_to_send_ = false;
@@ -120,7 +120,7 @@ void TCP_client_task::Loop::wait_for_bytes() {
 
 void TCP_client_task::Loop::read() {
     if (owner_.handle_read(socket_.native_handle()) < 0)
-        lose_connection();
+        disconnect();
     else
         wait_for_bytes();
 }
@@ -137,8 +137,8 @@ void TCP_client_task::Loop::wait_to_send() {
     });
 }
 
-/// Sends several pieces where it can: a reader that sleeps for want of room would otherwise slow down the sending too.
-/// Never one that the socket may refuse, which whoever derives may take for an error.
+/// Sends several pieces if possible: `handle_read` sleeps while there is no free space, and that would delay each
+/// piece. Sends only while the socket is writable: a derived class may treat EAGAIN as an error.
 void TCP_client_task::Loop::send() {
     const int fd = socket_.native_handle();
     for (int piece = 0; piece < most_pieces && platform_detail::is_writable(fd) && owner_.is_write_data_avail();

@@ -10,7 +10,7 @@
 
 #include <chrono>
 
-/// The thread of a client: see the states in the source.
+/// The thread of a client. Its states: see the source.
 class TCP_client_task::Loop {
   public:
     /// Throws std::system_error when the system has no descriptors left.
@@ -19,8 +19,8 @@ class TCP_client_task::Loop {
     bool start();
     /// Ends the thread and waits for it.
     void stop();
-    /// Something is to be sent. From any thread.
-    void call() { writers_call_.call(); }
+    /// There are bytes to send. From any thread.
+    void notify_write() { write_notification_.notify(); }
 
   private:
     using Milliseconds = std::chrono::milliseconds;
@@ -30,7 +30,7 @@ class TCP_client_task::Loop {
 
     void connect();
     void finish_connecting();
-    void lose_connection();
+    void disconnect();
     void wait_before_next_attempt();
 
     void wait_for_bytes();
@@ -44,8 +44,8 @@ class TCP_client_task::Loop {
     const platform_detail::Tcp_endpoint remote_;
     asio::io_context io_;
     asio::posix::stream_descriptor socket_;
-    asio::steady_timer timer_; // of the state: until the next attempt, or until this one takes too long
-    platform_detail::Wake_up writers_call_;
+    asio::steady_timer timer_; // until the next attempt begins, or the time limit of the present one
+    platform_detail::Wake_up write_notification_;
     State state_ = State::waiting;
     Milliseconds next_wait_;
     bool waits_to_send_ = false;

@@ -28,7 +28,7 @@ void TCP_client_task::open() {
         return;
     const auto remote = platform_detail::tcp_endpoint(address_, port_);
     if (!remote || port_ == 0) {
-        Debug::Print::dprint_ts("TCP client: \"%s\" and %d are no address and port to connect to\n", address_.c_str(),
+        Debug::Print::dprint_ts("TCP client: \"%s\" and %d are not a valid address and port\n", address_.c_str(),
                                 port_);
         return;
     }
@@ -50,5 +50,5 @@ void TCP_client_task::close() {
 
 void TCP_client_task::notify_write_data_avail() {
     if (loop_)
-        loop_->call();
+        loop_->notify_write();
 }

@@ -1,3 +1,13 @@
+// The states of the sending side:
+//
+//                 --the socket does not accept all bytes-->
+//     queue empty                                           bytes queued (the server's thread waits until the socket
+//          |      <----the socket has accepted all---------      |        is writable, then sends)
+//          |                                                     |
+//          +-----error of the socket, stop_sending---------------+--> ended (the queue is dropped, writes are ignored)
+//
+// A write goes to the socket directly only while the queue is empty: bytes never overtake queued ones.
+
 #include "TCP_connection.h"
 
 #include <cerrno>
@@ -14,7 +24,7 @@ TCP_connection::TCP_connection(asio::io_context& io, int fd, int number)
 
 void TCP_connection::send(const unsigned char* data, unsigned len) {
     const unsigned sent = queue_.empty() ? send_now(data, len) : 0;
-    if (takes_writes_)
+    if (accepts_writes_)
         queue_.append(data + sent, len - sent);
 }
 
@@ -24,11 +34,11 @@ void TCP_connection::send_queued() {
 }
 
 void TCP_connection::stop_sending() {
-    takes_writes_ = false;
+    accepts_writes_ = false;
     queue_.clear();
 }
 
-/// \return what the socket took. A broken connection takes no more writes; reading will find out why
+/// \return the bytes that the socket accepted. A broken connection accepts no more writes; reading reports the reason
 unsigned TCP_connection::send_now(const unsigned char* data, unsigned len) {
     const ssize_t sent = ::send(fd_, data, len, MSG_NOSIGNAL);
     if (sent >= 0)
@@ -38,15 +48,15 @@ unsigned TCP_connection::send_now(const unsigned char* data, unsigned len) {
     return 0;
 }
 
-ssize_t TCP_connection::receive(unsigned char* destination, unsigned room) const {
-    return ::recv(fd_, destination, room, 0);
+ssize_t TCP_connection::receive(unsigned char* destination, unsigned size) const {
+    return ::recv(fd_, destination, size, 0);
 }
 
 ssize_t TCP_connection::receive_pending() {
-    const ssize_t came = receive(received_, sizeof received_);
-    taken_ = 0;
-    count_ = came > 0 ? static_cast<unsigned>(came) : 0;
-    return came;
+    const ssize_t result = receive(received_, sizeof received_);
+    consumed_ = 0;
+    count_ = result > 0 ? static_cast<unsigned>(result) : 0;
+    return result;
 }
 
 } // namespace platform_detail

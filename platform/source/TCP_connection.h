@@ -10,14 +10,13 @@
 
 namespace platform_detail {
 
-/// One client of a server: its socket, what waits to be sent to it, and what it sent that nobody has taken yet.
+/// One client of a server: its socket, the bytes queued for it, and its received bytes that are not yet delivered.
 ///
-/// The sending half is used by every thread that writes, under the server's lock; the rest by the server's thread
-/// alone.
+/// Every thread that writes uses the sending side, under the server's lock; the server's thread alone uses the rest.
 class TCP_connection {
   public:
-    /// Takes the socket over; when it throws, which it does when the system has no memory or no watch left, the socket
-    /// is still the caller's.
+    /// Adopts the socket. Throws when the system cannot provide memory or watch another socket; the caller then still
+    /// owns the socket.
     TCP_connection(asio::io_context& io, int fd, int number);
 
     int id() const { return id_; }
@@ -25,33 +24,35 @@ class TCP_connection {
 
     // ---- Sending ----
 
-    /// Whether it is still worth writing to.
-    bool takes_writes() const { return takes_writes_; }
-    bool has_room_for(unsigned len) const { return len <= queue_.room(); }
-    /// Sends what the socket takes at once and queues the rest, for which there is room.
+    /// False after an error of the socket and after `stop_sending`.
+    bool accepts_writes() const { return accepts_writes_; }
+    /// Free space in the queue.
+    unsigned free_space() const { return queue_.room(); }
+    /// Sends what the socket accepts at once and queues the rest; `len` is at most `free_space()`.
     void send(const unsigned char* data, unsigned len);
-    /// Sends what the socket takes of the queue.
+    /// Sends what the socket accepts of the queue.
     void send_queued();
     bool has_queued() const { return !queue_.empty(); }
-    /// Ends sending; whatever is queued is dropped.
+    /// Ends sending and drops the queue.
     void stop_sending();
 
-    /// The writers want it to go; the server's thread closes it.
-    bool dismissed = false;
+    /// A writer has dropped this client; the server's thread closes it.
+    bool to_be_closed = false;
     /// The server's thread waits until the socket is writable.
     bool waits_to_send = false;
 
     // ---- Receiving ----
 
-    /// Reads from the socket into somebody else's memory.
+    /// Reads from the socket into the caller's memory.
     /// \return as `recv`
-    ssize_t receive(unsigned char* destination, unsigned room) const;
-    /// Reads from the socket into memory of its own; only when nothing is pending there.
+    ssize_t receive(unsigned char* destination, unsigned size) const;
+    /// Reads from the socket into the connection's own memory; only when nothing is pending there.
+    /// \return as `recv`
     ssize_t receive_pending();
-    /// Received bytes that nobody has taken.
-    unsigned char* pending() { return received_ + taken_; }
-    unsigned pending_count() const { return count_ - taken_; }
-    void take_pending(unsigned count) { taken_ += count; }
+    /// Received bytes that are not yet delivered.
+    unsigned char* pending() { return received_ + consumed_; }
+    unsigned pending_count() const { return count_ - consumed_; }
+    void consume_pending(unsigned count) { consumed_ += count; }
 
   private:
     unsigned send_now(const unsigned char* data, unsigned len);
@@ -59,15 +60,16 @@ class TCP_connection {
     const int id_;
     const int fd_;
 
-    bool takes_writes_ = true;
+    bool accepts_writes_ = true;
     std::unique_ptr<unsigned char[]> storage_;
     Cbuf_templ<unsigned char> queue_;
 
-    unsigned taken_ = 0;
+    unsigned consumed_ = 0;
     unsigned count_ = 0;
     unsigned char received_[4096];
 
-    asio::posix::stream_descriptor socket_; // last: nothing that can fail comes after taking the socket over
+    asio::posix::stream_descriptor
+        socket_; // last: nothing after it can fail, so the socket is adopted or still the caller's
 };
 
 } // namespace platform_detail

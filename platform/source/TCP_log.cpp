@@ -19,17 +19,17 @@ void TCP_log::set(bool on, const char* name) {
     on_ = on;
 }
 
-/// A copy, so that no lock is held while others see the text: the application's logger may write to the port.
+/// Copies the name, so that no lock is held during the output: the application's logger may write to the port.
 void TCP_log::copy_name(char* destination) {
     const std::lock_guard guard(mutex_);
     stzncpy(destination, name_, name_size);
 }
 
-void TCP_log::came(int connection, const std::string& peer) {
+void TCP_log::connected(int connection, const std::string& peer) {
     event(connection, ("connected from " + peer).c_str());
 }
 
-void TCP_log::left(int connection) {
+void TCP_log::disconnected(int connection) {
     event(connection, "disconnected");
 }
 

@@ -6,16 +6,16 @@
 
 namespace platform_detail {
 
-/// What a server logs of its own, under the name of the port it belongs to. From any thread.
+/// A server's own log, under the name of its port. From any thread.
 class TCP_log {
   public:
     void set(bool on, const char* name);
 
-    void came(int connection, const std::string& peer);
-    void left(int connection);
+    void connected(int connection, const std::string& peer);
+    void disconnected(int connection);
     /// A readable copy of bytes, to the debug printer and to `snoop_logger`: see `log_in_pieces`.
     /// \param direction  "RD" or "WR"
-    /// \param connection  whom they came from; -1 when they went to all
+    /// \param connection  the client that sent the bytes; -1 when they were sent to all
     void traffic(const char* direction, int connection, const unsigned char* data, unsigned len);
 
   private:

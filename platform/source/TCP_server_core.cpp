@@ -1,3 +1,22 @@
+// The states of a server:
+//
+//     closed --open--> listening --run--> serving --quit--> finished
+//                          |                                   ^
+//                          +--------- quit, then run ----------+
+//
+// The states of a client, as the server's thread receives from it:
+//
+//                       +----- all delivered ------+
+//                       v                          |
+//     accepted --> waiting for bytes --readable--> reading <--free space-- waiting for space
+//                                                  |    |                        ^
+//                                                  |    +--not all delivered-----+
+//                                                  v
+//                                                closed (on end of file or an error)
+//
+// A client whose queue is full when others can be served is closed in any state. The sending side of a client has its
+// own states: see TCP_connection.cpp.
+
 #include "TCP_server_core.h"
 
 #include "bind_address.h"
@@ -17,7 +36,7 @@ using Wait = asio::posix::stream_descriptor::wait_type;
 
 namespace {
 
-constexpr std::chrono::milliseconds room_poll_period(1);
+constexpr std::chrono::milliseconds retry_period(1);
 constexpr std::chrono::milliseconds accept_pause_period(100);
 
 bool is_temporary(int error) {
@@ -31,25 +50,25 @@ bool is_shortage(int error) {
 } // namespace
 
 TCP_server_base::Core::Loop::Loop(Core& core)
-    : listener(io), accept_pause(io), room_timer(io), writers_call(io, [&core] { core.serve_writers(); }) {}
+    : listener(io), accept_pause(io), retry_timer(io), write_notification(io, [&core] { core.serve_writers(); }) {}
 
 TCP_server_base::Core::Core(TCP_server_base& owner, Kind kind) : owner_(owner), kind_(kind) {
     connections_.reserve(most_clients);
-    without_room_.reserve(most_clients);
-    their_turn_.reserve(most_clients);
+    waiting_for_space_.reserve(most_clients);
+    retried_.reserve(most_clients);
     try {
         loop_ = std::make_unique<Loop>(*this);
     } catch (const std::system_error&) {
-        // no descriptors left: open() fails
+        // no descriptors are left: open() fails
     }
 }
 
-// ---- Beginning and end ----
+// ---- Begin and end ----
 
 bool TCP_server_base::Core::open(int port) {
     if (!loop_ || loop_->listener.is_open())
         return false;
-    const int fd = platform_detail::open_listener_where_bound(port);
+    const int fd = platform_detail::open_bound_listener(port);
     if (fd < 0)
         return false;
     std::error_code error;
@@ -96,11 +115,11 @@ void TCP_server_base::Core::close_all() {
     for (const Connection_ptr& connection : connections_)
         connection->socket().close();
     connections_.clear();
-    without_room_.clear();
+    waiting_for_space_.clear();
     loop_->listener.close();
 }
 
-// ---- Clients come and go ----
+// ---- Clients connect and disconnect ----
 
 unsigned TCP_server_base::Core::connection_count() const {
     const std::lock_guard guard(mutex_);
@@ -117,23 +136,23 @@ void TCP_server_base::Core::wait_for_clients() {
 void TCP_server_base::Core::accept_client() {
     const int fd = platform_detail::accept_client(loop_->listener.native_handle());
     if (fd < 0 && is_shortage(errno)) {
-        // The client stays in the listener's queue, which would be readable again at once.
+        // The client stays in the listener's queue, and the listener stays readable: without a pause this would repeat.
         loop_->accept_pause.expires_after(accept_pause_period);
         loop_->accept_pause.async_wait([this](const std::error_code&) { wait_for_clients(); });
         return;
     }
     if (fd >= 0)
-        welcome(fd);
+        add_client(fd);
     wait_for_clients();
 }
 
-void TCP_server_base::Core::welcome(int fd) {
+void TCP_server_base::Core::add_client(int fd) {
     const Connection_ptr connection = make_connection(fd);
     if (!connection) {
         ::close(fd);
         return;
     }
-    log.came(connection->id(), platform_detail::peer_of(fd));
+    log.connected(connection->id(), platform_detail::peer_of(fd));
     {
         const std::lock_guard guard(mutex_);
         connections_.push_back(connection);
@@ -141,10 +160,11 @@ void TCP_server_base::Core::welcome(int fd) {
     wait_for_bytes(connection);
 }
 
-/// Null, with a message, when there are clients enough or the system has no memory or no watch left for another.
+/// Null, with a message, when there are already enough clients, or the system cannot provide memory or watch another
+/// socket.
 TCP_server_base::Core::Connection_ptr TCP_server_base::Core::make_connection(int fd) {
     if (connections_.size() == most_clients) {
-        Debug::Print::dprint_ts("TCP server, port %d: has %u clients, another is turned away\n", local_port(),
+        Debug::Print::dprint_ts("TCP server, port %d: has %u clients, another one is refused\n", local_port(),
                                 most_clients);
         return nullptr;
     }
@@ -153,7 +173,7 @@ TCP_server_base::Core::Connection_ptr TCP_server_base::Core::make_connection(int
         ++next_id_;
         return connection;
     } catch (const std::exception& error) {
-        Debug::Print::dprint_ts("TCP server, port %d: a client is turned away: %s\n", local_port(), error.what());
+        Debug::Print::dprint_ts("TCP server, port %d: a client is refused: %s\n", local_port(), error.what());
         return nullptr;
     }
 }
@@ -167,7 +187,7 @@ void TCP_server_base::Core::close(const Connection_ptr& connection) {
         connection->socket().close();
         connections_.erase(std::find(connections_.begin(), connections_.end(), connection));
     }
-    log.left(connection->id());
+    log.disconnected(connection->id());
     owner_.handle_disconnected(connection->id());
 }
 
@@ -194,16 +214,16 @@ void TCP_server_base::Core::read_and_offer(const Connection_ptr& connection) {
     if (received > 0)
         offer(connection);
     else
-        go_on_after(received, connection);
+        continue_after(received, connection);
 }
 
-/// Offers no more than there is room for: what is logged on the way is then logged once.
+/// Offers no more than fits into the ring, so that a derived class that logs what it is offered logs each byte once.
 void TCP_server_base::Core::offer(const Connection_ptr& connection) {
-    const unsigned offered = std::min(connection->pending_count(), room());
-    const unsigned taken = owner_.handle_incoming_data(connection->id(), connection->pending(), offered);
-    connection->take_pending(std::min(taken, offered));
+    const unsigned offered = std::min(connection->pending_count(), free_space());
+    const unsigned accepted = owner_.handle_incoming_data(connection->id(), connection->pending(), offered);
+    connection->consume_pending(std::min(accepted, offered));
     if (connection->pending_count() > 0)
-        wait_for_room(connection);
+        wait_for_space(connection);
     else
         wait_for_bytes(connection);
 }
@@ -214,7 +234,7 @@ void TCP_server_base::Core::read_directly(const Connection_ptr& connection) {
         const Mutex_guard guard(ring_lock);
         const auto free = ring->free_region();
         if (free.size == 0)
-            return wait_for_room(connection);
+            return wait_for_space(connection);
         received = connection->receive(free.begin, free.size);
         if (received > 0) {
             const auto count = static_cast<unsigned>(received);
@@ -223,58 +243,58 @@ void TCP_server_base::Core::read_directly(const Connection_ptr& connection) {
             owner_.handle_direct_read();
         }
     }
-    go_on_after(received, connection);
+    continue_after(received, connection);
 }
 
 /// \param received  what `recv` returned
-void TCP_server_base::Core::go_on_after(ssize_t received, const Connection_ptr& connection) {
+void TCP_server_base::Core::continue_after(ssize_t received, const Connection_ptr& connection) {
     if (received > 0 || (received < 0 && is_temporary(errno)))
         wait_for_bytes(connection);
     else
         close(connection);
 }
 
-unsigned TCP_server_base::Core::room() const {
+unsigned TCP_server_base::Core::free_space() const {
     if (!ring)
         return UINT_MAX;
     const Mutex_guard guard(ring_lock);
     return ring->room();
 }
 
-void TCP_server_base::Core::wait_for_room(const Connection_ptr& connection) {
-    without_room_.push_back(connection);
-    if (without_room_.size() == 1)
-        look_for_room_soon();
+void TCP_server_base::Core::wait_for_space(const Connection_ptr& connection) {
+    waiting_for_space_.push_back(connection);
+    if (waiting_for_space_.size() == 1)
+        start_retry_timer();
 }
 
-/// Nobody says when the reader has made room.
-void TCP_server_base::Core::look_for_room_soon() {
-    loop_->room_timer.expires_after(room_poll_period);
-    loop_->room_timer.async_wait([this](const std::error_code& error) {
+/// Polls, because a reader does not notify the server when it has consumed bytes.
+void TCP_server_base::Core::start_retry_timer() {
+    loop_->retry_timer.expires_after(retry_period);
+    loop_->retry_timer.async_wait([this](const std::error_code& error) {
         if (!error)
-            look_for_room();
+            retry();
     });
 }
 
-/// Lets those go on whose bytes had no room, until there is none again: who was not served is first next time.
-void TCP_server_base::Core::look_for_room() {
-    their_turn_.swap(without_room_);
+/// Serves the waiting clients until the ring is full again; those that were not served are first the next time.
+void TCP_server_base::Core::retry() {
+    retried_.swap(waiting_for_space_);
     const auto is_closed = [](const Connection_ptr& connection) { return !connection->socket().is_open(); };
-    their_turn_.erase(std::remove_if(their_turn_.begin(), their_turn_.end(), is_closed), their_turn_.end());
+    retried_.erase(std::remove_if(retried_.begin(), retried_.end(), is_closed), retried_.end());
 
-    auto next = their_turn_.begin();
-    if (next != their_turn_.end() && room() == 0)
+    auto next = retried_.begin();
+    if (next != retried_.end() && free_space() == 0)
         owner_.handle_incoming_data((*next)->id(), (*next)->pending(), 0);
-    for (; next != their_turn_.end() && room() > 0; ++next) {
+    for (; next != retried_.end() && free_space() > 0; ++next) {
         if ((*next)->pending_count() > 0)
             offer(*next);
         else
             read(*next);
     }
-    without_room_.insert(without_room_.begin(), next, their_turn_.end());
-    their_turn_.clear();
-    if (!without_room_.empty())
-        look_for_room_soon();
+    waiting_for_space_.insert(waiting_for_space_.begin(), next, retried_.end());
+    retried_.clear();
+    if (!waiting_for_space_.empty())
+        start_retry_timer();
 }
 
 // ---- Sending ----
@@ -289,48 +309,49 @@ bool TCP_server_base::Core::write_to_all(const unsigned char* data, unsigned len
 
 bool TCP_server_base::Core::send_to_all(const unsigned char* data, unsigned len, int except) {
     const std::lock_guard guard(mutex_);
-    const auto gets_it = [except](const Connection_ptr& connection) {
-        return connection->takes_writes() && connection->id() != except;
+    const auto is_receiver = [except](const Connection_ptr& connection) {
+        return connection->accepts_writes() && connection->id() != except;
     };
-    const auto has_room = [len](const Connection_ptr& connection) { return connection->has_room_for(len); };
-    const auto is_ready = [&](const Connection_ptr& connection) { return gets_it(connection) && has_room(connection); };
-    if (std::none_of(connections_.begin(), connections_.end(), gets_it))
+    const auto fits = [len](const Connection_ptr& connection) { return len <= connection->free_space(); };
+    const auto can_send = [&](const Connection_ptr& connection) { return is_receiver(connection) && fits(connection); };
+    if (std::none_of(connections_.begin(), connections_.end(), is_receiver))
         return true;
-    if (std::none_of(connections_.begin(), connections_.end(), is_ready))
+    if (std::none_of(connections_.begin(), connections_.end(), can_send))
         return false;
 
-    bool call = false;
+    bool needs_loop = false;
     for (const Connection_ptr& connection : connections_) {
-        if (!gets_it(connection))
+        if (!is_receiver(connection))
             continue;
-        if (has_room(connection))
+        if (fits(connection))
             connection->send(data, len);
         else
-            dismiss(*connection);
-        call = call || connection->dismissed || (connection->has_queued() && !connection->waits_to_send);
+            drop_slow_client(*connection);
+        needs_loop = needs_loop || connection->to_be_closed || (connection->has_queued() && !connection->waits_to_send);
     }
-    if (call)
-        loop_->writers_call.call();
+    if (needs_loop)
+        loop_->write_notification.notify();
     return true;
 }
 
-void TCP_server_base::Core::dismiss(Connection& connection) const {
+void TCP_server_base::Core::drop_slow_client(Connection& connection) const {
     Debug::Print::dprint_ts("TCP server, port %d: client %d does not keep up, it is disconnected\n", local_port(),
                             connection.id());
     connection.stop_sending();
-    connection.dismissed = true;
+    connection.to_be_closed = true;
 }
 
-/// Does what writers in other threads cannot do themselves.
+/// Completes writes: closes the clients that writers have dropped, and waits for the sockets of those with queued
+/// bytes.
 void TCP_server_base::Core::serve_writers() {
-    for (std::size_t i = connections_.size(); i-- > 0;) { // backwards: closing takes them out of the list
+    for (std::size_t i = connections_.size(); i-- > 0;) { // backwards: closing erases from the list
         const Connection_ptr connection = connections_[i];
         std::unique_lock<std::mutex> held(mutex_);
-        const bool dismissed = connection->dismissed;
+        const bool to_be_closed = connection->to_be_closed;
         const bool begins_to_wait = connection->has_queued() && !connection->waits_to_send;
         connection->waits_to_send = connection->waits_to_send || begins_to_wait;
         held.unlock();
-        if (dismissed)
+        if (to_be_closed)
             close(connection);
         else if (begins_to_wait)
             wait_to_send(connection);

@@ -15,11 +15,10 @@
 #include <mutex>
 #include <vector>
 
-/// The loop of a server: everything that its thread does, and the two things that other threads do to it, writing and
-/// ending.
+/// The implementation of a server: the loop of its thread, and the operations of other threads, which write and end it.
 ///
-/// `mutex_` guards the list of clients and what is queued for them; it is held for moments only, never while a hook
-/// runs. The server's thread alone changes the list, so that it reads it without the lock.
+/// `mutex_` guards the list of clients and their queues; it is held for short times only, never while a hook runs. Only
+/// the server's thread changes the list, so it may read the list without the lock.
 class TCP_server_base::Core {
   public:
     Core(TCP_server_base& owner, Kind kind);
@@ -43,20 +42,20 @@ class TCP_server_base::Core {
     using Connection = platform_detail::TCP_connection;
     using Connection_ptr = std::shared_ptr<Connection>;
 
-    /// What needs descriptors of the system.
+    /// The parts that need descriptors of the system.
     struct Loop {
         explicit Loop(Core& core);
 
         asio::io_context io;
         asio::posix::stream_descriptor listener;
         asio::steady_timer accept_pause;
-        asio::steady_timer room_timer;
-        platform_detail::Wake_up writers_call;
+        asio::steady_timer retry_timer;
+        platform_detail::Wake_up write_notification;
     };
 
     void wait_for_clients();
     void accept_client();
-    void welcome(int fd);
+    void add_client(int fd);
     Connection_ptr make_connection(int fd);
 
     void wait_for_bytes(const Connection_ptr& connection);
@@ -64,12 +63,12 @@ class TCP_server_base::Core {
     void read_and_offer(const Connection_ptr& connection);
     void read_directly(const Connection_ptr& connection);
     void offer(const Connection_ptr& connection);
-    void go_on_after(ssize_t received, const Connection_ptr& connection);
+    void continue_after(ssize_t received, const Connection_ptr& connection);
 
-    unsigned room() const;
-    void wait_for_room(const Connection_ptr& connection);
-    void look_for_room_soon();
-    void look_for_room();
+    unsigned free_space() const;
+    void wait_for_space(const Connection_ptr& connection);
+    void start_retry_timer();
+    void retry();
 
     bool send_to_all(const unsigned char* data, unsigned len, int except);
     void serve_writers();
@@ -78,19 +77,19 @@ class TCP_server_base::Core {
 
     void close(const Connection_ptr& connection);
     void close_all();
-    void dismiss(Connection& connection) const;
+    void drop_slow_client(Connection& connection) const;
 
     TCP_server_base& owner_;
     const Kind kind_;
-    std::unique_ptr<Loop> loop_; // null when the system had no descriptors left
+    std::unique_ptr<Loop> loop_; // null when the system has no descriptors left
     std::atomic<int> local_port_{-1};
     int next_id_ = 0;
 
     mutable std::mutex mutex_;
     std::vector<Connection_ptr> connections_;
 
-    std::vector<Connection_ptr> without_room_; // have bytes that nobody has taken
-    std::vector<Connection_ptr> their_turn_;
+    std::vector<Connection_ptr> waiting_for_space_; // their bytes do not fit into the ring
+    std::vector<Connection_ptr> retried_;           // used within one retry
 
     std::mutex end_mutex_;
     std::condition_variable ended_;

@@ -25,9 +25,9 @@ Wake_up::Wake_up(asio::io_context& io, std::function<void()> handler)
     wait();
 }
 
-void Wake_up::call() {
+void Wake_up::notify() {
     static constexpr std::uint64_t one = 1;
-    // Fails only when some 2^64 calls wait already.
+    // Fails only when about 2^64 notifications wait already.
     [[maybe_unused]] const ssize_t written = ::write(event_.native_handle(), &one, sizeof one);
 }
 
@@ -35,8 +35,8 @@ void Wake_up::wait() {
     event_.async_wait(asio::posix::stream_descriptor::wait_read, [this](const std::error_code& error) {
         if (error)
             return;
-        std::uint64_t calls = 0;
-        [[maybe_unused]] const ssize_t got = ::read(event_.native_handle(), &calls, sizeof calls);
+        std::uint64_t notifications = 0;
+        [[maybe_unused]] const ssize_t result = ::read(event_.native_handle(), &notifications, sizeof notifications);
         handler_();
         wait();
     });

@@ -7,15 +7,15 @@
 
 namespace platform_detail {
 
-/// Makes a loop call a handler soon, on behalf of other threads; what is asked for several times before the handler
-/// runs is done once. Unlike `asio::post` it allocates nothing.
+/// Lets other threads make a loop call a handler. Several notifications before the handler runs count as one. Unlike
+/// `asio::post` it allocates nothing.
 class Wake_up {
   public:
     /// Throws std::system_error when the system has no descriptors left.
     Wake_up(asio::io_context& io, std::function<void()> handler);
 
     /// From any thread.
-    void call();
+    void notify();
 
   private:
     void wait();

@@ -28,8 +28,8 @@ __bsnode* avl_bstree::find(const __bsnode* key) const {
 __bsnode* avl_bstree::next(const __bsnode* node) const {
     if (!node || !node->is_in_tree())
         return nullptr;
-    const auto behind = ++nodes_.iterator_to(const_cast<__bsnode&>(*node));
-    return behind == nodes_.end() ? nullptr : &*behind;
+    const auto following = ++nodes_.iterator_to(const_cast<__bsnode&>(*node));
+    return following == nodes_.end() ? nullptr : &*following;
 }
 
 __bsnode* avl_bstree::previous(const __bsnode* node) const {

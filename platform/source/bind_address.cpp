@@ -11,15 +11,15 @@ namespace platform_detail {
 
 namespace {
 
-/// What the application set. Never destroyed: servers with static storage may still open.
+/// The address that the application set. Never destroyed: servers with static storage may open while the process ends.
 struct Setting {
     std::mutex mutex;
     std::string address;
 };
 
 Setting& setting() {
-    static Setting* const the_one = new Setting;
-    return *the_one;
+    static Setting* const instance = new Setting;
+    return *instance;
 }
 
 std::string bind_address() {
@@ -28,8 +28,8 @@ std::string bind_address() {
         if (!setting().address.empty())
             return setting().address;
     }
-    const char* const given = std::getenv("GLUE_TCP_BIND");
-    return given ? given : "";
+    const char* const variable = std::getenv("GLUE_TCP_BIND");
+    return variable ? variable : "";
 }
 
 } // namespace
@@ -39,12 +39,12 @@ void set_bind_address(const std::string& address) {
     setting().address = address;
 }
 
-int open_listener_where_bound(int port) {
+int open_bound_listener(int port) {
     const std::string address = bind_address();
     if (address.empty())
         return open_listener_everywhere(port);
     if (!tcp_endpoint(address, 0)) {
-        Debug::Print::dprint_ts("TCP server: \"%s\" is no address to listen on\n", address.c_str());
+        Debug::Print::dprint_ts("TCP server: \"%s\" is not a valid address to listen on\n", address.c_str());
         return -1;
     }
     const auto local = tcp_endpoint(address, port);

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <type_traits>
 
-/// Numbers as bytes, the lowest first, on every processor; floating-point numbers by their bits.
+/// Numbers as little-endian bytes, on every processor; floating-point numbers as their bits.
 namespace little_endian {
 
 namespace detail {

@@ -6,8 +6,8 @@ namespace {
 
 /// Never destroyed: streams with static storage may still close their files while the process ends.
 platform_detail::File_store& store() {
-    static auto* const the_one = new platform_detail::File_store;
-    return *the_one;
+    static auto* const instance = new platform_detail::File_store;
+    return *instance;
 }
 
 } // namespace

@@ -23,6 +23,6 @@ __slnode* sl_list::first() const {
 __slnode* sl_list::next(const __slnode* node) const {
     if (!node || node->list_ != this)
         return nullptr;
-    const auto behind = ++nodes_.iterator_to(const_cast<__slnode&>(*node));
-    return behind == nodes_.end() ? nullptr : &*behind;
+    const auto following = ++nodes_.iterator_to(const_cast<__slnode&>(*node));
+    return following == nodes_.end() ? nullptr : &*following;
 }

@@ -14,7 +14,7 @@ namespace {
 constexpr int highest_port = 65535;
 constexpr int socket_flags = SOCK_NONBLOCK | SOCK_CLOEXEC;
 
-// A peer that has vanished is noticed after idle + count * interval seconds.
+// A dead peer is noticed after idle + count * interval seconds.
 constexpr int keep_alive_idle_s = 30;
 constexpr int keep_alive_interval_s = 10;
 constexpr int keep_alive_count = 3;
@@ -38,12 +38,13 @@ int close_and_fail(int fd) {
     return -1;
 }
 
-/// The local or the remote end of a socket, as `getsockname` or `getpeername` tells it.
-template <typename Ask>
-Tcp_endpoint end_of(int fd, Ask ask) {
+/// The local or the remote end of a socket.
+/// \param query  `getsockname` or `getpeername`
+template <typename Query>
+Tcp_endpoint end_of(int fd, Query query) {
     Tcp_endpoint end;
     auto size = static_cast<socklen_t>(end.capacity());
-    if (ask(fd, end.data(), &size) == 0)
+    if (query(fd, end.data(), &size) == 0)
         end.resize(size);
     return end;
 }
@@ -64,7 +65,7 @@ int open_listener(const Tcp_endpoint& local) {
         return -1;
     set_option(fd, SOL_SOCKET, SO_REUSEADDR, 1);
     if (local.protocol() == asio::ip::tcp::v6())
-        set_option(fd, IPPROTO_IPV6, IPV6_V6ONLY, 0); // "::" takes clients of both families
+        set_option(fd, IPPROTO_IPV6, IPV6_V6ONLY, 0); // "::" accepts clients of both families
     if (::bind(fd, local.data(), static_cast<socklen_t>(local.size())) != 0 || ::listen(fd, SOMAXCONN) != 0)
         return close_and_fail(fd);
     return fd;
@@ -72,12 +73,12 @@ int open_listener(const Tcp_endpoint& local) {
 
 int open_listener_everywhere(int port) {
     const auto both = tcp_endpoint("::", port);
-    const auto old_only = tcp_endpoint("0.0.0.0", port);
-    if (!both || !old_only)
+    const auto ipv4_only = tcp_endpoint("0.0.0.0", port);
+    if (!both || !ipv4_only)
         return -1;
     const int fd = open_listener(*both);
     const bool without_ipv6 = fd < 0 && (errno == EAFNOSUPPORT || errno == EADDRNOTAVAIL);
-    return without_ipv6 ? open_listener(*old_only) : fd;
+    return without_ipv6 ? open_listener(*ipv4_only) : fd;
 }
 
 int accept_client(int listener) {
@@ -102,14 +103,14 @@ bool is_connected(int fd) {
     socklen_t size = sizeof error;
     if (::getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size) != 0 || error != 0)
         return false;
-    // Where nobody listens on a local port, the system may choose that very port for our side and connect the socket to
-    // itself; it would keep the server from ever getting its port.
+    // When no server listens on a local port, the system may choose this same port for our side and connect the socket
+    // to itself; as long as it is open, the server cannot open its port.
     return end_of(fd, ::getsockname) != end_of(fd, ::getpeername);
 }
 
 bool is_writable(int fd) {
-    pollfd asked{fd, POLLOUT, 0};
-    return ::poll(&asked, 1, 0) == 1 && (asked.revents & POLLOUT) != 0;
+    pollfd query{fd, POLLOUT, 0};
+    return ::poll(&query, 1, 0) == 1 && (query.revents & POLLOUT) != 0;
 }
 
 int local_port_of(int fd) {

@@ -58,7 +58,7 @@ int waiter_descriptor::get_event(waiter_event& event, Atime deadline) {
         const auto now = std::chrono::floor<milliseconds>(steady_clock::now().time_since_epoch());
         if (now.count() >= deadline.units())
             return 1;
-        // In bounded steps: a deadline may lie further ahead than the system's clocks can say.
+        // In bounded steps: a deadline may be later than the system's clocks can represent.
         const milliseconds step(std::min(deadline.units(), now.count() + longest_step));
         arrived_.wait_until(guard, steady_clock::time_point(step));
     }

@@ -188,7 +188,7 @@ TEST_F(NV_pcfile_iterator_test, destruction_closes_the_file) {
     EXPECT_EQ(pcfOpenRead("setup", 0, nullptr), 0); // neither place is taken
     pcfCloseRead(0);
     EXPECT_TRUE(pcfOpenWrite("setup", nullptr));
-    pcfCloseWrite(-1);
+    EXPECT_TRUE(pcfCloseWrite(-1));
 }
 
 TEST_F(NV_pcfile_iterator_test, tree_comes_back_as_it_was_saved) {
@@ -219,7 +219,7 @@ TEST(NV_pcfile_iterator_in_a_small_store, save_that_does_not_fit_reports_success
     EXPECT_EQ(tree.get_flags(), 0);
     EXPECT_THAT(debug.text(), HasSubstr("PCF full\n"));
     EXPECT_TRUE(pcfOpenWrite("setup", nullptr)); // closed
-    pcfCloseWrite(-1);
+    EXPECT_TRUE(pcfCloseWrite(-1));
     file.set_mode(NV_iterator::reading); // and that it could not be closed once more is told
     EXPECT_EQ(file.get_mode(), NV_iterator::closed);
 }

@@ -13,7 +13,7 @@ std::string_view text_of(const Ascii_message& message) {
     return {message.get_text(), message.get_length()};
 }
 
-/// A text of exactly its size on the heap, so that a sanitizer sees every access past it.
+/// A text of exactly its size on the heap, so that a sanitizer reports every access past it.
 struct Fields {
     explicit Fields(std::string_view text) : text_(text.begin(), text.end()) {}
     double number(unsigned field) { return message().get_double(field); }
@@ -24,19 +24,19 @@ struct Fields {
     std::vector<char> text_;
 };
 
-/// The number that a field of this text is.
+/// A field with this text, as a number.
 double number_in(const std::string& field) {
     return Fields("$GPGGA," + field + ",7").number(1);
 }
 
-TEST(Ascii_message, refers_to_a_text_of_somebody_else) {
+TEST(Ascii_message, refers_to_the_text_of_its_caller) {
     char text[] = "PASHR";
     const Ascii_message message(text, 3);
     EXPECT_EQ(message.get_text(), text);
     EXPECT_EQ(text_of(message), "PAS");
 }
 
-TEST(Ascii_message, of_a_message_is_the_whole_frame_or_the_body_behind_its_header) {
+TEST(Ascii_message, of_a_message_is_the_whole_frame_or_the_body_after_its_header) {
     unsigned char frame[] = "ER005body!unused";
     const Binary_message message(frame, 16, 10);
     EXPECT_EQ(text_of(Ascii_message(message, false)), "ER005body!");
@@ -64,7 +64,7 @@ TEST(Ascii_message, fields_are_between_commas_and_counted_from_0) {
     EXPECT_EQ(fields.letter(5), 'l');
 }
 
-TEST(Ascii_message, empty_and_missing_fields_are_nothing) {
+TEST(Ascii_message, empty_and_missing_fields_are_0) {
     Fields fields(",,5,");
     for (const unsigned field : {0U, 1U, 3U, 4U, 5U, 1000U, 0xFFFFFFFFU}) {
         EXPECT_EQ(fields.number(field), 0) << field;
@@ -81,7 +81,7 @@ TEST(Ascii_message, star_ends_the_fields) {
     EXPECT_EQ(Fields("a,*1").letter(1), '\0');
 }
 
-TEST(Ascii_message, numbers_are_decimal_ones_up_to_what_belongs_to_none) {
+TEST(Ascii_message, numbers_are_decimal_and_end_at_the_first_other_character) {
     EXPECT_EQ(number_in("4807.038"), 4807.038);
     EXPECT_EQ(number_in("007"), 7);
     EXPECT_EQ(number_in(".5"), 0.5);
@@ -93,7 +93,7 @@ TEST(Ascii_message, numbers_are_decimal_ones_up_to_what_belongs_to_none) {
     EXPECT_EQ(number_in("0x10"), 0);
 }
 
-TEST(Ascii_message, what_is_no_number_is_0) {
+TEST(Ascii_message, other_text_is_0) {
     for (const char* text : {"M", "-", "+", "+-5", "++5", "--5", " 5", ".", "1e999", "-1e999", "inf", "-inf", "+inf",
                              "infinity", "nan", "NAN", "-nan", "nan(1)"})
         EXPECT_EQ(number_in(text), 0) << text;
@@ -102,7 +102,7 @@ TEST(Ascii_message, what_is_no_number_is_0) {
 TEST(Ascii_message, numbers_have_a_point_whatever_the_locale) {
     const std::string before = std::setlocale(LC_ALL, nullptr);
     if (!std::setlocale(LC_ALL, "de_DE.UTF-8") && !std::setlocale(LC_ALL, "fr_FR.UTF-8"))
-        std::puts("no locale with a decimal comma here: checked in the present one only");
+        std::puts("this machine has no locale with a decimal comma: checked in the present locale only");
     EXPECT_EQ(number_in("1.5"), 1.5);
     std::setlocale(LC_ALL, before.c_str());
 }

@@ -49,7 +49,7 @@ TEST(Atime, now_counts_the_milliseconds_of_the_monotonic_clock) {
     EXPECT_LE(now.units(), steady_ms());
 }
 
-TEST(Atime, tells_the_milliseconds_since_a_start_and_none_since_one_that_lies_ahead) {
+TEST(Atime, counts_the_milliseconds_since_a_start_and_none_since_a_start_in_the_future) {
     const unsigned long elapsed = Atime::get_elapsed_ms_since(Atime::now() + -500);
     EXPECT_GE(elapsed, 500U);
     EXPECT_LT(elapsed, 20000U);
@@ -62,7 +62,7 @@ TEST(Atime, delay_lasts_that_many_milliseconds) {
     EXPECT_GE(stopwatch.elapsed(), milliseconds(20));
 }
 
-TEST(Atime, delay_of_nothing_or_less_returns_at_once) {
+TEST(Atime, delay_of_0_or_less_returns_at_once) {
     const Stopwatch stopwatch;
     Atime::delay(0);
     Atime::delay(-1);
@@ -72,7 +72,7 @@ TEST(Atime, delay_of_nothing_or_less_returns_at_once) {
 
 std::atomic<int> signals{0};
 
-TEST(Atime, delay_is_not_cut_short_by_a_signal) {
+TEST(Atime, delay_is_not_shortened_by_a_signal) {
     struct sigaction counting {};
     struct sigaction before {};
     counting.sa_handler = [](int) { ++signals; };

@@ -15,7 +15,7 @@ constexpr unsigned size = 24;
 constexpr unsigned huge_offsets[] = {size, size + 1, 0x7FFFFFFFU, 0x80000000U, 0xFFFFFFF8U, 0xFFFFFFFEU, 0xFFFFFFFFU};
 
 struct Binary_message_test : testing::Test {
-    // On the heap and of the exact size, so that a sanitizer sees every access past it.
+    // On the heap and of the exact size, so that a sanitizer reports every access past it.
     std::unique_ptr<unsigned char[]> bytes{new unsigned char[size]};
     Binary_message message{bytes.get(), size};
 
@@ -25,7 +25,7 @@ struct Binary_message_test : testing::Test {
     }
     static unsigned char byte_at(unsigned i) { return static_cast<unsigned char>(0x91 + 37 * i); }
 
-    /// The number that `width` bytes from `offset` on are, lowest byte first.
+    /// The little-endian number of `width` bytes from `offset` on.
     static std::uint64_t number_at(unsigned offset, unsigned width) {
         std::uint64_t number = 0;
         for (unsigned i = 0; i < width; ++i)
@@ -40,7 +40,7 @@ struct Binary_message_test : testing::Test {
         return number;
     }
 
-    /// Every offset at which the number lies in the message gives it; every other gives 0.
+    /// Every offset at which the number is within the message returns it; every other returns 0.
     template <typename Number>
     void expect_reads(Number (Binary_message::*get)(unsigned) const) {
         constexpr unsigned width = sizeof(Number);
@@ -55,7 +55,7 @@ struct Binary_message_test : testing::Test {
             EXPECT_EQ((message.*get)(offset), Number{}) << "offset " << offset;
     }
 
-    /// Every offset at which the number lies in the message changes its bytes alone; every other changes nothing.
+    /// Every offset at which the number is within the message changes only its bytes; every other changes nothing.
     template <typename Number>
     void expect_writes(bool (Binary_message::*set)(unsigned, Number), Number value) {
         constexpr unsigned width = sizeof(Number);
@@ -114,7 +114,7 @@ TEST_F(Binary_message_test, skipping_moves_the_start_and_shrinks_size_and_capaci
 
 // ---- Numbers ----
 
-TEST_F(Binary_message_test, reads_numbers_lowest_byte_first_at_any_offset_and_zero_past_the_end) {
+TEST_F(Binary_message_test, reads_little_endian_numbers_at_any_offset_and_0_past_the_end) {
     expect_reads<std::uint8_t>(&Message::get_uint8);
     expect_reads<std::int8_t>(&Message::get_int8);
     expect_reads<std::uint16_t>(&Message::get_uint16_le);
@@ -125,7 +125,7 @@ TEST_F(Binary_message_test, reads_numbers_lowest_byte_first_at_any_offset_and_ze
     expect_reads<double>(&Message::get_double);
 }
 
-TEST_F(Binary_message_test, writes_numbers_lowest_byte_first_at_any_offset_and_nothing_past_the_end) {
+TEST_F(Binary_message_test, writes_little_endian_numbers_at_any_offset_and_nothing_past_the_end) {
     expect_writes<std::uint8_t>(&Message::set_uint8, 0xA7);
     expect_writes<std::int8_t>(&Message::set_int8, -2);
     expect_writes<std::uint16_t>(&Message::set_uint16_le, 0x8123);
@@ -149,7 +149,7 @@ TEST(Binary_message, has_the_wire_form_of_each_number) {
     EXPECT_EQ(message.get_double(8), -2.5);
 }
 
-TEST_F(Binary_message_test, what_lies_beyond_the_size_counts_as_past_the_end_though_there_is_room) {
+TEST_F(Binary_message_test, bytes_after_the_size_count_as_past_the_end_even_within_the_capacity) {
     Message partly(bytes.get(), size, 4);
     EXPECT_EQ(partly.get_uint32_le(0), number_at(0, 4));
     EXPECT_EQ(partly.get_uint32_le(1), 0U);
@@ -189,7 +189,7 @@ TEST_F(Binary_message_test, bits_are_numbered_by_their_weight) {
     EXPECT_EQ(message.get_bits_lsb(3, 5, 0), 0U);
 }
 
-TEST_F(Binary_message_test, bits_of_any_place_and_count_read_as_those_of_the_byte) {
+TEST_F(Binary_message_test, bits_of_any_position_and_count_read_as_those_of_the_byte) {
     for (unsigned first = 0; first < 70; ++first)
         for (unsigned count = 0; count < 70; ++count) {
             unsigned expected = 0;
@@ -202,7 +202,7 @@ TEST_F(Binary_message_test, bits_of_any_place_and_count_read_as_those_of_the_byt
     EXPECT_EQ(message.get_bits_lsb(2, 0, 0xFFFFFFFFU), byte_at(2));
 }
 
-TEST_F(Binary_message_test, written_bits_leave_the_others_alone) {
+TEST_F(Binary_message_test, written_bits_leave_the_others_unchanged) {
     for (unsigned first = 0; first < 40; ++first)
         for (unsigned count = 0; count < 40; ++count)
             for (const unsigned value : {0U, 0x5AU, 0xFFFFFFFFU}) {
@@ -246,7 +246,7 @@ struct Binary_message_text : testing::Test {
     const char* in_place(unsigned offset) const { return reinterpret_cast<const char*>(text) + offset; }
 };
 
-TEST_F(Binary_message_text, that_a_nul_ends_is_given_in_place) {
+TEST_F(Binary_message_text, that_a_nul_ends_is_returned_in_place) {
     EXPECT_EQ(message.get_string(1, 6), in_place(1));
     EXPECT_STREQ(message.get_string(1, 6), "rover");
     EXPECT_EQ(message.get_string(1, 1000), in_place(1));
@@ -271,7 +271,7 @@ TEST_F(Binary_message_text, past_the_message_is_empty) {
         EXPECT_STREQ(message.get_string(offset, 5), "");
 }
 
-TEST_F(Binary_message_text, copied_in_another_thread_leaves_this_ones_copy_alone) {
+TEST_F(Binary_message_text, copied_in_another_thread_leaves_the_copy_of_this_thread_unchanged) {
     const char* const copy = message.get_string(7, 4);
     std::thread([this] { EXPECT_STREQ(message.get_string(1, 3), "rov"); }).join();
     EXPECT_STREQ(copy, "base");

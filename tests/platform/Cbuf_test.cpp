@@ -59,7 +59,7 @@ TEST_F(Small_ring, consuming_all_of_a_full_ring_empties_it) {
     EXPECT_FALSE(ring.full());
 }
 
-TEST_F(Small_ring, consuming_more_than_there_is_takes_what_there_is) {
+TEST_F(Small_ring, consuming_more_than_is_buffered_consumes_all) {
     append("abc");
     ring.consume(1000);
     EXPECT_TRUE(ring.empty());
@@ -87,11 +87,11 @@ TEST_F(Small_ring, peek_beyond_the_end_copies_nothing) {
     EXPECT_EQ(byte, 'x');
 }
 
-TEST_F(Small_ring, tells_whether_the_used_part_reaches_the_end_of_the_storage) {
+TEST_F(Small_ring, reports_whether_the_used_part_reaches_the_end_of_the_storage) {
     append("abcdefg");
     EXPECT_FALSE(ring.wraps());
     ring.consume(4);
-    EXPECT_TRUE(ring.wraps()); // the tail is at the start: nothing follows, but it may
+    EXPECT_TRUE(ring.wraps()); // the tail is at the start: nothing continues there yet
     append("h");
     EXPECT_TRUE(ring.wraps());
     EXPECT_EQ(ring.used_region().size, 3U);
@@ -108,9 +108,9 @@ TEST_F(Small_ring, behaves_like_a_bounded_queue_over_random_operations) {
         switch (random.between(0, 4)) {
         case 0: {
             const std::string bytes = random.bytes(count);
-            const unsigned taken = append(bytes);
-            ASSERT_EQ(taken, std::min<std::size_t>(count, capacity - model.size()));
-            model.insert(model.end(), bytes.begin(), bytes.begin() + taken);
+            const unsigned appended = append(bytes);
+            ASSERT_EQ(appended, std::min<std::size_t>(count, capacity - model.size()));
+            model.insert(model.end(), bytes.begin(), bytes.begin() + appended);
             break;
         }
         case 1: {

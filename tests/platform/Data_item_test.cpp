@@ -65,7 +65,7 @@ TEST(Data_item, types_have_the_codes_that_are_stored) {
     EXPECT_EQ(Defs::matrix, 2);
 }
 
-TEST(Data_item, numbers_count_up_and_leave_out_65535) {
+TEST(Data_item, numbers_count_up_to_65534) {
     const Item first;
     unsigned expected = first.data_number();
     for (int i = 0; i < 0x10000; ++i) {
@@ -74,7 +74,7 @@ TEST(Data_item, numbers_count_up_and_leave_out_65535) {
     }
 }
 
-TEST(Data_item, copy_has_the_number_and_the_hook_but_no_place_in_a_list) {
+TEST(Data_item, copy_has_the_number_and_the_hook_but_is_in_no_list) {
     struct : Data_item::Change_hook {
         void changed(bool) override {}
     } hook;
@@ -90,9 +90,9 @@ TEST(Data_item, copy_has_the_number_and_the_hook_but_no_place_in_a_list) {
     EXPECT_EQ(Item().change_hook(), nullptr);
 }
 
-// ---- Going on where sending stopped ----
+// ---- Continuing where sending stopped ----
 
-TEST(Data_item, counter_passes_items_over_and_then_tells_how_many_were_reached) {
+TEST(Data_item, counter_skips_items_and_then_counts_those_reached) {
     unsigned short counter = 2;
     EXPECT_FALSE(Item::started(counter));
     EXPECT_FALSE(Item::started(counter));
@@ -102,7 +102,7 @@ TEST(Data_item, counter_passes_items_over_and_then_tells_how_many_were_reached) 
     EXPECT_EQ(counter, static_cast<unsigned short>(-2));
 }
 
-TEST(Data_item, counter_passes_over_32767_items_at_most) {
+TEST(Data_item, counter_skips_32767_items_at_most) {
     unsigned short counter = 32767;
     for (int i = 0; i < 32767; ++i)
         ASSERT_FALSE(Item::started(counter)) << i;
@@ -111,38 +111,38 @@ TEST(Data_item, counter_passes_over_32767_items_at_most) {
     EXPECT_TRUE(Item::started(counter));
 }
 
-TEST(Data_item, counter_passes_nothing_over_behind_however_many_items) {
+TEST(Data_item, counter_skips_nothing_after_any_number_of_items) {
     unsigned short counter = 0;
     for (int i = 0; i < 70000; ++i)
         ASSERT_TRUE(Item::started(counter)) << i;
     EXPECT_EQ(counter, 0x8000);
 }
 
-TEST(Data_item, result_says_where_it_stopped_and_what_follows) {
+TEST(Data_item, result_has_the_failed_item_and_the_nearest_that_follows) {
     unsigned char byte = 0;
-    Send_buffer no_room(&byte, 0);
-    Send_buffer room(&byte, 1);
+    Send_buffer full_buffer(&byte, 0);
+    Send_buffer buffer(&byte, 1);
     unsigned short counter = 0;
     Item item;
-    Item nearest;
-    Item farther;
-    EXPECT_FALSE(item.serialise(room, counter).fail());
+    Item nearest_item;
+    Item farther_item;
+    EXPECT_FALSE(item.serialise(buffer, counter).fail());
     counter = 0;
-    EXPECT_EQ(item.serialise(room, counter).failed_item(), &item);
+    EXPECT_EQ(item.serialise(buffer, counter).failed_item(), &item);
 
     counter = 0;
-    Data_item::Serial_ret result = item.serialise(no_room, counter);
+    Data_item::Serial_ret result = item.serialise(full_buffer, counter);
     EXPECT_TRUE(result.fail());
     EXPECT_EQ(result.next_item(), nullptr);
     result.sync_next(nullptr);
-    result.sync_next(&nearest);
-    result.sync_next(&farther);
-    EXPECT_EQ(result.next_item(), &nearest);
+    result.sync_next(&nearest_item);
+    result.sync_next(&farther_item);
+    EXPECT_EQ(result.next_item(), &nearest_item);
 
-    const Data_item::Serial_ret well;
-    EXPECT_FALSE(well.fail());
-    EXPECT_EQ(well.failed_item(), nullptr);
-    EXPECT_EQ(well.next_item(), nullptr);
+    const Data_item::Serial_ret success;
+    EXPECT_FALSE(success.fail());
+    EXPECT_EQ(success.failed_item(), nullptr);
+    EXPECT_EQ(success.next_item(), nullptr);
 }
 
 TEST(Data_item, description_is_name_type_and_number) {

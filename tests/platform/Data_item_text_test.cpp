@@ -22,7 +22,7 @@ std::string text_of(T value) {
     return {text, static_cast<std::size_t>(length)};
 }
 
-/// The value of a text that is a number from its beginning to its end.
+/// The value of a text; nothing unless all of it is a number.
 template <typename T>
 std::optional<T> value_of(const std::string& text) {
     T value{};
@@ -43,7 +43,7 @@ T from_bits(Bits<T> bits) {
 }
 
 template <typename T>
-bool comes_back(T value) {
+bool reads_back(T value) {
     const std::optional<T> read = value_of<T>(text_of(value));
     return read && std::memcmp(&*read, &value, sizeof value) == 0;
 }
@@ -54,15 +54,15 @@ using Integers = testing::Types<char, unsigned char, unsigned short, unsigned in
                                 unsigned long long, long long>;
 TYPED_TEST_SUITE(Data_item_text, Integers);
 
-/// What a type's edges are, a char counting from 0 to 255.
+/// The limits of a type as text; a char counts from 0 to 255.
 template <typename T>
-struct Edges {
+struct Limit_texts {
     using Shown = std::conditional_t<std::is_same_v<T, char>, unsigned char, T>;
     using Limits = std::numeric_limits<Shown>;
     static std::string low() { return std::to_string(Limits::min()); }
     static std::string high() { return std::to_string(Limits::max()); }
     /// The next number away from 0.
-    static std::string beyond(std::string number) {
+    static std::string next(std::string number) {
         for (std::size_t i = number.size(); i-- > 0;) {
             if (number[i] != '9') {
                 ++number[i];
@@ -74,23 +74,23 @@ struct Edges {
     }
 };
 
-TYPED_TEST(Data_item_text, integers_are_decimal_up_to_their_edges) {
-    using Shown = typename Edges<TypeParam>::Shown;
-    using Limits = typename Edges<TypeParam>::Limits;
-    EXPECT_EQ(text_of(static_cast<TypeParam>(Limits::max())), Edges<TypeParam>::high());
-    EXPECT_EQ(text_of(static_cast<TypeParam>(Limits::min())), Edges<TypeParam>::low());
-    EXPECT_EQ(value_of<TypeParam>(Edges<TypeParam>::high()), static_cast<TypeParam>(Limits::max()));
-    EXPECT_EQ(value_of<TypeParam>(Edges<TypeParam>::low()), static_cast<TypeParam>(Limits::min()));
+TYPED_TEST(Data_item_text, integers_are_decimal_up_to_their_limits) {
+    using Shown = typename Limit_texts<TypeParam>::Shown;
+    using Limits = typename Limit_texts<TypeParam>::Limits;
+    EXPECT_EQ(text_of(static_cast<TypeParam>(Limits::max())), Limit_texts<TypeParam>::high());
+    EXPECT_EQ(text_of(static_cast<TypeParam>(Limits::min())), Limit_texts<TypeParam>::low());
+    EXPECT_EQ(value_of<TypeParam>(Limit_texts<TypeParam>::high()), static_cast<TypeParam>(Limits::max()));
+    EXPECT_EQ(value_of<TypeParam>(Limit_texts<TypeParam>::low()), static_cast<TypeParam>(Limits::min()));
     EXPECT_EQ(text_of(static_cast<TypeParam>(Shown(7))), "7");
     EXPECT_EQ(value_of<TypeParam>(" \t 0007"), TypeParam(7));
 }
 
-TYPED_TEST(Data_item_text, integers_that_do_not_fit_are_none) {
-    using Edge = Edges<TypeParam>;
+TYPED_TEST(Data_item_text, integers_that_do_not_fit_are_refused) {
+    using Texts = Limit_texts<TypeParam>;
     TypeParam value = 5;
     for (const std::string& text :
-         {Edge::beyond(Edge::high()), Edge::high() + "0", std::string("99999999999999999999999"),
-          std::is_signed_v<typename Edge::Shown> ? Edge::beyond(Edge::low()) : std::string("-1")})
+         {Texts::next(Texts::high()), Texts::high() + "0", std::string("99999999999999999999999"),
+          std::is_signed_v<typename Texts::Shown> ? Texts::next(Texts::low()) : std::string("-1")})
         EXPECT_EQ(Data_item_destringify<TypeParam>::from_string(text.c_str(), value), nullptr) << text;
     EXPECT_EQ(value, TypeParam(5));
 }
@@ -103,7 +103,7 @@ TYPED_TEST(Data_item_text, junk_is_no_integer) {
     EXPECT_EQ(value, TypeParam(5));
 }
 
-TYPED_TEST(Data_item_text, reading_an_integer_ends_behind_its_last_digit) {
+TYPED_TEST(Data_item_text, reading_an_integer_ends_after_its_last_digit) {
     for (const char* const text : {"12,", "12.5", "12e3", "12 ", "12x", "12}"}) {
         TypeParam value{};
         EXPECT_EQ(Data_item_destringify<TypeParam>::from_string(text, value), text + 2) << text;
@@ -111,12 +111,12 @@ TYPED_TEST(Data_item_text, reading_an_integer_ends_behind_its_last_digit) {
     }
 }
 
-TYPED_TEST(Data_item_text, every_small_integer_comes_back) {
+TYPED_TEST(Data_item_text, every_small_integer_reads_back) {
     for (int i = -32768; i <= 65535; ++i)
-        ASSERT_TRUE(comes_back(static_cast<TypeParam>(i))) << i;
+        ASSERT_TRUE(reads_back(static_cast<TypeParam>(i))) << i;
 }
 
-TEST(Data_item_text_bool, is_a_digit_and_reads_words_too) {
+TEST(Data_item_text_bool, is_a_digit_and_may_be_read_from_a_word) {
     EXPECT_EQ(text_of(true), "1");
     EXPECT_EQ(text_of(false), "0");
     EXPECT_EQ(value_of<bool>("1"), true);
@@ -133,12 +133,12 @@ TEST(Data_item_text_bool, is_a_digit_and_reads_words_too) {
     EXPECT_FALSE(value);
 }
 
-TEST(Data_item_text_room, is_for_the_whole_text_with_its_nul_or_for_nothing) {
-    for (int room = -1; room < 8; ++room) {
+TEST(Data_item_text_size, must_be_enough_for_the_whole_text_and_its_nul) {
+    for (int size = -1; size < 8; ++size) {
         char text[] = "########";
-        const int length = Data_item_stringify<int>::to_string(-1234, text, room);
-        EXPECT_EQ(length, room >= 6 ? 5 : 0) << room;
-        EXPECT_STREQ(text, room >= 6 ? "-1234" : "########") << room;
+        const int length = Data_item_stringify<int>::to_string(-1234, text, size);
+        EXPECT_EQ(length, size >= 6 ? 5 : 0) << size;
+        EXPECT_STREQ(text, size >= 6 ? "-1234" : "########") << size;
         EXPECT_EQ(text[7], '#');
     }
     EXPECT_EQ(Data_item_stringify<int>::to_string(-1234, nullptr, 100), 0);
@@ -149,7 +149,7 @@ struct Data_item_text_floating : testing::Test {};
 using Floating_types = testing::Types<float, double>;
 TYPED_TEST_SUITE(Data_item_text_floating, Floating_types);
 
-TYPED_TEST(Data_item_text_floating, is_the_shortest_that_comes_back) {
+TYPED_TEST(Data_item_text_floating, is_the_shortest_that_reads_back) {
     EXPECT_EQ(text_of(TypeParam(0.1)), "0.1");
     EXPECT_EQ(text_of(TypeParam(1)), "1");
     EXPECT_EQ(text_of(TypeParam(-2.5)), "-2.5");
@@ -161,7 +161,7 @@ TYPED_TEST(Data_item_text_floating, is_the_shortest_that_comes_back) {
     EXPECT_EQ(text_of(std::numeric_limits<TypeParam>::quiet_NaN()), "nan");
 }
 
-TEST(Data_item_text_edges, of_floating_point_types_are_shown_exactly) {
+TEST(Data_item_text_limits, of_floating_point_types_are_exact) {
     EXPECT_EQ(text_of(std::numeric_limits<float>::max()), "3.4028235e+38");
     EXPECT_EQ(text_of(std::numeric_limits<float>::min()), "1.1754944e-38");
     EXPECT_EQ(text_of(std::numeric_limits<float>::denorm_min()), "1e-45");
@@ -172,27 +172,27 @@ TEST(Data_item_text_edges, of_floating_point_types_are_shown_exactly) {
     EXPECT_EQ(text_of(from_bits<double>(0xFFF0000000000001)), "nan(0xfff0000000000001)");
 }
 
-TYPED_TEST(Data_item_text_floating, edges_come_back_bit_for_bit) {
+TYPED_TEST(Data_item_text_floating, limits_read_back_bit_for_bit) {
     using Limits = std::numeric_limits<TypeParam>;
     for (const TypeParam value : {TypeParam(0), Limits::min(), Limits::max(), Limits::denorm_min(), Limits::epsilon(),
                                   Limits::infinity(), Limits::quiet_NaN(), Limits::signaling_NaN()})
         for (const TypeParam sign : {TypeParam(1), TypeParam(-1)})
-            EXPECT_TRUE(comes_back(std::copysign(value, sign))) << text_of(std::copysign(value, sign));
+            EXPECT_TRUE(reads_back(std::copysign(value, sign))) << text_of(std::copysign(value, sign));
 }
 
-TYPED_TEST(Data_item_text_floating, random_bits_come_back) {
+TYPED_TEST(Data_item_text_floating, random_bits_read_back) {
     constexpr Bits<TypeParam> exponent = sizeof(TypeParam) == 4 ? 0x7F800000 : 0x7FF0000000000000;
     Random random;
     std::uniform_int_distribution<Bits<TypeParam>> any;
     for (int i = 0; i < 20000; ++i) {
         const Bits<TypeParam> bits = any(random.engine());
-        ASSERT_TRUE(comes_back(from_bits<TypeParam>(bits))) << std::hex << bits;
-        ASSERT_TRUE(comes_back(from_bits<TypeParam>(bits & ~exponent))) << std::hex << bits; // a denormal number
-        ASSERT_TRUE(comes_back(from_bits<TypeParam>(bits | exponent))) << std::hex << bits;  // no number
+        ASSERT_TRUE(reads_back(from_bits<TypeParam>(bits))) << std::hex << bits;
+        ASSERT_TRUE(reads_back(from_bits<TypeParam>(bits & ~exponent))) << std::hex << bits; // a denormal number
+        ASSERT_TRUE(reads_back(from_bits<TypeParam>(bits | exponent))) << std::hex << bits;  // a NaN or infinity
     }
 }
 
-TYPED_TEST(Data_item_text_floating, reads_what_people_write) {
+TYPED_TEST(Data_item_text_floating, reads_the_usual_notations) {
     EXPECT_EQ(value_of<TypeParam>(" 1.5"), TypeParam(1.5));
     EXPECT_EQ(value_of<TypeParam>("-.5"), TypeParam(-0.5));
     EXPECT_EQ(value_of<TypeParam>("2."), TypeParam(2));
@@ -218,7 +218,7 @@ TYPED_TEST(Data_item_text_floating, junk_is_no_number) {
     EXPECT_EQ(value, TypeParam(5));
 }
 
-TYPED_TEST(Data_item_text_floating, bits_that_are_a_number_are_not_taken_for_none) {
+TYPED_TEST(Data_item_text_floating, bits_of_a_number_are_not_accepted_as_those_of_a_nan) {
     for (const char* const text : {"nan(0x0)", "nan(0x1)", "nan(0x3f800000)"}) {
         TypeParam value = 5;
         Data_item_destringify<TypeParam>::from_string(text, value);
@@ -230,7 +230,7 @@ TYPED_TEST(Data_item_text_floating, bits_that_are_a_number_are_not_taken_for_non
     EXPECT_TRUE(std::isnan(value));
 }
 
-/// Switches to a locale whose numbers have a decimal comma, when the machine has one.
+/// Switches to a locale whose numbers have a decimal comma, if the machine has one.
 struct Decimal_comma {
     Decimal_comma() : before(std::setlocale(LC_ALL, nullptr)) {
         for (const char* const name : {"de_DE.UTF-8", "de_DE.utf8", "de_DE", "fr_FR.UTF-8", "fr_FR.utf8", "fr_FR",

@@ -14,9 +14,9 @@
 
 namespace {
 
-/// Lets a child run `task` and end. False: it hangs, or failed.
+/// Runs `task` in a child. \return false when the child hangs or fails
 template <typename Task>
-bool child_does(Task task) {
+bool child_runs(Task task) {
     const pid_t child = fork();
     if (child == 0) {
         task();
@@ -31,7 +31,7 @@ bool child_does(Task task) {
     return ended && status == 0;
 }
 
-TEST(Debug_fork, child_prints_though_another_thread_was_printing) {
+TEST(Debug_fork, child_prints_while_another_thread_of_the_parent_was_printing) {
     const Captured_descriptor errors(2);
     std::atomic<bool> stop{false};
     std::thread busy([&] {
@@ -39,22 +39,22 @@ TEST(Debug_fork, child_prints_though_another_thread_was_printing) {
             Debug::Print::dprint(".\n");
     });
     for (int i = 0; i < 30; ++i)
-        EXPECT_TRUE(child_does([] { Debug::Print::dprint("child\n"); })) << "the printer hangs in child " << i;
+        EXPECT_TRUE(child_runs([] { Debug::Print::dprint("child\n"); })) << "the printer hangs in child " << i;
     stop = true;
     busy.join();
 }
 
-TEST(Debug_fork, line_that_the_parent_is_composing_stays_its_own) {
+TEST(Debug_fork, unfinished_line_of_the_parent_stays_in_the_parent) {
     const Captured_descriptor errors(2);
     Debug::Print::dprint("begun ");
-    EXPECT_TRUE(child_does([] { Debug::Print::dprint("child\n"); }));
+    EXPECT_TRUE(child_runs([] { Debug::Print::dprint("child\n"); }));
     Debug::Print::dprint("and ended\n");
     EXPECT_EQ(errors.text(), "child\nbegun and ended\n");
 }
 
 TEST(Debug_fork, sink_may_fork) {
     bool done = false;
-    Debug::Print::set_sink([&](std::string_view) { done = child_does([] {}); });
+    Debug::Print::set_sink([&](std::string_view) { done = child_runs([] {}); });
     Debug::Print::dprint("text\n");
     Debug::Print::set_sink({});
     EXPECT_TRUE(done);

@@ -38,7 +38,7 @@ TEST(Debug_categories, are_off_until_switched_on) {
     EXPECT_FALSE(Print::enabled(136));
 }
 
-TEST(Debug_categories, beyond_255_do_not_exist) {
+TEST(Debug_categories, above_255_do_not_exist) {
     EXPECT_EQ(Debug::category_count, 256U);
     const Enabled_category last(255);
     EXPECT_TRUE(Print::enabled(255));
@@ -61,7 +61,7 @@ TEST(Debug_categories, decide_what_print_prints) {
     EXPECT_EQ(debug.text_without_times(), "on 3\n<time> on 4\n");
 }
 
-/// In a fresh process with this environment: the categories that are on, as the exit's message.
+/// Runs in a new process with this environment: prints the categories that are on.
 [[noreturn]] void print_categories_and_exit() {
     for (unsigned category = 0; category < Debug::category_count; ++category)
         if (Print::enabled(category))
@@ -70,21 +70,21 @@ TEST(Debug_categories, decide_what_print_prints) {
 }
 
 void expect_categories(const char* list, const char* expected) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe"); // a process that has not read its environment yet
+    GTEST_FLAG_SET(death_test_style, "threadsafe"); // in a new process, which reads its environment again
     setenv("GLUE_DEBUG", list, 1);
     EXPECT_EXIT(print_categories_and_exit(), testing::ExitedWithCode(0), expected) << list;
     unsetenv("GLUE_DEBUG");
 }
 
-TEST(Debug_categories, come_from_a_list_in_the_environment) {
+TEST(Debug_categories, are_switched_on_by_a_list_in_the_environment) {
     expect_categories("105,136", "^<105><136>$");
 }
 
-TEST(Debug_categories, in_the_environment_may_be_separated_by_anything_and_wrong_ones_are_skipped) {
+TEST(Debug_categories, in_the_environment_may_have_any_separator_and_wrong_ones_are_skipped) {
     expect_categories(" 7; 0 x255,256 99999999999999999999999", "^<0><7><255>$");
 }
 
-TEST(Debug_categories, of_an_empty_environment_are_off) {
+TEST(Debug_categories, of_an_empty_list_are_off) {
     expect_categories("", "^$");
 }
 
@@ -106,7 +106,7 @@ TEST(Debug_printing, prints_long_texts_whole) {
                                 std::string(4999, 'x') + "\n");
 }
 
-TEST(Debug_printing, passes_text_as_it_stands) {
+TEST(Debug_printing, leaves_text_unchanged) {
     const Captured_debug debug;
     Print::printd("up to its end %d\n", -1);
     Print::printd("only some of it", 9);
@@ -115,7 +115,7 @@ TEST(Debug_printing, passes_text_as_it_stands) {
     EXPECT_EQ(debug.text(), "up to its end %d\nonly some\n");
 }
 
-TEST(Debug_printing, passes_bytes_as_they_stand) {
+TEST(Debug_printing, leaves_bytes_unchanged) {
     const Captured_debug debug;
     const unsigned char data[] = {0x00, 0xFF, '%', 's', '\n'};
     Print::printc(false, data, sizeof data);
@@ -163,13 +163,13 @@ TEST(Debug_printing, stamps_lines_with_the_time_of_day_in_utc) {
         text, parts, std::regex("(\\d\\d):(\\d\\d):(\\d\\d)\\.\\d{3} 5\n\\d\\d:\\d\\d:\\d\\d\\.\\d{3} x\n")));
     const long stamped = std::stol(parts[1]) * 3600 + std::stol(parts[2]) * 60 + std::stol(parts[3]);
     constexpr long day = 86400;
-    // time() may lag a tick behind the clock that stamps.
+    // time() may be a tick later than the clock of the stamps.
     EXPECT_LE((stamped - before % day + day) % day, after - before + 1);
 }
 
-// ---- When a line goes out ----
+// ---- When a line is written ----
 
-TEST(Debug_lines, go_out_whole_at_their_line_feed) {
+TEST(Debug_lines, are_written_whole_at_their_line_feed) {
     const Captured_debug debug;
     Print::dprint("one ");
     Print::printd("line", -1);
@@ -180,7 +180,7 @@ TEST(Debug_lines, go_out_whole_at_their_line_feed) {
     EXPECT_EQ(debug.text(), "one line\nthe next\n");
 }
 
-TEST(Debug_lines, printed_together_go_out_together_without_what_follows_the_last) {
+TEST(Debug_lines, printed_together_are_written_together_without_the_unfinished_last_one) {
     const Captured_debug debug;
     Print::dprint("one\ntwo\nthr");
     EXPECT_EQ(debug.text(), "one\ntwo\n");
@@ -188,7 +188,7 @@ TEST(Debug_lines, printed_together_go_out_together_without_what_follows_the_last
     EXPECT_EQ(debug.text(), "one\ntwo\nthree\n");
 }
 
-TEST(Debug_lines, without_end_go_out_after_8192_characters) {
+TEST(Debug_lines, without_end_are_written_after_8192_characters) {
     const Captured_debug debug;
     const std::string text(8191, 'x');
     Print::printd(text.c_str(), -1);
@@ -197,7 +197,7 @@ TEST(Debug_lines, without_end_go_out_after_8192_characters) {
     EXPECT_EQ(debug.text(), text + "y");
 }
 
-TEST(Debug_lines, of_bytes_go_out_at_once_when_asked) {
+TEST(Debug_lines, of_bytes_are_written_at_once_on_request) {
     const Captured_debug debug;
     Print::dprint("before ");
     Print::printc(false, bytes("later "), 6);
@@ -206,19 +206,19 @@ TEST(Debug_lines, of_bytes_go_out_at_once_when_asked) {
     EXPECT_EQ(debug.text(), "before later now");
 }
 
-TEST(Debug_lines, that_are_critical_go_out_at_once) {
+TEST(Debug_lines, that_are_critical_are_written_at_once) {
     const Captured_debug debug;
     Print::critical("pressure %d", 9);
     EXPECT_EQ(debug.text(), "pressure 9");
 }
 
-TEST(Debug_lines, that_a_thread_left_unfinished_go_out_when_it_ends) {
+TEST(Debug_lines, that_a_thread_left_unfinished_are_written_when_it_ends) {
     const Captured_debug debug;
     std::thread([&] {
-        Print::dprint("last words");
+        Print::dprint("unfinished");
         EXPECT_EQ(debug.text(), "");
     }).join();
-    EXPECT_EQ(debug.text(), "last words");
+    EXPECT_EQ(debug.text(), "unfinished");
 }
 
 TEST(Debug_lines, of_several_threads_are_never_torn_and_keep_their_order) {
@@ -250,7 +250,7 @@ TEST(Debug_lines, of_several_threads_are_never_torn_and_keep_their_order) {
     EXPECT_EQ(next, (std::map<unsigned, unsigned>{{0, lines}, {1, lines}, {2, lines}, {3, lines}}));
 }
 
-TEST(Debug_lines, of_a_backtrace_name_the_calls_that_led_there) {
+TEST(Debug_lines, of_a_backtrace_name_the_calling_functions) {
     const Captured_debug debug;
     Print::print_backtrace("trouble %d\n", 7);
     EXPECT_TRUE(std::regex_match(debug.text(), std::regex("trouble 7\n(    .*\n)+"))) << debug.text();
@@ -286,7 +286,7 @@ TEST(Debug_sink, that_prints_itself_is_not_called_again) {
     EXPECT_EQ(text, "one\ntwo\n");
 }
 
-TEST(Debug_sink, does_not_change_errno_for_who_prints) {
+TEST(Debug_sink, does_not_change_errno_of_its_caller) {
     Print::set_sink([](std::string_view) { errno = EIO; });
     const Enabled_category on(1);
     const std::function<void()> operations[] = {
@@ -312,7 +312,7 @@ TEST(Debug_sink, does_not_change_errno_for_who_prints) {
     Print::set_sink({});
 }
 
-TEST(Debug_sink, sees_the_error_of_a_format_as_the_caller_left_it) {
+TEST(Debug_printing, formats_the_error_that_the_caller_left) {
     const Captured_debug debug;
     errno = ENOENT;
     Print::dprint("%m\n");

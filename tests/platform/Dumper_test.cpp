@@ -6,7 +6,7 @@
 
 namespace {
 
-TEST(Print_dumper, prints_a_line_a_field_indented_by_two_blanks_a_group) {
+TEST(Print_dumper, prints_one_line_per_field_indented_by_two_blanks_per_group) {
     const Captured_debug printed;
     Debug::Print_dumper dumper;
     dumper.print_field("speed", "5");

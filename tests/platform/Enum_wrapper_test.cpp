@@ -5,7 +5,7 @@
 
 namespace {
 
-TEST(Enum_wrapper, gives_each_number_its_name) {
+TEST(Enum_wrapper, returns_the_name_of_each_number) {
     const Enum_wrapper_ names({{-1, "Rear"}, {0, "Towed"}, {1, "Front"}});
     EXPECT_STREQ(names.id_to_str(-1), "Rear");
     EXPECT_STREQ(names.id_to_str(0), "Towed");
@@ -18,11 +18,11 @@ TEST(Enum_wrapper, number_without_a_name_is_unknown) {
         EXPECT_STREQ(names.id_to_str(id), "UNKNOWN") << id;
 }
 
-TEST(Enum_wrapper, of_no_names_knows_none) {
+TEST(Enum_wrapper, without_names_returns_unknown) {
     EXPECT_STREQ(Enum_wrapper_({}).id_to_str(0), "UNKNOWN");
 }
 
-TEST(Enum_wrapper, first_of_two_names_counts) {
+TEST(Enum_wrapper, first_of_two_names_is_returned) {
     EXPECT_STREQ(Enum_wrapper_({{7, "first"}, {7, "second"}}).id_to_str(7), "first");
 }
 

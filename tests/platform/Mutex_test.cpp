@@ -28,7 +28,7 @@ void expect_free(const Mutex& mutex) {
     EXPECT_EQ(mutex.owner_kernel_id(), 0);
 }
 
-TEST(Mutex, records_its_holder_while_held) {
+TEST(Mutex, records_its_owner_while_held) {
     Mutex mutex;
     expect_free(mutex);
     mutex.lock();
@@ -53,7 +53,7 @@ TEST(Mutex, records_the_thread_that_waited_for_it) {
     expect_free(mutex);
 }
 
-TEST(Mutex, try_lock_of_a_held_one_fails_and_keeps_the_holder) {
+TEST(Mutex, try_lock_of_a_held_mutex_fails_and_keeps_the_owner) {
     Mutex mutex;
     const std::lock_guard guard(mutex);
     EXPECT_FALSE(mutex.try_lock());
@@ -62,11 +62,11 @@ TEST(Mutex, try_lock_of_a_held_one_fails_and_keeps_the_holder) {
     expect_held_by_this_thread(mutex);
 }
 
-TEST(Mutex, lets_one_thread_in_at_a_time) {
+TEST(Mutex, is_held_by_one_thread_at_a_time) {
     constexpr unsigned threads = 4;
     constexpr unsigned rounds = 2000;
     Mutex mutex;
-    unsigned counter = 0; // not atomic: the mutex alone guards it
+    unsigned counter = 0; // not atomic: guarded by the mutex only
     std::vector<std::thread> running;
     for (unsigned i = 0; i < threads; ++i)
         running.emplace_back([&] {
@@ -81,7 +81,7 @@ TEST(Mutex, lets_one_thread_in_at_a_time) {
     expect_free(mutex);
 }
 
-TEST(Mutex, says_once_after_a_second_who_holds_it_and_keeps_waiting) {
+TEST(Mutex, reports_its_owner_once_after_a_second_and_keeps_waiting) {
     Mutex mutex;
     Captured_debug debug;
     std::atomic<int> waiting_id{0};
@@ -107,18 +107,18 @@ TEST(Mutex, says_once_after_a_second_who_holds_it_and_keeps_waiting) {
     EXPECT_EQ(debug.text(), expected);
 }
 
-TEST(Mutex, taken_again_by_its_holder_prints_the_calls_and_aborts) {
+TEST(Mutex, acquired_again_by_its_owner_prints_a_backtrace_and_aborts) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    const auto take_twice = [] {
+    const auto lock_twice = [] {
         Mutex mutex;
         mutex.lock();
         mutex.lock();
     };
-    EXPECT_EXIT(take_twice(), testing::KilledBySignal(SIGABRT),
+    EXPECT_EXIT(lock_twice(), testing::KilledBySignal(SIGABRT),
                 "Mutex 0x[0-9a-f]+: thread [0-9]+ takes again what it holds\n    .*platform.*\n    ");
 }
 
-TEST(Mutex, is_free_for_its_former_holder) {
+TEST(Mutex, may_be_acquired_again_by_its_former_owner) {
     Mutex mutex;
     for (int i = 0; i < 3; ++i) {
         mutex.lock();
@@ -137,7 +137,7 @@ TEST(Mutex_guard, holds_for_its_scope) {
     expect_free(mutex);
 }
 
-TEST(Mutex_guard, can_let_go_early_and_then_does_nothing_more) {
+TEST(Mutex_guard, can_release_early_and_then_does_nothing_more) {
     Mutex mutex;
     {
         Mutex_guard guard(&mutex);
@@ -151,12 +151,12 @@ TEST(Mutex_guard, can_let_go_early_and_then_does_nothing_more) {
     mutex.unlock();
 }
 
-TEST(Mutex_guard, of_no_mutex_holds_nothing) {
+TEST(Mutex_guard, without_a_mutex_holds_nothing) {
     Mutex_guard guard(nullptr);
     guard.release();
 }
 
-TEST(kernel_thread_id, is_the_systems_and_differs_between_threads) {
+TEST(kernel_thread_id, is_that_of_the_system_and_differs_between_threads) {
     EXPECT_EQ(MutexImp::kernel_thread_id(), kernel_id_of_this_thread());
     std::thread([id_of_first = MutexImp::kernel_thread_id()] {
         EXPECT_EQ(MutexImp::kernel_thread_id(), kernel_id_of_this_thread());
@@ -164,8 +164,8 @@ TEST(kernel_thread_id, is_the_systems_and_differs_between_threads) {
     }).join();
 }
 
-TEST(kernel_thread_id, is_right_in_a_forked_child_and_still_in_its_parent) {
-    ASSERT_EQ(MutexImp::kernel_thread_id(), kernel_id_of_this_thread()); // known before the fork
+TEST(kernel_thread_id, is_correct_in_a_forked_child_and_still_in_its_parent) {
+    ASSERT_EQ(MutexImp::kernel_thread_id(), kernel_id_of_this_thread()); // cached before the fork
     const pid_t child = fork();
     if (child == 0)
         _exit(MutexImp::kernel_thread_id() == kernel_id_of_this_thread() ? 0 : 1);

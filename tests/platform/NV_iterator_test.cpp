@@ -14,29 +14,29 @@ namespace {
 
 using NV_store::NV_iterator;
 
-/// An iterator over a string: what is pushed is appended, what is popped is taken from the front.
+/// An iterator over a string: pushing appends to it, popping consumes from its front.
 struct Text_iterator : NV_iterator {
     Text_iterator() = default;
-    explicit Text_iterator(std::string there) : bytes(std::move(there)) {}
+    explicit Text_iterator(std::string content) : bytes(std::move(content)) {}
 
     void set_mode(modes_t mode) override { mode_ = mode; }
     bool is_readable() override { return !bytes.empty(); }
     bool push_bytes(unsigned char* added, int count) override {
-        if (bytes.size() + static_cast<std::size_t>(count) > room)
+        if (bytes.size() + static_cast<std::size_t>(count) > capacity)
             return false;
         bytes.append(reinterpret_cast<const char*>(added), static_cast<std::size_t>(count));
         return true;
     }
-    bool pop_bytes(unsigned char* taken, int count) override {
-        if (!peek_bytes(taken, count))
+    bool pop_bytes(unsigned char* destination, int count) override {
+        if (!peek_bytes(destination, count))
             return false;
         bytes.erase(0, static_cast<std::size_t>(count));
         return true;
     }
-    bool peek_bytes(unsigned char* taken, int count) override {
+    bool peek_bytes(unsigned char* destination, int count) override {
         if (bytes.size() < static_cast<std::size_t>(count))
             return false;
-        std::memcpy(taken, bytes.data(), static_cast<std::size_t>(count));
+        std::memcpy(destination, bytes.data(), static_cast<std::size_t>(count));
         return true;
     }
     void get_free_space(unsigned int& used, unsigned int& total) const override {
@@ -45,15 +45,15 @@ struct Text_iterator : NV_iterator {
     }
 
     std::string bytes;
-    std::size_t room = 1000;
+    std::size_t capacity = 1000;
 };
 
-/// One type of value: how it is written, what its bytes are, and how it is read as the same.
+/// One type of value: how it is written, its bytes, and how it is read.
 struct Value_case {
     const char* name;
-    std::string bytes; ///< lowest first
+    std::string bytes; ///< little-endian
     std::function<bool(NV_iterator&, NV_iterator::Options)> push;
-    /// \param same  whether what came out is the value, and not what was there before
+    /// \param same  whether the value that was read is the one that was written
     std::function<bool(NV_iterator&, NV_iterator::Options, bool& same)> pop;
 };
 
@@ -64,10 +64,10 @@ Value_case value_case(const char* name, bool (NV_iterator::*push)(T, NV_iterator
             [push, value](NV_iterator& it, NV_iterator::Options options) { return (it.*push)(value, options); },
             [pop, value, before](NV_iterator& it, NV_iterator::Options options, bool& same) {
                 T read = before;
-                const bool there = (it.*pop)(read, options);
+                const bool result = (it.*pop)(read, options);
                 same = std::memcmp(&read, &value, sizeof value) == 0;
                 EXPECT_TRUE(same || std::memcmp(&read, &before, sizeof value) == 0);
-                return there;
+                return result;
             }};
 }
 
@@ -104,7 +104,7 @@ std::string ordered(std::string bytes, NV_iterator::Options options) {
 constexpr NV_iterator::Options all_options[] = {NV_iterator::native, NV_iterator::big_endian,
                                                 NV_iterator::little_endian};
 
-TEST(NV_iterator, modes_and_options_have_the_numbers_that_settings_rely_on) {
+TEST(NV_iterator, modes_and_options_have_their_fixed_numbers) {
     EXPECT_EQ(NV_iterator::closed, 0);
     EXPECT_EQ(NV_iterator::reading, 1);
     EXPECT_EQ(NV_iterator::writing_all, 2);
@@ -118,14 +118,14 @@ TEST(NV_iterator, modes_and_options_have_the_numbers_that_settings_rely_on) {
 
 TEST(NV_iterator, operations_have_their_slots) {
     EXPECT_EQ(vtable_slot(&NV_iterator::set_mode), 0U);
-    EXPECT_EQ(vtable_slot(&NV_iterator::is_readable), 3U); // behind the two destructors
+    EXPECT_EQ(vtable_slot(&NV_iterator::is_readable), 3U); // after the two destructors
     EXPECT_EQ(vtable_slot(&NV_iterator::push_bytes), 4U);
     EXPECT_EQ(vtable_slot(&NV_iterator::pop_bytes), 5U);
     EXPECT_EQ(vtable_slot(&NV_iterator::peek_bytes), 6U);
     EXPECT_EQ(vtable_slot(&NV_iterator::get_free_space), 7U);
 }
 
-TEST(NV_iterator, values_are_bytes_in_the_order_asked_for) {
+TEST(NV_iterator, values_are_bytes_in_the_order_of_the_options) {
     for (const Value_case& one : value_cases())
         for (const NV_iterator::Options options : all_options) {
             Text_iterator it;
@@ -140,20 +140,20 @@ TEST(NV_iterator, values_are_bytes_in_the_order_asked_for) {
 
 TEST(NV_iterator, values_are_whole_or_none) {
     for (const Value_case& one : value_cases())
-        for (std::size_t room = 0; room < one.bytes.size(); ++room) {
-            Text_iterator it(std::string(room, '\x55'));
+        for (std::size_t size = 0; size < one.bytes.size(); ++size) {
+            Text_iterator it(std::string(size, '\x55'));
             bool same = true;
             EXPECT_FALSE(one.pop(it, NV_iterator::little_endian, same)) << one.name;
             EXPECT_FALSE(same) << one.name;
-            EXPECT_EQ(it.bytes.size(), room);
-            it.room = 2 * room;
-            it.bytes = std::string(room, '\x55');
+            EXPECT_EQ(it.bytes.size(), size);
+            it.capacity = 2 * size;
+            it.bytes = std::string(size, '\x55');
             EXPECT_FALSE(one.push(it, NV_iterator::little_endian)) << one.name;
-            EXPECT_EQ(it.bytes.size(), room);
+            EXPECT_EQ(it.bytes.size(), size);
         }
 }
 
-TEST(NV_iterator, bool_is_true_for_every_byte_but_zero) {
+TEST(NV_iterator, bool_is_true_for_every_byte_except_0) {
     for (int byte = 0; byte < 256; ++byte) {
         Text_iterator it(std::string(1, static_cast<char>(byte)));
         bool value = byte == 0;
@@ -163,7 +163,7 @@ TEST(NV_iterator, bool_is_true_for_every_byte_but_zero) {
     }
 }
 
-TEST(NV_iterator, header_is_one_word_lowest_byte_first) {
+TEST(NV_iterator, header_is_one_little_endian_word) {
     Text_iterator it;
     EXPECT_TRUE(it.push_header(0x09ABCDEF));
     EXPECT_EQ(it.bytes, "\xEF\xCD\xAB\x09");
@@ -180,11 +180,11 @@ TEST(NV_iterator, header_is_one_word_lowest_byte_first) {
     EXPECT_FALSE(it.peek_header(header));
     EXPECT_FALSE(it.pop_header(header));
     EXPECT_EQ(header, 0x09ABCDEFU);
-    it.room = 6;
+    it.capacity = 6;
     EXPECT_FALSE(it.push_header(1));
 }
 
-TEST(NV_iterator, array_size_is_a_byte_and_that_of_a_matrix_two) {
+TEST(NV_iterator, array_size_is_one_byte_and_matrix_size_two) {
     unsigned count = 7;
     Text_iterator it("\xFE\x03\x05");
     EXPECT_TRUE(it.pop_array_size(1, count));
@@ -211,7 +211,7 @@ std::uint32_t crc_of(const std::string& bytes) {
     return Util::crc32(0, bytes.data(), static_cast<int>(bytes.size()));
 }
 
-TEST(NV_iterator, checksum_is_over_what_passes_while_it_is_registered) {
+TEST(NV_iterator, checksum_covers_the_bytes_that_pass_while_it_is_registered) {
     Text_iterator it;
     NV_iterator::NV_checksum outer;
     NV_iterator::NV_checksum inner;
@@ -227,11 +227,11 @@ TEST(NV_iterator, checksum_is_over_what_passes_while_it_is_registered) {
     it.remove_checksum_getter(&outer);
     it.push_uint8('x', NV_iterator::little_endian);
     EXPECT_EQ(it.bytes, "x123456789x");
-    EXPECT_EQ(outer.value(), 0xCBF43926U); // what everybody has for "123456789"
+    EXPECT_EQ(outer.value(), 0xCBF43926U); // the well-known value for "123456789"
     EXPECT_EQ(inner.value(), crc_of("567"));
 }
 
-TEST(NV_iterator, checksum_is_the_same_when_reading_and_peeking_counts_for_nothing) {
+TEST(NV_iterator, checksum_is_the_same_when_reading_and_peeking_does_not_count) {
     Text_iterator it("123456789x");
     NV_iterator::NV_checksum checksum;
     it.add_checksum_getter(&checksum);
@@ -244,12 +244,12 @@ TEST(NV_iterator, checksum_is_the_same_when_reading_and_peeking_counts_for_nothi
     it.pop_uint32(word, NV_iterator::big_endian);
     EXPECT_EQ(checksum.value(), 0xCBF43926U);
     EXPECT_FALSE(it.pop_uint32(word, NV_iterator::little_endian));
-    it.room = 0;
+    it.capacity = 0;
     EXPECT_FALSE(it.push_uint8(1, NV_iterator::little_endian));
-    EXPECT_EQ(checksum.value(), 0xCBF43926U); // nothing passed
+    EXPECT_EQ(checksum.value(), 0xCBF43926U); // no byte has passed
 }
 
-TEST(NV_iterator, checksums_leave_in_any_order) {
+TEST(NV_iterator, checksums_may_be_removed_in_any_order) {
     Text_iterator it;
     NV_iterator::NV_checksum checksums[3];
     NV_iterator::NV_checksum stranger;
@@ -268,7 +268,7 @@ TEST(NV_iterator, checksums_leave_in_any_order) {
     EXPECT_EQ(checksums[2].value(), crc_of("a"));
 }
 
-TEST(NV_iterator, checksum_that_is_added_twice_sees_every_byte_once) {
+TEST(NV_iterator, checksum_that_is_added_twice_counts_every_byte_once) {
     Text_iterator it;
     NV_iterator::NV_checksum first;
     NV_iterator::NV_checksum second;
@@ -284,7 +284,7 @@ TEST(NV_iterator, checksum_that_is_added_twice_sees_every_byte_once) {
     EXPECT_EQ(second.value(), crc_of("ab"));
 }
 
-TEST(NV_iterator, keeps_the_selector_that_it_is_given) {
+TEST(NV_iterator, keeps_its_selector) {
     struct : NV_iterator::NV_selector {
         bool include_in_serialise(const NV_store::NV_item&, const NV_iterator*, bool&, bool) const override {
             return true;

@@ -17,12 +17,12 @@ std::string content(const Send_buffer& buffer) {
     return {reinterpret_cast<const char*>(buffer.data()), static_cast<std::size_t>(buffer.size())};
 }
 
-/// One type of value: how it is sent, what its bytes are, and how it is received as the same.
+/// One type of value: how it is sent, its bytes, and how it is received.
 struct Value_case {
     const char* name;
     std::string bytes;
     std::function<int(Send_buffer&)> append;
-    /// \param same  whether what came out is the value, and not what was there before
+    /// \param same  whether the received value is the one that was sent
     std::function<int(Receive_buffer&, bool& same)> pop;
 };
 
@@ -61,7 +61,7 @@ std::vector<Value_case> value_cases() {
     };
 }
 
-TEST(Remote_buffers, values_have_the_lowest_byte_first) {
+TEST(Remote_buffers, values_are_little_endian) {
     for (const Value_case& one : value_cases()) {
         const int size = static_cast<int>(one.bytes.size());
         unsigned char storage[8];
@@ -78,25 +78,25 @@ TEST(Remote_buffers, values_have_the_lowest_byte_first) {
     }
 }
 
-TEST(Remote_buffers, take_a_whole_value_or_nothing) {
+TEST(Remote_buffers, transfer_a_whole_value_or_nothing) {
     for (const Value_case& one : value_cases())
-        for (int room = 0; room < static_cast<int>(one.bytes.size()); ++room) {
+        for (int space = 0; space < static_cast<int>(one.bytes.size()); ++space) {
             unsigned char storage[8] = {0xEE, 0xEE, 0xEE, 0xEE, 0xEE, 0xEE, 0xEE, 0xEE};
-            Send_buffer sent(storage, room);
-            EXPECT_EQ(one.append(sent), 0) << one.name << ", " << room;
+            Send_buffer sent(storage, space);
+            EXPECT_EQ(one.append(sent), 0) << one.name << ", " << space;
             EXPECT_EQ(sent.size(), 0);
             for (const unsigned char byte : storage)
                 EXPECT_EQ(byte, 0xEE);
 
             bool same = true;
-            Receive_buffer received(storage, room);
-            EXPECT_EQ(one.pop(received, same), 0) << one.name << ", " << room;
+            Receive_buffer received(storage, space);
+            EXPECT_EQ(one.pop(received, same), 0) << one.name << ", " << space;
             EXPECT_FALSE(same) << one.name;
-            EXPECT_EQ(received.left(), room);
+            EXPECT_EQ(received.left(), space);
         }
 }
 
-TEST(Remote_buffers, have_room_for_a_short_value_behind_one_that_did_not_fit) {
+TEST(Remote_buffers, accept_a_short_value_after_one_that_did_not_fit) {
     unsigned char storage[5];
     Send_buffer sent(storage, sizeof storage);
     EXPECT_EQ(sent.append_UINT32(1), 4);
@@ -109,7 +109,7 @@ TEST(Remote_buffers, have_room_for_a_short_value_behind_one_that_did_not_fit) {
     EXPECT_EQ(content(sent), "\4");
 }
 
-TEST(Remote_buffers, texts_travel_without_their_nul) {
+TEST(Remote_buffers, texts_are_sent_without_their_nul) {
     unsigned char storage[4];
     Send_buffer sent(storage, sizeof storage);
     EXPECT_EQ(sent.append_TEXT("a"), 1);
@@ -130,7 +130,7 @@ TEST(Remote_buffers, receive_a_bool_as_true_or_false) {
     }
 }
 
-TEST(Remote_buffers, without_storage_or_with_a_negative_size_have_no_room) {
+TEST(Remote_buffers, without_storage_or_with_a_negative_size_accept_nothing) {
     unsigned char storage[1];
     Send_buffer none(nullptr, 0);
     Send_buffer negative(storage, -1);
@@ -146,7 +146,7 @@ TEST(Remote_buffers, without_storage_or_with_a_negative_size_have_no_room) {
     EXPECT_EQ(value, 5);
 }
 
-TEST(Remote_buffers, random_values_come_out_as_they_went_in) {
+TEST(Remote_buffers, random_values_are_received_as_they_were_sent) {
     const std::vector<Value_case> cases = value_cases();
     Random random;
     for (int round = 0; round < 500; ++round) {

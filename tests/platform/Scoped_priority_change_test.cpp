@@ -15,29 +15,29 @@ int policy() {
 }
 
 /// Sets the calling thread's policy to one without a priority.
-bool set_policy(int wanted) {
+bool set_policy(int new_policy) {
     const sched_param parameters{};
-    return pthread_setschedparam(pthread_self(), wanted, &parameters) == 0;
+    return pthread_setschedparam(pthread_self(), new_policy, &parameters) == 0;
 }
 
-/// Runs in a thread of its own, so that a failure leaves the other tests' thread as it is.
+/// Runs in its own thread, so that a failure does not change the thread of the other tests.
 template <typename Function>
 void in_a_thread(Function function) {
     std::thread(function).join();
 }
 
-TEST(Scoped_priority_change, steps_back_while_it_lives) {
+TEST(Scoped_priority_change, makes_a_background_thread_while_it_exists) {
     in_a_thread([] {
         ASSERT_EQ(policy(), SCHED_OTHER);
         {
-            const Scoped_priority_change behind_others;
+            const Scoped_priority_change in_background;
             EXPECT_EQ(policy(), SCHED_BATCH);
         }
         EXPECT_EQ(policy(), SCHED_OTHER);
     });
 }
 
-TEST(Scoped_priority_change, inner_one_leaves_the_outer_one_alone) {
+TEST(Scoped_priority_change, inner_one_leaves_the_outer_one_unchanged) {
     in_a_thread([] {
         {
             const Scoped_priority_change outer;
@@ -54,9 +54,9 @@ TEST(Scoped_priority_change, inner_one_leaves_the_outer_one_alone) {
 TEST(Scoped_priority_change, concerns_the_calling_thread_only) {
     in_a_thread([] {
         const int elsewhere = policy();
-        const Scoped_priority_change behind_others;
+        const Scoped_priority_change in_background;
         in_a_thread([elsewhere] {
-            set_policy(elsewhere); // new threads inherit: from here on this one is on its own
+            set_policy(elsewhere); // a new thread inherits the policy of its creator
             const Scoped_priority_change own;
             EXPECT_EQ(policy(), SCHED_BATCH);
         });
@@ -65,20 +65,20 @@ TEST(Scoped_priority_change, concerns_the_calling_thread_only) {
     EXPECT_EQ(policy(), SCHED_OTHER);
 }
 
-TEST(Scoped_priority_change, thread_with_a_policy_of_its_own_keeps_it) {
+TEST(Scoped_priority_change, thread_with_its_own_policy_keeps_it) {
     in_a_thread([] {
         if (!set_policy(SCHED_IDLE))
             GTEST_SKIP() << "the system does not let a thread become idle";
         {
-            const Scoped_priority_change behind_others;
+            const Scoped_priority_change in_background;
             EXPECT_EQ(policy(), SCHED_IDLE);
         }
         EXPECT_EQ(policy(), SCHED_IDLE);
         {
-            const Scoped_priority_change behind_others;
+            const Scoped_priority_change in_background;
             set_policy(SCHED_BATCH);
         }
-        EXPECT_EQ(policy(), SCHED_BATCH) << "also one that it takes meanwhile";
+        EXPECT_EQ(policy(), SCHED_BATCH) << "also one that it sets meanwhile";
     });
 }
 

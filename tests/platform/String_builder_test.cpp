@@ -40,7 +40,7 @@ TEST(String_builder_test, keeps_the_part_that_fits) {
     EXPECT_EQ(text.length(), 5U);
 }
 
-TEST(String_builder_test, formats_behind_what_is_there) {
+TEST(String_builder_test, appends_a_formatted_text) {
     String_builder<20> text;
     text.append("a=");
     EXPECT_TRUE(text.append_format("%d;%s", 5, "b"));
@@ -53,7 +53,7 @@ TEST(String_builder_test, format_that_just_fits_is_whole) {
     EXPECT_STREQ(text.text(), "abcde");
 }
 
-TEST(String_builder_test, what_cannot_be_formatted_leaves_the_text_as_it_was) {
+TEST(String_builder_test, text_that_cannot_be_formatted_changes_nothing) {
     String_builder<20> text;
     text.append("abc");
     const wchar_t no_character[] = {static_cast<wchar_t>(0x7FFFFFFF), 0};
@@ -66,9 +66,9 @@ TEST(String_builder_test, time_stamp_is_the_time_of_day) {
     EXPECT_TRUE(text.append_ts());
     EXPECT_EQ(text.length(), 13U);
     for (unsigned i = 0; i < 13; ++i) {
-        const char form = "00:00:00.000 "[i];
+        const char expected = "00:00:00.000 "[i];
         const char c = text.text()[i];
-        EXPECT_TRUE(form == '0' ? c >= '0' && c <= '9' : c == form) << text.text();
+        EXPECT_TRUE(expected == '0' ? c >= '0' && c <= '9' : c == expected) << text.text();
     }
 }
 
@@ -98,14 +98,14 @@ TEST(String_builder_test, bytes_become_readable) {
     EXPECT_STREQ(text.text(), "a \\\\~\\r\\n\\t\\x7F\\x01\\xFF");
 }
 
-TEST(String_builder_test, byte_whose_readable_form_does_not_fit_is_not_taken) {
+TEST(String_builder_test, byte_whose_readable_form_does_not_fit_is_not_appended) {
     String_builder<6> text;
     EXPECT_EQ(text.append_ascii_esc(bytes("abc\x01z"), 5), 3U);
     EXPECT_STREQ(text.text(), "abc");
     text.clear();
     EXPECT_EQ(text.append_ascii_esc(bytes("\x01z"), 2), 2U);
     EXPECT_STREQ(text.text(), "\\x01z");
-    EXPECT_EQ(text.append_ascii_esc(bytes("yz"), 2), 1U); // the last place is used too
+    EXPECT_EQ(text.append_ascii_esc(bytes("yz"), 2), 1U); // the last position is used, too
     EXPECT_STREQ(text.text(), "\\x01zy");
 }
 

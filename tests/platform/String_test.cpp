@@ -16,7 +16,7 @@ TEST(String, new_one_is_empty_and_terminated) {
     EXPECT_EQ(text.view(), "");
 }
 
-TEST(String, holds_what_fits_to_its_last_character) {
+TEST(String, holds_as_many_characters_as_its_capacity) {
     EXPECT_EQ(String<5>("abcd").view(), "abcd");
     EXPECT_STREQ(String<5>("abcde").c_str(), "abcde");
     EXPECT_EQ(String<5>("abcdef").view(), "abcde");
@@ -24,7 +24,7 @@ TEST(String, holds_what_fits_to_its_last_character) {
     EXPECT_EQ(String<0>("abc").view(), "");
 }
 
-TEST(String, assignment_tells_whether_all_of_it_fitted) {
+TEST(String, assignment_returns_whether_all_of_it_fitted) {
     String<5> text;
     EXPECT_TRUE(text.assign("abcde"));
     EXPECT_FALSE(text.assign("vwxyz!"));
@@ -53,7 +53,7 @@ TEST(String, keeps_a_nul_in_the_middle) {
     EXPECT_STREQ(text.c_str(), "a");
 }
 
-TEST(String, copy_has_storage_of_its_own) {
+TEST(String, copy_has_its_own_storage) {
     String<5> original("abc");
     const String<5> copy(original);
     String<5> assigned;
@@ -64,7 +64,7 @@ TEST(String, copy_has_storage_of_its_own) {
     EXPECT_NE(copy.c_str(), original.c_str());
 }
 
-TEST(String, is_used_whatever_its_capacity) {
+TEST(String, can_be_used_through_its_base) {
     String<3> small;
     String_base& text = small;
     EXPECT_FALSE(text.assign("abcd"));

@@ -6,7 +6,7 @@
 
 namespace {
 
-void* note_own_name(void* name) {
+void* store_own_name(void* name) {
     pthread_getname_np(pthread_self(), static_cast<char*>(name), 16);
     return nullptr;
 }
@@ -14,12 +14,12 @@ void* note_own_name(void* name) {
 std::string name_of_thread(const std::string& task_name) {
     char seen[16] = "";
     Task task(task_name, 5120, 0, 0);
-    EXPECT_TRUE(task.vro_start(44, note_own_name, seen, false));
+    EXPECT_TRUE(task.vro_start(44, store_own_name, seen, false));
     task.join();
     return seen;
 }
 
-TEST(Task_test, thread_bears_the_name_behind_a_prefix) {
+TEST(Task_test, thread_has_the_name_after_a_prefix) {
     EXPECT_EQ(name_of_thread("TCP"), "vro.TCP");
     EXPECT_EQ(name_of_thread("a name that is too long"), "vro.a name that");
 }
@@ -61,7 +61,7 @@ TEST(Task_test, destruction_waits_for_the_end_of_the_entry) {
     EXPECT_TRUE(ended);
 }
 
-TEST(Task_test, that_never_started_is_destroyed_at_once) {
+TEST(Task_test, without_a_thread_is_destroyed_at_once) {
     const Task task("TCP");
 }
 

@@ -14,7 +14,7 @@ unsigned crc_of(unsigned crc, const std::string& bytes) {
     return Util::crc32(crc, bytes.data(), static_cast<int>(bytes.size()));
 }
 
-TEST(Util_crc32, gives_the_well_known_check_value) {
+TEST(Util_crc32, returns_the_well_known_check_value) {
     EXPECT_EQ(crc_of(0, "123456789"), 0xCBF43926U);
 }
 
@@ -22,13 +22,13 @@ TEST(Util_crc32, continues_from_any_value) {
     EXPECT_EQ(crc_of(seed, "abcde"), 0x0E894A8DU);
 }
 
-TEST(Util_crc32, of_nothing_is_what_it_continues_from) {
+TEST(Util_crc32, of_no_bytes_is_unchanged) {
     EXPECT_EQ(Util::crc32(seed, "abc", 0), seed);
     EXPECT_EQ(Util::crc32(seed, nullptr, 0), seed);
     EXPECT_EQ(Util::crc32(seed, "abc", -1), seed);
 }
 
-TEST(Util_crc32, is_that_of_the_definition_however_the_bytes_are_cut) {
+TEST(Util_crc32, agrees_with_the_definition_for_any_cut_of_the_bytes) {
     Random random;
     for (int round = 0; round < 200; ++round) {
         const std::string bytes = random.bytes(random.between(1, 2000));

@@ -47,7 +47,7 @@ TEST(avl_bstree, orders_its_nodes) {
     EXPECT_EQ(tree.next(&nodes[0]), nullptr);
 }
 
-TEST(avl_bstree, keeps_equal_nodes_side_by_side_in_the_order_in_which_they_came) {
+TEST(avl_bstree, keeps_equal_nodes_adjacent_in_the_order_of_insertion) {
     Tree tree(compare);
     Node nodes[] = {Node(2), Node(1), Node(2), Node(3), Node(2)};
     for (Node& node : nodes)
@@ -59,7 +59,7 @@ TEST(avl_bstree, keeps_equal_nodes_side_by_side_in_the_order_in_which_they_came)
     EXPECT_EQ(tree.find(&key), &nodes[2]);
 }
 
-TEST(avl_bstree, takes_a_node_once) {
+TEST(avl_bstree, accepts_a_node_once) {
     Tree tree(compare);
     Tree other(compare);
     Node node(1);
@@ -72,7 +72,7 @@ TEST(avl_bstree, takes_a_node_once) {
     EXPECT_EQ(content(tree).size(), 1U);
 }
 
-TEST(avl_bstree, removes_the_very_node) {
+TEST(avl_bstree, removes_exactly_the_given_node) {
     Tree tree(compare);
     Node nodes[] = {Node(1), Node(1), Node(1)};
     for (Node& node : nodes)
@@ -80,7 +80,7 @@ TEST(avl_bstree, removes_the_very_node) {
     Node stranger(1);
     EXPECT_FALSE(tree.remove(nullptr));
     EXPECT_FALSE(tree.remove(&stranger));
-    nodes[1].key = 7; // a key that has changed meanwhile
+    nodes[1].key = 7; // its key has changed meanwhile
     EXPECT_TRUE(tree.remove(&nodes[1]));
     EXPECT_FALSE(nodes[1].is_in_tree());
     EXPECT_FALSE(tree.remove(&nodes[1]));
@@ -89,7 +89,7 @@ TEST(avl_bstree, removes_the_very_node) {
     EXPECT_EQ(tree.next(&nodes[2]), &nodes[1]);
 }
 
-TEST(avl_bstree, knows_no_neighbours_of_a_node_that_is_in_no_tree) {
+TEST(avl_bstree, returns_no_neighbours_of_a_node_that_is_in_no_tree) {
     Tree tree(compare);
     Node node(1);
     const Node stranger(1);
@@ -100,7 +100,7 @@ TEST(avl_bstree, knows_no_neighbours_of_a_node_that_is_in_no_tree) {
     EXPECT_EQ(tree.previous(nullptr), nullptr);
 }
 
-TEST(avl_bstree, lets_go_of_its_nodes_when_it_dies) {
+TEST(avl_bstree, releases_its_nodes_when_it_is_destroyed) {
     Node node(1);
     {
         Tree tree(compare);
@@ -111,7 +111,7 @@ TEST(avl_bstree, lets_go_of_its_nodes_when_it_dies) {
     EXPECT_TRUE(tree.insert(&node));
 }
 
-TEST(avl_bstree, holds_no_copy_of_a_node) {
+TEST(avl_bstree, does_not_hold_the_copy_of_a_node) {
     Tree tree(compare);
     Node node(1);
     tree.insert(&node);
@@ -122,7 +122,7 @@ TEST(avl_bstree, holds_no_copy_of_a_node) {
     EXPECT_EQ(content(tree), std::vector<const Node*>{&node});
 }
 
-TEST(avl_bstree, does_as_a_multimap_of_pointers_does) {
+TEST(avl_bstree, behaves_like_a_multimap_of_pointers) {
     constexpr unsigned count = 40;
     constexpr unsigned keys = 10;
     Random random;
@@ -139,12 +139,12 @@ TEST(avl_bstree, does_as_a_multimap_of_pointers_does) {
             }
             ASSERT_EQ(tree.insert(&node), !is_there);
         } else {
-            const auto place =
+            const auto entry_of_node =
                 std::find_if(model.begin(), model.end(), [&node](const auto& entry) { return entry.second == &node; });
-            ASSERT_EQ(place != model.end(), is_there);
+            ASSERT_EQ(entry_of_node != model.end(), is_there);
             ASSERT_EQ(tree.remove(&node), is_there);
             if (is_there)
-                model.erase(place);
+                model.erase(entry_of_node);
         }
         std::vector<const Node*> expected;
         for (const auto& entry : model)

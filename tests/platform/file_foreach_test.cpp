@@ -44,7 +44,7 @@ TEST_F(file_foreach_test, slash_at_the_end_is_not_doubled) {
     EXPECT_EQ(visited(folder.path() + "/"), Paths{path});
 }
 
-TEST_F(file_foreach_test, visits_what_is_below_when_asked_to) {
+TEST_F(file_foreach_test, visits_the_entries_of_subfolders_on_request) {
     make_folder("below");
     make_folder("below/deeper");
     make_folder("empty");
@@ -57,11 +57,11 @@ TEST_F(file_foreach_test, does_not_follow_links) {
     make_folder("below");
     const std::string file = folder.make_file("below/file", "");
     const std::string link = folder.path("link");
-    ASSERT_EQ(symlink(folder.path().c_str(), link.c_str()), 0) << "followed, it would lead around for ever";
+    ASSERT_EQ(symlink(folder.path().c_str(), link.c_str()), 0) << "if it were followed, the visit would not end";
     EXPECT_EQ(visited(folder.path(), true), (Paths{file, link}));
 }
 
-TEST_F(file_foreach_test, tells_why_a_folder_cannot_be_read) {
+TEST_F(file_foreach_test, reports_why_a_folder_cannot_be_read) {
     bool called = false;
     const auto visit = [&](const std::string&) { called = true; };
     errno = 0;
@@ -86,7 +86,7 @@ TEST_F(file_foreach_test, entries_may_be_removed_meanwhile) {
     EXPECT_EQ(visited(folder.path()), Paths{});
 }
 
-TEST_F(file_foreach_test, exception_of_a_visitor_goes_through_and_leaves_no_descriptor) {
+TEST_F(file_foreach_test, exception_of_a_visitor_is_passed_on_and_leaks_no_descriptor) {
     folder.make_file("file", "");
     const int next_before = dup(0);
     close(next_before);

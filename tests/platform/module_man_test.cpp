@@ -27,7 +27,7 @@ TEST(module_man, starts_again_at_one_after_the_largest_id) {
     EXPECT_EQ(id, 1);
 }
 
-TEST(module_man, gives_every_thread_its_own_ids) {
+TEST(module_man, assigns_different_ids_to_different_threads) {
     constexpr unsigned threads = 4;
     constexpr unsigned each = 1000;
     module_man modules;
@@ -48,9 +48,9 @@ TEST(module_man, gives_every_thread_its_own_ids) {
     EXPECT_EQ(*all.rbegin(), static_cast<int>(threads * each));
 }
 
-// ---- Several ids in a row ----
+// ---- Several consecutive ids ----
 
-TEST(module_man, gives_several_ids_one_behind_the_other) {
+TEST(module_man, assigns_several_consecutive_ids) {
     module_man modules;
     std::int16_t id = 0;
     std::uint16_t ids[] = {0, 0, 0, 0, 0, 99};
@@ -61,7 +61,7 @@ TEST(module_man, gives_several_ids_one_behind_the_other) {
     EXPECT_EQ(id, 7);
 }
 
-TEST(module_man, starts_again_at_one_when_several_do_not_fit_below_the_largest_id) {
+TEST(module_man, starts_again_at_one_when_several_do_not_fit_up_to_the_largest_id) {
     module_man modules;
     std::vector<std::uint16_t> ids(32767);
     EXPECT_EQ(modules.init_module_array(ids.data(), 32764, false), 0);
@@ -77,7 +77,7 @@ TEST(module_man, starts_again_at_one_when_several_do_not_fit_below_the_largest_i
     EXPECT_EQ(ids.back(), 32767);
 }
 
-TEST(module_man, refuses_a_number_of_ids_that_there_are_not) {
+TEST(module_man, refuses_an_invalid_count) {
     module_man modules;
     std::int16_t id = 0;
     modules.init_module(&id, false);

@@ -1,4 +1,4 @@
-// What is left of the file store when the process dies or the power fails in the middle of something.
+// The file store after the process has died or the power has failed during a change.
 
 #include <platform/pcf.h>
 
@@ -25,7 +25,7 @@ int write_text(const std::string& text) {
     return pcfWrite(text.data(), static_cast<int>(text.size()), -1);
 }
 
-/// Sees every call by which the store changes what is on the medium, before it is made.
+/// Calls `before` ahead of every call by which the store changes the medium.
 struct Watched_changes {
     explicit Watched_changes(const std::function<void(const std::string& call)>& before) {
         calls.openat = [before](const char* name, int flags) {
@@ -51,16 +51,11 @@ struct Watched_changes {
     Replaced_calls transfers;
 };
 
-/// A file to stay, one to grow, one to go and one to come.
-void change_everything() {
-    pcfOpenWrite("grows", nullptr);
-    write_text("+more");
-    write_text("+most");
-    pcfCloseWrite(-1);
-    pcfRemove("goes");
-    pcfCreateWrite("comes", nullptr);
-    write_text("new");
-    pcfCloseWrite(-1);
+/// Appends to one file, removes one, creates one. \return whether all of that succeeded
+bool change_everything() {
+    return pcfOpenWrite("grows", nullptr) && write_text("+more") == 5 && write_text("+most") == 5 &&
+           pcfCloseWrite(-1) && pcfRemove("goes") && pcfCreateWrite("comes", nullptr) && write_text("new") == 3 &&
+           pcfCloseWrite(-1);
 }
 
 struct Filled_store : Mounted_store {
@@ -77,7 +72,7 @@ TEST(pcf_cut_off, content_reaches_the_medium_before_closing_returns_and_the_name
     const std::string folder = store.folder.path().substr(store.folder.path().rfind('/') + 1);
     {
         const Watched_changes watched([&seen](const std::string& call) { seen.push_back(call); });
-        change_everything();
+        EXPECT_TRUE(change_everything());
     }
     EXPECT_THAT(seen, ElementsAre("write grows", "write grows", "sync grows", "remove goes", "sync " + folder,
                                   "make comes", "write comes", "sync comes", "sync " + folder));
@@ -95,12 +90,12 @@ TEST(pcf_cut_off, before_any_change_leaves_every_other_file_whole) {
                 if (left-- == 0)
                     _exit(1);
             });
-            change_everything();
-            _exit(0);
+            _exit(change_everything() ? 0 : 2);
         }
         int status = 0;
         ASSERT_EQ(waitpid(child, &status, 0), child);
         ASSERT_TRUE(WIFEXITED(status));
+        ASSERT_NE(WEXITSTATUS(status), 2);
 
         ASSERT_TRUE(cut.mount());
         EXPECT_EQ(cut.content_of("stays"), "whole");
@@ -111,22 +106,23 @@ TEST(pcf_cut_off, before_any_change_leaves_every_other_file_whole) {
         if (pcfExists("comes")) {
             EXPECT_THAT(cut.content_of("comes"), AnyOf("", "new"));
         }
-        EXPECT_TRUE(pcfOpenWrite("grows", nullptr)); // and it can be gone on with
+        EXPECT_TRUE(pcfOpenWrite("grows", nullptr)); // the file can be continued
         EXPECT_EQ(write_text("!"), 1);
         if (WEXITSTATUS(status) == 0) {
-            EXPECT_EQ(survived, 9); // as many as there are changes
+            EXPECT_EQ(survived, 9); // the number of changes
             break;
         }
     }
 }
 
-TEST(pcf_cut_off, a_killed_writer_leaves_a_beginning_of_what_it_wrote_and_every_other_file_whole) {
+TEST(pcf_cut_off, killed_writer_leaves_the_first_part_of_its_bytes_and_every_other_file_whole) {
     const Filled_store store;
     pcfUnmount();
     const pid_t child = fork();
     if (child == 0) {
         store.mount();
-        pcfOpenWrite("grows", nullptr);
+        if (!pcfOpenWrite("grows", nullptr))
+            _exit(1);
         for (char c = 'a';; c = c == 'z' ? 'a' : static_cast<char>(c + 1))
             if (pcfWrite(&c, 1, -1) == 0)
                 pause();

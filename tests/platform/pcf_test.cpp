@@ -1,4 +1,4 @@
-// The file store's operations. What a power failure leaves: pcf_power_cut_test.cpp; threads: pcf_threads_test.cpp.
+// The operations of the file store. After a power failure: pcf_power_cut_test.cpp; threads: pcf_threads_test.cpp.
 
 #include <platform/pcf.h>
 
@@ -37,13 +37,13 @@ int write_text(const std::string& text) {
     return pcfWrite(text.data(), static_cast<int>(text.size()), -1);
 }
 
-/// What is left of the file that is open for reading.
+/// The unread rest of the file that is open for reading.
 std::string read_rest() {
     std::string text;
     char piece[7];
     PcfResult result = pcf_ok;
-    for (int came = 0; (came = pcfRead(piece, sizeof piece, result, 0)) > 0;)
-        text.append(piece, static_cast<std::size_t>(came));
+    for (int count = 0; (count = pcfRead(piece, sizeof piece, result, 0)) > 0;)
+        text.append(piece, static_cast<std::size_t>(count));
     EXPECT_EQ(result, pcf_ok);
     return text;
 }
@@ -95,7 +95,7 @@ TEST_F(pcf, is_mounted_until_it_is_unmounted) {
     EXPECT_TRUE(store.mount());
 }
 
-TEST(pcf_mounting, of_what_is_no_directory_fails_and_says_why) {
+TEST(pcf_mounting, of_other_than_a_directory_fails_and_reports_why) {
     const Temporary_folder folder;
     const Captured_debug debug;
     EXPECT_FALSE(pcfMount(folder.path("missing").c_str(), 100));
@@ -105,7 +105,7 @@ TEST(pcf_mounting, of_what_is_no_directory_fails_and_says_why) {
                                 "File store: cannot mount \"" + folder.path("file") + "\": Not a directory\n");
 }
 
-TEST(pcf_mounting, finds_what_is_there_and_leaves_out_what_is_none_of_its) {
+TEST(pcf_mounting, includes_existing_files_and_ignores_foreign_entries) {
     const Temporary_folder folder;
     folder.make_file("b", "12345");
     folder.make_file("a", "123");
@@ -131,7 +131,7 @@ TEST(pcf_mounting, finds_what_is_there_and_leaves_out_what_is_none_of_its) {
     EXPECT_TRUE(folder.has("link") && folder.has("fifo") && folder.has("folder") && folder.has(".hidden"));
 }
 
-TEST(pcf_mounting, finds_more_than_fits_and_has_no_room_then) {
+TEST(pcf_mounting, of_more_bytes_than_the_limit_has_no_free_space) {
     const Temporary_folder folder;
     folder.make_file("a", "12345");
     ASSERT_TRUE(pcfMount(folder.path().c_str(), 4));
@@ -155,9 +155,9 @@ TEST_F(pcf, is_for_one_process_at_a_time) {
         return WIFEXITED(status) && WEXITSTATUS(status) == 1;
     };
     pcfUnmount();
-    EXPECT_TRUE(mounts_in_another_process()); // and that it died does not matter
+    EXPECT_TRUE(mounts_in_another_process()); // and its death does not matter
     const int other = open(store.folder.path().c_str(), O_RDONLY);
-    ASSERT_EQ(flock(other, LOCK_EX | LOCK_NB), 0); // as the other process's mount holds it
+    ASSERT_EQ(flock(other, LOCK_EX | LOCK_NB), 0); // as the mount of another process does
     const Captured_debug debug;
     EXPECT_FALSE(store.mount());
     EXPECT_THAT(debug.text(), HasSubstr("Resource temporarily unavailable"));
@@ -165,7 +165,7 @@ TEST_F(pcf, is_for_one_process_at_a_time) {
     EXPECT_TRUE(store.mount());
 }
 
-TEST_F(pcf, unmounting_closes_what_is_open_and_keeps_what_was_written) {
+TEST_F(pcf, unmounting_closes_open_files_and_keeps_the_written_bytes) {
     store.make_file("a", "old");
     ASSERT_EQ(pcfOpenRead("a", 0, nullptr), pcf_ok);
     ASSERT_TRUE(pcfCreateWrite("b", nullptr));
@@ -182,7 +182,7 @@ TEST_F(pcf, unmounting_closes_what_is_open_and_keeps_what_was_written) {
 
 // ---- Names ----
 
-TEST_F(pcf, takes_names_of_1_to_39_characters) {
+TEST_F(pcf, accepts_names_of_1_to_39_characters) {
     const std::string longest(39, 'n');
     store.make_file(longest, "x");
     store.make_file("y", "");
@@ -195,18 +195,18 @@ TEST_F(pcf, takes_names_of_1_to_39_characters) {
     EXPECT_EQ(pcfGetNumFiles(), 2);
 }
 
-TEST_F(pcf, gives_no_name_beyond_the_last_file) {
+TEST_F(pcf, returns_no_name_after_the_last_file) {
     store.make_file("a", "");
-    char name[pcf_longest_name + 1] = "untouched";
+    char name[pcf_longest_name + 1] = "unchanged";
     EXPECT_FALSE(pcfGetFileName(1, name));
     EXPECT_FALSE(pcfGetFileName(-1, name));
-    EXPECT_STREQ(name, "untouched");
+    EXPECT_STREQ(name, "unchanged");
 }
 
 // ---- Writing ----
 
-TEST_F(pcf, makes_a_file_once_and_goes_on_at_its_end_afterwards) {
-    EXPECT_FALSE(pcfOpenWrite("a", nullptr)); // there is none yet
+TEST_F(pcf, creates_a_file_once_and_appends_to_it_afterwards) {
+    EXPECT_FALSE(pcfOpenWrite("a", nullptr)); // it does not exist yet
     store.make_file("a", "abc");
     EXPECT_FALSE(pcfCreateWrite("a", nullptr));
     ASSERT_TRUE(pcfOpenWrite("a", nullptr));
@@ -228,7 +228,7 @@ TEST_F(pcf, is_busy_for_a_second_writer) {
     EXPECT_TRUE(pcfOpenWrite("a", nullptr));
 }
 
-TEST_F(pcf, takes_what_fits_and_nothing_more) {
+TEST_F(pcf, writes_what_fits_and_nothing_more) {
     ASSERT_TRUE(pcfCreateWrite("a", nullptr));
     EXPECT_EQ(write_text(std::string(97, 'a')), 97);
     EXPECT_EQ(store.free(), 3U);
@@ -241,7 +241,7 @@ TEST_F(pcf, takes_what_fits_and_nothing_more) {
     EXPECT_EQ(store.free(), 100U);
 }
 
-TEST_F(pcf, takes_nothing_of_a_size_below_one) {
+TEST_F(pcf, writes_nothing_for_a_size_below_1) {
     ASSERT_TRUE(pcfCreateWrite("a", nullptr));
     EXPECT_EQ(pcfWrite("abc", 0, -1), 0);
     EXPECT_EQ(pcfWrite("abc", -1, -1), 0);
@@ -249,7 +249,7 @@ TEST_F(pcf, takes_nothing_of_a_size_below_one) {
     EXPECT_EQ(store.content_of("a"), "");
 }
 
-TEST_F(pcf, writes_what_a_full_disk_takes_and_counts_that) {
+TEST_F(pcf, writes_what_fits_on_a_full_disk_and_counts_that) {
     store.make_file("a", "abc");
     ASSERT_TRUE(pcfOpenWrite("a", nullptr));
     const Captured_debug debug;
@@ -263,7 +263,7 @@ TEST_F(pcf, writes_what_a_full_disk_takes_and_counts_that) {
     EXPECT_EQ(debug.text(), "File store: cannot write \"a\": File too large\n");
 }
 
-TEST_F(pcf, a_signal_cuts_neither_writing_nor_reading_short) {
+TEST_F(pcf, signal_shortens_neither_writing_nor_reading) {
     int interruptions = 0;
     Replaced_calls calls;
     const auto interrupted_twice = [&interruptions](int) -> std::optional<ssize_t> {
@@ -285,7 +285,7 @@ TEST_F(pcf, a_signal_cuts_neither_writing_nor_reading_short) {
     EXPECT_EQ(result, pcf_ok);
 }
 
-TEST_F(pcf, closing_says_when_the_medium_may_have_lost_it) {
+TEST_F(pcf, closing_reports_when_the_medium_may_have_lost_the_bytes) {
     const Captured_debug debug;
     Replaced_file_calls calls;
     for (const char* failing : {"a", "folder"}) {
@@ -296,14 +296,14 @@ TEST_F(pcf, closing_says_when_the_medium_may_have_lost_it) {
         };
         EXPECT_FALSE(pcfCloseWrite(-1)) << failing;
         calls.fsync = nullptr;
-        EXPECT_FALSE(pcfCloseWrite(-1)) << "it is closed all the same";
+        EXPECT_FALSE(pcfCloseWrite(-1)) << "it is closed nevertheless";
         EXPECT_TRUE(pcfRemove("a"));
     }
     const std::string line = "File store: may have failed to keep \"a\": Input/output error\n";
     EXPECT_EQ(debug.text(), line + line);
 }
 
-TEST_F(pcf, a_file_that_cannot_be_opened_is_not_there_afterwards) {
+TEST_F(pcf, file_that_cannot_be_opened_does_not_exist_afterwards) {
     const Captured_debug debug;
     Replaced_file_calls calls;
     calls.openat = [](const char*, int) {
@@ -327,7 +327,7 @@ TEST_F(pcf, reads_from_any_offset_to_the_end) {
         EXPECT_EQ(read_rest(), rest) << offset;
         EXPECT_EQ(pcfCloseRead(0), pcf_ok);
     }
-    // Beyond the positions that a file has where an unsigned long reaches so far, beyond the end elsewhere.
+    // Above the largest position of a file where an unsigned long has 64 bits, past the end of the file elsewhere.
     const auto furthest = std::numeric_limits<unsigned long>::max();
     EXPECT_EQ(pcfOpenRead("a", furthest, nullptr), sizeof furthest == 8 ? pcf_failed : pcf_ok);
     EXPECT_EQ(pcfCloseRead(0), sizeof furthest == 8 ? pcf_wrong_state : pcf_ok);
@@ -355,7 +355,7 @@ TEST_F(pcf, reads_what_is_being_written) {
     EXPECT_EQ(read_rest(), "abc");
 }
 
-TEST_F(pcf, tells_a_read_that_fails) {
+TEST_F(pcf, reports_a_read_that_fails) {
     store.make_file("a", "abc");
     ASSERT_EQ(pcfOpenRead("a", 0, nullptr), pcf_ok);
     const Captured_debug debug;
@@ -371,7 +371,7 @@ TEST_F(pcf, tells_a_read_that_fails) {
     EXPECT_EQ(debug.text(), "File store: cannot read \"a\": Input/output error\n");
 }
 
-TEST_F(pcf, a_file_that_vanished_from_the_directory_cannot_be_read_but_removed) {
+TEST_F(pcf, file_that_another_program_removed_cannot_be_read_but_can_be_removed) {
     store.make_file("a", "abc");
     fs::remove(store.folder.path("a"));
     const Captured_debug debug;
@@ -396,7 +396,7 @@ TEST_F(pcf, removes_no_file_that_is_open) {
     EXPECT_FALSE(store.folder.has("a"));
 }
 
-TEST_F(pcf, a_failed_removal_leaves_the_file_and_an_unsure_one_is_told) {
+TEST_F(pcf, failed_removal_leaves_the_file_and_an_unsafe_one_is_reported) {
     store.make_file("a", "abc");
     const Captured_debug debug;
     Replaced_file_calls calls;
@@ -417,7 +417,7 @@ TEST_F(pcf, a_failed_removal_leaves_the_file_and_an_unsure_one_is_told) {
                             "File store: may have failed to remove \"a\": Input/output error\n");
 }
 
-// ---- All of it ----
+// ---- All operations ----
 
 TEST_F(pcf, never_uses_the_number_of_a_standard_stream) {
     store.make_file("a", "abc");
@@ -445,7 +445,7 @@ TEST_F(pcf, allocates_nothing_while_reading_and_writing) {
     EXPECT_EQ(allocations.count(), 0U);
 }
 
-TEST(pcf_model, holds_what_a_map_of_texts_holds) {
+TEST(pcf_model, behaves_like_a_map_of_texts) {
     constexpr std::size_t total = 300;
     const Mounted_store store(total);
     std::map<std::string, std::string> model;
@@ -471,9 +471,9 @@ TEST(pcf_model, holds_what_a_map_of_texts_holds) {
                 ASSERT_TRUE(pcfOpenWrite(name.c_str(), nullptr));
             }
             const std::string bytes = random.bytes(random.between(0, 80));
-            const std::size_t taken = std::min(bytes.size(), total - used());
-            ASSERT_EQ(write_text(bytes), static_cast<int>(taken));
-            model[name] += bytes.substr(0, taken);
+            const std::size_t fits = std::min(bytes.size(), total - used());
+            ASSERT_EQ(write_text(bytes), static_cast<int>(fits));
+            model[name] += bytes.substr(0, fits);
             ASSERT_TRUE(pcfCloseWrite(-1));
             break;
         }

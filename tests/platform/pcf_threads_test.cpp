@@ -1,4 +1,4 @@
-// Threads that use the file store side by side.
+// Threads that use the file store at the same time.
 
 #include <platform/pcf.h>
 
@@ -15,25 +15,25 @@ namespace {
 constexpr int rounds = 30;
 const std::string record = "one record of a writer\n";
 
-/// Appends a record to the file; whether it was the caller's turn.
+/// Appends a record to the file. \return false when the store is busy
 bool append_record(const std::string& name) {
-    const bool there = pcfExists(name.c_str()) != 0;
-    if (there ? pcfOpenWrite(name.c_str(), nullptr) == 0 : pcfCreateWrite(name.c_str(), nullptr) == 0)
+    const bool exists = pcfExists(name.c_str()) != 0;
+    if (exists ? pcfOpenWrite(name.c_str(), nullptr) == 0 : pcfCreateWrite(name.c_str(), nullptr) == 0)
         return false;
     EXPECT_EQ(pcfWrite(record.data(), static_cast<int>(record.size()), -1), static_cast<int>(record.size()));
     EXPECT_TRUE(pcfCloseWrite(-1));
     return true;
 }
 
-/// Reads a file to its end, and whether it holds whole records; whether it was the caller's turn.
+/// Reads a file to its end and expects whole records. \return false when the store is busy
 bool read_records(const std::string& name) {
     if (pcfOpenRead(name.c_str(), 0, nullptr) != pcf_ok)
         return false;
     std::string content;
     char piece[50];
     PcfResult result = pcf_ok;
-    for (int came = 0; (came = pcfRead(piece, sizeof piece, result, 0)) > 0;)
-        content.append(piece, static_cast<std::size_t>(came));
+    for (int count = 0; (count = pcfRead(piece, sizeof piece, result, 0)) > 0;)
+        content.append(piece, static_cast<std::size_t>(count));
     EXPECT_EQ(result, pcf_ok);
     EXPECT_EQ(pcfCloseRead(0), pcf_ok);
     EXPECT_EQ(content.size() % record.size(), 0U);

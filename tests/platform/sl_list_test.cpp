@@ -28,7 +28,7 @@ TEST(sl_list, starts_empty) {
     EXPECT_FALSE(node.is_in_list());
 }
 
-TEST(sl_list, keeps_the_order_in_which_nodes_came) {
+TEST(sl_list, keeps_the_order_of_insertion) {
     sl_list list;
     Node nodes[3];
     for (Node& node : nodes)
@@ -38,7 +38,7 @@ TEST(sl_list, keeps_the_order_in_which_nodes_came) {
     EXPECT_EQ(list.next(&nodes[2]), nullptr);
 }
 
-TEST(sl_list, takes_a_node_once) {
+TEST(sl_list, accepts_a_node_once) {
     sl_list list;
     sl_list other;
     Node node;
@@ -52,7 +52,7 @@ TEST(sl_list, takes_a_node_once) {
     list.remove(&node);
 }
 
-TEST(sl_list, removes_only_what_sits_in_it) {
+TEST(sl_list, removes_only_its_own_nodes) {
     sl_list list;
     sl_list other;
     Node node;
@@ -70,7 +70,7 @@ TEST(sl_list, removes_only_what_sits_in_it) {
     other.remove(&node);
 }
 
-TEST(sl_list, has_a_last_node_again_when_the_last_one_went) {
+TEST(sl_list, appends_correctly_after_the_last_node_was_removed) {
     sl_list list;
     Node nodes[3];
     list.push_back(&nodes[0]);
@@ -80,7 +80,7 @@ TEST(sl_list, has_a_last_node_again_when_the_last_one_went) {
     EXPECT_EQ(content(list), (std::vector<const __slnode*>{&nodes[0], &nodes[2]}));
 }
 
-TEST(sl_list, holds_no_copy_of_a_node) {
+TEST(sl_list, does_not_hold_the_copy_of_a_node) {
     sl_list list;
     Node node;
     Node assigned;
@@ -93,7 +93,7 @@ TEST(sl_list, holds_no_copy_of_a_node) {
     EXPECT_EQ(content(list), (std::vector<const __slnode*>{&node, &assigned}));
 }
 
-TEST(sl_list, may_outlive_its_nodes_as_long_as_nobody_uses_it) {
+TEST(sl_list, may_be_destroyed_after_its_nodes) {
     sl_list list;
     {
         Node node;
@@ -101,7 +101,7 @@ TEST(sl_list, may_outlive_its_nodes_as_long_as_nobody_uses_it) {
     }
 }
 
-TEST(sl_list, does_as_a_list_of_pointers_does) {
+TEST(sl_list, behaves_like_a_list_of_pointers) {
     constexpr unsigned count = 12;
     Random random;
     Node nodes[count];
@@ -109,8 +109,8 @@ TEST(sl_list, does_as_a_list_of_pointers_does) {
     std::list<const __slnode*> model;
     for (int i = 0; i < 20000; ++i) {
         Node& node = nodes[random.between(0, count - 1)];
-        const auto place = std::find(model.begin(), model.end(), &node);
-        const bool is_there = place != model.end();
+        const auto entry = std::find(model.begin(), model.end(), &node);
+        const bool is_there = entry != model.end();
         ASSERT_EQ(node.is_in_list(), is_there);
         if (random.one_in(2)) {
             ASSERT_EQ(list.push_back(&node), !is_there);
@@ -119,7 +119,7 @@ TEST(sl_list, does_as_a_list_of_pointers_does) {
         } else {
             ASSERT_EQ(list.remove(&node), is_there);
             if (is_there)
-                model.erase(place);
+                model.erase(entry);
         }
         ASSERT_EQ(list.empty(), model.empty());
         ASSERT_EQ(content(list), std::vector<const __slnode*>(model.begin(), model.end()));

@@ -6,7 +6,7 @@
 
 namespace {
 
-/// The destination's bytes after copying into its first `size` ones; untouched ones stay '#'.
+/// The bytes of the destination after copying into the first `size` of them; unchanged ones are '#'.
 std::string copied(const char* source, std::size_t size) {
     char destination[8];
     std::memset(destination, '#', sizeof destination);
@@ -14,7 +14,7 @@ std::string copied(const char* source, std::size_t size) {
     return std::string(destination, sizeof destination);
 }
 
-TEST(stzncpy, copies_a_short_text_with_its_end_and_nothing_more) {
+TEST(stzncpy, copies_a_short_text_with_its_nul_and_nothing_more) {
     EXPECT_EQ(copied("abc", 8), std::string("abc\0####", 8));
 }
 
@@ -27,7 +27,7 @@ TEST(stzncpy, cuts_a_longer_text_and_terminates_it) {
     EXPECT_EQ(copied("abcdef", 1), std::string("\0#######", 8));
 }
 
-TEST(stzncpy, touches_nothing_of_no_room) {
+TEST(stzncpy, changes_nothing_for_a_size_of_0) {
     EXPECT_EQ(copied("abc", 0), "########");
 }
 
@@ -35,7 +35,7 @@ TEST(stzncpy, copies_an_empty_text) {
     EXPECT_EQ(copied("", 8), std::string("\0#######", 8));
 }
 
-TEST(stzncpy, reads_no_further_than_it_copies) {
+TEST(stzncpy, reads_only_the_characters_that_it_copies) {
     const char unterminated[3] = {'a', 'b', 'c'};
     EXPECT_EQ(copied(unterminated, 4), std::string("abc\0####", 8));
 }

@@ -39,7 +39,7 @@ struct Waiter : testing::Test {
     }
 };
 
-TEST_F(Waiter, has_room_for_1024_events) {
+TEST_F(Waiter, holds_1024_events) {
     EXPECT_EQ(capacity, 1024U);
     fill();
     EXPECT_EQ(waiter.waiting(), 1024U);
@@ -50,7 +50,7 @@ TEST_F(Waiter, has_room_for_1024_events) {
     EXPECT_EQ(debug.text(), "");
 }
 
-TEST_F(Waiter, hands_events_over_whole) {
+TEST_F(Waiter, delivers_events_whole) {
     waiter_event sent;
     sent.source = -3;
     sent.words[0] = 0xFFFFFFFFU;
@@ -80,13 +80,13 @@ TEST_F(Waiter, keeps_the_order_of_arrival_also_of_urgent_events) {
     EXPECT_EQ(next_code(), 3);
 }
 
-TEST_F(Waiter, does_not_merge_equal_events_while_there_is_room) {
+TEST_F(Waiter, does_not_merge_equal_events_while_there_is_free_space) {
     EXPECT_TRUE(send(event_of(1), true));
     EXPECT_TRUE(send(event_of(1), true));
     EXPECT_EQ(waiter.waiting(), 2U);
 }
 
-TEST_F(Waiter, when_full_takes_a_mergeable_event_as_its_equal) {
+TEST_F(Waiter, when_full_discards_a_mergeable_event_that_equals_a_waiting_one) {
     fill();
     EXPECT_TRUE(send(event_of(500), true));
     EXPECT_EQ(waiter.waiting(), capacity);
@@ -95,7 +95,7 @@ TEST_F(Waiter, when_full_takes_a_mergeable_event_as_its_equal) {
         ASSERT_EQ(next_code(), static_cast<int>(i));
 }
 
-TEST_F(Waiter, when_full_only_source_code_and_target_together_make_events_equal) {
+TEST_F(Waiter, when_full_compares_source_code_and_target_only) {
     fill();
     waiter_event other_words = event_of(500);
     other_words.words[1] = 9;
@@ -118,7 +118,7 @@ TEST_F(Waiter, when_full_drops_the_oldest_for_an_event_that_must_not_merge) {
     EXPECT_EQ(next_code(), 500);
 }
 
-TEST_F(Waiter, counts_every_dropped_event_and_reports_the_first_alone) {
+TEST_F(Waiter, counts_every_dropped_event_and_reports_the_first_only) {
     fill();
     for (int i = 0; i < 10; ++i)
         send(event_of(-7));
@@ -129,7 +129,7 @@ TEST_F(Waiter, counts_every_dropped_event_and_reports_the_first_alone) {
     EXPECT_EQ(debug.text(), expected);
 }
 
-// ---- Payloads. A leak or a second release shows under AddressSanitizer. ----
+// ---- Payloads: AddressSanitizer reports a leak or a second free ----
 
 TEST_F(Waiter, payload_moves_from_sender_to_queue_to_receiver) {
     waiter_event sent = event_of(1);
@@ -151,7 +151,7 @@ TEST_F(Waiter, release_frees_a_payload_once) {
     release_payload(event);
 }
 
-TEST_F(Waiter, payload_of_a_merged_event_is_released) {
+TEST_F(Waiter, payload_of_a_merged_event_is_freed) {
     fill();
     waiter_event merged = event_of(500);
     merged.payload = std::malloc(16);
@@ -160,7 +160,7 @@ TEST_F(Waiter, payload_of_a_merged_event_is_released) {
     EXPECT_EQ(waiter.dropped(), 0U);
 }
 
-TEST_F(Waiter, payloads_of_dropped_and_of_forgotten_events_are_released) {
+TEST_F(Waiter, payloads_of_dropped_and_of_waiting_events_are_freed) {
     for (unsigned i = 0; i < capacity + 5; ++i) {
         waiter_event event = event_of(1);
         event.payload = std::malloc(16);
@@ -171,17 +171,17 @@ TEST_F(Waiter, payloads_of_dropped_and_of_forgotten_events_are_released) {
 
 // ---- Waiting ----
 
-TEST_F(Waiter, gives_up_at_the_deadline_and_leaves_the_event_alone) {
+TEST_F(Waiter, returns_at_the_deadline_and_leaves_the_event_unchanged) {
     waiter_event event = event_of(77);
-    for (const int ahead : {30, 2, 1, 1, 1}) {
-        const Atime deadline = Atime::now() + ahead;
+    for (const int units : {30, 2, 1, 1, 1}) {
+        const Atime deadline = Atime::now() + units;
         EXPECT_EQ(waiter.get_event(event, deadline), 1);
         EXPECT_GE(Atime::now(), deadline);
     }
     EXPECT_EQ(event.code, 77);
 }
 
-TEST_F(Waiter, takes_what_waits_even_after_the_deadline) {
+TEST_F(Waiter, returns_a_waiting_event_even_after_the_deadline) {
     send(event_of(4));
     waiter_event event;
     EXPECT_EQ(waiter.get_event(event, Atime() + -1000), 0);
@@ -199,7 +199,7 @@ TEST_F(Waiter, is_woken_by_an_event_long_before_the_deadline) {
     }
 }
 
-TEST_F(Waiter, waits_without_limit_when_asked_to) {
+TEST_F(Waiter, waits_without_a_time_limit) {
     waiter_descriptor answer;
     std::thread receiver([&] {
         waiter_event event;
@@ -213,9 +213,9 @@ TEST_F(Waiter, waits_without_limit_when_asked_to) {
     receiver.join();
 }
 
-TEST_F(Waiter, serves_several_senders_without_loss_and_in_each_ones_order) {
+TEST_F(Waiter, serves_several_senders_without_loss_and_in_the_order_of_each) {
     constexpr int senders = 4;
-    constexpr int each = 200; // together fewer than fill the queue
+    constexpr int each = 200; // all of them fit into the queue
     std::vector<std::thread> running;
     for (int s = 0; s < senders; ++s)
         running.emplace_back([this, s] {
@@ -236,7 +236,7 @@ TEST_F(Waiter, serves_several_senders_without_loss_and_in_each_ones_order) {
 
 // ---- Module ids ----
 
-TEST(Waiter_module, has_an_id_of_its_own_once_initialised) {
+TEST(Waiter_module, has_its_own_id_when_initialised) {
     module_man modules;
     waiter_descriptor first(modules);
     waiter_descriptor second;

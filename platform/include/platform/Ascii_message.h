@@ -4,7 +4,7 @@
 
 #include <string_view>
 
-/// A text that somebody else owns: where it is and how long. It need not be terminated.
+/// A view of a text that the caller owns. It need not be terminated.
 class Ascii_message {
   public:
     Ascii_message(char* text, unsigned length) : text_(text), length_(length) {}
@@ -17,8 +17,8 @@ class Ascii_message {
 
     // ---- Fields between commas, counted from 0; a "*" ends the last one ----
 
-    /// The number that a field is, with a decimal point whatever the locale; 0 for none. Words for numbers
-    /// ("inf", "nan") are none.
+    /// A field as a number, with a decimal point whatever the locale; 0 when the field is empty or no number. Words for
+    /// numbers ("inf", "nan") are none.
     double get_double(unsigned field) const;
     /// The first character of a field; NUL for an empty one.
     char get_char(unsigned field) const;

@@ -5,20 +5,20 @@
 /// A point in time on the monotonic clock, in units of one millisecond: setting the wall clock does not move it.
 class Atime {
   public:
-    /// Time zero, which lies before every `now()`.
+    /// Time zero, which is before every `now()`.
     constexpr Atime() = default;
 
     static Atime now();
-    /// Sleeps for that many units; not at all for 0 or less. A signal does not cut it short.
+    /// Sleeps for `units`; not at all for 0 or less. A signal does not shorten it.
     static void delay(int units);
-    /// Milliseconds that have passed since `start`; 0 when it lies ahead.
+    /// Milliseconds that have passed since `start`; 0 when `start` is in the future.
     static unsigned long get_elapsed_ms_since(Atime start);
 
     /// Units since time zero.
     constexpr std::int64_t units() const { return units_; }
 
     constexpr Atime operator+(std::int64_t units) const { return Atime(units_ + units); }
-    /// Units from `earlier` to this; negative when `earlier` is the later one.
+    /// Units from `earlier` to this time; negative when `earlier` is the later one.
     constexpr std::int64_t operator-(Atime earlier) const { return units_ - earlier.units_; }
 
     constexpr bool operator==(Atime other) const { return units_ == other.units_; }

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-/// The bytes of a message that somebody else owns: where they are and how many are in use.
+/// A view of the bytes of a message, which the caller owns: where they are and how many are in use.
 class Binary_message_storage_base {
   public:
     /// The first byte of the message.
@@ -18,7 +18,7 @@ class Binary_message_storage_base {
     unsigned size_;
 };
 
-/// The same with the room there is.
+/// The same with the capacity of the caller's buffer.
 class Binary_message_storage : public Binary_message_storage_base {
   public:
     /// Uses all of the `size` bytes at `data`.
@@ -30,10 +30,11 @@ class Binary_message_storage : public Binary_message_storage_base {
 
     /// Bytes that the buffer can hold.
     unsigned get_capacity() const { return capacity_; }
-    /// Sets the bytes in use; false, and nothing changes, when they exceed the capacity.
+    /// Sets the number of bytes in use.
+    /// \return false, with nothing changed, when it exceeds the capacity
     bool set_size(unsigned size);
-    /// Moves the start of the message `count` bytes on: size and capacity shrink by as much. False, and nothing
-    /// changes, when fewer are in use.
+    /// Moves the start of the message forward by `count` bytes; size and capacity shrink by as much.
+    /// \return false, with nothing changed, when fewer bytes are in use
     bool skip_front(unsigned count);
 
   private:
@@ -41,7 +42,7 @@ class Binary_message_storage : public Binary_message_storage_base {
 };
 
 /// Typed access to the bytes of a storage. Offsets count from the first byte; numbers are little-endian and need no
-/// alignment. A read that passes the message's end gives 0; a write that passes it does nothing and returns false.
+/// alignment. A read past the message's end returns 0; a write past it does nothing and returns false.
 template <typename Storage>
 class Binary_wrapper : public Storage {
   public:
@@ -67,25 +68,26 @@ class Binary_wrapper : public Storage {
     bool set_float(unsigned offset, float value);
     bool set_double(unsigned offset, double value);
 
-    // Bits: number n of a byte has the weight 1 << n
+    // ---- Bits: number n of a byte has the weight 1 << n ----
 
-    /// `count` bits of the byte at `offset`, from bit `first` upwards. Bits beyond the byte read as 0, and are not
+    /// `count` bits of the byte at `offset`, from bit `first` upwards. Bits past the byte read as 0, and are not
     /// written.
     unsigned get_bits_lsb(unsigned offset, unsigned first, unsigned count) const;
     bool set_bits_lsb(unsigned offset, unsigned first, unsigned count, unsigned value);
-    /// One bit; the name is history, the weight is the same.
+    /// One bit. Despite the name, its number has the same weight as above.
     bool get_bit_msb(unsigned offset, unsigned bit) const;
     bool set_bit_msb(unsigned offset, unsigned bit, bool on);
 
     /// The text from `offset` on: up to the first NUL, at most `length` characters, never past the message's end.
-    /// \return the text in place when a NUL ends it there; else a terminated copy, valid until the calling thread's
-    ///         next call (longer texts than 4200 characters are cut); "" when `offset` is not in the message
+    /// \return the text in place when a NUL ends it there; else a terminated copy, cut to 4200 characters and valid
+    /// until
+    ///         the calling thread's next call; "" when `offset` is not in the message
     const char* get_string(unsigned offset, unsigned length) const;
 };
 
 extern template class Binary_wrapper<Binary_message_storage>;
 
-/// A message as bytes; the base of every message class.
+/// The bytes of a message: the base of every message class.
 class Binary_message : public Binary_wrapper<Binary_message_storage> {
   public:
     using Binary_wrapper<Binary_message_storage>::Binary_wrapper;

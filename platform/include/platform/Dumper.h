@@ -2,17 +2,17 @@
 
 namespace Debug {
 
-/// Takes the fields of a tree, one by one, for somebody to read.
+/// Receives the fields of a tree, one by one, to show them to a reader.
 class Dumper {
   public:
     virtual void print_field(const char* name, const char* text) = 0;
-    /// What comes now belongs to `name`, until `end_group`.
+    /// The fields until `end_group` belong to `name`.
     virtual void begin_group(const char* name) = 0;
     virtual void end_group() = 0;
     virtual ~Dumper() = default;
 };
 
-/// Prints a line a field through the debug printer, indented by two blanks a group.
+/// Prints one line per field through the debug printer, indented by two blanks per group.
 class Print_dumper : public Dumper {
   public:
     void print_field(const char* name, const char* text) override;

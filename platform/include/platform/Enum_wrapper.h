@@ -4,7 +4,7 @@
 #include <utility>
 #include <vector>
 
-/// Names for numbers, made once from a table.
+/// Names for numbers, from a table.
 class Enum_wrapper_ {
   public:
     /// The names are not copied.

@@ -8,15 +8,15 @@
 /// The part of a `Mutex` that waits.
 class MutexImp {
   public:
-    /// Takes the mutex without waiting; false when somebody holds it.
+    /// Acquires the mutex without waiting. \return false when it is held
     bool tryLock();
 
-    /// Waits until the mutex is free, and takes it. After a second it says once through the debug printer who holds the
-    /// mutex, then keeps waiting. A thread that waits for what it holds itself would wait for ever: it gets a
-    /// backtrace and the process is aborted.
+    /// Waits until the mutex is free, and acquires it. After a second it reports once, through the debug printer, which
+    /// thread holds the mutex, then keeps waiting. A thread that already holds the mutex would wait for ever: instead
+    /// it prints a backtrace and aborts the process.
     void debug_lock();
 
-    /// Kernel id of the calling thread, asked of the system once per thread (and again after a fork).
+    /// Kernel id of the calling thread; one system call per thread (and one more after a fork).
     static int kernel_thread_id();
 
   protected:
@@ -31,29 +31,29 @@ class MutexImp {
     std::atomic<int> owner_kernel_id_{0};
 };
 
-/// The lock of the library: a QMutex that knows who holds it. Not recursive.
+/// The lock of the library: a QMutex that records the thread that holds it. Not recursive.
 ///
-/// A BasicLockable, so `std::lock_guard<Mutex>` serves; `Mutex_guard` where there may be no mutex at all.
+/// It is a BasicLockable: use `std::lock_guard`, or `Mutex_guard` where the mutex may be absent.
 class Mutex : public MutexImp {
   public:
     Mutex() = default;
     Mutex(const Mutex&) = delete;
     Mutex& operator=(const Mutex&) = delete;
 
-    /// Tries without waiting, else waits in `debug_lock()`; then records the calling thread as the holder.
+    /// Tries without waiting, else waits in `debug_lock()`; then records the calling thread as the owner.
     void lock();
-    /// Takes the mutex only when nobody holds it, and records the holder.
+    /// Acquires the mutex only if it is free, and records the owner.
     bool try_lock();
-    /// Clears the holder, then releases.
+    /// Clears the owner, then releases.
     void unlock();
 
-    /// Qt's id of the thread that holds the mutex; null when nobody does.
+    /// Qt's id of the thread that holds the mutex; null when it is free.
     Qt::HANDLE owner_thread() const { return owner_thread_.load(std::memory_order_relaxed); }
-    /// Kernel id of the thread that holds the mutex; 0 when nobody does.
+    /// Kernel id of the thread that holds the mutex; 0 when it is free.
     int owner_kernel_id() const { return owner_kernel_id_.load(std::memory_order_relaxed); }
 };
 
-/// Holds a mutex for a scope; a null pointer means that there is nothing to hold.
+/// Holds a mutex for a scope. A null pointer means that there is no mutex: nothing is held.
 class Mutex_guard {
   public:
     explicit Mutex_guard(Mutex* mutex) : mutex_(mutex) {
@@ -64,7 +64,7 @@ class Mutex_guard {
     Mutex_guard(const Mutex_guard&) = delete;
     Mutex_guard& operator=(const Mutex_guard&) = delete;
 
-    /// Lets go before the scope ends.
+    /// Releases the mutex before the scope ends.
     void release() {
         if (mutex_)
             mutex_->unlock();

@@ -6,28 +6,29 @@ namespace NV_store {
 
 class NV_item;
 
-/// What settings are written to and read from: turns typed values and headers into bytes and keeps the checksums that
-/// are asked for. Where the bytes go to or come from is up to the classes derived from it.
+/// Writes and reads settings: turns typed values and headers into bytes, and updates the registered checksums. The
+/// derived classes move the bytes.
 ///
-/// Numbers are little-endian unless the options say otherwise; a bool is one byte of 0 or 1, read as false or, for
-/// any other value than 0, true. A header is one 32-bit number: type byte (bits 31 to 24), kind (23 to 16), id (15 to
+/// Numbers are little-endian unless the options say otherwise. A bool is one byte: 0 or 1 when written; when read,
+/// every value except 0 is true. A header is one 32-bit number: type byte (bits 31 to 24), kind (23 to 16), id (15 to
 /// 0). Not synchronised.
 class NV_iterator {
   public:
-    /// What an iterator is open for, and, when that is writing, which items take part.
+    /// What an iterator is open for, and, for writing, which items are included.
     enum modes_t {
         closed = 0,
         reading = 1,
         writing_all = 2,       ///< from the start, every item
         writing_set = 3,       ///< from the start, items that have been set or loaded
-        appending_written = 4, ///< behind what is there, items reported as written since they were saved
-        appending_changed = 5  ///< behind what is there, items whose value has changed since
+        appending_written = 4, ///< at the end, items reported as written since they were saved
+        appending_changed = 5  ///< at the end, items whose value has changed since they were saved
     };
 
     /// How numbers are written.
     enum Options { native = 0, big_endian = 1, little_endian = 2 };
 
-    /// A checksum over every byte that passes an iterator while it is registered there: CRC-32, see `Util::crc32`.
+    /// A checksum over every byte that an iterator pushes or pops while the checksum is registered: CRC-32, see
+    /// `Util::crc32`.
     class NV_checksum {
       public:
         void add(const unsigned char* bytes, int count);
@@ -36,10 +37,10 @@ class NV_iterator {
       private:
         friend class NV_iterator;
         std::uint32_t crc_ = 0;
-        NV_checksum* below_ = nullptr; ///< registered before this one
+        NV_checksum* next_ = nullptr; ///< the one that was registered before this one
     };
 
-    /// Decides which items take part in a pass.
+    /// Decides which items are included in a pass.
     class NV_selector {
       public:
         /// \param ok  set to whether the iterator's mode is one for writing
@@ -48,25 +49,25 @@ class NV_iterator {
         virtual ~NV_selector() = default;
     };
 
-    // ---- Virtual operations: what a place to write to or read from has to offer ----
+    // ---- Virtual operations: what a derived class provides ----
 
-    /// Opens for a purpose; closes first what was open.
+    /// Closes what is open, then opens in the new mode.
     virtual void set_mode(modes_t mode) = 0;
     virtual ~NV_iterator() = default;
-    /// Whether there is something to read, or, for some, whether there is something to work with at all.
+    /// Whether there is something to read; for some classes, whether there is a file or a buffer at all.
     virtual bool is_readable() = 0;
-    /// Whether all of the bytes were taken.
+    /// Writes bytes. \return whether all of them were written
     virtual bool push_bytes(unsigned char* bytes, int count) = 0;
-    /// Whether so many bytes were there; they are consumed.
+    /// Reads and consumes bytes. \return whether there were `count`
     virtual bool pop_bytes(unsigned char* bytes, int count) = 0;
-    /// The same; nothing is consumed.
+    /// Reads bytes and consumes none. \return whether there were `count`
     virtual bool peek_bytes(unsigned char* bytes, int count) = 0;
-    /// Bytes used, and bytes there are in all; 0 when that is not known.
+    /// Bytes in use, and bytes in all; 0 for what is not known.
     virtual void get_free_space(unsigned int& used, unsigned int& total) const = 0;
 
     modes_t get_mode() const { return mode_; }
 
-    /// Who decides which items take part; not owned, null: the items themselves.
+    /// Sets what decides which items are included; not owned. Null: the items decide themselves.
     void set_selector(const NV_selector* selector) { selector_ = selector; }
     const NV_selector* get_selector() const { return selector_; }
 
@@ -76,7 +77,7 @@ class NV_iterator {
     bool pop_header(std::uint32_t& header);
     bool peek_header(std::uint32_t& header);
 
-    // Values: whether there was room, or whether a whole value was there; if not, `value` is untouched
+    // ---- Values: whether one was written, or read; a `value` that was not read is unchanged ----
 
     bool push_bool(bool value, Options options);
     bool push_char(char value, Options options);
@@ -105,12 +106,14 @@ class NV_iterator {
     bool pop_double(double& value, Options options);
 
     /// Reads how many values a stored array has: one byte, or, for a matrix, a byte for the rows and one for the
-    /// columns. \param storage_class  1 or 2; for any other value there are none, and the result is false
+    /// columns.
+    /// \param storage_class  1 (array) or 2 (matrix)
+    /// \return false for any other class, and when the bytes are missing
     bool pop_array_size(int storage_class, unsigned& count);
 
-    // Checksums: not owned; each leaves before it dies. One that is there already sees every byte once; removing one
-    // that is not does nothing.
+    // ---- Checksums: not owned; remove each before it is destroyed ----
 
+    /// Adding one again, or removing one that is not registered, changes nothing.
     void add_checksum_getter(NV_checksum* checksum);
     void remove_checksum_getter(NV_checksum* checksum);
 

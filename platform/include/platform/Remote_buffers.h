@@ -5,10 +5,10 @@
 namespace CDS {
 namespace Remote {
 
-/// Values on their way to a peer process, one behind the other, in memory that the caller owns: numbers little-endian,
-/// a BOOL as one byte of 0 or 1, floating-point numbers as IEEE 754 has them. Not synchronised.
+/// Values to send to a peer process, one after the other, in memory that the caller owns: numbers little-endian, a BOOL
+/// as one byte of 0 or 1, floating-point numbers in IEEE 754 format. Not synchronised.
 ///
-/// Every append returns the number of bytes that it added: the size of the value, or 0 when there is no room for it.
+/// Every append returns the number of bytes that it added: the size of the value, or 0 when the value does not fit.
 class Send_buffer {
   public:
     Send_buffer(unsigned char* storage, int capacity) : storage_(storage), capacity_(capacity < 0 ? 0 : capacity) {}
@@ -41,15 +41,15 @@ class Send_buffer {
     int size_ = 0;
 };
 
-/// The other end: takes values out of what a peer has sent. Not synchronised.
+/// The values that a peer process has sent, in memory that the caller owns. Not synchronised.
 ///
-/// Every pop returns the number of bytes that it took: the size of the value, or 0, with `value` untouched, when fewer
-/// are left.
+/// Every pop returns the number of bytes that it consumed: the size of the value, or 0, with `value` unchanged, when
+/// fewer are left.
 class Receive_buffer {
   public:
     Receive_buffer(const unsigned char* data, int size) : data_(data), size_(size < 0 ? 0 : size) {}
 
-    /// Bytes that have not been taken.
+    /// Bytes that have not been consumed.
     int left() const { return size_ - position_; }
 
     int pop_BOOL(bool& value);

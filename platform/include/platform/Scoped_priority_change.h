@@ -1,7 +1,7 @@
 #pragma once
 
-/// Makes the calling thread step back behind others while it lives: work that nobody waits for. Needs no privilege;
-/// does nothing where the system refuses.
+/// While it exists, the calling thread is scheduled as a background thread: for work that nobody waits for. Needs no
+/// privilege; does nothing where the system refuses, or where the thread has a priority of its own.
 class Scoped_priority_change {
   public:
     Scoped_priority_change();

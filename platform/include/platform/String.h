@@ -2,16 +2,16 @@
 
 #include <string_view>
 
-/// A text in storage of a fixed size, always terminated; what does not fit is cut off. Allocates nothing.
+/// A text in storage of a fixed size, always terminated; longer texts are cut. Allocates nothing.
 class String_base {
   public:
     const char* c_str() const { return storage_; }
     unsigned length() const { return length_; }
-    /// Characters that it can hold.
+    /// Characters that the storage can hold, without the NUL.
     unsigned capacity() const { return capacity_; }
     std::string_view view() const { return {storage_, length_}; }
 
-    /// Takes over what fits of a text, which may be a part of this one. \return whether all of it did
+    /// Copies as much of a text as fits; it may be a part of this one. \return whether all of it fitted
     bool assign(std::string_view text) {
         length_ = text.size() < capacity_ ? static_cast<unsigned>(text.size()) : capacity_;
         std::char_traits<char>::move(storage_, text.data(), length_);
@@ -23,7 +23,7 @@ class String_base {
     String_base& operator=(const String_base&) = delete;
 
   protected:
-    /// \param storage  room for `capacity` + 1 characters
+    /// \param storage  `capacity` + 1 characters
     String_base(char* storage, unsigned capacity) : storage_(storage), capacity_(capacity), length_(0) {
         storage_[0] = '\0';
     }
@@ -35,7 +35,7 @@ class String_base {
     unsigned length_;
 };
 
-/// The same with storage of its own for `characters`.
+/// The same with its own storage for `characters`.
 template <unsigned characters>
 class String : public String_base {
   public:

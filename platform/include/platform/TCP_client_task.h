@@ -4,59 +4,63 @@
 #include <memory>
 #include <string>
 
-/// Keeps a TCP connection to one server, in a thread of its own: connects, watches the socket, and connects again when
-/// the connection is lost or cannot be made.
+/// Maintains a TCP connection to one server, in its own thread: connects, watches the socket, and reconnects when the
+/// connection is lost or an attempt fails.
 ///
-/// The derived class moves the bytes, in its hooks and, for the first bytes of a write, with the descriptor itself.
-/// Between two attempts the task waits: the reconnect period at first, twice as long after each attempt that fails, up
-/// to `longest_wait_ms`; after a connection, however short it was, it begins anew. (One that the server resets before
-/// the task has seen it counts as an attempt that fails.)
+/// The derived class moves the bytes: in its hooks and, when nothing is queued, directly through the descriptor.
+///
+/// **Back-off.** Before the next attempt the task waits: first for the reconnect period, then twice as long after each
+/// failed attempt, up to `longest_wait_ms`. A connection, however short, resets the wait. (A connection that the server
+/// resets before the task has seen it counts as a failed attempt.)
 ///
 /// **Threads.** The hooks run in the task's thread ("vro.TCPC"), without a lock of the task. The derived class uses
-/// `descriptor()` under one lock, which its `is_write_data_avail` takes too: the task calls that hook between making
-/// the descriptor -1 and closing it, so that nobody writes to a descriptor that has become somebody else's.
+/// `descriptor()` under one lock, which its `is_write_data_avail` acquires, too: the task calls that hook after it has
+/// set the descriptor to -1 and before it closes the socket, so that no thread writes to a descriptor that the system
+/// has given to another file meanwhile.
 ///
-/// **Signals.** Writing to a connection that the peer has closed raises SIGPIPE, as everywhere: programs ignore it.
+/// **Signals.** Writing to a connection that the peer has closed raises SIGPIPE: a program must ignore it.
 class TCP_client_task {
   public:
     static constexpr int default_reconnect_period_ms = 1000;
     static constexpr int default_connect_timeout_ms = 10000;
     static constexpr int longest_wait_ms = 30000;
 
-    /// Nothing runs yet.
-    /// \param addr  the server's address in digits, IPv4 or IPv6; copied. Names are not looked up
+    /// Starts nothing.
+    /// \param addr  the server's address in digits, IPv4 or IPv6; copied. Names are not resolved
     TCP_client_task(const char* addr, int port);
     TCP_client_task(const TCP_client_task&) = delete;
     TCP_client_task& operator=(const TCP_client_task&) = delete;
 
-    // Before `open`; in milliseconds, more than 0.
+    // ---- Configuration: before `open`, in milliseconds, above 0 ----
 
     /// The first wait between two attempts.
     void set_reconnect_period(int ms);
-    /// How long one attempt may take.
+    /// The time limit of one attempt.
     void set_connect_timeout(int ms);
 
-    /// Starts the thread and returns at once. When the address or port cannot be one, or the system has no descriptors
-    /// or threads left, that is reported through the debug printer and nothing runs.
+    // ---- Life cycle ----
+
+    /// Starts the thread and returns at once. When the address or port is invalid, or the system has no descriptors or
+    /// threads left, that is reported through the debug printer and no thread runs.
     void open();
-    /// Ends the thread and closes the socket; waits for a hook that is running. Called before the derived class's
-    /// members die, never from a hook.
+    /// Ends the thread and closes the socket; waits for a hook in progress. Call it before members of the derived class
+    /// are destroyed, never from a hook.
     void close();
 
-    /// Something is to be sent: makes the thread wait until the socket is writable. From any thread, also with a lock
-    /// held that hooks take.
+    /// There are bytes to send: makes the thread wait until the socket is writable. From any thread, also while holding
+    /// a lock that hooks acquire.
     void notify_write_data_avail();
 
   protected:
-    // Hooks: their order is part of the binary interface.
+    // ---- Hooks: their order is part of the binary interface ----
 
-    /// The socket is readable. Who does not read, because there is no room, sleeps before returning: the task would ask
-    /// again at once.
-    /// \return negative when the connection is gone
+    /// The socket is readable. A hook that has no free space and does not read must sleep before it returns: the task
+    /// calls it again at once.
+    /// \return negative when the connection is lost
     virtual int handle_read(int fd) = 0;
-    /// The socket is writable and there is something to send.
+    /// The socket is writable and there are bytes to send.
     virtual void handle_write(int fd) = 0;
-    /// Whether something is to be sent.
+    /// Whether there are bytes to send.
     virtual bool is_write_data_avail() = 0;
 
     virtual ~TCP_client_task();

@@ -4,11 +4,11 @@
 
 class avl_bstree;
 
-/// What makes an object fit for an `avl_bstree`: derive from it. A copy is in no tree.
+/// The base of the objects in an `avl_bstree`. A copy is in no tree.
 class __bsnode : public boost::intrusive::avl_set_base_hook<
                      boost::intrusive::link_mode<boost::intrusive::safe_link>> { // NOLINT: the platform's own name
   public:
-    /// Whether the node sits in a tree.
+    /// Whether the node is in a tree.
     bool is_in_tree() const { return is_linked(); }
 
   protected:
@@ -19,31 +19,31 @@ class __bsnode : public boost::intrusive::avl_set_base_hook<
     ~__bsnode() = default;
 };
 
-/// A balanced tree of objects that it does not own, ordered by a function of the owner's; equal ones may stand in it,
-/// side by side, in the order in which they came.
+/// A balanced tree of objects that it does not own, ordered by a comparison function. Equal objects are allowed; they
+/// are neighbours, in the order of insertion.
 ///
-/// A node leaves the tree before it dies. A tree that dies lets go of its nodes. No locks, no allocation.
+/// Remove a node before it is destroyed. A tree that is destroyed releases its nodes. No locks, no allocation.
 class avl_bstree {
   public:
-    /// Below, at or above 0 when the first goes before, is equal to, goes behind the second.
+    /// Negative, 0 or positive when the first is before, equal to or after the second.
     using Compare = int (*)(const __bsnode*, const __bsnode*);
 
     explicit avl_bstree(Compare compare) : nodes_(Order{compare}) {}
     avl_bstree(const avl_bstree&) = delete;
     avl_bstree& operator=(const avl_bstree&) = delete;
 
-    /// \return false, with nothing changed, when there is no node or it sits in a tree already
+    /// \return false, with nothing changed, when `node` is null or already in a tree
     bool insert(__bsnode* node);
-    /// Takes the very node out, whatever its key has become. It has to sit in this tree or in none.
-    /// \return whether it sat in it
+    /// Removes exactly this node, even if its key has changed. It must be in this tree or in none.
+    /// \return whether it was in the tree
     bool remove(__bsnode* node);
 
     bool empty() const { return nodes_.empty(); }
     /// The first in order; null when there is none.
     __bsnode* first() const;
-    /// The first of those that compare equal to `key`, which need not sit in the tree; null when there is none.
+    /// The first of those that compare equal to `key`, which need not be in the tree; null when there is none.
     __bsnode* find(const __bsnode* key) const;
-    /// The neighbours of a node of this tree; null at the end, and for a node that sits in none.
+    /// The neighbours of a node of this tree; null at the end, and for a node that is in no tree.
     __bsnode* next(const __bsnode* node) const;
     __bsnode* previous(const __bsnode* node) const;
 

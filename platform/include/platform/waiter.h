@@ -12,12 +12,12 @@
 
 class module_man;
 
-/// One message to a waiter: who sent it and what happened.
+/// A message to a waiter: its sender and what happened.
 struct waiter_event {
     std::int16_t source = 0;     ///< the sender's module id, from `module_man`
-    std::uint32_t words[2] = {}; ///< free for sender and receiver to agree on; zero when unused
-    int code = 0;                ///< what happened, in the sender's own numbering
-    std::uintptr_t target = 0;   ///< what it is about: an address or a number of the receiver's choice
+    std::uint32_t words[2] = {}; ///< whatever sender and receiver agree on; zero when unused
+    int code = 0;                ///< what happened, in the sender's numbering
+    std::uintptr_t target = 0;   ///< its object: an address or a number that the receiver chose
     void* payload = nullptr;     ///< memory from `malloc`, or null; its last holder calls `release_payload`
 };
 
@@ -26,11 +26,11 @@ inline void release_payload(waiter_event& event) {
     std::free(std::exchange(event.payload, nullptr));
 }
 
-/// A queue of events that one thread waits on and any thread sends to.
+/// A queue of events: one thread receives them, any thread sends them.
 ///
-/// Arrival order is always kept. At most `capacity` events wait: a sender is never blocked by a receiver that has
-/// stopped looking. All operations may be called from any thread. Destroy it only when no sender knows it any more;
-/// events still waiting are released with their payloads. Nothing is allocated after construction.
+/// The order of arrival is always kept. At most `capacity` events wait: a receiver that has stopped never blocks a
+/// sender. All operations may be called from any thread. Destroy it only when no sender uses it any longer; the
+/// payloads of waiting events are freed. Nothing is allocated after construction.
 class waiter_descriptor {
   public:
     static constexpr unsigned capacity = 1024;
@@ -41,30 +41,30 @@ class waiter_descriptor {
     waiter_descriptor(const waiter_descriptor&) = delete;
     waiter_descriptor& operator=(const waiter_descriptor&) = delete;
 
-    /// Gives the waiter a module id of its own.
+    /// Assigns the waiter its own module id.
     void init(module_man& modules);
     std::int16_t module_id() const { return module_id_; }
 
     /// Queues `event`, whose payload moves into the queue (`event.payload` is null afterwards).
     ///
-    /// When `capacity` events wait already: an event that equals a waiting one in source, code and target is taken as
-    /// that one if `merge` allows it; otherwise the oldest event is dropped, counted in `dropped()` and, the
-    /// first time, reported through the debug printer.
-    /// \param urgent  for makers whose loops have priorities; of no effect here
+    /// When the queue is full: if `merge` is set and an event with the same source, code and target waits, the new one
+    /// is discarded; otherwise the oldest event is dropped, counted in `dropped()` and, the first time, reported
+    /// through the debug printer.
+    /// \param urgent  for makers whose loops have priorities; no effect here
     /// \return true: the event, or its equal, is in the queue
     bool send_event(waiter_event& event, bool urgent, bool merge);
 
-    /// Takes the oldest event, waiting for one until `deadline`.
-    /// \return 0 with the event in `event`, which owns its payload now; 1 when the deadline passed first
+    /// Removes the oldest event; waits for one until `deadline`.
+    /// \return 0 with the event in `event`, which owns the payload now; 1 when the deadline passed first
     int get_event(waiter_event& event, Atime deadline);
 
-    /// Takes the oldest event, waiting for one without limit.
+    /// Removes the oldest event; waits for one without a time limit.
     /// \return 0
     int get_event(waiter_event& event);
 
-    /// Events waiting.
+    /// Number of waiting events.
     unsigned waiting() const;
-    /// Events lost because the queue was full.
+    /// Number of events that were dropped because the queue was full.
     unsigned dropped() const;
 
   private:

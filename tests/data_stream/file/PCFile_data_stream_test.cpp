@@ -324,7 +324,7 @@ TEST_F(PCFile_writing, checks_before_each_attempt_whether_the_file_exists) {
     ASSERT_TRUE(pcfCreateWrite("c", nullptr)); // the store is busy
     const Replaced_delays delays([this](std::size_t count) {
         if (count == 2) {
-            pcfCloseWrite(-1);
+            EXPECT_TRUE(pcfCloseWrite(-1));
             store.make_file("b", "created meanwhile ");
         }
     });

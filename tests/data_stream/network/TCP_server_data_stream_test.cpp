@@ -1,4 +1,4 @@
-// What the two server streams do alike is tested over both; then what each has of its own.
+// The common behaviour of the two server streams, tested over both; then what is special to each.
 
 #include <glue/data_stream/TCP_server_buffered_data_stream.h>
 #include <glue/data_stream/TCP_server_data_stream.h>
@@ -15,7 +15,6 @@
 #include <support/fakes/Replaced_delays.h>
 #include <support/files/descriptors.h>
 #include <support/processes/Program.h>
-#include <support/processes/processor_time.h>
 #include <support/streams/Open_pair.h>
 #include <support/streams/TCP_streams.h>
 #include <support/streams/With_ring_lock.h>
@@ -38,7 +37,7 @@ namespace {
 constexpr unsigned capacity = Data_stream::rx_capacity;
 constexpr unsigned eight_mib = 8U << 20;
 
-/// The names of this process's threads.
+/// The names of the threads of this process.
 std::multiset<std::string> thread_names() {
     std::multiset<std::string> names;
     for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
@@ -66,7 +65,7 @@ struct TCP_server_streams : testing::Test {
 using Both = testing::Types<TCP_server_data_stream, TCP_server_buffered_data_stream>;
 TYPED_TEST_SUITE(TCP_server_streams, Both);
 
-TYPED_TEST(TCP_server_streams, own_operations_have_their_slots_behind_those_of_the_event_sender) {
+TYPED_TEST(TCP_server_streams, own_operations_have_their_slots_after_those_of_the_event_sender) {
     EXPECT_EQ(vtable_slot(&TypeParam::lock), 3U);
     EXPECT_EQ(vtable_slot(&TypeParam::unlock), 4U);
     const std::size_t first = vtable_slot(&Event_sender_data_stream::traces_itself) + 1;
@@ -98,7 +97,7 @@ TYPED_TEST(TCP_server_streams, received_bytes_are_announced_and_read) {
     EXPECT_TRUE(this->waiter.wait_for(1));
     EXPECT_EQ(take(this->stream, 5), "hello");
     EXPECT_EQ(this->waiter.codes()[0], 0);
-    EXPECT_EQ(this->waiter.sources()[0], 1); // the stream was the first to ask for a module id
+    EXPECT_EQ(this->waiter.sources()[0], 1); // the stream got the first module id
 }
 
 TYPED_TEST(TCP_server_streams, written_bytes_go_to_every_client) {
@@ -110,7 +109,7 @@ TYPED_TEST(TCP_server_streams, written_bytes_go_to_every_client) {
 }
 
 TYPED_TEST(TCP_server_streams, write_without_clients_succeeds) {
-    EXPECT_EQ(write_bytes(this->stream, "to nobody"), 9);
+    EXPECT_EQ(write_bytes(this->stream, "to none"), 7);
 }
 
 TYPED_TEST(TCP_server_streams, write_that_the_platform_refuses_returns_0) {
@@ -129,10 +128,10 @@ TYPED_TEST(TCP_server_streams, megabytes_pass_unchanged_in_both_directions_at_on
     std::thread receives([&] { EXPECT_TRUE(client.receive(out.size()) == out); });
     std::thread writes([&] {
         for (std::size_t at = 0; at < out.size();) {
-            const int written = write_bytes(this->stream, out.substr(at, 10000));
+            int written = 0;
+            const std::string piece = out.substr(at, 10000);
+            ASSERT_TRUE(eventually([&] { return (written = write_bytes(this->stream, piece)) > 0; }));
             at += static_cast<std::size_t>(written);
-            if (written == 0)
-                std::this_thread::sleep_for(1ms);
         }
     });
     EXPECT_TRUE(take(this->stream, in.size()) == in);
@@ -146,12 +145,12 @@ TYPED_TEST(TCP_server_streams, slow_reader_loses_nothing) {
     const std::string bytes = random.bytes(3 * capacity);
     std::thread sends([&] { client.send(bytes); });
     EXPECT_TRUE(eventually([this] { return this->stream.bytes_avail() == capacity; }));
-    EXPECT_LT(cpu_time_during(300ms), 150ms);
+    EXPECT_TRUE(process_rests());
     EXPECT_EQ(take(this->stream, bytes.size()), bytes);
     sends.join();
 }
 
-TYPED_TEST(TCP_server_streams, reader_of_a_full_ring_is_reminded) {
+TYPED_TEST(TCP_server_streams, reader_of_a_full_ring_is_notified_again) {
     const TCP_socket client = connect_to(this->stream);
     client.send(std::string(capacity + 1, 'x'));
     EXPECT_TRUE(eventually([this] { return this->stream.bytes_avail() == capacity; }));
@@ -160,13 +159,13 @@ TYPED_TEST(TCP_server_streams, reader_of_a_full_ring_is_reminded) {
     this->stream.dereg_rx_waiter();
 }
 
-TYPED_TEST(TCP_server_streams, socat_is_a_peer_like_any_other) {
+TYPED_TEST(TCP_server_streams, socat_exchanges_bytes) {
     wait_until_open(this->stream);
     const std::string address = "TCP:127.0.0.1:" + std::to_string(this->stream.local_port());
     Program_result result;
-    std::thread talks([&] { result = Program("socat", {"-t20", "-", address}).input("question\n").run(); });
+    std::thread peer([&] { result = Program("socat", {"-t20", "-", address}).input("question\n").run(); });
     EXPECT_EQ(take(this->stream, 9), "question\n");
-    talks.join();
+    peer.join();
     EXPECT_EQ(result.status, 0) << result.errors;
 }
 
@@ -177,29 +176,29 @@ TYPED_TEST(TCP_server_streams, socat_receives_what_is_written) {
     std::thread listens([&] { result = Program("socat", {"-u", address, "-"}).reader_leaves_after(6).run(); });
     EXPECT_TRUE(eventually([this] { return this->stream.connection_count() == 1; }));
     EXPECT_EQ(write_bytes(this->stream, "answer"), 6);
-    // It notices that its reader has left when there is more to say.
+    // socat notices that its reader has closed when it writes more.
     EXPECT_TRUE(
         eventually([this] { return write_bytes(this->stream, "more") == 4 && this->stream.connection_count() == 0; }));
     listens.join();
     EXPECT_EQ(result.output, "answer");
 }
 
-TYPED_TEST(TCP_server_streams, taken_port_leaves_a_silent_stream) {
-    TCP_port taken;
-    taken.listen();
+TYPED_TEST(TCP_server_streams, port_in_use_leaves_a_closed_stream_without_a_message) {
+    TCP_port used_port;
+    used_port.listen();
     const Captured_descriptor errors(2);
     {
-        TypeParam closed(this->modules, taken.number());
-        const TCP_socket elsewhere = TCP_socket::connected_to(taken.number());
+        TypeParam closed(this->modules, used_port.number());
+        const TCP_socket elsewhere = TCP_socket::connected_to(used_port.number());
         EXPECT_EQ(write_bytes(closed, "nowhere"), 7);
         EXPECT_EQ(closed.bytes_avail(), 0U);
         EXPECT_EQ(closed.local_port(), -1);
     }
-    TypeParam beyond(this->modules, 65536);
+    TypeParam too_large(this->modules, 65536);
     EXPECT_EQ(errors.text(), "");
 }
 
-TYPED_TEST(TCP_server_streams, offer_takes_what_fits_and_marks_the_ring_full) {
+TYPED_TEST(TCP_server_streams, offer_appends_what_fits_and_marks_the_ring_full) {
     const std::string bytes = numbered(capacity);
     EXPECT_EQ(offer(this->stream, bytes.substr(0, capacity - 4)), capacity - 4);
     const Replaced_delays delays;
@@ -209,7 +208,7 @@ TYPED_TEST(TCP_server_streams, offer_takes_what_fits_and_marks_the_ring_full) {
     EXPECT_EQ(take_buffered(this->stream), bytes);
 }
 
-TYPED_TEST(TCP_server_streams, offer_to_a_full_ring_is_refused_announced_and_slowed_down_without_the_lock) {
+TYPED_TEST(TCP_server_streams, offer_to_a_full_ring_is_refused_announced_and_delayed_without_the_lock) {
     const std::string bytes = numbered(capacity);
     offer(this->stream, bytes);
     this->stream.reg_rx_waiter(this->waiter, false);
@@ -241,7 +240,7 @@ TYPED_TEST(TCP_server_streams, offers_are_announced_with_code_0_even_when_they_f
     EXPECT_EQ(delays.units(), std::vector<int>{});
 }
 
-TYPED_TEST(TCP_server_streams, direct_reads_tell_whether_the_ring_is_full) {
+TYPED_TEST(TCP_server_streams, direct_reads_are_announced_with_code_1_when_the_ring_is_full) {
     this->stream.reg_rx_waiter(this->waiter, false);
     const auto announce = [this] {
         const std::lock_guard held(this->stream);
@@ -296,7 +295,7 @@ int port_opened_by(const std::string& spec) {
     return stream->local_port();
 }
 
-TYPED_TEST(TCP_server_streams, specification_names_the_port_wherever_it_stands) {
+TYPED_TEST(TCP_server_streams, specification_may_have_any_text_around_the_word_and_the_port) {
     const TCP_port port;
     const std::string text = Word<TypeParam>::mine + std::to_string(port.number());
     EXPECT_EQ(port_opened_by<TypeParam>(text), port.number());
@@ -314,12 +313,12 @@ TYPED_TEST(TCP_server_streams, specification_of_another_kind_makes_nothing) {
     EXPECT_EQ(TypeParam::create(this->modules, Word<TypeParam>::other), nullptr);
 }
 
-TYPED_TEST(TCP_server_streams, specification_with_a_number_beyond_an_int_throws) {
+TYPED_TEST(TCP_server_streams, specification_with_a_number_above_an_int_throws) {
     const std::string spec = std::string(Word<TypeParam>::mine) + "99999999999";
     EXPECT_THROW(TypeParam::create(this->modules, spec.c_str()), std::out_of_range);
 }
 
-TYPED_TEST(TCP_server_streams, specification_with_very_many_digits_is_read_without_using_stack_for_each) {
+TYPED_TEST(TCP_server_streams, specification_with_a_million_digits_does_not_use_stack_for_each) {
     const TCP_port port;
     const std::string digits = std::to_string(port.number());
     for (const std::size_t count : {100'000U, 1'000'000U}) {
@@ -357,7 +356,7 @@ TEST_F(TCP_server_data_stream_test, flush_leaves_unread_bytes) {
     EXPECT_EQ(take_buffered(stream), "unread");
 }
 
-TEST_F(TCP_server_data_stream_test, logs_only_the_directions_asked_for_and_counts_while_it_does) {
+TEST_F(TCP_server_data_stream_test, logs_only_the_selected_directions_and_counts_only_logged_bytes) {
     const Captured_debug debug;
     Debug::Print::enable(port_logging_category, true);
     stream.set_description("port");
@@ -380,7 +379,7 @@ TEST_F(TCP_server_data_stream_test, logs_only_the_directions_asked_for_and_count
                                           "<time> port[WR](3/6): out\n");
 }
 
-TEST_F(TCP_server_data_stream_test, logs_what_is_offered_even_when_it_is_refused) {
+TEST_F(TCP_server_data_stream_test, logs_offered_bytes_even_when_they_are_refused) {
     offer(stream, std::string(capacity, 'x'));
     const Replaced_delays delays;
     const Captured_debug debug;
@@ -392,7 +391,7 @@ TEST_F(TCP_server_data_stream_test, logs_what_is_offered_even_when_it_is_refused
     EXPECT_EQ(debug.text_without_times(), "<time> port[RD](7/7): refused\n");
 }
 
-TEST_F(TCP_server_data_stream_test, logs_what_is_written_even_when_it_is_refused) {
+TEST_F(TCP_server_data_stream_test, logs_written_bytes_even_when_they_are_refused) {
     const TCP_socket client = connect_to(stream);
     const Captured_debug debug;
     Debug::Print::enable(port_logging_category, true);
@@ -403,7 +402,7 @@ TEST_F(TCP_server_data_stream_test, logs_what_is_written_even_when_it_is_refused
     EXPECT_EQ(bytes_ready(client.fd()), 0);
 }
 
-TEST_F(TCP_server_data_stream_test, logs_every_received_byte_once_however_slow_the_reader_is) {
+TEST_F(TCP_server_data_stream_test, logs_every_received_byte_once_even_with_a_slow_reader) {
     const Captured_debug debug;
     const TCP_socket client = connect_to(stream);
     Debug::Print::enable(port_logging_category, true);
@@ -417,7 +416,7 @@ TEST_F(TCP_server_data_stream_test, logs_every_received_byte_once_however_slow_t
     EXPECT_THAT(debug.text(), HasSubstr("/" + std::to_string(bytes.size()) + "): "));
 }
 
-TEST_F(TCP_server_data_stream_test, clients_take_turns_while_room_is_scarce) {
+TEST_F(TCP_server_data_stream_test, every_client_is_served_while_free_space_is_scarce) {
     std::vector<TCP_socket> clients;
     for (const char letter : {'a', 'b', 'c'}) {
         clients.push_back(connect_to(stream));
@@ -441,10 +440,10 @@ TEST_F(TCP_server_data_stream_test, logs_clients_under_its_description) {
     EXPECT_THAT(debug.text_without_times(), HasSubstr("<time> port: client 0 connected from 127.0.0.1:"));
 }
 
-/// Holds the server's thread up until it is let go.
-class Held_up {
+/// Blocks the server's thread until it is released.
+class Blocked_server {
   public:
-    explicit Held_up(TCP_server_data_stream& stream) : announcement_(stream), client_(connect_to(stream)) {
+    explicit Blocked_server(TCP_server_data_stream& stream) : announcement_(stream), client_(connect_to(stream)) {
         client_.send("!");
         announcement_.wait_until_inside();
     }
@@ -455,13 +454,13 @@ class Held_up {
     TCP_socket client_;
 };
 
-TEST_F(TCP_server_data_stream_test, destruction_tells_after_100_polls_that_the_server_does_not_end) {
+TEST_F(TCP_server_data_stream_test, destruction_reports_after_100_polls_that_the_server_has_not_ended) {
     auto stuck = std::make_unique<TCP_server_data_stream>(modules, 0);
-    Held_up held_up(*stuck);
+    Blocked_server blocked(*stuck);
     const Captured_descriptor errors(2);
     const Replaced_delays delays([&](std::size_t count) {
         if (count == 100)
-            held_up.release();
+            blocked.release();
     });
     stuck.reset();
     EXPECT_EQ(errors.text(), "Couldnt close TCP_server_data_stream cleanly\n");
@@ -470,13 +469,13 @@ TEST_F(TCP_server_data_stream_test, destruction_tells_after_100_polls_that_the_s
 
 TEST_F(TCP_server_data_stream_test, destruction_is_silent_when_the_server_ends_in_time) {
     auto busy = std::make_unique<TCP_server_data_stream>(modules, 0);
-    Held_up held_up(*busy);
+    Blocked_server blocked(*busy);
     const Captured_descriptor errors(2);
     TCP_server* const server = busy.get();
     const Replaced_delays delays([&](std::size_t count) {
         if (count != 50)
             return;
-        held_up.release();
+        blocked.release();
         EXPECT_TRUE(eventually([server] { return server->is_finished(); }));
     });
     busy.reset();
@@ -493,7 +492,7 @@ struct TCP_server_buffered_data_stream_test : testing::Test {
     TCP_server_buffered_data_stream stream{modules, 0};
 };
 
-TEST_F(TCP_server_buffered_data_stream_test, threads_are_numbered_through_the_process) {
+TEST_F(TCP_server_buffered_data_stream_test, threads_are_numbered_in_the_process) {
     const int first = std::stoi(stream.get_task_name().substr(4));
     const TCP_server_buffered_data_stream second(modules, 0);
     EXPECT_EQ(stream.get_task_name(), "TCSB" + std::to_string(first));
@@ -504,7 +503,7 @@ TEST_F(TCP_server_buffered_data_stream_test, threads_are_numbered_through_the_pr
     }));
 }
 
-[[noreturn]] void exit_with_whether_numbers_begin_at_0() {
+[[noreturn]] void exit_with_0_if_numbers_begin_at_0() {
     module_man modules;
     const TCP_server_buffered_data_stream first(modules, 0);
     const TCP_server_buffered_data_stream second(modules, 0);
@@ -512,8 +511,8 @@ TEST_F(TCP_server_buffered_data_stream_test, threads_are_numbered_through_the_pr
 }
 
 TEST(TCP_server_buffered_data_stream_DeathTest, numbers_begin_at_0_in_a_new_process) {
-    testing::FLAGS_gtest_death_test_style = "threadsafe"; // a process of its own, with its own count
-    EXPECT_EXIT(exit_with_whether_numbers_begin_at_0(), testing::ExitedWithCode(0), "");
+    testing::FLAGS_gtest_death_test_style = "threadsafe"; // a new process, with its own count
+    EXPECT_EXIT(exit_with_0_if_numbers_begin_at_0(), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(TCP_server_buffered_data_stream_test, flush_discards_unread_bytes_and_sends_nothing) {
@@ -533,7 +532,7 @@ TEST_F(TCP_server_buffered_data_stream_test, flush_discards_unread_bytes_and_sen
 
 TEST_F(TCP_server_buffered_data_stream_test, ring_that_is_filled_is_announced_with_code_1) {
     Recording_waiter waiter(modules);
-    stream.reg_rx_waiter(waiter, true); // quiet: code 1 only
+    stream.reg_rx_waiter(waiter, true); // quiet: only code 1
     const TCP_socket client = connect_to(stream);
     client.send(std::string(capacity, 'x'));
     EXPECT_TRUE(waiter.wait_for(1));
@@ -545,7 +544,7 @@ TEST_F(TCP_server_buffered_data_stream_test, leaves_logging_to_the_platform) {
     const Captured_debug debug;
     Debug::Print::enable(port_logging_category, true);
     stream.set_description("port");
-    EXPECT_EQ(stream.set_port_logging(Data_stream::log_reads), 0); // any flag means both directions
+    EXPECT_EQ(stream.set_port_logging(Data_stream::log_reads), 0); // any flag: both directions
     offer(stream, "not logged by the stream");
     write_bytes(stream, "out");
     EXPECT_EQ(debug.text_without_times(), "<time> port[WR](3): out\n");

@@ -1,4 +1,4 @@
-// The TCP streams among many peers, peers that behave badly, and users that come and go.
+// The TCP streams with many peers, with peers that misbehave, and with many short-lived streams.
 
 #include <glue/data_stream/TCP_client_data_stream.h>
 #include <glue/data_stream/TCP_server_buffered_data_stream.h>
@@ -13,6 +13,7 @@
 #include <support/files/descriptors.h>
 #include <support/processes/Program.h>
 #include <support/processes/processes.h>
+#include <support/processes/processor_time.h>
 #include <support/streams/TCP_streams.h>
 #include <support/streams/destruction.h>
 
@@ -33,17 +34,17 @@ using testing::HasSubstr;
 
 namespace {
 
-/// What a process has open and runs: two snapshots are equal when nothing was left behind in between.
-struct Belongings {
+/// The descriptors and threads of the process: two snapshots are equal when nothing was leaked in between.
+struct Resources {
     int descriptors = open_descriptors();
     int threads = ::threads();
 
-    bool operator==(const Belongings& other) const {
+    bool operator==(const Resources& other) const {
         return descriptors == other.descriptors && threads == other.threads;
     }
 };
 
-/// Reads everything that comes, in a thread of its own, until the connection ends.
+/// Reads everything in its own thread until the connection ends.
 class Reading_client {
   public:
     explicit Reading_client(TCP_socket socket) : socket_(std::move(socket)), reader_([this] { read_all(); }) {}
@@ -53,7 +54,7 @@ class Reading_client {
 
     void send(const std::string& bytes) const { socket_.send(bytes); }
     std::size_t count() const { return count_; }
-    /// Once the connection has ended.
+    /// Waits for the end of the connection.
     const std::string& received() {
         EXPECT_TRUE(eventually([this] { return ended_.load(); }));
         return received_;
@@ -62,8 +63,8 @@ class Reading_client {
   private:
     void read_all() {
         char piece[65536];
-        for (ssize_t came = 0; (came = ::read(socket_.fd(), piece, sizeof piece)) > 0; count_ = received_.size())
-            received_.append(piece, static_cast<std::size_t>(came));
+        for (ssize_t count = 0; (count = ::read(socket_.fd(), piece, sizeof piece)) > 0; count_ = received_.size())
+            received_.append(piece, static_cast<std::size_t>(count));
         ended_ = true;
     }
 
@@ -74,7 +75,7 @@ class Reading_client {
     std::thread reader_;
 };
 
-/// A socat process that connects and prints what comes, until it is killed.
+/// A socat process that connects and prints what it receives, until it is killed.
 class Socat_client {
   public:
     explicit Socat_client(int port)
@@ -87,7 +88,7 @@ class Socat_client {
     Socat_client(const Socat_client&) = delete;
     Socat_client& operator=(const Socat_client&) = delete;
 
-    /// \return how it ended
+    /// \return the result of the process
     Program_result kill() {
         if (runs_.joinable()) {
             send_signal(pid_, SIGKILL);
@@ -102,7 +103,7 @@ class Socat_client {
     std::thread runs_;
 };
 
-/// Sends for as long as it lives.
+/// Sends while it exists.
 class Flood {
   public:
     explicit Flood(const TCP_socket& socket)
@@ -123,9 +124,9 @@ class Flood {
     std::thread sends_;
 };
 
-/// Destroys a stream to which its peer is sending without end.
-/// \param full  wait until nothing more fits
-void destroy_amid_traffic(std::unique_ptr<Event_sender_data_stream> stream, const TCP_socket& peer, bool full) {
+/// Destroys a stream while its peer sends continuously.
+/// \param full  wait until the ring is full
+void destroy_during_traffic(std::unique_ptr<Event_sender_data_stream> stream, const TCP_socket& peer, bool full) {
     Recording_waiter waiter;
     stream->reg_rx_waiter(waiter, false);
     {
@@ -152,7 +153,7 @@ struct TCP_server_peers : testing::Test {
 using Both = testing::Types<TCP_server_data_stream, TCP_server_buffered_data_stream>;
 TYPED_TEST_SUITE(TCP_server_peers, Both);
 
-TYPED_TEST(TCP_server_peers, one_that_stops_reading_and_one_that_is_killed_cost_three_others_nothing) {
+TYPED_TEST(TCP_server_peers, one_that_stops_reading_and_one_that_is_killed_do_not_affect_three_others) {
     const TCP_socket stopped = connect_to(*this->stream, 4096);
     Socat_client killed(this->stream->local_port());
     ASSERT_TRUE(this->has_clients(2));
@@ -166,7 +167,7 @@ TYPED_TEST(TCP_server_peers, one_that_stops_reading_and_one_that_is_killed_cost_
         const std::string bytes = random.bytes(random.between(1, 20000));
         ASSERT_EQ(write_bytes(*this->stream, bytes), static_cast<int>(bytes.size()));
         written += bytes;
-        for (const auto& other : others) // who reads is never far behind, however busy the machine is
+        for (const auto& other : others) // waits for the readers, also on a busy machine
             ASSERT_TRUE(eventually([&] { return other->count() + 100000 > written.size(); }));
     };
     while (written.size() < 500000)
@@ -180,20 +181,20 @@ TYPED_TEST(TCP_server_peers, one_that_stops_reading_and_one_that_is_killed_cost_
         ASSERT_NO_FATAL_FAILURE(write_more());
 
     for (const auto& other : others)
-        other->send("heard");
-    EXPECT_EQ(take(*this->stream, 15), "heardheardheard");
+        other->send("reply");
+    EXPECT_EQ(take(*this->stream, 15), "replyreplyreply");
     for (const auto& other : others)
         EXPECT_TRUE(eventually([&] { return other->count() == written.size(); }));
     this->stream.reset();
     for (const auto& other : others)
         EXPECT_TRUE(other->received() == written);
-    const std::string got = stopped.receive_all();
-    EXPECT_TRUE(got == written.substr(0, got.size()));
+    const std::string received = stopped.receive_all();
+    EXPECT_TRUE(received == written.substr(0, received.size()));
 }
 
-TYPED_TEST(TCP_server_peers, a_thousand_that_close_at_once_leave_nothing_behind) {
+TYPED_TEST(TCP_server_peers, thousand_that_close_at_once_leak_nothing) {
     wait_until_open(*this->stream);
-    const Belongings before;
+    const Resources before;
     for (int i = 0; i < 1000; ++i) {
         TCP_socket client = TCP_socket::connected_to(this->stream->local_port());
         if (i % 3 == 0)
@@ -202,14 +203,14 @@ TYPED_TEST(TCP_server_peers, a_thousand_that_close_at_once_leave_nothing_behind)
             client.end_sending();
     }
     EXPECT_TRUE(this->has_clients(0));
-    EXPECT_TRUE(eventually([&] { return Belongings() == before; }));
+    EXPECT_TRUE(eventually([&] { return Resources() == before; }));
     EXPECT_TRUE(process_rests());
     const TCP_socket late = connect_to(*this->stream);
     EXPECT_EQ(write_bytes(*this->stream, "welcome"), 7);
     EXPECT_EQ(late.receive(7), "welcome");
 }
 
-TYPED_TEST(TCP_server_peers, get_the_writes_of_two_threads_unmixed) {
+TYPED_TEST(TCP_server_peers, receive_the_writes_of_two_threads_unmixed) {
     const TCP_socket one = connect_to(*this->stream, 4096);
     constexpr std::size_t size = 1777;
     constexpr int count = 1000;
@@ -231,9 +232,9 @@ TYPED_TEST(TCP_server_peers, get_the_writes_of_two_threads_unmixed) {
     EXPECT_EQ(counts, (std::map<char, int>{{'a', count}, {'b', count}}));
 }
 
-TYPED_TEST(TCP_server_peers, see_a_thousand_streams_come_and_go) {
+TYPED_TEST(TCP_server_peers, of_a_thousand_short_lived_streams_leak_nothing) {
     wait_until_open(*this->stream);
-    const Belongings before;
+    const Resources before;
     const Captured_descriptor errors(2);
     for (int i = 0; i < 1000; ++i) {
         TypeParam short_lived(this->modules, 0);
@@ -241,21 +242,21 @@ TYPED_TEST(TCP_server_peers, see_a_thousand_streams_come_and_go) {
             connect_to(short_lived).send("bye");
     }
     EXPECT_EQ(errors.text(), "");
-    EXPECT_TRUE(eventually([&] { return Belongings().threads == before.threads; }));
-    EXPECT_EQ(Belongings().descriptors, before.descriptors + 2); // those of the captured one
+    EXPECT_TRUE(eventually([&] { return Resources().threads == before.threads; }));
+    EXPECT_EQ(Resources().descriptors, before.descriptors + 2); // those of `errors`
 }
 
-TYPED_TEST(TCP_server_peers, sent_something_that_is_announced_while_the_stream_is_destroyed) {
-    const Captured_descriptor errors(2); // it may say that it is held up
+TYPED_TEST(TCP_server_peers, may_send_while_the_stream_is_destroyed_and_the_event_arrives) {
+    const Captured_descriptor errors(2); // the destructor may report that it waits
     const TCP_socket client = connect_to(*this->stream);
     expect_event_on_its_way_to_arrive(std::move(this->stream), [&] { client.send("!"); });
 }
 
-TYPED_TEST(TCP_server_peers, go_on_sending_while_the_stream_is_destroyed) {
+TYPED_TEST(TCP_server_peers, may_send_continuously_while_the_stream_is_destroyed) {
     for (int i = 0; i < 20; ++i) {
         auto short_lived = std::make_unique<TypeParam>(this->modules, 0);
         const TCP_socket client = connect_to(*short_lived);
-        destroy_amid_traffic(std::move(short_lived), client, i % 2 == 0);
+        destroy_during_traffic(std::move(short_lived), client, i % 2 == 0);
     }
 }
 
@@ -265,7 +266,7 @@ struct TCP_client_peers : testing::Test {
     const Signal_disposition no_pipe_signal{SIGPIPE, SIG_IGN};
     module_man modules;
     TCP_port port;
-    Captured_descriptor errors{2}; // the stream says there that a connection has ended
+    Captured_descriptor errors{2}; // the stream reports the end of a connection there
 
     TCP_client_peers() { port.listen(); }
 
@@ -274,21 +275,21 @@ struct TCP_client_peers : testing::Test {
     }
 };
 
-TEST_F(TCP_client_peers, that_close_at_once_a_thousand_times_leave_nothing_behind) {
+TEST_F(TCP_client_peers, that_close_at_once_a_thousand_times_leak_nothing) {
     const auto stream = make_stream();
     port.accept().close();
-    const Belongings before;
-    const Cpu_stopwatch cpu;
+    const Resources before;
+    const auto before_all = processor_time();
     for (int i = 0; i < 1000; ++i)
         port.accept().close();
-    EXPECT_LT(cpu.used(), 20s);
-    EXPECT_EQ(Belongings().threads, before.threads);
+    EXPECT_LT(processor_time() - before_all, 20s);
+    EXPECT_EQ(Resources().threads, before.threads);
     EXPECT_TRUE(eventually([&] { return open_descriptors() <= before.descriptors + 1; }));
     port.accept().send("stays");
     EXPECT_EQ(take(*stream, 5), "stays");
 }
 
-TEST_F(TCP_client_peers, that_close_at_once_are_left_in_peace_for_the_second_that_is_the_usual_period) {
+TEST_F(TCP_client_peers, that_close_at_once_are_reconnected_after_the_default_period_of_a_second) {
     const auto stream = make_stream(-1);
     TCP_socket server = port.accept();
     const Stopwatch since;
@@ -299,14 +300,14 @@ TEST_F(TCP_client_peers, that_close_at_once_are_left_in_peace_for_the_second_tha
     EXPECT_LT(since.elapsed(), 10s);
 }
 
-TEST_F(TCP_client_peers, see_a_thousand_streams_come_and_go) {
-    const Belongings before;
+TEST_F(TCP_client_peers, of_a_thousand_short_lived_streams_leak_nothing) {
+    const Resources before;
     for (int i = 0; i < 1000; ++i) {
         const auto stream = make_stream();
         write_bytes(*stream, "x");
         if (i % 4 == 0)
             port.accept();
-        if (i % 50 == 0) { // nor does the queue of the listener fill up
+        if (i % 50 == 0) { // empties the queue of the listener
             port.stop_listening();
             port.listen();
         }
@@ -315,17 +316,17 @@ TEST_F(TCP_client_peers, see_a_thousand_streams_come_and_go) {
     EXPECT_TRUE(eventually([&] { return threads() == before.threads; }));
 }
 
-TEST_F(TCP_client_peers, sent_something_that_is_announced_while_the_stream_is_destroyed) {
+TEST_F(TCP_client_peers, may_send_while_the_stream_is_destroyed_and_the_event_arrives) {
     auto stream = make_stream();
     const TCP_socket server = port.accept();
     expect_event_on_its_way_to_arrive(std::move(stream), [&] { server.send("!"); });
 }
 
-TEST_F(TCP_client_peers, go_on_sending_while_the_stream_is_destroyed) {
+TEST_F(TCP_client_peers, may_send_continuously_while_the_stream_is_destroyed) {
     for (int i = 0; i < 20; ++i) {
         auto stream = make_stream();
         const TCP_socket server = port.accept();
-        destroy_amid_traffic(std::move(stream), server, i % 2 == 0);
+        destroy_during_traffic(std::move(stream), server, i % 2 == 0);
     }
 }
 

@@ -19,7 +19,7 @@ struct Port_logging_test : testing::Test {
     }
     void TearDown() override { SetUp(); }
 
-    static void listen() {
+    static void set_logger() {
         snoop_logger = [](const char* text, unsigned length) { snooped.emplace_back(text, length); };
     }
     static void log(const std::string& bytes, unsigned* counter = nullptr) {
@@ -28,7 +28,7 @@ struct Port_logging_test : testing::Test {
     }
 };
 
-TEST_F(Port_logging_test, nothing_happens_when_nobody_listens) {
+TEST_F(Port_logging_test, nothing_happens_without_printer_and_logger) {
     const Captured_debug debug;
     unsigned counter = 5;
     log("abc", &counter);
@@ -36,7 +36,7 @@ TEST_F(Port_logging_test, nothing_happens_when_nobody_listens) {
     EXPECT_EQ(counter, 5U);
 }
 
-TEST_F(Port_logging_test, printer_gets_a_line_with_time_name_direction_and_count) {
+TEST_F(Port_logging_test, printer_receives_a_line_with_time_name_direction_and_count) {
     const Captured_debug debug;
     Debug::Print::enable(136, true);
     log("a\r\n");
@@ -44,7 +44,7 @@ TEST_F(Port_logging_test, printer_gets_a_line_with_time_name_direction_and_count
     EXPECT_TRUE(snooped.empty());
 }
 
-TEST_F(Port_logging_test, counter_grows_and_is_shown) {
+TEST_F(Port_logging_test, counter_grows_and_is_printed) {
     const Captured_debug debug;
     Debug::Print::enable(136, true);
     unsigned counter = 5;
@@ -53,9 +53,9 @@ TEST_F(Port_logging_test, counter_grows_and_is_shown) {
     EXPECT_EQ(debug.text_without_times(), "<time> the port[RD](3/8): abc\n");
 }
 
-TEST_F(Port_logging_test, listener_gets_the_same_text_with_the_category_on_or_off) {
+TEST_F(Port_logging_test, logger_receives_the_same_text_with_the_category_on_or_off) {
     const Captured_debug debug;
-    listen();
+    set_logger();
     log("abc");
     EXPECT_EQ(debug.text(), "");
     ASSERT_EQ(snooped.size(), 1U);
@@ -68,15 +68,15 @@ TEST_F(Port_logging_test, listener_gets_the_same_text_with_the_category_on_or_of
 
 TEST_F(Port_logging_test, empty_range_writes_nothing) {
     const Captured_debug debug;
-    listen();
+    set_logger();
     Debug::Print::enable(136, true);
     log("");
     EXPECT_EQ(debug.text(), "");
     EXPECT_TRUE(snooped.empty());
 }
 
-TEST_F(Port_logging_test, long_range_comes_in_pieces_of_which_the_first_has_the_head_and_the_last_the_line_feed) {
-    listen();
+TEST_F(Port_logging_test, long_range_is_split_and_the_first_piece_has_the_head_and_the_last_the_line_feed) {
+    set_logger();
     log(std::string(9000, 'x'));
     const std::string head = "the port[RD](9000): ";
     ASSERT_EQ(snooped.size(), 3U);
@@ -86,8 +86,8 @@ TEST_F(Port_logging_test, long_range_comes_in_pieces_of_which_the_first_has_the_
     EXPECT_EQ(snooped[2], std::string(9000 - 4001 - (4001 - 13 - head.size()), 'x') + "\n");
 }
 
-TEST_F(Port_logging_test, line_feed_comes_alone_when_it_does_not_fit) {
-    listen();
+TEST_F(Port_logging_test, line_feed_is_a_piece_of_its_own_when_it_does_not_fit) {
+    set_logger();
     const std::string head = "the port[RD](3968): ";
     log(std::string(4001 - 13 - head.size(), 'x'));
     ASSERT_EQ(snooped.size(), 2U);

@@ -5,13 +5,13 @@
 #include <cstring>
 #include <type_traits>
 
-/// What `vtable_slot` says about an operation that is not virtual.
+/// The result of `vtable_slot` for an operation that is not virtual.
 constexpr std::size_t not_virtual = static_cast<std::size_t>(-1);
 
-/// Which slot of its class's vtable a virtual operation has, as the Itanium C++ ABI keeps it in a pointer to member:
+/// The slot of a virtual operation in the vtable of its class, as the Itanium C++ ABI stores it in a pointer to member:
 /// the slots count from 0, a virtual destructor takes two.
 ///
-///     vtable_slot(&Data_stream::drop)                                  // 2: behind the two destructors
+///     vtable_slot(&Data_stream::drop)                                  // 2: after the two destructors
 ///     vtable_slot<int (Data_stream::*)(int)>(&Data_stream::get_data)   // one of several operations of a name
 template <typename Member>
 std::size_t vtable_slot(Member operation) {
@@ -20,7 +20,7 @@ std::size_t vtable_slot(Member operation) {
         std::uintptr_t function;
         std::ptrdiff_t adjustment;
     } parts{};
-    static_assert(sizeof parts == sizeof operation, "pointers to members are not those of the Itanium C++ ABI");
+    static_assert(sizeof parts == sizeof operation, "this is not the Itanium C++ ABI");
     std::memcpy(&parts, &operation, sizeof parts);
 #if defined(__arm__) || defined(__aarch64__)
     // Function addresses may be odd there: the mark is in the adjustment, and the function word is the byte offset.

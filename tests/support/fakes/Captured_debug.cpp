@@ -6,11 +6,11 @@
 
 namespace {
 
-constexpr std::string_view time_stamp_form = "00:00:00.000 "; // a zero stands for any digit
+constexpr std::string_view time_stamp_pattern = "00:00:00.000 "; // a zero means any digit
 
 bool is_time_stamp(std::string_view text) {
-    return std::equal(text.begin(), text.end(), time_stamp_form.begin(), [](char c, char form) {
-        return form == '0' ? std::isdigit(static_cast<unsigned char>(c)) != 0 : c == form;
+    return std::equal(text.begin(), text.end(), time_stamp_pattern.begin(), [](char c, char expected) {
+        return expected == '0' ? std::isdigit(static_cast<unsigned char>(c)) != 0 : c == expected;
     });
 }
 
@@ -34,8 +34,8 @@ std::string Captured_debug::text() const {
 
 std::string Captured_debug::text_without_times() const {
     std::string result = text();
-    for (std::size_t i = 0; i + time_stamp_form.size() <= result.size(); ++i)
-        if (is_time_stamp(std::string_view(result).substr(i, time_stamp_form.size())))
-            result.replace(i, time_stamp_form.size(), "<time> ");
+    for (std::size_t i = 0; i + time_stamp_pattern.size() <= result.size(); ++i)
+        if (is_time_stamp(std::string_view(result).substr(i, time_stamp_pattern.size())))
+            result.replace(i, time_stamp_pattern.size(), "<time> ");
     return result;
 }

@@ -5,7 +5,7 @@
 #include <mutex>
 #include <string>
 
-/// Collects what the debug printer prints while it lives; standard error gets nothing of it.
+/// Collects the output of the debug printer while it exists; nothing goes to standard error.
 class Captured_debug {
   public:
     Captured_debug();
@@ -13,7 +13,7 @@ class Captured_debug {
     Captured_debug(const Captured_debug&) = delete;
     Captured_debug& operator=(const Captured_debug&) = delete;
 
-    /// Everything so far, as printed. A line that has no line feed yet is not there.
+    /// Everything so far, as printed, without an unfinished line.
     std::string text() const;
     /// The same with every time stamp replaced by "<time> ".
     std::string text_without_times() const;

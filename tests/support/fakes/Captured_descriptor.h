@@ -4,7 +4,7 @@
 #include <string>
 #include <unistd.h>
 
-/// Collects what the process writes to a descriptor (1 or 2, say) while it lives.
+/// Collects what the process writes to a descriptor (for example 1 or 2) while it exists.
 class Captured_descriptor {
   public:
     explicit Captured_descriptor(int fd);

@@ -2,7 +2,7 @@
 
 #include <platform/Debug.h>
 
-/// A debug category that is on while this lives.
+/// Switches a debug category on while it exists.
 class Enabled_category {
   public:
     explicit Enabled_category(unsigned category) : category_(category) { Debug::Print::enable(category, true); }

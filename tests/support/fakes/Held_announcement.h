@@ -7,8 +7,8 @@
 #include <atomic>
 #include <gtest/gtest.h>
 
-/// Holds the thread that announces received bytes inside its announcement, before the waiter is told, until it is let
-/// go. Make it before bytes can come, and destroy it after the stream.
+/// Blocks the thread that announces received bytes, before it notifies the waiter, until `release`. Construct it before
+/// bytes can arrive, and destroy it after the stream.
 class Held_announcement {
   public:
     explicit Held_announcement(Event_sender_data_stream& stream) {

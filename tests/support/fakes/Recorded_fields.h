@@ -4,7 +4,7 @@
 
 #include <string>
 
-/// A dumper that keeps what it is handed: "name=text;" for a field, "name{" and "}" for a group.
+/// A dumper that records its calls: "name=text;" for a field, "name{" and "}" for a group.
 class Recorded_fields : public Debug::Dumper {
   public:
     void print_field(const char* name, const char* text) override { text_ += std::string(name) + "=" + text + ";"; }

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-/// Keeps, while it lives, the arguments of calls to the platform layer whose meaning is the maker's, and which the
-/// reference platform therefore shows no effect of. The calls go through all the same. For one thread.
+/// Records, while it exists, those arguments of calls to the platform layer whose meaning is the maker's: the reference
+/// platform ignores them. The calls are forwarded. For one thread.
 class Recorded_platform_calls {
   public:
     /// How an event was sent.
@@ -35,10 +35,10 @@ class Recorded_platform_calls {
     Recorded_platform_calls(const Recorded_platform_calls&) = delete;
     Recorded_platform_calls& operator=(const Recorded_platform_calls&) = delete;
 
-    std::vector<Send> sends;             ///< `waiter_descriptor::send_event`, call by call
-    std::function<void()> before_send;   ///< called before each of them goes through
-    std::vector<bool> permanent_modules; ///< `module_man::init_module`, call by call
-    int failed_init_module = 0;          ///< what `init_module` returns, without an id; 0: it goes through
-    std::vector<Loop> loops;             ///< `Diner::init`, call by call
-    std::vector<Loop_end> loop_ends;     ///< `Diner::terminate`, call by call
+    std::vector<Send> sends;             ///< each call of `waiter_descriptor::send_event`
+    std::function<void()> before_send;   ///< called before each of them is forwarded
+    std::vector<bool> permanent_modules; ///< each call of `module_man::init_module`
+    int failed_init_module = 0;          ///< returned by `init_module`, without an id; 0: it is forwarded
+    std::vector<Loop> loops;             ///< each call of `Diner::init`
+    std::vector<Loop_end> loop_ends;     ///< each call of `Diner::terminate`
 };

@@ -1,6 +1,6 @@
 #include <support/fakes/Recording_waiter.h>
 
-bool Recording_waiter::take_one(Atime deadline) {
+bool Recording_waiter::receive_one(Atime deadline) {
     waiter_event event;
     if (descriptor_.get_event(event, deadline) != 0)
         return false;
@@ -11,7 +11,7 @@ bool Recording_waiter::take_one(Atime deadline) {
 
 const std::vector<waiter_event>& Recording_waiter::events() {
     while (descriptor_.waiting() != 0)
-        take_one(Atime());
+        receive_one(Atime());
     return events_;
 }
 
@@ -37,7 +37,7 @@ void Recording_waiter::clear() {
 bool Recording_waiter::wait_for(std::size_t count, int limit_ms) {
     const Atime deadline = Atime::now() + limit_ms;
     while (events().size() < count)
-        if (!take_one(deadline))
+        if (!receive_one(deadline))
             return false;
     return true;
 }

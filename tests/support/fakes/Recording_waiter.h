@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <vector>
 
-/// A waiter that keeps what it was told: register `waiter()` with a stream, then look at `codes()` and `sources()`.
+/// A waiter that records its events: register it with a stream, then check `codes()` and `sources()`.
 class Recording_waiter {
   public:
     explicit Recording_waiter(module_man& modules) : descriptor_(modules) {}
@@ -15,7 +15,7 @@ class Recording_waiter {
     waiter_descriptor* waiter() { return &descriptor_; }
     operator waiter_descriptor*() { return &descriptor_; }
 
-    /// Everything that has arrived so far, oldest first. The payloads are released and null.
+    /// Everything that has arrived so far, oldest first. The payloads are freed and null.
     const std::vector<waiter_event>& events();
     std::vector<int> codes();
     std::vector<std::int16_t> sources();
@@ -28,7 +28,7 @@ class Recording_waiter {
     bool wait_for(std::size_t count, int limit_ms = 20000);
 
   private:
-    bool take_one(Atime deadline);
+    bool receive_one(Atime deadline);
 
     waiter_descriptor descriptor_;
     std::vector<waiter_event> events_;

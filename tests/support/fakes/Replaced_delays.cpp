@@ -12,16 +12,15 @@ std::atomic<Replaced_delays*> replacement{nullptr};
 
 } // namespace
 
-/// The test program's own, which the dynamic linker takes instead of the platform's.
+/// Definition of the test program, which the dynamic linker uses instead of the platform's.
 void Atime::delay(int units) {
     if (Replaced_delays* const instead = replacement)
-        instead->note(units);
+        instead->record(units);
     else if (units > 0)
         std::this_thread::sleep_for(std::chrono::milliseconds(units));
 }
 
-Replaced_delays::Replaced_delays(std::function<void(std::size_t)> in_the_meantime)
-    : meanwhile(std::move(in_the_meantime)) {
+Replaced_delays::Replaced_delays(std::function<void(std::size_t)> action) : meanwhile(std::move(action)) {
     replacement = this;
 }
 
@@ -34,7 +33,7 @@ std::vector<int> Replaced_delays::units() const {
     return units_;
 }
 
-void Replaced_delays::note(int units) {
+void Replaced_delays::record(int units) {
     {
         const std::lock_guard guard(mutex_);
         units_.push_back(units);

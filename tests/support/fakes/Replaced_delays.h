@@ -5,14 +5,14 @@
 #include <mutex>
 #include <vector>
 
-/// Takes over `Atime::delay()` while it lives: nobody sleeps, how long they would have is recorded, and what happens
-/// instead is up to the test, in the thread that would sleep. One at a time; set it up before other threads start.
+/// Replaces `Atime::delay()` while it exists: the delay is recorded, and instead of sleeping the thread runs an action
+/// of the test. One at a time; construct it before other threads start.
 ///
-///     Replaced_delays delays([&](std::size_t count) { if (count == 3) stream.drop(1); });   // room comes then
+///     Replaced_delays delays([&](std::size_t count) { if (count == 3) stream.drop(1); });   // frees space
 class Replaced_delays {
   public:
-    /// \param in_the_meantime  runs instead of each delay, with their number so far, that one included
-    explicit Replaced_delays(std::function<void(std::size_t)> in_the_meantime = {});
+    /// \param action  runs instead of each delay, with the number of delays so far, this one included
+    explicit Replaced_delays(std::function<void(std::size_t)> action = {});
     ~Replaced_delays();
     Replaced_delays(const Replaced_delays&) = delete;
     Replaced_delays& operator=(const Replaced_delays&) = delete;
@@ -20,10 +20,10 @@ class Replaced_delays {
     std::function<void(std::size_t)> meanwhile;
     std::atomic<int> count{0};        ///< delays so far
     std::atomic<int> milliseconds{0}; ///< their sum
-    /// How long each would have been.
+    /// The duration of each.
     std::vector<int> units() const;
 
-    void note(int units);
+    void record(int units);
 
   private:
     mutable std::mutex mutex_;

@@ -16,7 +16,7 @@ bool really_wait(QSemaphore* semaphore, int n, int timeout) {
 
 } // namespace
 
-/// The test program's own, which the dynamic linker takes instead of Qt's.
+/// Definition of the test program, which the dynamic linker uses instead of Qt's.
 bool QSemaphore::tryAcquire(int n, int timeout) {
     if (!replacement)
         return really_wait(this, n, timeout);

@@ -3,11 +3,11 @@
 #include <functional>
 #include <vector>
 
-/// Stands in for every wait on a semaphore with a time limit while it lives: what the library would wait for is
-/// recorded, and what happens meanwhile is up to the test, in the very thread that would wait. For one thread.
+/// Replaces every wait on a semaphore with a time limit while it exists: the limit is recorded, and instead of waiting
+/// the thread runs an action of the test. For one thread.
 ///
 ///     Replaced_waits waits;
-///     waits.meanwhile = [&] { pair.part_a().__write(...); };   // comes while the reader waits
+///     waits.meanwhile = [&] { pair.part_a().__write(...); };   // while the reader waits
 ///     pair.part_b().get_data(1);
 ///     EXPECT_EQ(waits.limits, std::vector<int>{100000});
 class Replaced_waits {
@@ -18,5 +18,5 @@ class Replaced_waits {
     Replaced_waits& operator=(const Replaced_waits&) = delete;
 
     std::vector<int> limits;         ///< of each wait, in milliseconds
-    std::function<void()> meanwhile; ///< a wait that finds no permit after it has timed out
+    std::function<void()> meanwhile; ///< the action; a wait that then finds no permit has timed out
 };

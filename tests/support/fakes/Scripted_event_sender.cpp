@@ -11,9 +11,9 @@ Scripted_event_sender::~Scripted_event_sender() {
 
 unsigned Scripted_event_sender::push(std::string_view bytes) {
     const std::lock_guard guard(*this);
-    const unsigned taken = receive_locked(bytes);
+    const unsigned received = receive_locked(bytes);
     send_rx_event(rx_buffer.full());
-    return taken;
+    return received;
 }
 
 unsigned Scripted_event_sender::receive(std::string_view bytes) {
@@ -45,10 +45,10 @@ int Scripted_event_sender::get_data(int n) {
 }
 
 int Scripted_event_sender::_write(const unsigned char* data, unsigned int len) {
-    const int taken = on_write ? on_write(data, len) : static_cast<int>(len);
-    if (taken > 0) {
-        writes.emplace_back(reinterpret_cast<const char*>(data), static_cast<std::size_t>(taken));
+    const int accepted = on_write ? on_write(data, len) : static_cast<int>(len);
+    if (accepted > 0) {
+        writes.emplace_back(reinterpret_cast<const char*>(data), static_cast<std::size_t>(accepted));
         written += writes.back();
     }
-    return taken;
+    return accepted;
 }

@@ -25,17 +25,17 @@ int Scripted_stream::get_data(int n) {
         return on_fetch(n);
     if (n < 0)
         return 0;
-    const std::size_t brought = std::min(arriving.size(), static_cast<std::size_t>(n));
-    receive(std::string_view(arriving).substr(0, brought));
-    arriving.erase(0, brought);
-    return brought == static_cast<std::size_t>(n);
+    const std::size_t count = std::min(arriving.size(), static_cast<std::size_t>(n));
+    receive(std::string_view(arriving).substr(0, count));
+    arriving.erase(0, count);
+    return count == static_cast<std::size_t>(n);
 }
 
 int Scripted_stream::_write(const unsigned char* data, unsigned int len) {
-    const int taken = on_write ? on_write(data, len) : static_cast<int>(len);
-    if (taken > 0) {
-        writes.emplace_back(reinterpret_cast<const char*>(data), static_cast<std::size_t>(taken));
+    const int accepted = on_write ? on_write(data, len) : static_cast<int>(len);
+    if (accepted > 0) {
+        writes.emplace_back(reinterpret_cast<const char*>(data), static_cast<std::size_t>(accepted));
         written += writes.back();
     }
-    return taken;
+    return accepted;
 }

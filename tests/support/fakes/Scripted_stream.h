@@ -7,14 +7,14 @@
 #include <string_view>
 #include <vector>
 
-/// A stream without a medium: the test says what a fetch brings and sees what is written.
+/// A stream without a medium: the test decides what a fetch receives, and the written bytes are recorded.
 class Scripted_stream : public Data_stream {
   public:
-    /// Puts bytes straight into the ring, as a transport's own thread would.
+    /// Appends bytes directly to the ring, as a transport's own thread does.
     void receive(std::string_view bytes);
-    /// Bytes that fetches bring, as many as each asks for; a fetch that finds too few brings those and fails.
+    /// Bytes for later fetches, as many as each requests; a fetch that finds too few receives those and fails.
     void will_arrive(std::string_view bytes) { arriving += bytes; }
-    /// Guards the ring, as streams with a thread of their own do.
+    /// Guards the ring, as streams with their own thread do.
     void use_lock() { buffer_lock = &lock; }
     /// Empties the ring and moves its positions to `head`.
     void move_head_to(unsigned head);
@@ -30,11 +30,11 @@ class Scripted_stream : public Data_stream {
     int _write(const unsigned char* data, unsigned int len) override;
 
     std::string arriving;
-    std::vector<int> fetches;                                        ///< what each fetch asked for
+    std::vector<int> fetches;                                        ///< the requested size of each fetch
     std::function<int(int)> on_fetch;                                ///< replaces the script when set
-    std::string written;                                             ///< everything that `_write` took
+    std::string written;                                             ///< everything that `_write` accepted
     std::vector<std::string> writes;                                 ///< the same, call by call
-    std::function<int(const unsigned char*, unsigned int)> on_write; ///< decides what `_write` takes and returns
+    std::function<int(const unsigned char*, unsigned int)> on_write; ///< decides what `_write` accepts and returns
     Mutex lock;
 };
 

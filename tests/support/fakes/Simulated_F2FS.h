@@ -13,13 +13,13 @@
 #include <unistd.h>
 #include <vector>
 
-/// Makes a folder behave as if it were on a file system whose files can be written atomically: the content of a file
-/// that was opened so is the old one again when it is closed without a commit. For one such file at a time.
+/// Makes a folder behave as on a file system with atomic writes: when a file is closed without a commit, it has its old
+/// content again. For one such file at a time.
 class Simulated_F2FS {
   public:
-    /// \param calls  gets "open NAME" with "create", "append" and "truncate" behind it, "ioctl 0x...", "truncate
+    /// \param calls  receives "open NAME" followed by "create", "append" and "truncate", "ioctl 0x...", "truncate
     ///               LENGTH", "write" and "close"
-    /// \param fault  answers before the file system does
+    /// \param fault  may answer instead of the file system
     Simulated_F2FS(std::string folder, std::vector<std::string>& calls, Watched_file_calls::Decision fault = {})
         : folder_(std::move(folder)),
           calls_(calls),
@@ -30,9 +30,9 @@ class Simulated_F2FS {
     bool commit_fails = false;
     bool truncate_fails = false;
 
-    /// What the medium has of a file.
+    /// The content of a file on the medium.
     std::string committed(const std::string& name) const { return atomic_fd_ >= 0 ? old_ : content_of(name); }
-    /// What becomes of files that are open when their process dies.
+    /// Does to open files what the death of their process does.
     void kill_process() { restore(); }
 
   private:
@@ -40,7 +40,7 @@ class Simulated_F2FS {
     static constexpr long commit = 0xF502;
 
     Watched_file_calls::Answer decide(const File_call& call) {
-        note(call);
+        record(call);
         if (call.what == "close" && call.fd == atomic_fd_)
             restore();
         if (const auto answer = fault_ ? fault_(call) : std::nullopt)
@@ -54,7 +54,7 @@ class Simulated_F2FS {
         return std::nullopt;
     }
 
-    void note(const File_call& call) {
+    void record(const File_call& call) {
         char text[32] = "";
         if (call.what == "open")
             calls_.push_back("open " + call.name + ((call.number & O_CREAT) != 0 ? " create" : "") +

@@ -14,13 +14,13 @@ namespace {
 
 std::atomic<Simulated_line*> simulated{nullptr};
 
-/// The simulated line, when it is behind the descriptor.
-Simulated_line* line_behind(int fd) {
+/// The simulated line, when the descriptor belongs to it; else null.
+Simulated_line* line_of(int fd) {
     Simulated_line* const line = simulated;
-    return line && line->is_behind(fd) ? line : nullptr;
+    return line && line->is_device_of(fd) ? line : nullptr;
 }
 
-/// As a line is that people type on, with the handshake by characters and HUPCL.
+/// The settings of an interactive terminal, with the handshake by characters and HUPCL.
 termios cooked() {
     termios settings{};
     settings.c_iflag = BRKINT | ISTRIP | ICRNL | IXON | IXOFF;
@@ -39,7 +39,7 @@ termios cooked() {
 Simulated_line::Simulated_line() : settings_(cooked()) {
     struct stat status {};
     if (fstat(terminal_.slave(), &status) != 0)
-        ADD_FAILURE() << "cannot tell the device of " << path();
+        ADD_FAILURE() << "cannot determine the device of " << path();
     device_ = status.st_rdev;
     EXPECT_EQ(simulated.exchange(this), nullptr);
 }
@@ -83,12 +83,12 @@ std::vector<std::string> Simulated_line::take_calls() {
     return std::exchange(calls_, {});
 }
 
-bool Simulated_line::is_behind(int fd) const {
+bool Simulated_line::is_device_of(int fd) const {
     struct stat status {};
     return fstat(fd, &status) == 0 && S_ISCHR(status.st_mode) && status.st_rdev == device_;
 }
 
-/// \return what the call returns
+/// \return the result of the call
 int Simulated_line::record(const char* call) {
     calls_.emplace_back(call);
     if (failing_.count(call) == 0)
@@ -140,20 +140,20 @@ bool Simulated_line::control(unsigned long request, void* argument, int& result)
 
 extern "C" int tcgetattr(int fd, termios* settings) noexcept {
     static const auto original = in_c_library(tcgetattr);
-    Simulated_line* const line = line_behind(fd);
+    Simulated_line* const line = line_of(fd);
     return line ? line->get(settings) : original(fd, settings);
 }
 
 extern "C" int tcsetattr(int fd, int action, const termios* settings) noexcept {
     static const auto original = in_c_library(tcsetattr);
-    Simulated_line* const line = line_behind(fd);
+    Simulated_line* const line = line_of(fd);
     return line ? line->set(action, settings) : original(fd, action, settings);
 }
 
 namespace {
 
 const Replaced_ioctl answered_by_a_line([](int fd, unsigned long request, void* argument, int& result) {
-    Simulated_line* const line = line_behind(fd);
+    Simulated_line* const line = line_of(fd);
     return line && line->control(request, argument, result);
 });
 

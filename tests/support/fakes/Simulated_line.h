@@ -16,9 +16,9 @@
 #define TIOCM_OUT1 0x2000
 #endif
 
-/// A serial line with what a pseudo terminal lacks: every character format, modem lines, counters, and faults at will.
-/// The code under test opens it by its path; a pseudo terminal carries the bytes, while settings and modem lines are
-/// kept here, and each call that reads or changes them is recorded. One at a time.
+/// A serial line with the parts that a pseudo terminal lacks: every character format, modem lines, counters, and
+/// faults. The code under test opens it by its path. A pseudo terminal transfers the bytes; settings and modem lines
+/// are simulated, and each call that reads or changes them is recorded. One at a time.
 ///
 ///     Simulated_line line;
 ///     stream.open_from_args((line.path() + ":9600:rs485").c_str());
@@ -29,14 +29,14 @@
 /// "TIOCMSET" and "TIOCGICOUNT".
 class Simulated_line {
   public:
-    /// Settings of every kind that raw mode does away with; 1200 baud; all modem lines off.
+    /// Begins with all settings that raw mode clears, 1200 baud, and all modem lines off.
     Simulated_line();
     ~Simulated_line();
     Simulated_line(const Simulated_line&) = delete;
     Simulated_line& operator=(const Simulated_line&) = delete;
 
     const std::string& path() const { return terminal_.path(); }
-    /// What carries the bytes.
+    /// The pseudo terminal that transfers the bytes.
     Pty_pair& terminal() { return terminal_; }
 
     termios settings() const;
@@ -45,17 +45,17 @@ class Simulated_line {
     void set_modem_lines(int lines);
     void set_counters(const serial_icounter_struct& counters);
 
-    /// From now on these calls fail with EIO; none, unless said.
+    /// These calls fail with EIO from now on; an empty set: none.
     void fail(std::set<std::string> calls);
-    /// The calls since it was asked the last time.
+    /// The calls since the last `take_calls`.
     std::vector<std::string> take_calls();
 
-    // For the replaced calls.
+    // ---- For the replaced calls ----
 
-    bool is_behind(int fd) const;
+    bool is_device_of(int fd) const;
     int get(termios* settings);
     int set(int action, const termios* settings);
-    /// \return whether the request is one for here; then `result` is the answer
+    /// \return whether the request is simulated; then `result` is its result
     bool control(unsigned long request, void* argument, int& result);
 
   private:

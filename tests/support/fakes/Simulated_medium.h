@@ -15,20 +15,19 @@
 #include <utility>
 #include <vector>
 
-/// What is on the medium of a folder when the power fails.
+/// The content of the medium of a folder after a power failure.
 ///
-/// While it lives it records what a program does to the files of the folder: writes, truncations, flushes, renames,
-/// removals, and the beginning and the end of an atomic write. Then it tells, for a cut after any of these steps, what
-/// may be under a name when the machine is up again:
-/// - what was flushed is there;
-/// - of the other writes and truncations of a file any may be missing, the last one may be torn, and a file may have
-/// its
-///   new length with zeros where bytes did not arrive;
-/// - of the changes of names since the folder was flushed the first few are there, as a journal has it;
-/// - of an atomic write nothing is there before the commit, and everything after it.
+/// While it exists, it records what a program does to the files of the folder: writes, truncations, flushes, renames,
+/// removals, and the beginning and the end of an atomic write. For a power cut after any of these steps it computes
+/// what a file may contain when the machine has started again:
+/// - what was flushed is kept;
+/// - any of the other writes and truncations of a file may be missing, the last one may be torn, and a file may have
+///   its new length with zeros where bytes were not written;
+/// - of the changes of names since the folder was flushed, the first ones are kept, in their order, as in a journal;
+/// - of an atomic write nothing is kept before the commit, and everything after it.
 class Simulated_medium {
   public:
-    /// Content of a file; nothing: there is no such file.
+    /// The content of a file; nothing: the file does not exist.
     using Content = std::optional<std::string>;
 
     explicit Simulated_medium(const std::string& folder, bool has_atomic_files = false)
@@ -42,7 +41,7 @@ class Simulated_medium {
 
     std::size_t steps() const { return steps_.size(); }
     const std::string& step(std::size_t i) const { return steps_[i].text; }
-    /// The first step that begins so; `steps()` when there is none.
+    /// The first step whose text begins with `beginning`; `steps()` when there is none.
     std::size_t find(const std::string& beginning) const {
         const auto found = std::find_if(steps_.begin(), steps_.end(), [&](const Step& step) {
             return step.text.compare(0, beginning.size(), beginning) == 0;
@@ -50,8 +49,8 @@ class Simulated_medium {
         return static_cast<std::size_t>(found - steps_.begin());
     }
 
-    /// Everything that may be under a name after a cut behind the first `count` steps: the extremes, each torn end, and
-    /// some combinations by chance.
+    /// The possible contents of a file after a power cut that follows the first `count` steps: the extremes, each torn
+    /// end, and some random combinations.
     std::vector<Content> after_cut(std::size_t count, const std::string& name, Random& random) const {
         const State state = replay(count);
         std::vector<Content> contents;
@@ -69,7 +68,7 @@ class Simulated_medium {
     }
 
   private:
-    static constexpr unsigned combinations_by_chance = 10;
+    static constexpr unsigned random_combinations = 10;
 
     struct Change {
         bool truncates = false;
@@ -114,7 +113,7 @@ class Simulated_medium {
             record_removal(call);
         else if (call.what == "ioctl" && has_atomic_files_)
             return record_atomic(call, file);
-        return call.what == "sync" ? Watched_file_calls::Answer(0) : std::nullopt; // the real medium takes its time
+        return call.what == "sync" ? Watched_file_calls::Answer(0) : std::nullopt; // the real medium would be slow
     }
 
     void record_opening(const File_call& call, int file) {
@@ -159,7 +158,7 @@ class Simulated_medium {
     // ---- Replaying ----
 
     static void write(File& file, const std::string& bytes) {
-        file.pending.push_back({false, file.size, bytes}); // every writer of settings writes at the end
+        file.pending.push_back({false, file.size, bytes}); // every writer of settings appends
         file.size += bytes.size();
     }
     static void truncate(File& file) {
@@ -198,14 +197,14 @@ class Simulated_medium {
         return state;
     }
 
-    // ---- What may be left of a file ----
+    // ---- The possible contents of a file ----
 
     static void add_contents(const File& file, Random& random, std::vector<Content>& contents) {
         contents.emplace_back(file.durable);
         if (file.atomic)
             return;
         std::string beginning = file.durable;
-        for (const Change& change : file.pending) { // each beginning of what was written, its last write torn or zeros
+        for (const Change& change : file.pending) { // the first writes, the last of them whole, torn or zeros
             Change torn = change;
             torn.bytes.resize(torn.bytes.size() / 2);
             contents.emplace_back(beginning);
@@ -217,7 +216,7 @@ class Simulated_medium {
             apply(beginning, change);
             contents.emplace_back(beginning);
         }
-        for (unsigned i = 0; i < combinations_by_chance && !file.pending.empty(); ++i) {
+        for (unsigned i = 0; i < random_combinations && !file.pending.empty(); ++i) {
             contents.emplace_back(file.durable);
             for (const Change& change : file.pending)
                 if (random.one_in(2))
@@ -237,7 +236,7 @@ class Simulated_medium {
     std::string folder_;
     bool has_atomic_files_;
     std::map<std::string, std::string> initial_;
-    std::map<std::string, int> live_; ///< which file has which name, as the program sees it
+    std::map<std::string, int> live_; ///< the file of each name, as the program sees it
     int next_file_ = 0;
     std::vector<Step> steps_;
     Watched_file_calls watched_;

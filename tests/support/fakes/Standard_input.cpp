@@ -9,7 +9,7 @@
 
 Standard_input::Standard_input(int fd) : original_(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3)) {
     if (dup2(fd, STDIN_FILENO) < 0)
-        ADD_FAILURE() << "descriptor " << fd << " does not become the standard input";
+        ADD_FAILURE() << "cannot use descriptor " << fd << " as the standard input";
 }
 
 Standard_input::Standard_input(std::string_view bytes) : original_(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3)) {
@@ -21,7 +21,7 @@ Standard_input::Standard_input(std::string_view bytes) : original_(fcntl(STDIN_F
 }
 
 Standard_input::~Standard_input() {
-    if (original_ < 0) { // there was none
+    if (original_ < 0) { // the process had none
         close(STDIN_FILENO);
         return;
     }

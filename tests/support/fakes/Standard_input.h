@@ -2,14 +2,14 @@
 
 #include <string_view>
 
-/// What the process finds on its standard input while this lives.
+/// Replaces the standard input of the process while it exists.
 class Standard_input {
   public:
-    /// The descriptor, which stays the caller's.
+    /// Reads from a descriptor, which the caller still owns.
     explicit Standard_input(int fd);
-    /// These bytes, then the end.
+    /// Contains these bytes, then the end of file.
     explicit Standard_input(std::string_view bytes);
-    /// Puts the original standard input back.
+    /// Restores the original standard input.
     ~Standard_input();
     Standard_input(const Standard_input&) = delete;
     Standard_input& operator=(const Standard_input&) = delete;

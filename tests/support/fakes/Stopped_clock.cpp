@@ -17,7 +17,7 @@ std::int64_t real_now() {
 
 } // namespace
 
-/// The test program's own, which the dynamic linker takes instead of the platform's.
+/// Definition of the test program, which the dynamic linker uses instead of the platform's.
 Atime Atime::now() {
     const std::int64_t stopped = stopped_at;
     return Atime(stopped == running ? real_now() : stopped);

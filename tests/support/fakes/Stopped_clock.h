@@ -1,7 +1,7 @@
 #pragma once
 
-/// Takes over `Atime::now()` while it lives: time stands still, at the moment of construction, until the test moves it.
-/// Waits that count real time go on doing so. One at a time.
+/// Replaces `Atime::now()` while it exists: it returns the time of construction until the test moves it. Waits that
+/// measure real time are not affected. One at a time.
 class Stopped_clock {
   public:
     Stopped_clock();
@@ -9,6 +9,6 @@ class Stopped_clock {
     Stopped_clock(const Stopped_clock&) = delete;
     Stopped_clock& operator=(const Stopped_clock&) = delete;
 
-    /// Moves time by `ms`, also backwards.
+    /// Moves the time by `ms`, also backwards.
     void advance(int ms);
 };

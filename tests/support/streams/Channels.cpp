@@ -34,9 +34,9 @@ namespace {
 
 module_man modules;
 
-constexpr int soon_ms = 20; // between attempts to connect
+constexpr int reconnect_period_ms = 20;
 
-// ---- The manners of the kinds ----
+// ---- How the kinds must be used ----
 
 Stream_end::Manners usual() {
     return {};
@@ -62,7 +62,7 @@ Stream_end::Manners framing() {
     return manners;
 }
 
-/// So that no frame is taken in part by a raw stream that has no room for more.
+/// Prevents that a raw stream without enough free space accepts a part of a frame.
 Stream_end::Manners framing_one_by_one() {
     Stream_end::Manners manners = framing();
     manners.piece_by_piece = true;
@@ -196,13 +196,13 @@ std::unique_ptr<Server> listening() {
     return server;
 }
 
-/// A server drops what is written before anybody has come.
+/// A server drops what is written before a client has connected.
 void wait_for_client(const TCP_server_base& server) {
     EXPECT_TRUE(eventually([&] { return server.connection_count() == 1; }));
 }
 
 std::unique_ptr<TCP_client_data_stream> client_of(int port) {
-    return std::make_unique<TCP_client_data_stream>(modules, "127.0.0.1", port, soon_ms, -1);
+    return std::make_unique<TCP_client_data_stream>(modules, "127.0.0.1", port, reconnect_period_ms, -1);
 }
 
 template <typename Server>
@@ -222,8 +222,8 @@ Channel client_to_server() {
     return channel;
 }
 
-/// Lets socat carry the bytes between a peer at `address` and a server, the far end.
-void carry_on_to_a_server(Channel& channel, const std::string& address) {
+/// Lets socat transfer the bytes between a peer at `address` and a server, the far end.
+void connect_through_socat_to_server(Channel& channel, const std::string& address) {
     auto server = listening<TCP_server_data_stream>();
     channel.parts.push_back(socat(address, "TCP:127.0.0.1:" + std::to_string(server->local_port())));
     wait_for_client(*server);
@@ -234,7 +234,7 @@ template <typename Server>
 Channel server_to_socat() {
     auto server = listening<Server>();
     Channel channel;
-    carry_on_to_a_server(channel, "TCP:127.0.0.1:" + std::to_string(server->local_port()));
+    connect_through_socat_to_server(channel, "TCP:127.0.0.1:" + std::to_string(server->local_port()));
     wait_for_client(*server);
     channel.near_end = end_of(std::move(server));
     return channel;
@@ -245,7 +245,8 @@ Channel client_to_socat() {
     Channel channel;
     channel.parts = {port};
     channel.near_end = end_of(client_of(port->number()));
-    carry_on_to_a_server(channel, "TCP-LISTEN:" + std::to_string(port->number()) + ",bind=127.0.0.1,reuseaddr");
+    connect_through_socat_to_server(channel,
+                                    "TCP-LISTEN:" + std::to_string(port->number()) + ",bind=127.0.0.1,reuseaddr");
     return channel;
 }
 
@@ -261,7 +262,7 @@ Channel child_that_echoes() {
     return channel;
 }
 
-/// The child passes on what it gets to a server, and back.
+/// The child forwards what it receives to a server, and back.
 Channel child_socat_to_server() {
     auto server = listening<TCP_server_data_stream>();
     Channel channel;
@@ -278,7 +279,7 @@ std::unique_ptr<Stream_end> framed(std::unique_ptr<Event_sender_data_stream> raw
     return end_of(std::make_shared<AIM_data_stream_adapter>(modules, std::move(raw), '1'), manners);
 }
 
-/// Over descriptors that wait until they have taken all of a frame.
+/// Over blocking descriptors: a write returns when the whole frame is written.
 Channel frames_over_sockets() {
     const auto [near_fd, far_fd] = sockets(0);
     Channel channel;
@@ -318,14 +319,15 @@ const std::vector<Channel_kind>& channel_kinds() {
         {"client_to_socat", client_to_socat, K::stable, K::alone},
         {"child_that_echoes", child_that_echoes, K::loses_when_interrupted, K::alone},
         {"child_socat_to_server", child_socat_to_server, K::loses_when_interrupted, K::joined},
-        {"frames_over_sockets", frames_over_sockets, K::loses_when_interrupted, K::alone}, // and when not read for long
+        {"frames_over_sockets", frames_over_sockets, K::loses_when_interrupted,
+         K::alone}, // also after a long time without a reader
         {"frames_over_TCP", frames_over_TCP, K::stable, K::joined},
     };
     return kinds;
 }
 
 std::vector<Channel_kind> channel_kinds(const std::function<bool(const Channel_kind&)>& wanted) {
-    std::vector<Channel_kind> some;
-    std::copy_if(channel_kinds().begin(), channel_kinds().end(), std::back_inserter(some), wanted);
-    return some;
+    std::vector<Channel_kind> selected;
+    std::copy_if(channel_kinds().begin(), channel_kinds().end(), std::back_inserter(selected), wanted);
+    return selected;
 }

@@ -7,21 +7,21 @@
 #include <ostream>
 #include <vector>
 
-/// Two connected ends; or one alone, whose peer sends back all that it gets.
+/// Two connected ends; or one end whose peer sends back all that it receives.
 struct Channel {
-    std::vector<std::shared_ptr<void>> parts; ///< what the streams need, and outlives them
+    std::vector<std::shared_ptr<void>> parts; ///< what the streams use; destroyed after them
     std::unique_ptr<Stream_end> near_end;
     std::unique_ptr<Stream_end> far_end;
 
-    /// Where what the near end writes arrives.
+    /// The end that receives what the near end writes.
     Stream_end& other_end() const { return far_end ? *far_end : *near_end; }
 };
 
-/// A kind of stream, the near end, and what it is connected with.
+/// A kind of channel: the kind of stream at its near end, and the peer.
 struct Channel_kind {
-    /// What a signal, or a system call that moves less than it was asked to, does to it.
+    /// The effect of a signal, or of a system call that transfers fewer bytes than requested.
     enum Stability { stable, loses_when_interrupted };
-    /// Whether the near end is one of those that every other kind is joined with.
+    /// Whether the near end is combined with that of every other kind.
     enum Role { joined, alone };
 
     const char* name;
@@ -30,9 +30,9 @@ struct Channel_kind {
     Role role;
 };
 
-/// Every kind that carries bytes both ways, one a line.
+/// Every kind that transfers bytes in both directions.
 const std::vector<Channel_kind>& channel_kinds();
-/// Those of them that `wanted` picks.
+/// The kinds for which `wanted` returns true.
 std::vector<Channel_kind> channel_kinds(const std::function<bool(const Channel_kind&)>& wanted);
 
 inline void PrintTo(const Channel_kind& kind, std::ostream* out) {

@@ -2,7 +2,7 @@
 
 #include <glue/data_stream/Virtual_pair_data_stream.h>
 
-/// The two ends of a virtual pair over a lock that the test can look at.
+/// The two ends of a virtual pair, and the lock that they share.
 struct Open_pair {
     bool locked() const { return lock.owner_thread() != nullptr; }
 

@@ -9,7 +9,7 @@
 #include <gtest/gtest.h>
 #include <string>
 
-/// A test with a threaded stream that reads from a socket and tells a waiter. The thread does not run yet.
+/// A test with a threaded stream that reads from a socket and notifies a waiter. The thread does not run yet.
 struct Receiving_stream : testing::Test {
     Captured_descriptor errors{STDERR_FILENO};
     Socket_pair sockets;
@@ -20,11 +20,11 @@ struct Receiving_stream : testing::Test {
     ~Receiving_stream() override { stream.stop(); }
 
     void arrive(std::string_view bytes) const { write_all(sockets.far(), bytes); }
-    /// Waits until the ring holds this many bytes.
+    /// Waits until `count` bytes are buffered.
     bool receives(unsigned count) {
         return eventually([&] { return stream.bytes_avail() == count; });
     }
-    /// Waits until standard error has got this, and nothing else.
+    /// Waits until exactly `text` has been written to standard error.
     bool is_said(const std::string& text) const {
         return eventually([&] { return errors.text() == text; });
     }

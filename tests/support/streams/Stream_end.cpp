@@ -35,23 +35,23 @@ Event_sender_data_stream* Stream_end::receiving_stream() const {
     return dynamic_cast<Virtual_pair_data_stream_part*>(stream_.get()) ? nullptr : sender_;
 }
 
-std::unique_lock<std::mutex> Stream_end::turn() {
-    return manners_.one_thread ? std::unique_lock<std::mutex>(turn_) : std::unique_lock<std::mutex>();
+std::unique_lock<std::mutex> Stream_end::exclusive_use() {
+    return manners_.one_thread ? std::unique_lock<std::mutex>(exclusive_use_) : std::unique_lock<std::mutex>();
 }
 
 std::size_t Stream_end::write(const unsigned char* bytes, std::size_t count) {
-    const auto held = turn();
+    const auto held = exclusive_use();
     const int written = stream_->__write(bytes, static_cast<unsigned>(count));
     if (manners_.queues)
         return count;
     return static_cast<std::size_t>(std::max(written, 0));
 }
 
-std::size_t Stream_end::read(unsigned char* destination, std::size_t room) {
-    const auto held = turn();
+std::size_t Stream_end::read(unsigned char* destination, std::size_t size) {
+    const auto held = exclusive_use();
     if (stream_->bytes_avail() == 0)
-        stream_->bytes_avail(Data_stream::rx_capacity); // fetches what there is, where that is to be fetched
-    const auto count = std::min<unsigned>(stream_->bytes_avail(), static_cast<unsigned>(room));
+        stream_->bytes_avail(Data_stream::rx_capacity); // fetches the available bytes, if this kind fetches
+    const auto count = std::min<unsigned>(stream_->bytes_avail(), static_cast<unsigned>(size));
     if (count == 0 || !stream_->get_data(destination, count, 0))
         return 0;
     stream_->drop(count);

@@ -8,10 +8,10 @@
 #include <memory>
 #include <mutex>
 
-/// One end of a channel, used in the same way whatever kind of stream it is: a thread that writes, a thread that reads.
+/// One end of a channel, with the same use for every kind of stream: one thread writes, one thread reads.
 class Stream_end {
   public:
-    /// What a kind asks of those who use it.
+    /// How a kind of stream must be used.
     struct Manners {
         bool one_thread = false;     ///< reading and writing must not happen at the same time
         bool piece_by_piece = false; ///< the next piece is written when the last one has arrived
@@ -25,23 +25,23 @@ class Stream_end {
     Stream_end& operator=(const Stream_end&) = delete;
 
     const Manners& manners() const { return manners_; }
-    /// The stream, if it receives in a thread of its own: then a relay can move its bytes. Null if it fetches.
+    /// The stream, if it receives in its own thread: then a relay can forward its bytes. Null if it fetches.
     Event_sender_data_stream* receiving_stream() const;
 
-    /// Writes what can be written at once. \return how much that was
+    /// Writes what can be written at once. \return how many bytes
     std::size_t write(const unsigned char* bytes, std::size_t count);
-    /// Takes what has arrived, at most `room` bytes. \return how many; 0 when nothing has
-    std::size_t read(unsigned char* destination, std::size_t room);
+    /// Reads what has arrived, at most `size` bytes. \return how many; 0 for none
+    std::size_t read(unsigned char* destination, std::size_t size);
 
-    /// Waits for a change of what can be read or written; not long, for not every kind tells.
+    /// Wait until bytes can be read or written; only for a short time, because not every kind of stream notifies.
     void wait_for_bytes();
     void wait_for_room();
 
   private:
-    std::unique_lock<std::mutex> turn();
+    std::unique_lock<std::mutex> exclusive_use();
 
     const Manners manners_;
-    std::mutex turn_;
+    std::mutex exclusive_use_;
     waiter_descriptor waiter_;
     std::shared_ptr<Data_stream> stream_;
     Event_sender_data_stream* sender_;

@@ -42,7 +42,7 @@ int bound_socket(int port) {
     return fd;
 }
 
-/// The local port of a socket; -1 for what is none.
+/// The local port of a socket; -1 for any other descriptor.
 int port_of(int fd) {
     sockaddr_in at{};
     socklen_t size = sizeof at;
@@ -95,12 +95,12 @@ std::string TCP_socket::receive_all() const {
     std::string result;
     char piece[65536];
     while (wait_readable(fd_)) {
-        const ssize_t came = read(fd_, piece, sizeof piece);
-        if (came <= 0)
+        const ssize_t count = read(fd_, piece, sizeof piece);
+        if (count <= 0)
             return result;
-        result.append(piece, static_cast<std::size_t>(came));
+        result.append(piece, static_cast<std::size_t>(count));
     }
-    ADD_FAILURE() << "the connection does not end";
+    ADD_FAILURE() << "the connection has not ended";
     return result;
 }
 
@@ -114,8 +114,8 @@ void TCP_socket::close() {
 }
 
 void TCP_socket::reset() {
-    const linger at_once{1, 0};
-    setsockopt(fd_, SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
+    const linger reset_at_once{1, 0};
+    setsockopt(fd_, SOL_SOCKET, SO_LINGER, &reset_at_once, sizeof reset_at_once);
     close();
 }
 
@@ -150,7 +150,7 @@ void TCP_port::stop_listening() {
 TCP_socket TCP_port::accept() const {
     if (wait_readable(listener_))
         return TCP_socket(accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC));
-    ADD_FAILURE() << "no client comes";
+    ADD_FAILURE() << "no client has connected";
     return TCP_socket();
 }
 

@@ -8,8 +8,8 @@
 /// wherever this is used.
 class TCP_socket {
   public:
-    /// Connects; a failure of the test when nobody listens. A `receive_buffer` of other than 0 bounds what the system
-    /// takes in while nobody reads.
+    /// Connects; a failure of the test when no server listens. A `receive_buffer` other than 0 limits what the system
+    /// receives while the test does not read.
     static TCP_socket connected_to(int port, int receive_buffer = 0);
     /// Whether a connection to an address of this machine is accepted.
     static bool can_connect(const char* address, int port);
@@ -26,21 +26,21 @@ class TCP_socket {
 
     void send(std::string_view bytes) const;
     std::string receive(std::size_t count) const;
-    /// Reads until the other side ends the connection; a failure of the test when it does not within twenty seconds.
+    /// Reads until the peer ends the connection; a failure of the test when it does not within 20 seconds.
     std::string receive_all() const;
     void end_sending() const;
     void close();
-    /// Ends the connection without ceremony, as a peer that loses power and comes back does.
+    /// Ends the connection with a reset, as a peer does that loses power and starts again.
     void reset();
 
   private:
     int fd_;
 };
 
-/// Gives a socket a port of 127.0.0.1, which others may have too as long as nobody listens.
+/// Binds a socket to a port of 127.0.0.1. Other sockets may be bound to it, too, while none listens.
 void bind_to(int fd, int port);
 
-/// A port of 127.0.0.1 that nobody else gets while this lives, whether it listens or not.
+/// A port of 127.0.0.1, reserved while this object exists, whether it listens or not.
 class TCP_port {
   public:
     TCP_port();
@@ -51,7 +51,7 @@ class TCP_port {
     int number() const { return number_; }
     void listen();
     void stop_listening();
-    /// The next client; not open, and a failure of the test, when none comes within twenty seconds.
+    /// The next client; not open, and a failure of the test, when none connects within 20 seconds.
     TCP_socket accept() const;
 
   private:
@@ -60,7 +60,7 @@ class TCP_port {
     int listener_ = -1;
 };
 
-/// A listener of 127.0.0.1 whose queue is full: who connects hangs until `accept` has made room.
+/// A listener of 127.0.0.1 whose queue is full: a client that connects hangs until `accept` has freed a place.
 class Full_listener {
   public:
     Full_listener();
@@ -69,7 +69,7 @@ class Full_listener {
     Full_listener& operator=(const Full_listener&) = delete;
 
     int port() const { return port_; }
-    /// Takes the connection that fills the queue.
+    /// Accepts the connection that fills the queue.
     TCP_socket accept() const;
 
   private:
@@ -80,5 +80,5 @@ class Full_listener {
 
 /// Whether a descriptor is a socket.
 bool is_socket(int fd);
-/// The sockets of this process whose local port it is.
+/// The sockets of this process with this local port.
 std::vector<int> sockets_at(int port);

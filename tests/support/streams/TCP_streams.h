@@ -15,7 +15,7 @@ void wait_until_open(Stream& stream) {
     ASSERT_TRUE(eventually([&] { return stream.local_port() > 0; }));
 }
 
-/// A client that the server stream knows of.
+/// A client that the server stream has accepted.
 template <typename Stream>
 TCP_socket connect_to(Stream& stream, int receive_buffer = 0) {
     wait_until_open(stream);
@@ -25,8 +25,8 @@ TCP_socket connect_to(Stream& stream, int receive_buffer = 0) {
     return client;
 }
 
-/// Takes bytes as they come, until it has `count` of them or more; fewer, and a failure of the test, when they do not
-/// come within 20 seconds.
+/// Reads until it has `count` bytes or more; fewer, and a failure of the test, when they do not arrive within 20
+/// seconds.
 inline std::string take(Data_stream& stream, std::size_t count) {
     std::string bytes;
     EXPECT_TRUE(eventually([&] {
@@ -34,6 +34,6 @@ inline std::string take(Data_stream& stream, std::size_t count) {
             bytes += take_buffered(stream);
         return bytes.size() >= count;
     })) << bytes.size()
-        << " bytes came";
+        << " bytes arrived";
     return bytes;
 }

@@ -5,7 +5,7 @@
 #include <atomic>
 #include <functional>
 
-/// A threaded stream over descriptors that the test made, which become the stream's. Its thread does not run yet.
+/// A threaded stream that adopts descriptors of the test. Its thread does not run yet.
 class Threaded_stream : public Posix_threaded_data_stream {
   public:
     explicit Threaded_stream(int reading = -1, int writing = -1) : Posix_threaded_data_stream("DSPosT") {

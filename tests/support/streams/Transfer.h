@@ -11,14 +11,14 @@
 #include <gtest/gtest.h>
 #include <thread>
 
-/// Random bytes on their way from one end of a channel to the other, written in pieces of random sizes by one thread
-/// and read by another. Several at a time run both ways at once, or through several channels.
+/// Transfers random bytes from one end of a channel to the other: one thread writes them in pieces of random sizes,
+/// another one reads them. Several transfers may run at the same time, in both directions or through several channels.
 ///
 ///     Transfer there(near, far, 8 << 20, random);
 ///     Transfer back(far, near, 8 << 20, random);
 ///     EXPECT_TRUE(there.arrived());
 ///
-/// Both sides take a digest of what passes; the bytes themselves are kept by nobody.
+/// Both sides compute a digest; the bytes themselves are not kept.
 class Transfer {
   public:
     Transfer(Stream_end& from, Stream_end& to, std::size_t amount, Random& random);
@@ -26,7 +26,7 @@ class Transfer {
     Transfer(const Transfer&) = delete;
     Transfer& operator=(const Transfer&) = delete;
 
-    /// Waits for the end. \return whether what was read is what was written; says what is wrong otherwise
+    /// Waits for the end. \return whether the written bytes were read; a failure has the reason
     testing::AssertionResult arrived();
 
   private:

@@ -11,15 +11,15 @@
 #include <thread>
 #include <vector>
 
-/// Destroys a stream while its thread is on the way to the waiter with an event: the destructor has to wait for it, and
-/// the event has to arrive all the same.
-/// \param make_bytes_come  makes the stream receive something, once
+/// Destroys a stream while its thread is sending an event: the destructor has to wait for the thread, and the event has
+/// to arrive.
+/// \param send_bytes  makes the stream receive some bytes, once
 template <typename Stream, typename Cause>
-void expect_event_on_its_way_to_arrive(std::unique_ptr<Stream> stream, Cause make_bytes_come) {
+void expect_event_on_its_way_to_arrive(std::unique_ptr<Stream> stream, Cause send_bytes) {
     Recording_waiter waiter;
     Held_announcement announcement(*stream);
     stream->reg_rx_waiter(waiter, false);
-    make_bytes_come();
+    send_bytes();
     announcement.wait_until_inside();
 
     std::atomic<bool> destroyed{false};
