@@ -28,7 +28,7 @@ static bool got_full(waiter_descriptor& waiter) {
 
 static void save(Settings& settings, NV_iterator& file, NV_iterator::modes_t mode) {
     file.set_mode(mode);
-    settings.serialise(&file); // success says nothing of the store: the waiter hears of that
+    static_cast<void>(settings.serialise(&file)); // true also when the store is full: the waiter is notified of that
     file.set_mode(NV_iterator::closed);
 }
 
