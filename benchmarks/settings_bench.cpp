@@ -36,8 +36,7 @@ unsigned char bytes[1 << 16];
 int save_to_bytes(Unit_settings& settings) {
     NV_buffer_iterator it(bytes, sizeof bytes, 0);
     it.set_mode(NV_iterator::writing_all);
-    settings.serialise(&it);
-    return it.length();
+    return settings.serialise(&it) ? it.length() : 0;
 }
 
 void save(benchmark::State& state) {

@@ -29,7 +29,7 @@ static bool is_full(waiter_descriptor& waiter) {
 
 static void save(Settings& settings, NV_iterator& file, NV_iterator::modes_t mode) {
     file.set_mode(mode);
-    settings.serialise(&file); // its result does not include the store: that notifies the waiter
+    static_cast<void>(settings.serialise(&file)); // true also when the store is full: the waiter is notified of that
     file.set_mode(NV_iterator::closed);
 }
 

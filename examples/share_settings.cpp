@@ -27,13 +27,13 @@ struct Shared : NV_default_selector {
     const NV_item& own;
 };
 
-static void send(Unit_settings& settings) {
+static bool send(Unit_settings& settings) {
     const Shared shared(settings.starts);
     Posix_data_stream output(-1, 1);
     NV_stream_iterator link(output);
     link.set_selector(&shared);
     link.set_mode(NV_iterator::writing_all);
-    settings.serialise(&link);
+    return settings.serialise(&link);
 }
 
 static std::string text_of(const NV_item& item) {
@@ -73,8 +73,7 @@ int main(int argc, char** argv) {
         return 1;
     }
     if (argc == 2) {
-        send(settings);
-        return 0;
+        return send(settings) ? 0 : 1;
     }
     const auto channel = Event_sender_data_stream_create_unique(modules, argv[2], nullptr, 0, {});
     if (!channel)

@@ -1,4 +1,4 @@
-// Shows, checks, compares and measures settings files, of whatever tree of settings they are.
+// Shows, checks, compares and measures settings files of any tree of settings.
 
 #include "common/command_line.h"
 #include "settings/Record_walker.h"
@@ -25,7 +25,7 @@ constexpr int trouble = 2;
 
 using Bytes = std::vector<unsigned char>;
 
-/// A file to look at.
+/// A file to examine.
 struct Input {
     std::string path;
     Bytes bytes;
@@ -55,7 +55,7 @@ int verify(Input& file) {
     return good;
 }
 
-/// Whether a file is good; says so on standard error when it is not.
+/// Whether a file is good; reports on standard error when it is not.
 bool expect_good(const CLI::App& app, Input& file) {
     const Settings_check check = checked(file);
     if (const auto& fault = check.first_fault())
@@ -99,14 +99,14 @@ void describe(CLI::App& app, Command_line& line) {
     app.require_subcommand(0, 1);
     app.add_option("FILE", line.file, "A settings file to show, as \"show FILE\" does")->type_name("");
     line.show = add_command(app, "show", "Print every record: id, type, value; every checksum: good or bad", line.file);
-    line.verify = add_command(app, "verify", "Say whether a file is good, or where its first fault is", line.file);
+    line.verify = add_command(app, "verify", "Report whether a file is good, or where its first fault is", line.file);
     line.diff = add_command(app, "diff", "Print the settings in which two files differ", line.file);
     line.diff->add_option("SECOND", line.second, "Another one")->type_name("")->required();
     line.stats = add_command(app, "stats", "Count records, levels, bytes by type, incremental saves", line.file);
     app.footer(
-        "Settings are known by ids, from the outermost container inwards: 0/2/1. Where a file holds several saves, "
-        "one\n"
-        "behind the other, the last value of a setting counts. Nothing tells that a whole save is missing at the end.\n"
+        "Settings are identified by ids, from the outermost container inwards: 0/2/1. In a file with several saves "
+        "the\n"
+        "last value of a setting counts. A file does not show that a whole save is missing at its end.\n"
         "Exit status: 0 when the file is good (diff: and both have the same settings), 1 when it is damaged (diff: or\n"
         "they differ), 2 for a wrong option, a file that cannot be read, or an output that fails.");
 }
@@ -121,7 +121,7 @@ int run(const CLI::App& app, const Command_line& line, Input& file, Input& secon
     return show(file);
 }
 
-/// Reads a file; whether that worked.
+/// Reads a file. \return whether it could be read
 bool read(const CLI::App& app, Input& file) {
     std::string reason;
     auto bytes = read_record_file(file.path, reason);
@@ -148,15 +148,15 @@ int read_and_run(const CLI::App& app, const Command_line& line) {
 } // namespace
 
 int main(int argc, char** argv) {
-    std::signal(SIGPIPE, SIG_IGN); // a reader that goes away is told as any other failing output
+    std::signal(SIGPIPE, SIG_IGN); // a reader that goes away is reported like any other failed output
     Command_line line;
-    CLI::App app("Shows, checks, compares and measures settings files, of whatever program they are.", "settings_tool");
+    CLI::App app("Shows, checks, compares and measures settings files of any program.", "settings_tool");
     describe(app, line);
     if (const auto status = command_line::parse(app, argc, argv))
         return *status == 0 ? good : trouble;
-    const bool is_twofold = !app.get_subcommands().empty() && app.count("FILE") > 0;
-    if (is_twofold || line.file.empty()) {
-        complain(app, is_twofold ? "a FILE in front of a command" : "no FILE given; see --help");
+    const bool has_both = !app.get_subcommands().empty() && app.count("FILE") > 0;
+    if (has_both || line.file.empty()) {
+        complain(app, has_both ? "a FILE before a command" : "no FILE given; see --help");
         return trouble;
     }
     return read_and_run(app, line);

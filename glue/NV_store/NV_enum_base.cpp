@@ -1,12 +1,12 @@
 #include <glue/NV_store/NV_enum_base.h>
 
-#include "NV_store/record.h"
+#include <glue/NV_store/NV_record.h>
 
 namespace NV_store {
 
 namespace {
 
-/// The narrowest type for a value.
+/// The narrowest type that holds a value.
 int type_for(unsigned int value) {
     if (value <= 0xFF)
         return DTS::Defs::type_uint8;
@@ -24,7 +24,7 @@ bool push(NV_iterator* it, int type, unsigned int value) {
     }
 }
 
-/// Pops a number of one width into one of another.
+/// Pops a number of one width into a variable of another.
 template <typename Stored>
 bool pop_as(NV_iterator* it, bool (NV_iterator::*pop)(Stored&, NV_iterator::Options), unsigned int& value) {
     Stored stored = 0;
@@ -42,7 +42,7 @@ bool pop(NV_iterator* it, int type_byte, unsigned int& value) {
         return pop_as(it, &NV_iterator::pop_uint16, value);
     case DTS::Defs::type_uint32:
         return pop_as(it, &NV_iterator::pop_uint32, value);
-    case DTS::Defs::type_uint64: // on purpose cut to its lower half
+    case DTS::Defs::type_uint64: // on purpose truncated to its lower half
         return pop_as(it, &NV_iterator::pop_uint64, value);
     default:
         return false;

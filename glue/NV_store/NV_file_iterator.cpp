@@ -14,14 +14,14 @@ namespace NV_store {
 
 namespace {
 
-// Of F2FS; the headers of some systems lack them.
+// Requests of F2FS; the headers of some systems lack them.
 constexpr unsigned long start_atomic_write = 0xF501;
 constexpr unsigned long commit_atomic_write = 0xF502;
 
 constexpr int asks_for_writing = O_WRONLY | O_RDWR | O_APPEND;
 constexpr int new_file_permissions = 0777;
 
-bool can_be_tried_again() {
+bool is_temporary_error() {
     return errno == EAGAIN || errno == EINTR;
 }
 
@@ -29,7 +29,7 @@ void report_error() {
     std::printf("Error in NV_file_iterator: %s\n", std::strerror(errno));
 }
 
-/// Moves bytes with `transfer` until all are moved, none move any more, or an error comes.
+/// Moves bytes with `transfer` until all are moved, a call moves none, or an error occurs.
 template <typename Byte, typename Transfer>
 int move_all(Byte* bytes, int count, Transfer transfer) {
     if (!bytes || count < 0)
@@ -41,7 +41,7 @@ int move_all(Byte* bytes, int count, Transfer transfer) {
             break;
         if (moved > 0) {
             done += static_cast<int>(moved);
-        } else if (!can_be_tried_again()) {
+        } else if (!is_temporary_error()) {
             report_error();
             return -1;
         }
@@ -63,7 +63,7 @@ NV_file_iterator::~NV_file_iterator() {
 std::pair<int, bool> NV_file_iterator::open_atomic_fallback(const char* path, int flags, int fallback_flags,
                                                             int permissions) {
     if (flags & asks_for_writing) {
-        // Cut to nothing only once nothing of that is kept before the commit.
+        // Truncated only after atomic writing has begun, so that the old content stays until the commit.
         const int fd = glue_detail::open_above_standard(AT_FDCWD, path, flags & ~O_TRUNC, permissions);
         if (fd >= 0) {
             const bool atomic = ::ioctl(fd, start_atomic_write) == 0;
@@ -80,7 +80,7 @@ int NV_file_iterator::close_atomic(std::pair<int, bool> file) {
     if (fd < 0)
         return -1;
     if (atomic)
-        ::ioctl(fd, commit_atomic_write); // on purpose nobody is told when this fails
+        ::ioctl(fd, commit_atomic_write); // on purpose a failure is not reported
     return ::close(fd);
 }
 
@@ -93,10 +93,10 @@ std::pair<int, bool> NV_file_iterator::open_for(modes_t mode) const {
 
 void NV_file_iterator::set_mode(modes_t mode) {
     if (mode_ == reading || is_for_writing(mode_)) {
-        const int closed_well = close_atomic(file_);
+        const int result = close_atomic(file_);
         file_ = no_file;
         mode_ = closed;
-        if (closed_well != 0)
+        if (result != 0)
             return;
     }
     if (mode == reading || is_for_writing(mode)) {

@@ -1,10 +1,10 @@
 #include <glue/NV_store/NV_item.h>
 
-#include "NV_store/record.h"
 #include "NV_store/skip_unknown_number.h"
 #include "NV_store/tree_mutex.h"
 
 #include <glue/NV_store/NV_container.h>
+#include <glue/NV_store/NV_record.h>
 
 #include <platform/Debug.h>
 #include <platform/waiter.h>
@@ -15,15 +15,16 @@
 
 namespace NV_store {
 
-NV_item::NV_item(NV_container* parent, unsigned short id, const char* name) : NV_item(parent, id, name, nullptr) {}
+NV_item::NV_item(NV_container* parent, unsigned short id, const char* name)
+    : NV_item(parent, id, name, Node_kind::leaf) {}
 
-NV_item::NV_item(NV_container* parent, unsigned short id, const char* name, NV_container* self)
-    : name_(name ? name : ""), parent_(parent), id_(id), self_(self) {
+NV_item::NV_item(NV_container* parent, unsigned short id, const char* name, Node_kind kind)
+    : name_(name ? name : ""), parent_(parent), id_(id), kind_(kind) {
     if (parent_)
         parent_->add_child(this);
 }
 
-// NOLINTNEXTLINE(readability-redundant-member-init): a Qt object is not copied, which is to be seen here
+// NOLINTNEXTLINE(readability-redundant-member-init): shows that the Qt object is not copied
 NV_item::NV_item(const NV_item& other) : QObject(), Data_item(other) {
     copy(other);
 }
@@ -132,11 +133,11 @@ void NV_item::print(Debug::Dumper& dumper) const {
 }
 
 NV_root* NV_item::_get_root() const {
-    if (self_)
-        return self_->get_root();
+    if (kind_ == Node_kind::container)
+        return static_cast<const NV_container*>(this)->get_root();
     if (parent_)
         return parent_->get_root();
-    return nullptr; // what has no parent and is no container is no root either
+    return nullptr; // a leaf is never a root
 }
 
 bool NV_item::get_path_name(char* buf, int len) const {
@@ -179,7 +180,7 @@ bool NV_item::notify_updated(bool changed, bool written, bool force, notify_t ho
         clear_pristine();
     bool result = true;
     if (how & notify_waiters)
-        result = waiters_.notify_updated(root, true); // nothing is held back
+        result = waiters_.notify_updated(root, true); // forced: notifies every waiter
     if (changed && change_hook())
         change_hook()->changed(true);
     if ((how & notify_parents) && get_type() != DTS::Defs::type_root && parent_ && result)
@@ -204,12 +205,12 @@ bool NV_item::is_event(const waiter_event& event) const {
 }
 
 bool NV_item::add_waiter(const NV_waiter_reg& registration) {
-    const NV_lock held(*this);
+    const NV_lock guard(*this);
     return waiters_.add(registration);
 }
 
 bool NV_item::remove_waiter(const NV_waiter_reg& registration) {
-    const NV_lock held(*this);
+    const NV_lock guard(*this);
     return waiters_.remove(registration);
 }
 

@@ -1,7 +1,8 @@
 #include <glue/NV_store/NV_number.h>
 
-#include "NV_store/record.h"
 #include "NV_store/skip_unknown_number.h"
+
+#include <glue/NV_store/NV_record.h>
 
 #include <platform/Data_item_text.h>
 #include <platform/Debug.h>
@@ -16,7 +17,7 @@ namespace {
 using CDS::Remote::Receive_buffer;
 using CDS::Remote::Send_buffer;
 
-/// How a type of number is stored, and how it goes to a peer.
+/// How a type of number is stored, and how it is sent to a peer.
 template <typename T>
 struct Codec;
 
@@ -50,10 +51,10 @@ struct Codec<unsigned long long> {
     static bool push(NV_iterator* it, unsigned long long value) { return it->push_uint64(value, record_options); }
     static bool pop(NV_iterator* it, unsigned long long& value) {
         std::uint64_t stored = 0;
-        const bool there = it->pop_uint64(stored, record_options);
-        if (there)
+        const bool read = it->pop_uint64(stored, record_options);
+        if (read)
             value = stored;
-        return there;
+        return read;
     }
     static int append(Send_buffer& buffer, unsigned long long value) { return buffer.append_UINT64(value); }
     static int pop(Receive_buffer& buffer, unsigned long long& value) {
@@ -70,10 +71,10 @@ struct Codec<long long> {
     static bool push(NV_iterator* it, long long value) { return it->push_int64(value, record_options); }
     static bool pop(NV_iterator* it, long long& value) {
         std::int64_t stored = 0;
-        const bool there = it->pop_int64(stored, record_options);
-        if (there)
+        const bool read = it->pop_int64(stored, record_options);
+        if (read)
             value = stored;
-        return there;
+        return read;
     }
     static int append(Send_buffer& buffer, long long value) { return buffer.append_INT64(value); }
     static int pop(Receive_buffer& buffer, long long& value) {
@@ -85,7 +86,7 @@ struct Codec<long long> {
     }
 };
 
-/// What to compute in so that an integer that is too large wraps round.
+/// The type for arithmetic, so that an integer that is too large wraps round.
 template <typename T, typename = void>
 struct Arithmetic {
     using type = T;
@@ -133,13 +134,13 @@ void NV_number<T, Type>::_get_range(T& low, T& high) const {
 
 template <typename T, int Type>
 void NV_number<T, Type>::get_range(T& low, T& high) const {
-    const NV_lock held(*this);
+    const NV_lock guard(*this);
     _get_range(low, high);
 }
 
 template <typename T, int Type>
 T NV_number<T, Type>::get() const {
-    const NV_lock held(*this);
+    const NV_lock guard(*this);
     return value_;
 }
 
@@ -160,11 +161,11 @@ bool NV_number<T, Type>::_set(T value, notify_t how) {
 
 template <typename T, int Type>
 bool NV_number<T, Type>::set(T value) {
-    const NV_lock held(*this);
+    const NV_lock guard(*this);
     return _set(value, notify_all);
 }
 
-/// The other node as a number of this kind; null when it is none. Numbers of type 17 may differ in T.
+/// The other node as a number of this kind; null when it is of another kind. Numbers of type 17 may differ in T.
 template <typename T, int Type>
 const NV_number<T, Type>* NV_number<T, Type>::same_kind(const NV_item& other) const {
     return other.get_type() == get_type() ? dynamic_cast<const NV_number*>(&other) : nullptr;
@@ -176,7 +177,7 @@ bool NV_number<T, Type>::_set(const NV_item& other, notify_t how) {
     return number && _set(number->_get(), how);
 }
 
-/// A number of another tree is read under that tree's lock, which is let go of before this tree's is taken.
+/// A number of another tree is read under that tree's lock, which is released before this tree's is acquired.
 template <typename T, int Type>
 bool NV_number<T, Type>::set(const NV_item& other) {
     const NV_number* const number = same_kind(other);
@@ -184,14 +185,14 @@ bool NV_number<T, Type>::set(const NV_item& other) {
         return false;
     if (number->_get_root() != _get_root())
         return set(number->get());
-    const NV_lock held(*this);
+    const NV_lock guard(*this);
     return _set(*number, notify_all);
 }
 
-// NOLINTBEGIN(misc-unconventional-assign-operator): gives the value, as a number would
+// NOLINTBEGIN(misc-unconventional-assign-operator): returns the value, as a number would
 template <typename T, int Type>
 T NV_number<T, Type>::operator=(T value) {
-    const NV_lock held(*this);
+    const NV_lock guard(*this);
     _set(value, notify_all);
     return value_;
 }
@@ -222,21 +223,21 @@ bool NV_number<T, Type>::operator==(const char* text) const {
 
 template <typename T, int Type>
 T NV_number<T, Type>::operator+=(T value) {
-    const NV_lock held(*this);
+    const NV_lock guard(*this);
     _set(sum(_get(), value), notify_all);
     return _get();
 }
 
 template <typename T, int Type>
 T NV_number<T, Type>::operator-=(T value) {
-    const NV_lock held(*this);
+    const NV_lock guard(*this);
     _set(difference(_get(), value), notify_all);
     return _get();
 }
 
 template <typename T, int Type>
 T NV_number<T, Type>::operator++(int) {
-    const NV_lock held(*this);
+    const NV_lock guard(*this);
     const T before = _get();
     _set(sum(before, static_cast<T>(1)), notify_all);
     return before;
@@ -291,10 +292,10 @@ bool NV_number<T, Type>::serialise(NV_iterator* it) {
 
 template <typename T, int Type>
 bool NV_number<T, Type>::deserialise(NV_iterator* it) {
-    // The last argument of both messages tells which of them it was.
+    // The last argument of both messages distinguishes them.
     Record_header header;
-    const bool there = header.pop(it);
-    if (!there || header.id != get_id() || header.type_byte != own_type_byte()) {
+    const bool read = header.pop(it);
+    if (!read || header.id != get_id() || header.type_byte != own_type_byte()) {
         Debug::Print::dprint("Number fail %s %d != %d || %d != %d %d\n", get_name(), header.id, get_id(),
                              header.type_byte, own_type_byte(), 424);
         return false;
@@ -356,32 +357,13 @@ Data_item::Serial_ret NV_number<T, Type>::deserialise(Receive_buffer& buffer, un
     return serial_check(received);
 }
 
-template class NV_number<bool, 2>;
-template class NV_number<bool, 17>;
-template class NV_number<char, 3>;
-template class NV_number<char, 17>;
-template class NV_number<unsigned char, 4>;
-template class NV_number<unsigned char, 17>;
-template class NV_number<unsigned short, 5>;
-template class NV_number<unsigned short, 17>;
-template class NV_number<unsigned int, 6>;
-template class NV_number<unsigned int, 17>;
-template class NV_number<signed char, 7>;
-template class NV_number<signed char, 17>;
-template class NV_number<short, 8>;
-template class NV_number<short, 17>;
-template class NV_number<int, 9>;
-template class NV_number<int, 17>;
-template class NV_number<float, 10>;
-template class NV_number<double, 11>;
-template class NV_number<unsigned long long, 15>;
-template class NV_number<unsigned long long, 17>;
-template class NV_number<long long, 16>;
-template class NV_number<long long, 17>;
+#define INSTANTIATE(T, Type) template class NV_number<T, Type>;
+GLUE_NV_NUMBERS(INSTANTIATE)
+#undef INSTANTIATE
 
 namespace {
 
-/// The two ways to pass over one type of number.
+/// How to skip a single number of a type, and an array.
 struct Skipper {
     bool (*single)(NV_iterator*);
     bool (*array)(NV_iterator*, DTS::Defs::Storage_class);

@@ -1,19 +1,18 @@
 #include <glue/NV_store/NV_path.h>
 
-#include "NV_store/record.h"
-
 #include <glue/NV_store/NV_item.h>
+#include <glue/NV_store/NV_record.h>
 
 #include <algorithm>
 #include <iterator>
 
 namespace NV_store {
 
-NV_path::NV_path(int capacity) : ids_(room_), capacity_(std::clamp(capacity, 0, max_capacity)), room_{} {
+NV_path::NV_path(int capacity) : ids_(storage_), capacity_(std::clamp(capacity, 0, max_capacity)), storage_{} {
     clear();
 }
 
-NV_path::NV_path(const NV_path& other) : ids_(room_), capacity_(other.capacity_) {
+NV_path::NV_path(const NV_path& other) : ids_(storage_), capacity_(other.capacity_) {
     *this = other;
 }
 
@@ -23,11 +22,11 @@ NV_path& NV_path::operator=(const NV_path& other) {
     capacity_ = other.capacity_;
     head_ = other.head_;
     tail_ = other.tail_;
-    std::copy(std::begin(other.room_), std::end(other.room_), room_);
+    std::copy(std::begin(other.storage_), std::end(other.storage_), storage_);
     return *this;
 }
 
-/// Where the id at a position counted from the oldest one is.
+/// The index of an id; positions count from the oldest one.
 int NV_path::index(int position) const {
     return (head_ + position) % capacity_;
 }
@@ -80,25 +79,25 @@ bool NV_path::write(NV_iterator* it) const {
 
 bool NV_path::read(NV_iterator* it) {
     unsigned char count = 0;
-    bool there = it->pop_uint8(count, record_options);
+    bool complete = it->pop_uint8(count, record_options);
     unsigned short id = 0;
-    for (int i = 0; i < count && there; ++i) {
-        there = it->pop_uint16(id, record_options);
-        if (there)
+    for (int i = 0; i < count && complete; ++i) {
+        complete = it->pop_uint16(id, record_options);
+        if (complete)
             push(id);
     }
-    return there;
+    return complete;
 }
 
-/// True on purpose, whatever became of it: so it has always been for those who call it.
+/// On purpose true also when a byte could not be written: callers rely on it.
 bool NV_path::serialise(NV_iterator* it) const {
-    write(it);
+    static_cast<void>(write(it));
     return true;
 }
 
-/// True on purpose, too.
+/// On purpose true, too.
 bool NV_path::deserialise(NV_iterator* it) {
-    read(it);
+    static_cast<void>(read(it));
     return true;
 }
 

@@ -11,37 +11,37 @@ NV_pcfile_iterator::NV_pcfile_iterator(const char* name) {
     stzncpy(name_, name, sizeof name_);
 }
 
-/// The stream would end the process if it went with a file open.
+/// The stream would end the process if it were destroyed with a file open.
 NV_pcfile_iterator::~NV_pcfile_iterator() {
     close();
 }
 
 void NV_pcfile_iterator::set_mode(modes_t mode) {
-    const bool closed_well = close();
+    const bool is_closed = close();
     mode_ = closed;
-    if (closed_well && open_for(mode))
+    if (is_closed && open_for(mode))
         mode_ = mode;
 }
 
-/// \return true also when nothing was open
+/// \return true also when no file was open
 bool NV_pcfile_iterator::close() {
-    file_.drop_all(); // what was read from one file is none of the next one's
+    file_.drop_all(); // bytes of one file must not be read from the next
     if (mode_ == reading)
         return file_.close_read() == PCFile_data_stream::success;
     return !is_for_writing(mode_) || file_.close_write() == PCFile_data_stream::success;
 }
 
-/// \return true also when the mode asks for no file
+/// \return true also when the mode needs no file
 bool NV_pcfile_iterator::open_for(modes_t mode) {
     if (mode == reading)
         return file_.open_read(name_, attempts) == PCFile_data_stream::success;
     if (!is_for_writing(mode))
         return true;
-    const bool anew = !is_for_appending(mode);
-    if (anew && PCFile_data_stream::exists(name_))
+    const bool from_start = !is_for_appending(mode);
+    if (from_start && PCFile_data_stream::exists(name_))
         PCFile_data_stream::remove(name_);
     const bool opened = file_.open_write(name_, attempts) == PCFile_data_stream::success;
-    if (opened && anew)
+    if (opened && from_start)
         byte_count_ = 0;
     return opened;
 }

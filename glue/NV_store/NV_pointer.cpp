@@ -1,7 +1,6 @@
 #include <glue/NV_store/NV_pointer.h>
 
-#include "NV_store/record.h"
-
+#include <glue/NV_store/NV_record.h>
 #include <glue/NV_store/NV_root.h>
 
 #include <platform/Debug.h>
@@ -22,7 +21,7 @@ NV_pointer::NV_pointer(const NV_pointer& other)
         root_->add_pointer(this);
 }
 
-/// A registry that went first has let go of its pointers.
+/// A registry that was destroyed first has already removed its pointers.
 NV_pointer::~NV_pointer() {
     if (is_in_tree())
         root_->remove_pointer(this);
@@ -32,7 +31,7 @@ int NV_pointer::get_type() const {
     return DTS::Defs::type_pointer;
 }
 
-/// Moves the pointer to its new place in the registry.
+/// Changes the target and moves the pointer to its new position in the registry.
 void NV_pointer::point_at(NV_item* target) {
     if (root_)
         root_->remove_pointer(this);
@@ -42,7 +41,7 @@ void NV_pointer::point_at(NV_item* target) {
 }
 
 NV_item* NV_pointer::get() const {
-    const NV_lock held(*this);
+    const NV_lock guard(*this);
     return target_;
 }
 
@@ -53,7 +52,7 @@ void NV_pointer::_set(NV_item* target, notify_t how) {
 }
 
 void NV_pointer::set(NV_item* target, notify_t how) {
-    const NV_lock held(*this);
+    const NV_lock guard(*this);
     _set(target, how);
 }
 

@@ -1,6 +1,6 @@
 #include <glue/NV_store/NV_root.h>
 
-#include "NV_store/record.h"
+#include <glue/NV_store/NV_record.h>
 
 #include <platform/module_man.h>
 
@@ -53,15 +53,15 @@ int NV_root::pointer_compare(const __bsnode* a, const __bsnode* b) {
 bool NV_root::notify_pointers(NV_item* item, bool changed, bool written, bool force, notify_t how, NV_root* root) {
     NV_pointer key;
     key._set(item, notify_all);
-    const auto is_told = [&](const NV_pointer* pointer) { return pointer && pointer_compare(pointer, &key) == 0; };
-    std::vector<NV_pointer*> told; // listeners may point theirs at something else, which moves them in the registry
+    const auto matches = [&](const NV_pointer* pointer) { return pointer && pointer_compare(pointer, &key) == 0; };
+    std::vector<NV_pointer*> pointers; // collected first: a listener that changes a target moves the pointer
     NV_pointer* const found = pointers_.find(&key);
-    for (NV_pointer* at = found; is_told(at); at = pointers_.next(at))
-        told.push_back(at);
-    for (NV_pointer* at = found ? pointers_.previous(found) : nullptr; is_told(at); at = pointers_.previous(at))
-        told.push_back(at);
+    for (NV_pointer* at = found; matches(at); at = pointers_.next(at))
+        pointers.push_back(at);
+    for (NV_pointer* at = found ? pointers_.previous(found) : nullptr; matches(at); at = pointers_.previous(at))
+        pointers.push_back(at);
     bool result = true;
-    for (NV_pointer* pointer : told)
+    for (NV_pointer* pointer : pointers)
         result = pointer->notify_updated(changed, written, force, how, root);
     return result;
 }
@@ -69,12 +69,12 @@ bool NV_root::notify_pointers(NV_item* item, bool changed, bool written, bool fo
 NV_load_result load_all(NV_item& tree, NV_iterator& it, unsigned limit) {
     NV_load_result result;
     unsigned char next = 0;
-    do { // the first attempt also says when there is nothing at all
+    do { // the first attempt also reports an empty file
         result.intact = tree.deserialise(&it);
         if (!result.intact)
             break;
         ++result.loaded;
-    } while (result.loaded < limit && it.peek_bytes(&next, 1)); // a single byte is a record that was cut off
+    } while (result.loaded < limit && it.peek_bytes(&next, 1)); // a single byte is a record that is cut off
     return result;
 }
 

@@ -1,4 +1,4 @@
-// The way of a save:
+// The states of a save:
 //
 //     closed --begin--> writing --commit--> flush content --> rename --> flush folder --> closed, saved
 //                          |                     |               |            |
@@ -6,7 +6,8 @@
 //                          v
 //                       closed, unfinished file removed, old file as it was
 //
-// The unfinished file is locked (flock) by whoever writes it. One that nobody holds the lock of is a leftover.
+// The iterator that writes the unfinished file holds a lock (flock) on it. An unfinished file without a lock is a
+// leftover.
 
 #include <glue/NV_store/NV_safe_file_iterator.h>
 
@@ -15,7 +16,7 @@
 #include "detail/Lock_unless_held.h"
 #include "detail/descriptors.h"
 
-#include <glue/NV_store/NV_item.h>
+#include <glue/NV_store/NV_container.h>
 
 #include <platform/Debug.h>
 
@@ -23,6 +24,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <set>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -34,19 +36,19 @@ namespace NV_store {
 namespace {
 
 constexpr int longest_chain_of_links = 40;
-constexpr int most_leftovers = 8; // others may come and go while this one looks
+constexpr int most_leftovers = 8; // other savers may create and remove some meanwhile
 constexpr mode_t permission_bits = 07777;
 constexpr int new_file_permissions = 0666;
-constexpr int private_permissions = 0600; // until the file gets those of the one it replaces
+constexpr int private_permissions = 0600; // until the file gets those of the old one
 
-/// The dirty flags of a tree's nodes, as they were.
+/// The dirty flags of a tree's nodes before a save.
 class Kept_flags {
   public:
     void keep(NV_item& tree) {
         for (NV_item* node = &tree; node; node = node->get_next_in_tree(&tree))
             flags_.emplace_back(node, node->get_flags());
     }
-    void give_back() const {
+    void restore() const {
         for (const auto& [node, flags] : flags_)
             node->give_back_dirty(flags);
     }
@@ -55,19 +57,60 @@ class Kept_flags {
     std::vector<std::pair<NV_item*, unsigned char>> flags_;
 };
 
+/// Includes everything in the lists whose children share ids. A reader distinguishes those children by their order:
+/// when a record is missing, it loads the next one into the wrong child. The iterator's own selector decides about all
+/// other items.
+class Whole_lists : public NV_default_selector {
+  public:
+    /// Is the iterator's selector until it is destroyed.
+    Whole_lists(NV_item& tree, NV_iterator& it) : it_(it), own_(it.get_selector()) {
+        std::set<std::pair<const NV_container*, unsigned short>> ids;
+        for (NV_item* node = tree.get_next_in_tree(&tree); node; node = node->get_next_in_tree(&tree)) {
+            const NV_container* const parent = node->get_parent();
+            if (parent->get_type() == DTS::Defs::type_list && !ids.emplace(parent, node->get_id()).second)
+                lists_.insert(parent);
+        }
+        it_.set_selector(this);
+    }
+    ~Whole_lists() override { it_.set_selector(own_); }
+    Whole_lists(const Whole_lists&) = delete;
+    Whole_lists& operator=(const Whole_lists&) = delete;
+
+    bool include_in_serialise(const NV_item& item, const NV_iterator* it, bool& ok,
+                              bool ignore_selector) const override {
+        if (!is_in_whole_list(item))
+            return own_ ? own_->include_in_serialise(item, it, ok, ignore_selector)
+                        : NV_default_selector::include_in_serialise(item, it, ok, ignore_selector);
+        ok = true;
+        return true;
+    }
+
+  private:
+    bool is_in_whole_list(const NV_item& item) const {
+        for (const NV_container* parent = item.get_parent(); parent; parent = parent->get_parent())
+            if (lists_.count(parent) > 0)
+                return true;
+        return false;
+    }
+
+    NV_iterator& it_;
+    const NV_iterator::NV_selector* const own_;
+    std::set<const NV_container*> lists_;
+};
+
 /// The path up to and including its last "/"; "" when there is none.
 std::string folder_part(const std::string& path) {
     return path.substr(0, path.rfind('/') + 1);
 }
 
-/// Replaces a path that is a symbolic link by where that leads to; what it leads to need not exist.
-/// \return false with too many links one after the other
+/// Replaces a path that is a symbolic link by its target, which need not exist.
+/// \return false when too many links follow each other
 bool follow_links(std::string& path) {
     for (int followed = 0; followed < longest_chain_of_links; ++followed) {
         char target[4096];
         const ssize_t length = ::readlink(path.c_str(), target, sizeof target);
         if (length < 0)
-            return true; // no link, or nothing at all: opening will tell
+            return true; // no link, or no file: opening it shows which
         const std::string next(target, static_cast<std::size_t>(length));
         path = next[0] == '/' ? next : folder_part(path).append(next);
     }
@@ -75,7 +118,7 @@ bool follow_links(std::string& path) {
     return false;
 }
 
-/// Waits until the medium has it.
+/// Waits until the medium has the content.
 bool flush(int fd) {
     int result = 0;
     do
@@ -84,7 +127,7 @@ bool flush(int fd) {
     return result == 0;
 }
 
-/// Not every file system can flush a folder; nothing is wrong then.
+/// Some file systems cannot flush a folder; that is not a failure.
 bool flush_folder(int fd) {
     return flush(fd) || errno == EINVAL;
 }
@@ -123,13 +166,14 @@ bool NV_safe_file_iterator::save(NV_item& tree, modes_t mode) {
     {
         const glue_detail::Lock_unless_held guard(tree_mutex(tree));
         flags.keep(tree);
+        const Whole_lists selector(tree, *this);
         written = tree.serialise(this);
     }
     if (written && commit())
         return true;
     drop();
     const glue_detail::Lock_unless_held guard(tree_mutex(tree));
-    flags.give_back();
+    flags.restore();
     return false;
 }
 
@@ -176,17 +220,17 @@ void NV_safe_file_iterator::drop() {
 bool NV_safe_file_iterator::begin(modes_t mode) {
     push_failed_ = false;
     in_place_ = false;
-    if (!locate() || !look_at_previous() || !make_unfinished())
+    if (!locate() || !read_previous() || !create_unfinished())
         return false;
-    // Now that others are kept out, the truth: one of them may have made the file in the meantime.
-    if (!look_at_previous() || (is_for_appending(mode) && !copy_previous()))
+    // Again, now that other savers are locked out: one of them may have created the file meanwhile.
+    if (!read_previous() || (is_for_appending(mode) && !copy_previous()))
         return false;
     if (!is_for_appending(mode))
         byte_count_ = 0;
     return true;
 }
 
-/// Opens the folder that the file is in, and finds its name there.
+/// Opens the folder of the file, and determines its name there.
 bool NV_safe_file_iterator::locate() {
     std::string whole = path();
     if (!follow_links(whole))
@@ -199,7 +243,7 @@ bool NV_safe_file_iterator::locate() {
     return folder_ >= 0 || failed("cannot open the folder");
 }
 
-bool NV_safe_file_iterator::look_at_previous() {
+bool NV_safe_file_iterator::read_previous() {
     previous_ = {};
     struct stat status {};
     if (::fstatat(folder_, name_.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
@@ -214,12 +258,12 @@ bool NV_safe_file_iterator::look_at_previous() {
     return true;
 }
 
-bool NV_safe_file_iterator::make_unfinished() {
+bool NV_safe_file_iterator::create_unfinished() {
     const int permissions = previous_.exists ? private_permissions : new_file_permissions;
     for (int attempt = 0; attempt <= most_leftovers; ++attempt) {
         const int fd = glue_detail::open_above_standard(folder_, unfinished_.c_str(),
                                                         O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, permissions);
-        if (fd >= 0 && take(fd))
+        if (fd >= 0 && adopt(fd))
             return true;
         if (fd < 0 && errno != EEXIST)
             return failed("cannot make a new file");
@@ -230,8 +274,8 @@ bool NV_safe_file_iterator::make_unfinished() {
     return failed("another save is under way");
 }
 
-/// Makes a new file ours, unless somebody has taken it for a leftover meanwhile.
-bool NV_safe_file_iterator::take(int fd) {
+/// Locks and keeps a new file, unless another saver has removed it as a leftover meanwhile.
+bool NV_safe_file_iterator::adopt(int fd) {
     if (lock_without_waiting(fd) && is_unfinished_file(fd)) {
         file_ = {fd, false};
         return true;
@@ -240,7 +284,7 @@ bool NV_safe_file_iterator::take(int fd) {
     return false;
 }
 
-/// Removes what a killed process has left, if there is something. \return false when it is not to be removed
+/// Removes the unfinished file of a killed process, if there is one. \return false when it must not be removed
 bool NV_safe_file_iterator::remove_leftover() const {
     const int fd = glue_detail::open_above_standard(folder_, unfinished_.c_str(),
                                                     O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, 0);
@@ -255,7 +299,7 @@ bool NV_safe_file_iterator::remove_leftover() const {
     return done;
 }
 
-/// Whether the descriptor is of what is under the unfinished file's name now.
+/// Whether the unfinished file's name still leads to the descriptor's file.
 bool NV_safe_file_iterator::is_unfinished_file(int fd) const {
     struct stat open_file {};
     struct stat named_file {};
@@ -281,12 +325,12 @@ bool NV_safe_file_iterator::copy_previous() const {
 
 bool NV_safe_file_iterator::put_in_place() {
     if (push_failed_) {
-        errno = EIO; // the reason was told when it happened
+        errno = EIO; // the reason was reported when it happened
         return failed("not everything was written");
     }
     if (previous_.exists) {
-        // Not every process may give files away.
-        [[maybe_unused]] const int given = ::fchown(file_.first, previous_.owner, previous_.group);
+        // Not every process may set them.
+        [[maybe_unused]] const int ignored = ::fchown(file_.first, previous_.owner, previous_.group);
         if (::fchmod(file_.first, previous_.permissions) != 0)
             return failed("cannot set the permissions");
     }
@@ -298,7 +342,7 @@ bool NV_safe_file_iterator::put_in_place() {
     return flush_folder(folder_) || failed("cannot flush the folder");
 }
 
-/// Closes, and removes the unfinished file, if there still is one. What the medium has is not lost by a failing close.
+/// Closes, and removes the unfinished file if there still is one. A close that fails loses nothing that was flushed.
 void NV_safe_file_iterator::release() {
     if (file_.first >= 0 && !in_place_)
         ::unlinkat(folder_, unfinished_.c_str(), 0);

@@ -16,7 +16,7 @@ std::uintptr_t address(Target* target) {
     return reinterpret_cast<std::uintptr_t>(target);
 }
 
-bool makes_a_registration(int kind, std::uintptr_t target) {
+bool is_valid(int kind, std::uintptr_t target) {
     return kind == reg_number || (kind >= reg_item && kind <= reg_virt_access && target != 0);
 }
 
@@ -57,7 +57,7 @@ NV_waiter_reg::NV_waiter_reg(waiter_descriptor* descriptor, int kind, std::uintp
       target_(target),
       kind_(static_cast<std::uint8_t>(kind)),
       on_change_only_(on_change_only) {
-    if (!makes_a_registration(kind, target)) {
+    if (!is_valid(kind, target)) {
         kind_ = 0;
         target_ = address(this);
     }

@@ -12,7 +12,7 @@ using NV_store::NV_iterator;
 
 unsigned char eight_bytes[] = {1, 2, 3, 4, 5, 6, 7, 8};
 
-TEST(NV_buffer_iterator, takes_what_fits_and_refuses_one_byte_more) {
+TEST(NV_buffer_iterator, accepts_bytes_that_fit_and_refuses_one_more) {
     unsigned char buffer[8] = {};
     NV_buffer_iterator it(buffer, sizeof buffer, 0);
     EXPECT_TRUE(it.push_bytes(eight_bytes, 8));
@@ -43,14 +43,14 @@ TEST(NV_buffer_iterator, peeks_without_and_pops_with_consuming) {
     EXPECT_EQ(it.length(), 0);
 }
 
-TEST(NV_buffer_iterator, reading_and_writing_are_reset_each_on_its_own) {
+TEST(NV_buffer_iterator, reading_and_writing_are_reset_separately) {
     unsigned char buffer[8];
     NV_buffer_iterator it(buffer, sizeof buffer, 0);
     unsigned char bytes[8] = {};
     EXPECT_TRUE(it.push_bytes(eight_bytes, 4));
     EXPECT_TRUE(it.pop_bytes(bytes, 3));
     it.reset_writing();
-    EXPECT_FALSE(it.peek_bytes(bytes, 0)); // the position lies beyond the data
+    EXPECT_FALSE(it.peek_bytes(bytes, 0)); // the position is beyond the data
     EXPECT_TRUE(it.push_bytes(eight_bytes, 5));
     EXPECT_TRUE(it.pop_bytes(bytes, 2));
     EXPECT_EQ(bytes[0], 4);
@@ -61,7 +61,7 @@ TEST(NV_buffer_iterator, reading_and_writing_are_reset_each_on_its_own) {
     EXPECT_EQ(it.length(), 5);
 }
 
-TEST(NV_buffer_iterator, another_buffer_is_read_and_written_by_its_own_lengths) {
+TEST(NV_buffer_iterator, another_buffer_is_used_with_its_own_lengths) {
     NV_buffer_iterator it(eight_bytes, 8, 8);
     unsigned char bytes[8] = {};
     EXPECT_TRUE(it.pop_bytes(bytes, 6));
@@ -95,7 +95,7 @@ TEST(NV_buffer_iterator, has_nothing_without_a_buffer) {
     EXPECT_TRUE(it.pop_bytes(&byte, 1));
 }
 
-TEST(NV_buffer_iterator, tree_comes_back_as_it_was_saved) {
+TEST(NV_buffer_iterator, tree_is_loaded_as_saved) {
     unsigned char buffer[256];
     NV_buffer_iterator it(buffer, sizeof buffer, 0);
     Settings_tree saved;

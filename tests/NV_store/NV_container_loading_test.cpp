@@ -21,7 +21,7 @@ class Loading : public testing::Test {
         left = it.left();
         return loaded;
     }
-    /// Whether a tree is loaded that has this record, of which it knows nothing, between two that it knows.
+    /// Whether a tree loads this unknown record between two known ones.
     bool loads_around(const std::string& record) {
         tree.set_default(true);
         return load(Record_builder().open(0, 0).integer(1, 71).raw(record).value(4, 3, from_hex("48")).close()) &&
@@ -35,7 +35,7 @@ class Loading : public testing::Test {
 
 constexpr int unknown_id = 99;
 
-TEST_F(Loading, children_come_in_any_order) {
+TEST_F(Loading, children_are_loaded_in_any_order) {
     EXPECT_TRUE(load(Record_builder()
                          .open(0, 0)
                          .value(4, 3, from_hex("07"))
@@ -46,8 +46,8 @@ TEST_F(Loading, children_come_in_any_order) {
                          .close()
                          .integer(1, 8)
                          .close()
-                         .raw("behind")));
-    EXPECT_EQ(left, 6) << "nothing is taken from behind the record";
+                         .raw("after ")));
+    EXPECT_EQ(left, 6) << "bytes after the record are not consumed";
     EXPECT_EQ(tree.speed.get(), 8);
     EXPECT_EQ(tree.guidance.width.get(), 1);
     EXPECT_FALSE(tree.guidance.beeper.get());
@@ -56,16 +56,16 @@ TEST_F(Loading, children_come_in_any_order) {
     EXPECT_EQ(debug.text(), "");
 }
 
-TEST_F(Loading, marks_what_was_loaded_as_set_and_tells_nobody) {
-    Recorded_signals told;
+TEST_F(Loading, clears_pristine_and_notifies_nobody) {
+    Recorded_signals recorded;
     for (NV_item* item = &tree; item; item = item->get_next_in_tree(&tree))
-        told.watch(*item);
+        recorded.watch(*item);
     EXPECT_TRUE(load(Record_builder().open(0, 0).integer(1, 8).close()));
     EXPECT_EQ(tree.speed.get_flags(), 0);
     EXPECT_EQ(tree.get_flags(), 0);
     EXPECT_EQ(tree.lamp.get_flags(), NV_item::pristine);
     EXPECT_EQ(tree.guidance.get_flags(), NV_item::pristine);
-    EXPECT_TRUE(told.names().empty());
+    EXPECT_TRUE(recorded.names().empty());
 }
 
 TEST_F(Loading, keeps_the_dirty_flags) {
@@ -74,7 +74,7 @@ TEST_F(Loading, keeps_the_dirty_flags) {
     EXPECT_EQ(tree.speed.get_flags(), NV_item::dirty_write | NV_item::dirty_change);
 }
 
-TEST_F(Loading, children_that_are_not_there_keep_their_values) {
+TEST_F(Loading, children_without_a_record_keep_their_values) {
     tree.lamp.set(9);
     tree.guidance.width.set(3);
     EXPECT_TRUE(load(Record_builder().open(0, 0).open(1, 2).close().close()));
@@ -100,7 +100,7 @@ TEST_F(Loading, children_with_the_same_id_are_loaded_in_turn) {
     EXPECT_EQ(b.get(), 2);
     EXPECT_EQ(c.get(), 3);
     EXPECT_EQ(other.get(), 4);
-    // A record for only one of them fails: each is asked.
+    // A record for only one of them fails: each of them reads one.
     Settings_bytes one(Record_builder().open(13, 9).integer(1, 5).close());
     EXPECT_FALSE(list.deserialise(&one));
     EXPECT_EQ(a.get(), 5);
@@ -125,7 +125,7 @@ TEST_F(Loading, many_children_with_the_same_id_keep_their_order) {
 
 // ---- Not a record of this container ----
 
-TEST_F(Loading, nothing_there) {
+TEST_F(Loading, no_record) {
     for (const char* bytes : {"", "00", "00 00 01"}) {
         EXPECT_FALSE(load(from_hex(bytes)));
         EXPECT_EQ(tree.get_flags(), NV_item::pristine);
@@ -143,7 +143,7 @@ TEST_F(Loading, header_of_another_container) {
                             "Bad NV settings 0!=0 0!=0 2!=1 for 0:settings\n");
 }
 
-TEST_F(Loading, record_that_is_cut_off_keeps_what_was_read) {
+TEST_F(Loading, record_that_is_cut_off_keeps_the_values_before_the_cut) {
     EXPECT_FALSE(load(Record_builder().open(0, 0).integer(1, 8)));
     EXPECT_EQ(debug.text(), "NV bad for 0:settings\n");
     EXPECT_EQ(tree.speed.get(), 8);
@@ -151,7 +151,7 @@ TEST_F(Loading, record_that_is_cut_off_keeps_what_was_read) {
     EXPECT_EQ(tree.get_flags(), NV_item::pristine) << "the container itself was not loaded";
 }
 
-TEST_F(Loading, child_that_is_bad) {
+TEST_F(Loading, bad_child) {
     EXPECT_FALSE(load(Record_builder().open(0, 0).header(1, 1, 2)));
     EXPECT_FALSE(load(Record_builder().open(0, 0).value(8, 1, low_bytes(7, 2)).close()));
     EXPECT_FALSE(load(Record_builder().open(0, 0).header(9, 12, 1).raw("xxxx").close()));
@@ -166,7 +166,7 @@ TEST_F(Loading, child_that_is_bad) {
 
 TEST_F(Loading, no_byte_may_be_missing) {
     Settings_bytes saved(NV_iterator::writing_all);
-    tree.serialise(&saved);
+    ASSERT_TRUE(tree.serialise(&saved));
     for (std::size_t size = 0; size < saved.bytes().size(); ++size)
         EXPECT_FALSE(load(saved.bytes().substr(0, size))) << size;
     EXPECT_TRUE(load(saved.bytes()));
@@ -174,12 +174,12 @@ TEST_F(Loading, no_byte_may_be_missing) {
 
 // ---- Damage ----
 
-TEST_F(Loading, damaged_container_returns_to_its_defaults_and_nothing_else_does) {
+TEST_F(Loading, only_a_damaged_container_is_set_to_its_defaults) {
     tree.lamp.set(1);
     tree.guidance.width.set(99);
-    Recorded_signals told;
+    Recorded_signals recorded;
     for (NV_item* item : std::initializer_list<NV_item*>{&tree.guidance.width, &tree.guidance.beeper, &tree.speed})
-        told.watch(*item);
+        recorded.watch(*item);
     const std::string inner = Record_builder().open(1, 2).value(2, 2, from_hex("00")).close();
     const std::string stored =
         Record_builder().open(0, 0).integer(1, 8).open(1, 2).value(2, 2, from_hex("00")).close(1).close();
@@ -187,17 +187,17 @@ TEST_F(Loading, damaged_container_returns_to_its_defaults_and_nothing_else_does)
     EXPECT_EQ(tree.guidance.width.get(), 12);
     EXPECT_TRUE(tree.guidance.beeper.get());
     EXPECT_EQ(tree.guidance.get_flags() & NV_item::pristine, 0);
-    EXPECT_EQ(tree.speed.get(), 8) << "what was read before";
-    EXPECT_EQ(tree.lamp.get(), 1) << "what was not reached";
-    EXPECT_EQ(told.names(), (std::vector<std::string>{"width", "width*", "beeper", "beeper*"}))
-        << "the values that went back are told";
+    EXPECT_EQ(tree.speed.get(), 8) << "read before the damage";
+    EXPECT_EQ(tree.lamp.get(), 1) << "not reached";
+    EXPECT_EQ(recorded.names(), (std::vector<std::string>{"width", "width*", "beeper", "beeper*"}))
+        << "values that are set to their defaults are notified";
     const std::uint32_t crc = crc32_by_definition(0, inner.substr(0, inner.size() - 4));
     EXPECT_EQ(debug.text(), "NV_store CRC32 Check " + std::to_string(crc) + "!=" + std::to_string(crc + 1) +
                                 " for 1:guidance\n"
                                 "NV child was bad for 0:settings->guidance\n");
 }
 
-TEST_F(Loading, damage_of_the_root_s_own_record_takes_everything_back) {
+TEST_F(Loading, damage_of_the_root_s_own_record_sets_everything_to_its_default) {
     EXPECT_FALSE(load(Record_builder()
                           .open(0, 0)
                           .integer(1, 8)
@@ -211,7 +211,7 @@ TEST_F(Loading, damage_of_the_root_s_own_record_takes_everything_back) {
     EXPECT_EQ(tree.lamp.get(), 200);
 }
 
-TEST_F(Loading, checksum_that_is_cut_off_is_none) {
+TEST_F(Loading, checksum_that_is_cut_off_is_wrong) {
     const std::string stored = Record_builder().open(0, 0).integer(1, 8).close();
     for (std::size_t missing = 1; missing <= 4; ++missing) {
         EXPECT_FALSE(load(stored.substr(0, stored.size() - missing)));
@@ -220,7 +220,7 @@ TEST_F(Loading, checksum_that_is_cut_off_is_none) {
     EXPECT_NE(debug.text().find("!=0 for 0:settings\n"), std::string::npos);
 }
 
-TEST_F(Loading, every_child_goes_back_even_when_one_refuses) {
+TEST_F(Loading, every_child_is_set_to_its_default_even_when_one_fails) {
     NV_struct container(1, "container");
     Counted_setting a(&container, 1, 0, "a");
     Counted_setting b(&container, 2, 0, "b");
@@ -235,7 +235,7 @@ TEST_F(Loading, one_changed_bit_never_passes) {
     tree.speed.set(8);
     tree.guidance.mode.set(Settings_tree::Mode::off);
     Settings_bytes saved(NV_iterator::writing_all);
-    tree.serialise(&saved);
+    ASSERT_TRUE(tree.serialise(&saved));
     const std::string whole = saved.bytes();
     for (std::size_t bit = 0; bit < 8 * whole.size(); ++bit) {
         std::string damaged = whole;
@@ -248,7 +248,7 @@ TEST_F(Loading, one_changed_bit_never_passes) {
 TEST_F(Loading, random_bytes_do_no_harm) {
     Random random;
     Settings_bytes saved(NV_iterator::writing_all);
-    tree.serialise(&saved);
+    ASSERT_TRUE(tree.serialise(&saved));
     for (int i = 0; i < 3000; ++i) {
         std::string stored = saved.bytes();
         for (unsigned changes = random.between(1, 6); changes > 0; --changes)
@@ -259,9 +259,9 @@ TEST_F(Loading, random_bytes_do_no_harm) {
     EXPECT_TRUE(load(saved.bytes()));
 }
 
-// ---- Records that no node is there for ----
+// ---- Records without a node ----
 
-TEST_F(Loading, unknown_numbers_are_passed_over) {
+TEST_F(Loading, unknown_numbers_are_skipped) {
     const std::pair<int, int> sizes[] = {{2, 1}, {3, 1}, {4, 1},  {5, 2},  {6, 4},  {7, 1},
                                          {8, 2}, {9, 4}, {10, 4}, {11, 8}, {15, 8}, {16, 8}};
     for (const auto& [type, size] : sizes)
@@ -270,7 +270,7 @@ TEST_F(Loading, unknown_numbers_are_passed_over) {
     EXPECT_EQ(debug.text(), "");
 }
 
-TEST_F(Loading, unknown_arrays_are_passed_over) {
+TEST_F(Loading, unknown_arrays_are_skipped) {
     const std::pair<int, int> sizes[] = {{2, 1}, {3, 1}, {4, 1}, {5, 2},  {6, 4},
                                          {7, 1}, {8, 2}, {9, 4}, {10, 4}, {11, 8}};
     for (const auto& [type, size] : sizes) {
@@ -286,7 +286,7 @@ TEST_F(Loading, unknown_arrays_are_passed_over) {
     EXPECT_EQ(debug.text(), "");
 }
 
-TEST_F(Loading, unknown_containers_are_passed_over_with_all_that_is_in_them) {
+TEST_F(Loading, unknown_containers_are_skipped_with_their_content) {
     for (const int type : {0, 1, 13}) {
         EXPECT_TRUE(loads_around(Record_builder().open(type, unknown_id).close()));
         EXPECT_TRUE(loads_around(Record_builder()
@@ -300,7 +300,7 @@ TEST_F(Loading, unknown_containers_are_passed_over_with_all_that_is_in_them) {
                                      .close()));
     }
     EXPECT_TRUE(loads_around(Record_builder().open(1, unknown_id).open(1, 1).close(5).close(9)))
-        << "their checksums are not looked at";
+        << "their checksums are not compared";
     EXPECT_EQ(debug.text(), "");
 }
 
@@ -311,7 +311,7 @@ TEST_F(Loading, damage_within_an_unknown_container_is_found_by_the_known_one_aro
     EXPECT_EQ(debug.text().find("NV_store CRC32 Check "), 0U);
 }
 
-TEST_F(Loading, unknown_records_that_cannot_be_passed_over_end_it) {
+TEST_F(Loading, unknown_records_that_cannot_be_skipped_end_it) {
     const std::string some(16, '\0');
     int count = 0;
     for (int type_byte = 0; type_byte < 256; ++type_byte) {
@@ -361,7 +361,7 @@ TEST_F(Loading, unknown_record_that_is_cut_off_ends_it) {
     }
 }
 
-TEST_F(Loading, skips_by_hand_what_stands_next) {
+TEST_F(Loading, skips_the_next_record_on_request) {
     Settings_bytes it(Record_builder().integer(1, 5).open(1, 2).integer(1, 6).close().raw("x"));
     EXPECT_TRUE(NV_item::deserialise_unknown_handoff(&it));
     EXPECT_TRUE(NV_container::deserialise_unknown(&it));
@@ -370,7 +370,7 @@ TEST_F(Loading, skips_by_hand_what_stands_next) {
     EXPECT_FALSE(NV_container::deserialise_unknown(&it));
     EXPECT_EQ(it.left(), 1);
     Settings_bytes number(Record_builder().integer(1, 5));
-    EXPECT_FALSE(NV_container::deserialise_unknown(&number)) << "no container";
+    EXPECT_FALSE(NV_container::deserialise_unknown(&number)) << "not a container";
 }
 
 TEST_F(Loading, any_number_of_unknown_levels_is_no_danger) {

@@ -12,7 +12,7 @@ TEST(NV_container, path_leads_from_the_target_up_and_back_again) {
     EXPECT_EQ(tree.build_path(&path, &tree.guidance.beeper), 0);
     ASSERT_EQ(path.fill(), 3);
     EXPECT_EQ(tree.follow_path(path), &tree.guidance.beeper);
-    EXPECT_EQ(path.fill(), 3) << "it is a copy that is used up";
+    EXPECT_EQ(path.fill(), 3) << "follow_path consumes a copy";
     unsigned short id = 9;
     for (const int expected : {0, 2, 2}) {
         EXPECT_TRUE(path.pop(id));
@@ -20,7 +20,7 @@ TEST(NV_container, path_leads_from_the_target_up_and_back_again) {
     }
 }
 
-TEST(NV_container, path_may_be_that_of_the_container_itself) {
+TEST(NV_container, path_may_lead_to_the_container_itself) {
     Settings_tree tree;
     NV_path path;
     EXPECT_EQ(tree.guidance.build_path(&path, &tree.guidance), 0);
@@ -32,7 +32,7 @@ TEST(NV_container, path_may_be_that_of_the_container_itself) {
     EXPECT_EQ(tree.speed.follow_path(NV_path()), nullptr);
 }
 
-TEST(NV_container, there_is_no_path_to_what_is_not_below_it) {
+TEST(NV_container, path_to_a_node_that_is_not_below_does_not_exist) {
     Settings_tree tree;
     NV_path path;
     EXPECT_EQ(tree.guidance.build_path(&path, &tree.speed), -1);
@@ -41,7 +41,7 @@ TEST(NV_container, there_is_no_path_to_what_is_not_below_it) {
     EXPECT_EQ(path.fill(), 0);
 }
 
-TEST(NV_container, path_without_room_for_every_level_is_none) {
+TEST(NV_container, path_that_cannot_hold_every_level_fails) {
     Settings_tree tree;
     for (int capacity = 0; capacity <= 3; ++capacity) {
         NV_path path(capacity);
@@ -51,7 +51,7 @@ TEST(NV_container, path_without_room_for_every_level_is_none) {
     }
 }
 
-TEST(NV_container, following_leaves_a_path_as_it_was_that_leads_nowhere) {
+TEST(NV_container, following_leaves_a_path_that_leads_nowhere_unchanged) {
     Settings_tree tree;
     NV_path path;
     for (const int id : {99, 2, 0})
@@ -67,16 +67,16 @@ TEST(NV_container, following_leaves_a_path_as_it_was_that_leads_nowhere) {
     EXPECT_EQ(path.fill(), 0);
 }
 
-TEST(NV_container, following_takes_the_ids_on_the_way) {
+TEST(NV_container, following_removes_the_ids_that_led_to_the_node) {
     Settings_tree tree;
     NV_path path;
     tree.build_path(&path, &tree.guidance.beeper);
     EXPECT_EQ(tree.__follow_path(&path), &tree.guidance.beeper);
     EXPECT_EQ(path.fill(), 0);
-    path.push(static_cast<unsigned short>(7)); // a path that goes on below a number
+    path.push(static_cast<unsigned short>(7)); // a path that continues below a number
     path.push(&tree.speed);
     path.push(&tree);
-    EXPECT_EQ(tree.__follow_path(&path), &tree.speed) << "a node that holds none is as far as it goes";
+    EXPECT_EQ(tree.__follow_path(&path), &tree.speed) << "a leaf ends the path";
     EXPECT_EQ(path.fill(), 1);
 }
 

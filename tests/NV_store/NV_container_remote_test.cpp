@@ -11,7 +11,7 @@ using namespace NV_store;
 using CDS::Remote::Receive_buffer;
 using CDS::Remote::Send_buffer;
 
-/// What a peer is sent of a tree.
+/// The bytes that a tree sends to a peer.
 class Sent {
   public:
     explicit Sent(int capacity = 256)
@@ -41,17 +41,17 @@ int receive(Tree& tree, const std::string& bytes, Data_item::Serial_ret& result,
     return buffer.left();
 }
 
-TEST(NV_container, peer_is_sent_the_values_alone_in_order) {
+TEST(NV_container, peer_receives_only_the_values_in_order) {
     Settings_tree tree;
     Sent sent;
     unsigned short counter = 0;
     const Data_item::Serial_ret result = tree.serialise(sent, counter);
     EXPECT_FALSE(result.fail());
     EXPECT_EQ(sent.bytes(), all_values);
-    EXPECT_EQ(static_cast<short>(counter), -7) << "every node has been counted, containers included";
+    EXPECT_EQ(static_cast<short>(counter), -7) << "every node was counted, containers included";
 }
 
-TEST(NV_container, peer_is_sent_what_stands_behind_the_items_to_be_passed_over) {
+TEST(NV_container, peer_receives_the_values_after_the_skipped_items) {
     const std::size_t left_out[] = {0, 0, 4, 4, 8, 9, 13, 14};
     for (unsigned short passed_over = 0; passed_over <= 7; ++passed_over) {
         Settings_tree tree;
@@ -62,11 +62,11 @@ TEST(NV_container, peer_is_sent_what_stands_behind_the_items_to_be_passed_over) 
     }
 }
 
-TEST(NV_container, values_from_a_peer_are_set_and_told) {
+TEST(NV_container, values_from_a_peer_are_set_and_notified) {
     Settings_tree tree;
-    Recorded_signals told;
-    told.watch(tree.speed);
-    told.watch(tree.lamp);
+    Recorded_signals recorded;
+    recorded.watch(tree.speed);
+    recorded.watch(tree.lamp);
     Data_item::Serial_ret result;
     EXPECT_EQ(receive(tree, from_hex("06 00 00 00 00 00 80 3f 00 2c 01 00 00 c8 77"), result), 1);
     EXPECT_FALSE(result.fail());
@@ -74,10 +74,10 @@ TEST(NV_container, values_from_a_peer_are_set_and_told) {
     EXPECT_EQ(tree.guidance.width.get(), 1);
     EXPECT_FALSE(tree.guidance.beeper.get());
     EXPECT_EQ(tree.guidance.mode.value(), Settings_tree::Mode::off);
-    EXPECT_EQ(told.names(), (std::vector<std::string>{"speed", "speed*"})) << "the lamp's was the same";
+    EXPECT_EQ(recorded.names(), (std::vector<std::string>{"speed", "speed*"})) << "the lamp's value was equal";
 }
 
-TEST(NV_container, says_what_could_not_be_sent_and_what_comes_next) {
+TEST(NV_container, returns_the_item_that_failed_and_the_next_one) {
     Settings_tree tree;
     struct Case {
         int capacity;
@@ -103,7 +103,7 @@ TEST(NV_container, says_what_could_not_be_sent_and_what_comes_next) {
     }
 }
 
-TEST(NV_container, empty_one_has_nothing_for_a_peer) {
+TEST(NV_container, empty_one_sends_nothing_to_a_peer) {
     NV_struct empty(1, "empty");
     Sent sent(0);
     unsigned short counter = 0;
@@ -111,7 +111,7 @@ TEST(NV_container, empty_one_has_nothing_for_a_peer) {
     EXPECT_EQ(static_cast<short>(counter), -1);
 }
 
-// ---- The shape of a tree ----
+// ---- The structure of a tree ----
 
 std::string structure(NV_item& item, int depth) {
     Sent sent(1000);
@@ -161,7 +161,7 @@ TEST_F(Structure, depth_of_255_or_more_is_never_lessened) {
     tree.remove_child(&below);
 }
 
-TEST_F(Structure, says_when_there_is_no_room) {
+TEST_F(Structure, fails_when_the_buffer_is_full) {
     const std::string all = structure(tree, 255);
     for (int capacity = 0; capacity < static_cast<int>(all.size()); ++capacity) {
         Sent sent(capacity);
@@ -172,19 +172,19 @@ TEST_F(Structure, says_when_there_is_no_room) {
     EXPECT_TRUE(tree.serialise_structure(sent, 255));
 }
 
-// ---- The number of elements in front of an array ----
+// ---- The number of elements before an array ----
 
 TEST(array_size, is_one_byte) {
     Sent sent(1);
     EXPECT_TRUE(set_array_size(sent, 250));
-    EXPECT_FALSE(set_array_size(sent, 251)) << "no room";
+    EXPECT_FALSE(set_array_size(sent, 251)) << "the buffer is full";
     EXPECT_EQ(sent.bytes(), "\xFA");
     const unsigned char bytes[] = {250};
     Receive_buffer received(bytes, 1);
     unsigned char size = 0;
     EXPECT_TRUE(get_array_size(received, size));
     EXPECT_EQ(size, 250);
-    EXPECT_FALSE(get_array_size(received, size)) << "nothing is left";
+    EXPECT_FALSE(get_array_size(received, size)) << "no byte is left";
     EXPECT_EQ(size, 250);
 }
 

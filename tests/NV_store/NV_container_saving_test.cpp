@@ -41,7 +41,7 @@ TEST(NV_container, is_saved_byte_by_byte) {
                                                               "d5 e8 00 91"));           // its checksum
 }
 
-TEST(NV_container, checksum_covers_what_stands_between_the_headers_and_them) {
+TEST(NV_container, checksum_covers_the_headers_and_everything_between_them) {
     Settings_tree tree;
     const Record_builder expected = Record_builder()
                                         .open(0, 0)
@@ -65,13 +65,13 @@ TEST(NV_container, empty_one_is_saved_with_its_type) {
 
 // ---- Which nodes are saved in which mode ----
 
-TEST(NV_container, pristine_items_are_left_out_of_what_was_set) {
+TEST(NV_container, save_of_set_items_leaves_out_pristine_ones) {
     Settings_tree tree;
     EXPECT_EQ(saved(tree, NV_iterator::writing_set), "") << "a container that is not included writes nothing";
     tree.guidance.beeper.set(false);
     const Record_builder expected = Record_builder().open(0, 0).open(1, 2).value(2, 2, from_hex("00")).close().close();
     EXPECT_EQ(saved(tree, NV_iterator::writing_set), expected.bytes());
-    EXPECT_EQ(saved(tree, NV_iterator::writing_set), expected.bytes()) << "what was set stays so";
+    EXPECT_EQ(saved(tree, NV_iterator::writing_set), expected.bytes()) << "saving does not set pristine again";
 }
 
 TEST(NV_container, written_and_changed_items_are_appended) {
@@ -80,7 +80,7 @@ TEST(NV_container, written_and_changed_items_are_appended) {
     tree.speed.notify_updated(true, false, false, notify_all, &tree); // changed only
     EXPECT_EQ(saved(tree, NV_iterator::appending_written), "");
     EXPECT_EQ(saved(tree, NV_iterator::appending_changed), Record_builder().open(0, 0).integer(1, 5).close().bytes());
-    EXPECT_EQ(saved(tree, NV_iterator::appending_changed), "") << "saved is saved";
+    EXPECT_EQ(saved(tree, NV_iterator::appending_changed), "") << "saving clears the flag";
 
     tree.lamp.notify_updated(false, true, true, notify_all, &tree); // written only
     EXPECT_EQ(saved(tree, NV_iterator::appending_changed), "");
@@ -100,7 +100,7 @@ TEST(NV_container, container_that_takes_part_alone_is_saved_empty) {
 TEST(NV_container, branch_under_a_container_that_takes_no_part_is_left_out) {
     Settings_tree tree;
     make_clean(tree);
-    tree.guidance.beeper._set(false, notify_waiters); // the parents are not told
+    tree.guidance.beeper._set(false, notify_waiters); // does not notify the parents
     EXPECT_EQ(saved(tree, NV_iterator::appending_changed), "");
     EXPECT_NE(tree.guidance.beeper.get_flags(), 0) << "it waits for its parents";
     tree.guidance.width.set(1);
@@ -153,9 +153,9 @@ TEST(NV_container, selector_leaves_a_branch_out) {
     EXPECT_NE(tree.guidance.get_flags() & NV_item::dirty_change, 0);
 }
 
-// ---- Failing ----
+// ---- Failures ----
 
-TEST(NV_container, without_room_it_says_where_it_failed_and_stays_dirty) {
+TEST(NV_container, full_iterator_is_reported_and_leaves_it_dirty) {
     Settings_tree tree;
     tree.guidance.beeper.set(false);
     tree.speed.set(6);
@@ -170,7 +170,7 @@ TEST(NV_container, without_room_it_says_where_it_failed_and_stays_dirty) {
               Record_builder().open(0, 0).open(1, 2).value(2, 2, from_hex("00")).close().close().bytes());
 }
 
-TEST(NV_container, says_when_it_cannot_be_closed) {
+TEST(NV_container, closing_header_that_does_not_fit_is_reported) {
     NV_struct container(1, "container");
     const Int_setting item(&container, 1, 0, "item");
     Captured_debug debug;
@@ -182,8 +182,7 @@ TEST(NV_container, says_when_it_cannot_be_closed) {
     EXPECT_EQ(debug.text(), "Serialise failed2 for 1:container\nSerialise failed2 for 1:empty\n");
 }
 
-// On purpose: see there.
-TEST(NV_container, checksum_without_room_does_not_count) {
+TEST(NV_container, checksum_that_does_not_fit_is_not_reported) {
     NV_struct container(1, "container");
     container.notify_updated(true, notify_none);
     Settings_bytes it(NV_iterator::writing_all, 4 + 4 + 3);
@@ -192,10 +191,10 @@ TEST(NV_container, checksum_without_room_does_not_count) {
     EXPECT_EQ(it.bytes().size(), 8U);
     Settings_bytes stored(it.bytes());
     Captured_debug debug;
-    EXPECT_FALSE(container.deserialise(&stored)) << "it is missed when it is loaded";
+    EXPECT_FALSE(container.deserialise(&stored)) << "loading notices the missing checksum";
 }
 
-TEST(NV_container, whatever_fails_no_checksum_stays_with_the_iterator) {
+TEST(NV_container, no_failure_leaves_a_checksum_registered) {
     Settings_tree tree;
     const std::string whole = saved(tree, NV_iterator::writing_all);
     Captured_debug debug;
@@ -205,13 +204,14 @@ TEST(NV_container, whatever_fails_no_checksum_stays_with_the_iterator) {
         EXPECT_EQ(tree.serialise(&it), closed) << capacity;
         EXPECT_EQ(it.bytes(), whole.substr(0, it.bytes().size()));
         it.reset_writing();
-        it.push_uint8(0, NV_iterator::little_endian); // a checksum left behind would be a dead one: for the sanitizer
+        it.push_uint8(
+            0, NV_iterator::little_endian); // the sanitizer would notice a checksum that was destroyed while registered
     }
 }
 
-// ---- Work ----
+// ---- Amount of work ----
 
-/// Containers of numbers, each with `children` of them, in a list of `containers`.
+/// A list of `containers` containers with `children` numbers each.
 struct Large_tree {
     Large_tree(int containers, int children) {
         for (int c = 0; c < containers; ++c) {
@@ -257,7 +257,7 @@ TEST(NV_container, saving_and_loading_visit_every_setting_once) {
     }
 }
 
-/// The shortest of several times that loading a list of so many settings took, whose order of ids is `reversed` or not.
+/// The shortest of several times for loading a list of `settings` settings, whose ids are in reversed order or not.
 std::chrono::nanoseconds time_to_load(int settings, const std::string& stored) {
     Large_tree tree(1, settings);
     auto shortest = std::chrono::nanoseconds::max();
@@ -278,11 +278,11 @@ std::string stored_list(int settings, bool ascending) {
     return builder.close().close();
 }
 
-TEST(NV_container, ten_times_the_settings_take_no_more_than_their_share_to_load) {
+TEST(NV_container, loading_time_is_proportional_to_the_number_of_settings) {
     for (const bool ascending : {true, false}) {
         const auto few = time_to_load(1000, stored_list(1000, ascending));
         const auto many = time_to_load(10000, stored_list(10000, ascending));
-        EXPECT_LT(many, 40 * few) << "ten times, or a little more; looking at every child for each is a hundred times";
+        EXPECT_LT(many, 40 * few) << "about ten times; comparing every child for each record takes a hundred times";
     }
 }
 

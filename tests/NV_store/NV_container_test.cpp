@@ -36,7 +36,7 @@ TEST(NV_container, keeps_its_children_in_order) {
     EXPECT_EQ(family.container.get_next_child(&stranger), nullptr);
 }
 
-TEST(NV_container, adds_behind_the_others_and_removes_from_anywhere) {
+TEST(NV_container, appends_at_the_end_and_removes_anywhere) {
     Settings_family<> family(3);
     EXPECT_TRUE(family.container.remove_child(&family[1]));
     EXPECT_FALSE(family.container.remove_child(&family[1]));
@@ -47,7 +47,7 @@ TEST(NV_container, adds_behind_the_others_and_removes_from_anywhere) {
     EXPECT_EQ(family[1].get_parent(), &family.container);
 }
 
-TEST(NV_container, no_child_is_added_without_complaint) {
+TEST(NV_container, adding_a_null_child_changes_nothing) {
     Settings_family<> family(1);
     EXPECT_TRUE(family.container.add_child(nullptr));
     EXPECT_EQ(family.container.get_next_child(&family[0]), nullptr);
@@ -60,7 +60,7 @@ TEST(NV_container, child_of_another_container_is_refused) {
     EXPECT_EQ(other.container.get_first_child(), nullptr);
 }
 
-TEST(NV_container, child_that_was_taken_out_outlives_its_container) {
+TEST(NV_container, removed_child_outlives_its_container) {
     Int_setting item(nullptr, 1, 0, "item");
     {
         NV_struct container(9, "container");
@@ -81,14 +81,14 @@ TEST(NV_container, id_of_another_child_ends_the_process) {
     EXPECT_EXIT(tree.add_child(&tree.lamp), status, "Duplicate NV_store ID lamp:3 lamp:3 in settings\n");
 }
 
-TEST(NV_container, list_takes_children_with_the_same_id) {
+TEST(NV_container, list_accepts_children_with_the_same_id) {
     Settings_list list(9, "list");
     const Int_setting first(&list, 1, 0, "first");
     const Int_setting second(&list, 1, 0, "second");
     EXPECT_EQ(list.get_my_index(&second), 1);
 }
 
-TEST(NV_container, child_that_is_not_there_ends_the_process) {
+TEST(NV_container, access_to_a_missing_child_ends_the_process) {
     Settings_family<> family(2);
     const char* const last_words = "glue/NV_store/NV_container.*virtual NV_store::NV_item\\* "
                                    "NV_store::NV_container::operator\\[\\]\\(int\\).*ret != NULL";
@@ -111,7 +111,7 @@ TEST(NV_container, root_reaches_every_container_below) {
     tree.remove_child(&outer);
 }
 
-TEST(NV_container, types_are_those_of_the_text_on_formats) {
+TEST(NV_container, types_have_their_codes) {
     EXPECT_EQ(NV_struct(1, "struct").get_type(), 1);
     EXPECT_EQ(Settings_tree().get_type(), 0);
     EXPECT_EQ(NV_struct(1, "struct").get_dimension(), 0);
@@ -119,13 +119,13 @@ TEST(NV_container, types_are_those_of_the_text_on_formats) {
 
 // ---- Data numbers ----
 
-/// Gives the nodes of a tree numbers from `first` on, in the order of a walk.
+/// Numbers the nodes of a tree from `first` on, in the order of a walk.
 void number(NV_item& tree, unsigned short first) {
     for (NV_item* item = &tree; item; item = item->get_next_in_tree(&tree))
         item->set_data_number(first++);
 }
 
-TEST(NV_container, finds_by_number_within_the_range_found_last) {
+TEST(NV_container, finds_by_number_within_the_last_range) {
     Settings_tree tree; // speed 101, guidance 102, width 103, beeper 104, mode 105, lamp 106
     number(tree, 100);
     const auto find = [&](int n) { return tree.find_data_item(static_cast<unsigned short>(n)); };
@@ -156,12 +156,12 @@ TEST(NV_container, finds_by_number_within_the_range_found_last) {
     EXPECT_EQ(find(107), nullptr);
 
     tree.lamp.set_data_number(300);
-    EXPECT_EQ(find(300), nullptr) << "outside the range that was found";
+    EXPECT_EQ(find(300), nullptr) << "outside the range";
     tree.guidance.mode.set_data_number(106);
     EXPECT_EQ(find(106), nullptr) << "outside guidance's range";
 }
 
-TEST(NV_container, range_includes_its_own_number_and_replaces_the_one_before) {
+TEST(NV_container, range_includes_its_own_number_and_replaces_the_previous_one) {
     Settings_tree tree;
     number(tree, 100);
     tree.set_data_number(50);
@@ -174,7 +174,7 @@ TEST(NV_container, range_includes_its_own_number_and_replaces_the_one_before) {
     hi = 0xFFFF;
     tree.set_minmax(lo, hi);
     EXPECT_EQ(lo, 0);
-    EXPECT_EQ(hi, 0xFFFF) << "what is wider stays";
+    EXPECT_EQ(hi, 0xFFFF) << "a wider range is left unchanged";
     tree.get_minmax(lo, hi);
     EXPECT_EQ(lo, 60);
     EXPECT_EQ(hi, 66);
@@ -184,7 +184,7 @@ TEST(NV_container, numbers_are_found_up_to_the_largest) {
     Settings_tree tree;
     number(tree, 0xFFF9);
     tree.lamp.set_data_number(0xFFFF);
-    EXPECT_EQ(tree.find_data_item(static_cast<unsigned short>(0xFFFF)), &tree.lamp) << "the range before any was found";
+    EXPECT_EQ(tree.find_data_item(static_cast<unsigned short>(0xFFFF)), &tree.lamp) << "the first range";
     number(tree, 0);
     unsigned short lo = 0xFFFF;
     unsigned short hi = 0;
@@ -234,8 +234,8 @@ TEST(NV_container, search_stops_at_a_comma_where_there_is_no_separator) {
     Settings_tree tree;
     EXPECT_EQ(tree._search("speed,anything", '/'), &tree.speed);
     EXPECT_EQ(tree._search("guidance/width,12", '/'), &tree.guidance.width);
-    EXPECT_EQ(tree._search("speed,a/b", '/'), nullptr) << "the separator comes first: the component has the comma";
-    EXPECT_EQ(tree._search("speed", '\0'), &tree.speed) << "the end of the text is no separator";
+    EXPECT_EQ(tree._search("speed,a/b", '/'), nullptr) << "there is a separator: the component includes the comma";
+    EXPECT_EQ(tree._search("speed", '\0'), &tree.speed) << "the NUL is not a separator";
 }
 
 TEST(NV_container, search_cuts_a_component_at_255_characters) {
@@ -247,7 +247,7 @@ TEST(NV_container, search_cuts_a_component_at_255_characters) {
     const Int_setting below(&cut, 1, 0, "below");
     EXPECT_EQ(tree._search((longer + "/below").c_str(), '/'), &below);
     EXPECT_EQ(tree._search((longer + ",x").c_str(), '/'), &cut);
-    EXPECT_EQ(tree._search(longer.c_str(), '/'), &uncut) << "only a component with something behind it";
+    EXPECT_EQ(tree._search(longer.c_str(), '/'), &uncut) << "only a component that other text follows";
     tree.remove_child(&cut);
     tree.remove_child(&uncut);
 }
@@ -256,7 +256,7 @@ TEST(NV_container, search_by_position) {
     Settings_family<Settings_array> family(5);
     EXPECT_EQ(family.container._search("0", '/'), &family[0]);
     EXPECT_EQ(family.container._search("4,x", '/'), &family[4]);
-    EXPECT_EQ(family.container._search(" 03xyz", '/'), &family[3]) << "what a number begins with";
+    EXPECT_EQ(family.container._search(" 03xyz", '/'), &family[3]) << "the number at the beginning";
     for (const char* spec : {"5", "7", "a", "", "-1", "2147483648", "4294967296", "18446744073709551616"})
         EXPECT_EQ(family.container._search(spec, '/'), nullptr) << spec;
 }
@@ -279,7 +279,7 @@ class Nested_arrays : public testing::Test {
     Row third{&rows, nullptr, 2, "third"};
 };
 
-TEST_F(Nested_arrays, search_takes_the_lock_once) {
+TEST_F(Nested_arrays, search_acquires_the_lock_once) {
     EXPECT_EQ(tree._search("rows/2/1", '/'), &third.right);
     EXPECT_EQ(tree.mutex().owner_thread(), nullptr);
     EXPECT_EQ(tree._search("rows/2", '/'), &third);
@@ -307,10 +307,10 @@ TEST_F(Nested_arrays, search_holds_the_lock_below_a_position_only) {
     tree.remove_child(&by_name);
 }
 
-TEST_F(Nested_arrays, search_works_for_whoever_holds_the_lock) {
+TEST_F(Nested_arrays, search_works_with_the_lock_held) {
     const NV_lock held(tree);
     EXPECT_EQ(tree._search("rows/2/1", '/'), &third.right);
-    EXPECT_EQ(tree.mutex().owner_thread(), QThread::currentThreadId()) << "and keeps it";
+    EXPECT_EQ(tree.mutex().owner_thread(), QThread::currentThreadId()) << "and leaves it locked";
 }
 
 TEST_F(Nested_arrays, print_by_position_and_by_name) {
@@ -323,7 +323,7 @@ TEST_F(Nested_arrays, print_by_position_and_by_name) {
 
 // ---- Defaults ----
 
-TEST(NV_container, default_of_all_stops_at_the_first_that_refuses) {
+TEST(NV_container, default_of_all_stops_at_the_first_failure) {
     NV_struct container(1, "container");
     Counted_setting a(&container, 1, 0, "a");
     NV_struct inner(&container, nullptr, 2, "inner");

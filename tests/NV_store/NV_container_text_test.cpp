@@ -13,11 +13,11 @@ std::string text_of(const NV_item& item, int len) {
     std::vector<char> buffer(static_cast<std::size_t>(len) + 8, '#');
     const int count = item._to_string(buffer.data(), len);
     for (std::size_t i = static_cast<std::size_t>(len); i < buffer.size(); ++i)
-        EXPECT_EQ(buffer[i], '#') << "beyond the room";
+        EXPECT_EQ(buffer[i], '#') << "after the end of the buffer";
     if (count > 0) {
         EXPECT_EQ(std::strlen(buffer.data()), static_cast<std::size_t>(count));
     } else {
-        EXPECT_EQ(buffer[0], '#') << "nothing is written at all";
+        EXPECT_EQ(buffer[0], '#') << "nothing is written";
     }
     return std::string(buffer.data(), static_cast<std::size_t>(count));
 }
@@ -32,7 +32,7 @@ TEST(NV_container, text_has_braces_and_commas) {
     EXPECT_EQ(text_of(NV_struct(1, "empty"), 0), "");
 }
 
-TEST(NV_container, text_leaves_out_what_has_no_room) {
+TEST(NV_container, text_leaves_out_parts_that_do_not_fit) {
     Settings_family<> family(2);
     family[0].set(11);
     family[1].set(2);
@@ -41,7 +41,7 @@ TEST(NV_container, text_leaves_out_what_has_no_room) {
         EXPECT_EQ(text_of(family.container, len), expected[len]) << len;
 }
 
-TEST(NV_container, texts_stand_side_by_side_where_there_is_no_room_for_braces) {
+TEST(NV_container, texts_are_not_separated_when_braces_do_not_fit) {
     struct Letter : Int_setting {
         using Int_setting::Int_setting;
         int _to_string(char* buf, int len) const override {
@@ -56,7 +56,7 @@ TEST(NV_container, texts_stand_side_by_side_where_there_is_no_room_for_braces) {
     char text[] = "###";
     EXPECT_EQ(container._to_string(text, 1), 1);
     EXPECT_STREQ(text, "x##");
-    EXPECT_EQ(container._to_string(text, 2), 2) << "the brace and one of them";
+    EXPECT_EQ(container._to_string(text, 2), 2) << "the brace and one digit";
     EXPECT_STREQ(text, "{x#");
 }
 
@@ -82,15 +82,15 @@ TEST(NV_container, refuses_text_that_is_not_its_own) {
         EXPECT_EQ(NV_struct(1, "empty")._from_string(text), nullptr) << text;
 }
 
-TEST(NV_container, text_sets_and_tells_as_far_as_it_can_be_read) {
+TEST(NV_container, text_sets_and_notifies_up_to_its_first_error) {
     Settings_family<> family(3);
-    Recorded_signals told;
-    told.watch(family[0]);
+    Recorded_signals recorded;
+    recorded.watch(family[0]);
     EXPECT_EQ(family.container._from_string("{8,9;10}"), nullptr);
     EXPECT_EQ(family[0].get(), 8);
     EXPECT_EQ(family[1].get(), 9);
     EXPECT_EQ(family[2].get(), 2);
-    EXPECT_EQ(told.names().size(), 2U);
+    EXPECT_EQ(recorded.names().size(), 2U);
 }
 
 } // namespace

@@ -5,7 +5,7 @@
 #include <support/checks/Vtable_slot.h>
 #include <support/fakes/Recorded_fields.h>
 #include <support/settings/Settings_bytes.h>
-#include <support/settings/taken_locks.h>
+#include <support/settings/acquired_locks.h>
 
 #include <gtest/gtest.h>
 
@@ -17,7 +17,7 @@ using CDS::Remote::Send_buffer;
 using number_forms::header;
 using number_forms::stored;
 
-constexpr unsigned char single_value = 9; // the kind in a header
+constexpr unsigned char single_value = 9; // a kind in headers
 
 enum class Steering : unsigned { open_loop, closed_loop, off = 300, any = 0xFFFFFFFF };
 enum class Direction { backward = -1, none = 0, forward = 1 };
@@ -42,7 +42,7 @@ TEST_F(NV_enum_in_a_tree, begins_with_its_default) {
     EXPECT_EQ(root.get_my_index(&mode), 0);
 }
 
-TEST_F(NV_enum_in_a_tree, tells_of_another_value_only) {
+TEST_F(NV_enum_in_a_tree, notifies_of_another_value_only) {
     EXPECT_FALSE(mode.set(Steering::closed_loop));
     EXPECT_FALSE(mode._set(Steering::closed_loop, notify_all));
     base.set(1);
@@ -61,14 +61,14 @@ TEST_F(NV_enum_in_a_tree, tells_of_another_value_only) {
     EXPECT_EQ(signals_seen, 2);
 }
 
-TEST_F(NV_enum_in_a_tree, goes_back_to_its_default) {
+TEST_F(NV_enum_in_a_tree, is_set_to_its_default) {
     mode.set(Steering::off);
     EXPECT_TRUE(mode.set_default(false));
     EXPECT_EQ(mode.value(), Steering::closed_loop);
     EXPECT_EQ(signals_seen, 2);
 }
 
-TEST_F(NV_enum_in_a_tree, is_seen_and_set_as_a_number_under_the_lock) {
+TEST_F(NV_enum_in_a_tree, is_read_and_set_as_a_number_under_the_lock) {
     QObject::connect(&mode, qOverload<>(&NV_item::value_changed),
                      [this] { EXPECT_EQ(root.mutex().owner_thread(), QThread::currentThreadId()); });
     base.set(4294967295);
@@ -80,19 +80,19 @@ TEST_F(NV_enum_in_a_tree, is_seen_and_set_as_a_number_under_the_lock) {
 
 using NV_enum_DeathTest = NV_enum_in_a_tree;
 
-TEST_F(NV_enum_DeathTest, takes_the_lock_also_as_a_number) {
+TEST_F(NV_enum_DeathTest, acquires_the_lock_also_as_a_number) {
     const std::vector<std::function<void()>> operations = {
         [&] { mode.value(); },
         [&] { mode.set(Steering::off); },
         [&] { base.get(); },
         [&] { base.set(0); },
     };
-    expect_each_takes_the_lock(root, operations);
+    expect_each_acquires_the_lock(root, operations);
 }
 
 // ---- Records ----
 
-TEST_F(NV_enum_in_a_tree, is_stored_in_as_few_bytes_as_it_takes) {
+TEST_F(NV_enum_in_a_tree, is_stored_in_the_fewest_bytes) {
     const struct {
         unsigned value;
         unsigned char type;
@@ -107,10 +107,10 @@ TEST_F(NV_enum_in_a_tree, is_stored_in_as_few_bytes_as_it_takes) {
         EXPECT_EQ(it.bytes(), header(one.type, single_value, 5) + one.bytes) << one.value;
         EXPECT_EQ(mode.get_flags(), 0);
 
-        for (int room = 0; room < it.length(); ++room) {
-            Settings_bytes small(NV_iterator::writing_all, room);
+        for (int capacity = 0; capacity < it.length(); ++capacity) {
+            Settings_bytes small(NV_iterator::writing_all, capacity);
             mode.notify_updated(true, notify_none); // dirty again
-            EXPECT_FALSE(mode.serialise(&small)) << room;
+            EXPECT_FALSE(mode.serialise(&small)) << capacity;
             EXPECT_EQ(mode.get_flags(), NV_item::dirty_write | NV_item::dirty_change);
         }
 
@@ -121,7 +121,7 @@ TEST_F(NV_enum_in_a_tree, is_stored_in_as_few_bytes_as_it_takes) {
     }
 }
 
-TEST_F(NV_enum_in_a_tree, takes_part_as_the_mode_says) {
+TEST_F(NV_enum_in_a_tree, is_included_as_the_mode_requires) {
     Settings_bytes it(NV_iterator::writing_set);
     EXPECT_TRUE(mode.serialise(&it));
     it.set_mode(NV_iterator::reading);
@@ -138,7 +138,7 @@ TEST_F(NV_enum_in_a_tree, is_loaded_from_a_record_of_any_width) {
         {4, "\xFE", 0xFE},
         {5, "\x02\x01", 0x0102},
         {6, "\x04\x03\x02\x01", 0x01020304},
-        {15, "\x08\x07\x06\x05\x04\x03\x02\x01", 0x05060708}, // cut to the lower four bytes
+        {15, "\x08\x07\x06\x05\x04\x03\x02\x01", 0x05060708}, // truncated to the lower four bytes
     };
     for (const auto& one : cases) {
         NV_enum<Steering> loaded(nullptr, 5, Steering::closed_loop, "loaded");
@@ -158,7 +158,7 @@ TEST_F(NV_enum_in_a_tree, is_loaded_from_a_record_of_any_width) {
     EXPECT_EQ(signals_seen, 0);
 }
 
-TEST_F(NV_enum_in_a_tree, is_left_alone_by_any_other_record) {
+TEST_F(NV_enum_in_a_tree, is_left_unchanged_by_any_other_record) {
     const std::string eight_bytes(8, '\1');
     for (int type = 0; type <= 255; ++type) {
         if (type == 4 || type == 5 || type == 6 || type == 15)
@@ -174,7 +174,7 @@ TEST_F(NV_enum_in_a_tree, is_left_alone_by_any_other_record) {
     EXPECT_EQ(mode.get_flags(), NV_item::pristine);
 }
 
-TEST(NV_enum, with_a_sign_comes_back_as_it_was) {
+TEST(NV_enum, with_a_sign_is_loaded_as_saved) {
     NV_enum<Direction> direction(nullptr, 1, Direction::none, "direction");
     NV_enum_base& base = direction;
     base.set(-1);
@@ -214,7 +214,7 @@ TEST_F(NV_enum_in_a_tree, is_sent_as_four_bytes) {
     EXPECT_EQ(counter, 0);
 }
 
-TEST_F(NV_enum_in_a_tree, tells_of_a_value_that_it_receives) {
+TEST_F(NV_enum_in_a_tree, notifies_of_a_received_value) {
     const unsigned char bytes[] = {0x2C, 1, 0, 0};
     unsigned short counter = 1;
     Receive_buffer buffer(bytes, 4);
@@ -248,14 +248,14 @@ TEST_F(NV_enum_in_a_tree, is_a_number_as_text) {
     EXPECT_EQ(fields.text(), "mode=0;");
 }
 
-// ---- What is part of the binary interface ----
+// ---- Binary interface ----
 
 struct Slots : NV_enum<Steering> {
     static std::size_t getter() { return vtable_slot(&Slots::get_value); }
     static std::size_t setter() { return vtable_slot(&Slots::set_value); }
 };
 
-TEST(NV_enum_base, adds_getter_and_setter_behind_the_slots_of_an_item) {
+TEST(NV_enum_base, adds_getter_and_setter_after_the_slots_of_an_item) {
     EXPECT_EQ(Slots::getter(), vtable_slot(&NV_item::print) + 1);
     EXPECT_EQ(Slots::setter(), vtable_slot(&NV_item::print) + 2);
 }

@@ -51,7 +51,7 @@ TEST_F(NV_file_iterator_test, keeps_its_own_copy_of_the_path) {
     EXPECT_TRUE(folder.has("settings"));
 }
 
-TEST_F(NV_file_iterator_test, writing_begins_anew_and_appending_goes_on) {
+TEST_F(NV_file_iterator_test, writing_truncates_and_appending_continues) {
     folder.make_file("settings", "what was there before");
     for (const auto mode : {NV_iterator::writing_all, NV_iterator::writing_set}) {
         file.set_mode(mode);
@@ -71,7 +71,7 @@ TEST_F(NV_file_iterator_test, writing_begins_anew_and_appending_goes_on) {
     EXPECT_EQ(folder.content_of("settings"), "abcdede");
 }
 
-TEST_F(NV_file_iterator_test, failed_opening_leaves_what_is_used) {
+TEST_F(NV_file_iterator_test, failed_opening_leaves_the_used_bytes_unchanged) {
     file.set_mode(NV_iterator::writing_all);
     EXPECT_TRUE(push("abc"));
     const Watched_file_calls watched(folder.path(), [](const File_call& call) -> Watched_file_calls::Answer {
@@ -85,7 +85,7 @@ TEST_F(NV_file_iterator_test, failed_opening_leaves_what_is_used) {
     EXPECT_EQ(used(), 3U);
 }
 
-TEST_F(NV_file_iterator_test, appending_makes_a_missing_file) {
+TEST_F(NV_file_iterator_test, appending_creates_a_missing_file) {
     file.set_mode(NV_iterator::appending_written);
     EXPECT_TRUE(push("a"));
     EXPECT_EQ(folder.content_of("settings"), "a");
@@ -151,7 +151,7 @@ TEST_F(NV_file_iterator_test, other_modes_are_stored_without_a_file) {
     EXPECT_TRUE(file.is_readable());
 }
 
-TEST_F(NV_file_iterator_test, nothing_to_read_and_no_way_to_write_leave_it_closed) {
+TEST_F(NV_file_iterator_test, missing_and_unwritable_files_leave_it_closed) {
     file.set_mode(NV_iterator::reading);
     EXPECT_EQ(file.get_mode(), NV_iterator::closed);
     NV_file_iterator nowhere(folder.path("missing/settings").c_str());
@@ -190,7 +190,7 @@ TEST_F(NV_file_iterator_test, destruction_closes_the_file) {
     EXPECT_EQ(open_descriptors(), before);
 }
 
-TEST_F(NV_file_iterator_test, destruction_leaves_a_descriptor_alone_that_is_not_valid_any_more) {
+TEST_F(NV_file_iterator_test, destruction_does_not_close_a_descriptor_that_is_no_longer_valid) {
     std::vector<std::string> calls;
     {
         NV_file_iterator dying(path.c_str());
@@ -205,7 +205,7 @@ TEST_F(NV_file_iterator_test, destruction_leaves_a_descriptor_alone_that_is_not_
     EXPECT_THAT(calls, ElementsAre());
 }
 
-TEST_F(NV_file_iterator_test, file_is_not_inherited_by_programs_nor_taken_for_a_standard_stream) {
+TEST_F(NV_file_iterator_test, descriptor_is_not_inherited_and_not_a_standard_one) {
     const int standard_input = dup(0);
     ::close(0);
     EXPECT_EQ(next_descriptor(), 0);
@@ -223,7 +223,7 @@ TEST_F(NV_file_iterator_test, file_is_not_inherited_by_programs_nor_taken_for_a_
 
 // ---- Whole transfers ----
 
-TEST_F(NV_file_iterator_test, transfers_refuse_no_buffer_and_negative_counts) {
+TEST_F(NV_file_iterator_test, transfers_refuse_null_buffers_and_negative_counts) {
     unsigned char byte = 0;
     EXPECT_EQ(NV_file_iterator::blocking_write(1, nullptr, 1), -1);
     EXPECT_EQ(NV_file_iterator::blocking_write(1, &byte, -1), -1);
@@ -237,10 +237,10 @@ TEST_F(NV_file_iterator_test, transfers_refuse_no_buffer_and_negative_counts) {
     EXPECT_FALSE(file.peek_bytes(&byte, -1));
 }
 
-TEST_F(NV_file_iterator_test, transfers_go_on_after_interruptions_and_short_pieces) {
+TEST_F(NV_file_iterator_test, transfers_continue_after_interruptions_and_short_results) {
     for (const int reason : {EAGAIN, EINTR, 0}) {
         unsigned calls = 0;
-        const auto trouble = [&](const File_call& call) -> Watched_file_calls::Answer {
+        const auto answer = [&](const File_call& call) -> Watched_file_calls::Answer {
             if ((call.what != "write" && call.what != "read") || ++calls % 2 == 0)
                 return std::nullopt;
             if (reason == 0) // one byte at a time
@@ -248,7 +248,7 @@ TEST_F(NV_file_iterator_test, transfers_go_on_after_interruptions_and_short_piec
             errno = reason;
             return -1;
         };
-        const Watched_file_calls watched(folder.path(), trouble);
+        const Watched_file_calls watched(folder.path(), answer);
         file.set_mode(NV_iterator::writing_all);
         EXPECT_TRUE(push("abcdef"));
         file.set_mode(NV_iterator::reading);
@@ -257,7 +257,7 @@ TEST_F(NV_file_iterator_test, transfers_go_on_after_interruptions_and_short_piec
     }
 }
 
-TEST_F(NV_file_iterator_test, write_that_takes_nothing_ends_the_transfer) {
+TEST_F(NV_file_iterator_test, write_of_zero_bytes_ends_the_transfer) {
     file.set_mode(NV_iterator::writing_all);
     unsigned calls = 0;
     const Watched_file_calls watched(folder.path(), [&](const File_call& call) -> Watched_file_calls::Answer {
@@ -270,9 +270,9 @@ TEST_F(NV_file_iterator_test, write_that_takes_nothing_ends_the_transfer) {
     EXPECT_EQ(used(), 6U); // on purpose: also what was not written
 }
 
-TEST_F(NV_file_iterator_test, error_is_told_on_standard_output) {
+TEST_F(NV_file_iterator_test, error_is_reported_on_standard_output) {
     folder.make_file("settings", "abc");
-    const auto trouble = [](const File_call& call) -> Watched_file_calls::Answer {
+    const auto answer = [](const File_call& call) -> Watched_file_calls::Answer {
         if (call.what != "write" && call.what != "read")
             return std::nullopt;
         errno = call.what == "write" ? ENOSPC : EIO;
@@ -281,7 +281,7 @@ TEST_F(NV_file_iterator_test, error_is_told_on_standard_output) {
     std::fflush(stdout);
     const Captured_descriptor output(STDOUT_FILENO);
     {
-        const Watched_file_calls watched(folder.path(), trouble);
+        const Watched_file_calls watched(folder.path(), answer);
         file.set_mode(NV_iterator::reading);
         EXPECT_EQ(pop(1), "failed");
         EXPECT_EQ(peek(1), "failed");
@@ -321,7 +321,7 @@ struct Atomic_file_test : NV_file_iterator_test {
     }
 };
 
-TEST_F(Atomic_file_test, writing_starts_atomically_before_it_cuts_and_commits_when_closed) {
+TEST_F(Atomic_file_test, atomic_writing_starts_before_truncating_and_commits_when_closed) {
     make_old_file();
     file.set_mode(NV_iterator::writing_all);
     EXPECT_TRUE(push("new!"));
@@ -332,7 +332,7 @@ TEST_F(Atomic_file_test, writing_starts_atomically_before_it_cuts_and_commits_wh
                 ElementsAre("open settings create", "ioctl 0xf501", "truncate 0", "write", "ioctl 0xf502", "close"));
 }
 
-TEST_F(Atomic_file_test, appending_does_not_cut) {
+TEST_F(Atomic_file_test, appending_does_not_truncate) {
     make_old_file();
     file.set_mode(NV_iterator::appending_changed);
     EXPECT_TRUE(push("+"));
@@ -341,7 +341,7 @@ TEST_F(Atomic_file_test, appending_does_not_cut) {
     EXPECT_THAT(calls, ElementsAre("open settings create append", "ioctl 0xf501", "write", "ioctl 0xf502", "close"));
 }
 
-TEST_F(Atomic_file_test, reading_asks_for_nothing_atomic) {
+TEST_F(Atomic_file_test, reading_requests_no_atomic_write) {
     make_old_file();
     file.set_mode(NV_iterator::reading);
     file.set_mode(NV_iterator::closed);
@@ -359,7 +359,7 @@ TEST_F(Atomic_file_test, destruction_commits) {
     EXPECT_EQ(f2fs.committed("settings"), "n");
 }
 
-TEST_F(Atomic_file_test, what_is_not_committed_leaves_the_old_file) {
+TEST_F(Atomic_file_test, without_a_commit_the_old_file_stays) {
     make_old_file();
     file.set_mode(NV_iterator::writing_all);
     EXPECT_TRUE(push("new!"));
@@ -367,7 +367,7 @@ TEST_F(Atomic_file_test, what_is_not_committed_leaves_the_old_file) {
     EXPECT_EQ(folder.content_of("settings"), "old");
 }
 
-TEST_F(Atomic_file_test, failing_commit_goes_unnoticed) {
+TEST_F(Atomic_file_test, failing_commit_is_not_reported) {
     make_old_file();
     f2fs.commit_fails = true;
     file.set_mode(NV_iterator::writing_all);
@@ -387,7 +387,7 @@ TEST_F(Atomic_file_test, file_system_that_refuses_gets_the_fallback) {
                 ElementsAre("open settings create", "ioctl 0xf501", "close", "open settings create truncate", "close"));
 }
 
-TEST_F(Atomic_file_test, file_that_cannot_be_cut_gets_the_fallback) {
+TEST_F(Atomic_file_test, file_that_cannot_be_truncated_gets_the_fallback) {
     make_old_file();
     f2fs.truncate_fails = true;
     file.set_mode(NV_iterator::writing_all);
@@ -407,7 +407,7 @@ TEST_F(Atomic_file_test, operations_can_be_used_alone) {
     opened = NV_file_iterator::open_atomic_fallback(path.c_str(), O_RDONLY, O_RDONLY, 0);
     EXPECT_FALSE(opened.second);
     EXPECT_EQ(NV_file_iterator::close_atomic(opened), 0);
-    EXPECT_EQ(NV_file_iterator::close_atomic(opened), -1); // not open any more
+    EXPECT_EQ(NV_file_iterator::close_atomic(opened), -1); // not open
     opened = NV_file_iterator::open_atomic_fallback(folder.path("missing").c_str(), O_WRONLY, O_RDONLY, 0);
     EXPECT_LT(opened.first, 0);
     EXPECT_FALSE(opened.second);
@@ -430,7 +430,7 @@ TEST_F(Atomic_file_test, both_openings_get_the_permissions) {
 
 // ---- Trees ----
 
-TEST_F(NV_file_iterator_test, tree_comes_back_as_it_was_saved) {
+TEST_F(NV_file_iterator_test, tree_is_loaded_as_saved) {
     Settings_tree saved;
     saved.speed.set(-7);
     saved.guidance.width.set(9.5F);
@@ -449,7 +449,7 @@ TEST_F(NV_file_iterator_test, tree_comes_back_as_it_was_saved) {
     EXPECT_EQ(loaded.lamp.get(), 3);
 }
 
-TEST_F(NV_file_iterator_test, empty_and_missing_files_say_that_there_are_no_settings) {
+TEST_F(NV_file_iterator_test, empty_and_missing_files_are_reported_as_no_settings) {
     Settings_tree tree;
     for (const bool exists : {false, true}) {
         if (exists)

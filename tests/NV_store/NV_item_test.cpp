@@ -18,7 +18,7 @@ using namespace NV_store;
 using CDS::Remote::Receive_buffer;
 using CDS::Remote::Send_buffer;
 
-/// A node that has nothing but what all nodes have.
+/// A node with only the properties of all nodes.
 struct Bare_item : NV_item {
     using NV_item::deserialise;
     using NV_item::NV_item;
@@ -33,7 +33,7 @@ struct Bare_item : NV_item {
 };
 
 TEST(NV_item, virtual_operations_have_their_slots) {
-    constexpr std::size_t first = 12; // behind those of QObject
+    constexpr std::size_t first = 12; // after those of QObject
     using Item = NV_item;
     const std::size_t found[] = {
         vtable_slot(&Item::get_type),
@@ -75,7 +75,7 @@ TEST(NV_item, has_two_signals_in_their_order) {
         EXPECT_EQ(meta.method(i).methodType(), QMetaMethod::Signal);
 }
 
-TEST(NV_item, is_born_pristine_and_clean) {
+TEST(NV_item, starts_pristine_and_clean) {
     Settings_tree tree;
     const Bare_item item(&tree, 9, "item");
     EXPECT_EQ(item.get_flags(), 4);
@@ -94,7 +94,7 @@ TEST(NV_item, flags_have_their_values) {
     EXPECT_EQ(NV_item::pristine, 4);
 }
 
-TEST(NV_item, is_copied_with_everything_but_its_place_and_its_slots) {
+TEST(NV_item, copy_has_everything_except_list_position_and_slots) {
     module_man modules;
     Settings_tree tree(&modules);
     tree.speed.set_data_number(1234);
@@ -108,13 +108,13 @@ TEST(NV_item, is_copied_with_everything_but_its_place_and_its_slots) {
     EXPECT_EQ(copy.get_id(), 1);
     EXPECT_EQ(copy.data_number(), 1234);
     EXPECT_EQ(copy.get(), 77);
-    EXPECT_EQ(tree.get_my_index(&copy), -1) << "no child of the parent's";
+    EXPECT_EQ(tree.get_my_index(&copy), -1) << "not among the parent's children";
     EXPECT_EQ(tree.get_next_child(&copy), nullptr);
     const_cast<Int_setting&>(copy).signal_all(&tree);
     EXPECT_TRUE(emitted.names().empty());
 }
 
-TEST(NV_item, is_assigned_with_everything_but_its_place) {
+TEST(NV_item, assignment_copies_everything_except_the_list_position) {
     Settings_tree tree;
     Bare_item from(nullptr, 9, "from");
     from.set_data_number(1234);
@@ -126,11 +126,11 @@ TEST(NV_item, is_assigned_with_everything_but_its_place) {
     EXPECT_EQ(to.get_parent(), nullptr);
     EXPECT_EQ(to.get_id(), 9);
     EXPECT_EQ(to.data_number(), 1234);
-    EXPECT_EQ(tree.get_my_index(&to), 3) << "it stays where it is";
+    EXPECT_EQ(tree.get_my_index(&to), 3) << "its position is unchanged";
     tree.remove_child(&to);
 }
 
-TEST(NV_item, copy_leaves_the_data_number_and_nothing_happens_to_oneself) {
+TEST(NV_item, copy_leaves_the_data_number_and_ignores_self_assignment) {
     Bare_item from(nullptr, 9, "from");
     Bare_item to(nullptr, 10, "to");
     const unsigned short number = to.data_number();
@@ -154,7 +154,7 @@ TEST(NV_item, copies_share_their_registrations_and_the_last_one_frees_them) {
         copy.register_waiter(waiter, 2, false);
     }
     tree.speed.set(6);
-    EXPECT_EQ(waiter.events().size(), 2U) << "what the copy registered is the original's, too";
+    EXPECT_EQ(waiter.events().size(), 2U) << "the original has the copy's registration, too";
     auto original = std::make_unique<Int_setting>(nullptr, 9, 0, "original");
     original->register_waiter(waiter, 1, false);
     Int_setting copy(*original);
@@ -162,7 +162,7 @@ TEST(NV_item, copies_share_their_registrations_and_the_last_one_frees_them) {
     EXPECT_TRUE(copy.unregister_waiter(waiter, 1));
 }
 
-TEST(NV_item, base_can_do_little) {
+TEST(NV_item, base_class_has_no_values_or_children) {
     Captured_debug debug;
     Bare_item item(nullptr, 9, "item");
     EXPECT_FALSE(item.set_default(true));
@@ -184,7 +184,7 @@ TEST(NV_item, name_may_be_left_out) {
     EXPECT_STREQ(item.get_name(), "");
 }
 
-TEST(NV_item, is_found_by_its_data_number_and_by_nothing_else) {
+TEST(NV_item, is_found_by_its_data_number_only) {
     Captured_debug debug;
     Bare_item item(nullptr, 9, "item");
     item.set_data_number(4711);
@@ -219,7 +219,7 @@ TEST(NV_item, widens_a_range_to_its_data_number) {
     }
 }
 
-TEST(NV_item, path_name_is_the_name_cut_without_an_end) {
+TEST(NV_item, path_name_is_the_name_cut_without_a_nul) {
     Settings_tree tree;
     char text[8];
     std::memset(text, 'x', sizeof text);
@@ -229,14 +229,14 @@ TEST(NV_item, path_name_is_the_name_cut_without_an_end) {
     std::memset(text, 'x', sizeof text);
     EXPECT_TRUE(tree.speed.get_path_name(text, 5));
     EXPECT_EQ(std::string(text, sizeof text), "speedxxx") << "no NUL, on purpose";
-    EXPECT_TRUE(tree.get_path_name(text, 3)) << "without a parent it is the name, too";
+    EXPECT_TRUE(tree.get_path_name(text, 3)) << "without a parent it is also the name";
     EXPECT_EQ(std::string(text, 4), "sete");
     EXPECT_TRUE(tree.speed.get_path_name(text, 0));
     EXPECT_TRUE(tree.speed.get_path_name(text, -1));
     EXPECT_EQ(std::string(text, sizeof text), "setedxxx") << "nothing is written";
 }
 
-TEST(NV_item, path_name_is_the_position_where_the_parent_says_so) {
+TEST(NV_item, path_name_is_the_position_in_a_parent_without_names) {
     Settings_array array(1, "array");
     std::vector<std::unique_ptr<Int_setting>> children;
     for (unsigned short id = 0; id < 12; ++id)
@@ -249,7 +249,7 @@ TEST(NV_item, path_name_is_the_position_where_the_parent_says_so) {
     array.remove_child(children[0].get());
     std::strcpy(text, "before");
     EXPECT_TRUE(children[0]->get_path_name(text, sizeof text));
-    EXPECT_STREQ(text, "before") << "it is no child any more";
+    EXPECT_STREQ(text, "before") << "it is no longer a child";
 }
 
 TEST(NV_item, moves_from_one_parent_to_another) {
@@ -267,15 +267,15 @@ TEST(NV_item, moves_from_one_parent_to_another) {
     EXPECT_EQ(tree.get_my_index(&tree.lamp), 3);
 }
 
-TEST(NV_item, knows_its_root) {
+TEST(NV_item, finds_its_root) {
     Settings_tree tree;
     EXPECT_EQ(tree._get_root(), &tree);
     EXPECT_EQ(tree.speed._get_root(), &tree);
-    EXPECT_EQ(static_cast<NV_item&>(tree.guidance)._get_root(), &tree) << "a container says what it was told";
+    EXPECT_EQ(static_cast<NV_item&>(tree.guidance)._get_root(), &tree) << "a container returns its own root";
     EXPECT_EQ(tree.guidance.width._get_root(), &tree);
     NV_struct loose(&tree, nullptr, 9, "loose");
     const Bare_item below(&loose, 1, "below");
-    EXPECT_EQ(static_cast<NV_item&>(loose)._get_root(), nullptr) << "not what its parent was told";
+    EXPECT_EQ(static_cast<NV_item&>(loose)._get_root(), nullptr) << "not its parent's";
     EXPECT_EQ(below._get_root(), nullptr);
     tree.remove_child(&loose);
 }
@@ -292,7 +292,7 @@ TEST(NV_item, lock_is_that_of_the_root) {
     }
 }
 
-TEST(NV_item, lock_is_nothing_without_a_root) {
+TEST(NV_item, lock_does_nothing_without_a_root) {
     NV_struct loose(9, "loose");
     const Bare_item below(&loose, 1, "below");
     const Bare_item free_standing(nullptr, 1, "free");
@@ -304,7 +304,7 @@ TEST(NV_item, lock_is_nothing_without_a_root) {
     }
 }
 
-TEST(NV_item, module_id_is_asked_of_the_parents) {
+TEST(NV_item, module_id_comes_from_the_root) {
     module_man modules;
     Settings_tree tree(&modules);
     EXPECT_EQ(tree.guidance.width.get_module_id(reg_item), 3);
@@ -318,21 +318,22 @@ std::string walk(NV_item& start, NV_item* stop) {
     return names;
 }
 
-TEST(NV_item, walk_visits_a_subtree_once_parents_first) {
+TEST(NV_item, walk_visits_every_node_of_a_subtree_once_parents_first) {
     Settings_tree tree;
     NV_struct empty(&tree, &tree, 9, "empty");
     const Bare_item last(&tree, 10, "last");
     EXPECT_EQ(walk(tree, &tree), "speed guidance width beeper mode lamp empty last ");
     EXPECT_EQ(walk(tree.guidance, &tree.guidance), "width beeper mode ");
-    EXPECT_EQ(walk(tree.guidance, nullptr), "width beeper mode lamp empty last ") << "on to the end without a stop";
+    EXPECT_EQ(walk(tree.guidance, nullptr), "width beeper mode lamp empty last ")
+        << "up to the end of the tree without a stop";
     EXPECT_EQ(walk(empty, &empty), "");
     EXPECT_EQ(walk(tree.speed, &tree.speed), "");
     EXPECT_EQ(Bare_item(nullptr, 1, "free").get_next_in_tree(nullptr), nullptr);
 }
 
-// ---- Which items take part in saving ----
+// ---- Which items are saved ----
 
-TEST(NV_item, takes_part_as_the_mode_says) {
+TEST(NV_item, is_included_as_the_mode_requires) {
     Settings_bytes it(NV_iterator::closed);
     struct State {
         bool changed;
@@ -357,20 +358,20 @@ TEST(NV_item, takes_part_as_the_mode_says) {
     }
     bool ok = true;
     EXPECT_FALSE(Bare_item(nullptr, 1, "item").include_in_serialise(nullptr, ok, false));
-    EXPECT_TRUE(ok) << "not touched without an iterator";
+    EXPECT_TRUE(ok) << "left unchanged without an iterator";
 }
 
 struct Only_named : NV_iterator::NV_selector {
     explicit Only_named(std::string name) : name_(std::move(name)) {}
     bool include_in_serialise(const NV_item& item, const NV_iterator*, bool& ok, bool ignore_selector) const override {
-        ++asked;
+        ++calls;
         EXPECT_FALSE(ignore_selector);
         ok = !fails;
         return item.get_name() == name_;
     }
     std::string name_;
     bool fails = false;
-    mutable int asked = 0;
+    mutable int calls = 0;
 };
 
 TEST(NV_item, selector_decides_unless_it_is_to_be_ignored) {
@@ -381,9 +382,9 @@ TEST(NV_item, selector_decides_unless_it_is_to_be_ignored) {
     EXPECT_TRUE(Bare_item(nullptr, 1, "one").include_in_serialise(&it, ok, false));
     EXPECT_TRUE(ok);
     EXPECT_FALSE(Bare_item(nullptr, 1, "other").include_in_serialise(&it, ok, false));
-    EXPECT_EQ(selector.asked, 2);
+    EXPECT_EQ(selector.calls, 2);
     EXPECT_TRUE(Bare_item(nullptr, 1, "other").include_in_serialise(&it, ok, true));
-    EXPECT_EQ(selector.asked, 2);
+    EXPECT_EQ(selector.calls, 2);
     selector.fails = true;
     EXPECT_FALSE(Bare_item(nullptr, 1, "other").include_in_serialise(&it, ok, false));
     EXPECT_FALSE(ok);

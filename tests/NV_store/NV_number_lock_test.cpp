@@ -1,7 +1,7 @@
 #include <glue/NV_store/NV_number.h>
 #include <glue/NV_store/NV_root.h>
 
-#include <support/settings/taken_locks.h>
+#include <support/settings/acquired_locks.h>
 
 #include <atomic>
 #include <functional>
@@ -22,7 +22,7 @@ struct NV_number_lock : testing::Test {
 };
 using NV_number_lock_DeathTest = NV_number_lock;
 
-TEST_F(NV_number_lock_DeathTest, is_taken_by_what_has_no_underscore) {
+TEST_F(NV_number_lock_DeathTest, is_acquired_by_operations_without_an_underscore) {
     int low = 0;
     int high = 0;
     const std::vector<std::function<void()>> operations = {
@@ -39,10 +39,10 @@ TEST_F(NV_number_lock_DeathTest, is_taken_by_what_has_no_underscore) {
         [&] { (void)(number == 5); },
         [&] { (void)(number == other); },
     };
-    expect_each_takes_the_lock(root, operations);
+    expect_each_acquires_the_lock(root, operations);
 }
 
-TEST_F(NV_number_lock_DeathTest, of_another_tree_is_taken_to_read_its_number) {
+TEST_F(NV_number_lock_DeathTest, of_another_tree_is_acquired_to_read_its_number) {
     NV_root elsewhere(nullptr, 0, "elsewhere");
     const NV_number<int, 9> there(&elsewhere, 1, 7, "there");
     EXPECT_DEATH(
@@ -53,7 +53,7 @@ TEST_F(NV_number_lock_DeathTest, of_another_tree_is_taken_to_read_its_number) {
         "");
 }
 
-TEST_F(NV_number_lock, is_left_to_the_caller_by_all_else) {
+TEST_F(NV_number_lock, is_left_to_the_caller_by_all_others) {
     const NV_lock held(root);
     char text[8];
     EXPECT_EQ(number._get(), 5);
@@ -67,17 +67,17 @@ TEST_F(NV_number_lock, is_left_to_the_caller_by_all_else) {
     EXPECT_EQ(number.get_default(), 5);
 }
 
-TEST_F(NV_number_lock, is_held_while_others_are_told) {
-    int told = 0;
+TEST_F(NV_number_lock, is_held_during_notifications) {
+    int notifications = 0;
     QObject::connect(&number, qOverload<>(&NV_item::value_changed), [&] {
         EXPECT_EQ(root.mutex().owner_thread(), QThread::currentThreadId());
-        EXPECT_EQ(number._get(), ++told);
+        EXPECT_EQ(number._get(), ++notifications);
     });
     number.set(1);
     number = 2;
     number += 1;
     number++;
-    EXPECT_EQ(told, 4);
+    EXPECT_EQ(notifications, 4);
 }
 
 TEST_F(NV_number_lock, makes_counting_by_several_threads_exact) {

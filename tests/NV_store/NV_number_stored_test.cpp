@@ -13,15 +13,15 @@ namespace {
 using namespace NV_store;
 using CDS::Remote::Receive_buffer;
 using CDS::Remote::Send_buffer;
+using number_forms::edge_values;
 using number_forms::Form;
 using number_forms::header;
 using number_forms::other_value;
 using number_forms::same_bits;
 using number_forms::some_value;
 using number_forms::stored;
-using number_forms::telling_values;
 
-constexpr unsigned char single_value = 9; // the kind in a header
+constexpr unsigned char single_value = 9; // a kind in headers
 
 template <typename Number>
 struct NV_number_stored : testing::Test {
@@ -44,7 +44,7 @@ TYPED_TEST_SUITE(NV_number_stored, number_forms::All_forms, number_forms::Names)
 
 TYPED_TEST(NV_number_stored, is_a_header_and_the_value_lowest_byte_first) {
     using Value = typename TestFixture::Held;
-    for (const Value value : telling_values<Value>()) {
+    for (const Value value : edge_values<Value>()) {
         Settings_bytes it(NV_iterator::writing_all);
         this->number._set(value);
         EXPECT_TRUE(this->number.serialise(&it));
@@ -64,20 +64,20 @@ TYPED_TEST(NV_number_stored, is_no_longer_dirty_when_saved) {
     EXPECT_EQ(it.length(), once);
 }
 
-TYPED_TEST(NV_number_stored, stays_dirty_when_there_is_no_room) {
+TYPED_TEST(NV_number_stored, stays_dirty_when_the_iterator_is_full) {
     using Value = typename TestFixture::Held;
     this->number.set(other_value<Value>);
     const unsigned char flags = this->number.get_flags();
-    for (int room = 0; room < 4 + this->width; ++room) {
-        Settings_bytes it(NV_iterator::writing_all, room);
-        EXPECT_FALSE(this->number.serialise(&it)) << room;
-        EXPECT_EQ(this->number.get_flags(), flags) << room;
+    for (int capacity = 0; capacity < 4 + this->width; ++capacity) {
+        Settings_bytes it(NV_iterator::writing_all, capacity);
+        EXPECT_FALSE(this->number.serialise(&it)) << capacity;
+        EXPECT_EQ(this->number.get_flags(), flags) << capacity;
     }
     Settings_bytes it(NV_iterator::writing_all, 4 + this->width);
     EXPECT_TRUE(this->number.serialise(&it));
 }
 
-TYPED_TEST(NV_number_stored, takes_part_as_the_mode_says) {
+TYPED_TEST(NV_number_stored, is_included_as_the_mode_requires) {
     Settings_bytes it(NV_iterator::writing_set);
     for (const auto mode : {NV_iterator::writing_set, NV_iterator::appending_written, NV_iterator::appending_changed}) {
         it.set_mode(mode);
@@ -91,9 +91,9 @@ TYPED_TEST(NV_number_stored, takes_part_as_the_mode_says) {
     EXPECT_FALSE(this->number.serialise(nullptr));
 }
 
-TYPED_TEST(NV_number_stored, is_loaded_without_telling_anybody) {
+TYPED_TEST(NV_number_stored, is_loaded_without_notifications) {
     using Value = typename TestFixture::Held;
-    for (const Value value : telling_values<Value>()) {
+    for (const Value value : edge_values<Value>()) {
         Settings_bytes it(header(this->code, single_value, 0x1234) + stored(value) + "rest");
         EXPECT_TRUE(this->number.deserialise(&it));
         EXPECT_TRUE(same_bits(this->number.get(), value)) << +value;
@@ -113,7 +113,7 @@ TYPED_TEST(NV_number_stored, stays_dirty_when_loaded) {
     EXPECT_EQ(this->number.get_flags(), NV_item::dirty_change | NV_item::dirty_write);
 }
 
-TYPED_TEST(NV_number_stored, is_left_alone_by_a_record_that_is_cut_short) {
+TYPED_TEST(NV_number_stored, is_left_unchanged_by_a_record_that_is_cut_short) {
     using Value = typename TestFixture::Held;
     const Captured_debug printed;
     const std::string record = header(this->code, single_value, 0x1234) + stored(other_value<Value>);
@@ -125,7 +125,7 @@ TYPED_TEST(NV_number_stored, is_left_alone_by_a_record_that_is_cut_short) {
     }
 }
 
-TYPED_TEST(NV_number_stored, says_which_header_is_not_its_own) {
+TYPED_TEST(NV_number_stored, reports_a_header_that_is_not_its_own) {
     using Value = typename TestFixture::Held;
     const std::string own = std::to_string(this->code);
     const Captured_debug printed;
@@ -159,9 +159,9 @@ TYPED_TEST(NV_number_stored, is_not_interchangeable_with_the_form_of_another_cod
 
 // ---- Values for a peer ----
 
-TYPED_TEST(NV_number_stored, is_sent_as_the_value_alone) {
+TYPED_TEST(NV_number_stored, is_sent_as_its_value_only) {
     using Value = typename TestFixture::Held;
-    for (const Value value : telling_values<Value>()) {
+    for (const Value value : edge_values<Value>()) {
         unsigned char bytes[8];
         Send_buffer buffer(bytes, sizeof bytes);
         unsigned short counter = 0;
@@ -182,7 +182,7 @@ TYPED_TEST(NV_number_stored, is_sent_as_the_value_alone) {
     EXPECT_EQ(this->number.get_flags(), NV_item::pristine);
 }
 
-TYPED_TEST(NV_number_stored, is_where_sending_stops_without_room_for_its_last_byte) {
+TYPED_TEST(NV_number_stored, sending_fails_at_the_number_that_does_not_fit) {
     unsigned char bytes[8] = {0xEE, 0xEE, 0xEE, 0xEE, 0xEE, 0xEE, 0xEE, 0xEE};
     Send_buffer buffer(bytes, this->width - 1);
     unsigned short counter = 0;
@@ -195,10 +195,10 @@ TYPED_TEST(NV_number_stored, is_where_sending_stops_without_room_for_its_last_by
         EXPECT_EQ(byte, 0xEE);
 }
 
-TYPED_TEST(NV_number_stored, tells_of_a_value_that_it_receives) {
+TYPED_TEST(NV_number_stored, notifies_of_a_received_value) {
     using Value = typename TestFixture::Held;
     const std::string value = stored(other_value<Value>);
-    for (const int expected_signals : {1, 1}) { // the second time it has the value already
+    for (const int expected_signals : {1, 1}) { // the second time the value is equal
         Receive_buffer buffer(reinterpret_cast<const unsigned char*>(value.data()), this->width);
         unsigned short counter = 0;
         EXPECT_FALSE(this->number.deserialise(buffer, counter).fail());
@@ -211,7 +211,7 @@ TYPED_TEST(NV_number_stored, tells_of_a_value_that_it_receives) {
     EXPECT_EQ(this->root.get_flags(), NV_item::dirty_change | NV_item::dirty_write);
 }
 
-TYPED_TEST(NV_number_stored, keeps_its_value_when_too_little_is_received) {
+TYPED_TEST(NV_number_stored, keeps_its_value_when_bytes_are_missing) {
     using Value = typename TestFixture::Held;
     const std::string value = stored(other_value<Value>);
     for (int length = 0; length < this->width; ++length) {
@@ -225,13 +225,13 @@ TYPED_TEST(NV_number_stored, keeps_its_value_when_too_little_is_received) {
     EXPECT_EQ(this->number.get_flags(), NV_item::pristine);
 }
 
-TYPED_TEST(NV_number_stored, is_passed_over_while_the_counter_says_so) {
+TYPED_TEST(NV_number_stored, is_skipped_while_the_counter_is_positive) {
     using Value = typename TestFixture::Held;
     unsigned char bytes[8] = {1};
     Send_buffer sent(bytes, 0);
     Receive_buffer received(bytes, this->width);
     for (unsigned short counter = 3; counter > 0;)
-        EXPECT_FALSE(this->number.serialise(sent, counter).fail()); // no room, but nothing to do either
+        EXPECT_FALSE(this->number.serialise(sent, counter).fail()); // a full buffer, but nothing to send
     for (unsigned short counter = 3; counter > 0;)
         EXPECT_FALSE(this->number.deserialise(received, counter).fail());
     EXPECT_EQ(received.left(), this->width);
@@ -255,7 +255,7 @@ struct NV_unknown_number : testing::Test {
 
 TYPED_TEST_SUITE(NV_unknown_number, number_forms::Scalar_forms, number_forms::Names);
 
-TYPED_TEST(NV_unknown_number, is_passed_over) {
+TYPED_TEST(NV_unknown_number, is_skipped) {
     Settings_bytes direct(this->record(0, this->values(1) + "rest"));
     EXPECT_TRUE(TypeParam::deserialise_unknown(&direct));
     EXPECT_EQ(direct.left(), 4);
@@ -264,7 +264,7 @@ TYPED_TEST(NV_unknown_number, is_passed_over) {
     EXPECT_EQ(by_type.left(), 4);
 }
 
-TYPED_TEST(NV_unknown_number, is_passed_over_as_array_and_matrix) {
+TYPED_TEST(NV_unknown_number, is_skipped_as_array_and_matrix) {
     const struct {
         int dimension;
         std::string size;
@@ -287,7 +287,7 @@ TYPED_TEST(NV_unknown_number, is_passed_over_as_array_and_matrix) {
     }
 }
 
-TYPED_TEST(NV_unknown_number, is_not_passed_over_when_it_is_damaged) {
+TYPED_TEST(NV_unknown_number, is_not_skipped_when_it_is_damaged) {
     const std::string good = this->record(0, this->values(1));
     for (std::size_t length = 0; length < good.size(); ++length) {
         Settings_bytes direct(good.substr(0, length));
@@ -309,7 +309,7 @@ TYPED_TEST(NV_unknown_number, is_not_passed_over_when_it_is_damaged) {
     EXPECT_FALSE(TypeParam::deserialise_unknown_array(&single, DTS::Defs::single));
 }
 
-TEST(NV_unknown_number, of_code_17_or_of_no_known_code_is_not_passed_over) {
+TEST(NV_unknown_number, of_code_17_or_of_an_unknown_code_is_not_skipped) {
     for (int type = 0; type < 64; ++type)
         for (int dimension = 0; dimension < 4; ++dimension) {
             const bool is_container = dimension == 0 && (type == 0 || type == 1 || type == 13);
@@ -323,9 +323,9 @@ TEST(NV_unknown_number, of_code_17_or_of_no_known_code_is_not_passed_over) {
         }
 }
 
-// bool, which has more bit patterns than values
+// A bool has more bit patterns than values.
 
-TEST(NV_number_stored_bool, is_true_for_every_byte_but_zero) {
+TEST(NV_number_stored_bool, is_true_for_every_byte_except_zero) {
     NV_number<bool, 2> number(nullptr, 1, false, "number");
     for (int byte = 0; byte <= 255; ++byte) {
         const bool expected = byte != 0;
@@ -342,14 +342,14 @@ TEST(NV_number_stored_bool, is_true_for_every_byte_but_zero) {
     }
 }
 
-// ---- Values whose bits are all there is to them ----
+// ---- Random bits ----
 
 template <typename Number>
 struct NV_random_bits : testing::Test {};
 using Floating_forms = testing::Types<NV_number<float, 10>, NV_number<double, 11>>;
 TYPED_TEST_SUITE(NV_random_bits, Floating_forms, number_forms::Names);
 
-TYPED_TEST(NV_random_bits, come_back_from_record_peer_and_text) {
+TYPED_TEST(NV_random_bits, are_kept_by_record_peer_and_text) {
     using Value = typename Form<TypeParam>::Value;
     Random random;
     TypeParam number(nullptr, 1, Value(0), "number");

@@ -9,20 +9,20 @@
 #include <gtest/gtest.h>
 #include <type_traits>
 
-// All forms of number are compiled into the library only: what is called here is what it exports.
+// All forms of number are compiled only into the library: these tests call its exported operations.
 
 namespace {
 
 using namespace NV_store;
+using number_forms::edge_values;
 using number_forms::Form;
 using number_forms::other_value;
 using number_forms::same_bits;
 using number_forms::some_value;
-using number_forms::telling_values;
 
 constexpr unsigned char written_and_changed = NV_item::dirty_write | NV_item::dirty_change;
 
-/// A number two levels below its root; everything that listens to it counts.
+/// A number two levels below its root, with listeners at each level.
 template <typename Number>
 struct NV_number_of : testing::Test {
     using Held = typename Form<Number>::Value;
@@ -35,28 +35,28 @@ struct NV_number_of : testing::Test {
         for (NV_item* const item : {static_cast<NV_item*>(&number), static_cast<NV_item*>(&group)}) {
             QObject::connect(item, qOverload<>(&NV_item::value_changed), [this] { signals_seen += "s"; });
             QObject::connect(item, qOverload<NV_item*>(&NV_item::value_changed),
-                             [this](NV_item* told) { signals_seen += told->get_name(); });
+                             [this](NV_item* sender) { signals_seen += sender->get_name(); });
         }
     }
 
-    /// Whom the events since the last call were for: 1 the number's waiter, 2 its group's, 3 its root's.
-    std::string told() {
+    /// The targets of the events since the last call: 1 the number's waiter, 2 its group's, 3 its root's.
+    std::string notified() {
         std::string targets;
         for (const waiter_event& event : waiter.events())
             targets += std::to_string(event.target);
         waiter.clear();
         return targets;
     }
-    void expect_told_everybody() {
+    void expect_all_notified() {
         EXPECT_EQ(number.get_flags(), written_and_changed);
-        EXPECT_EQ(told(), "123");
+        EXPECT_EQ(notified(), "123");
         EXPECT_EQ(signals_seen, "sgroupsnumber");
         signals_seen.clear();
         EXPECT_EQ(root.mutex().owner_thread(), nullptr);
     }
-    void expect_told_nobody() {
+    void expect_none_notified() {
         EXPECT_EQ(number.get_flags(), NV_item::pristine);
-        EXPECT_EQ(told(), "");
+        EXPECT_EQ(notified(), "");
         EXPECT_EQ(signals_seen, "");
         EXPECT_EQ(root.mutex().owner_thread(), nullptr);
     }
@@ -81,7 +81,7 @@ TYPED_TEST(NV_number_of, begins_with_its_default_and_pristine) {
     EXPECT_EQ(this->number.get(), some_value<Value>);
     EXPECT_EQ(this->number._get(), some_value<Value>);
     EXPECT_EQ(this->number.get_default(), some_value<Value>);
-    this->expect_told_nobody();
+    this->expect_none_notified();
 }
 
 TYPED_TEST(NV_number_of, has_the_range_of_its_type) {
@@ -94,29 +94,70 @@ TYPED_TEST(NV_number_of, has_the_range_of_its_type) {
     EXPECT_EQ(sizeof(Value), static_cast<std::size_t>(Form<TypeParam>::width));
 }
 
-TYPED_TEST(NV_number_of, tells_everybody_of_another_value) {
+TYPED_TEST(NV_number_of, has_its_range_as_numbers_of_another_type) {
+    long double low = 1;
+    long double high = 1;
+    this->number.get_range_as(low, high);
+    const bool is_char = std::is_same_v<typename TestFixture::Held, char>;
+    EXPECT_EQ(low, static_cast<long double>(Form<TypeParam>::low));
+    EXPECT_EQ(high, is_char ? 255 : static_cast<long double>(Form<TypeParam>::high));
+}
+
+TYPED_TEST(NV_number_of, finds_both_ends_of_its_range_within_it) {
+    EXPECT_TRUE(this->number.is_in_range(Form<TypeParam>::low));
+    EXPECT_TRUE(this->number.is_in_range(Form<TypeParam>::high));
+    EXPECT_TRUE(this->number.is_in_range(some_value<typename TestFixture::Held>));
+}
+
+TEST(NV_number, every_char_lies_in_the_range_of_a_char) {
+    const NV_number<char, 3> number(nullptr, 1, 'a', "letter");
+    for (int code = 0; code <= 255; ++code)
+        EXPECT_TRUE(number.is_in_range(static_cast<char>(code))) << code;
+}
+
+TEST(NV_number, range_of_a_derived_class_is_checked) {
+    struct Letter : NV_number<char, 3> {
+        using NV_number::NV_number;
+        void _get_range(char& low, char& high) const override {
+            low = 'a';
+            high = static_cast<char>(200);
+        }
+    };
+    const Letter letter(nullptr, 1, 'a', "letter");
+    int low = 0;
+    int high = 0;
+    letter.get_range_as(low, high);
+    EXPECT_EQ(low, 'a');
+    EXPECT_EQ(high, 200);
+    EXPECT_FALSE(letter.is_in_range('A'));
+    EXPECT_TRUE(letter.is_in_range('z'));
+    EXPECT_TRUE(letter.is_in_range(static_cast<char>(200)));
+    EXPECT_FALSE(letter.is_in_range(static_cast<char>(201)));
+}
+
+TYPED_TEST(NV_number_of, notifies_all_listeners_of_another_value) {
     using Value = typename TestFixture::Held;
     EXPECT_TRUE(this->number.set(other_value<Value>));
     EXPECT_EQ(this->number.get(), other_value<Value>);
     EXPECT_EQ(this->number.get_default(), some_value<Value>);
-    this->expect_told_everybody();
+    this->expect_all_notified();
     EXPECT_EQ(this->group.get_flags(), written_and_changed);
     EXPECT_EQ(this->root.get_flags(), written_and_changed);
 }
 
-TYPED_TEST(NV_number_of, tells_nobody_of_the_value_that_it_has) {
+TYPED_TEST(NV_number_of, notifies_nobody_of_an_equal_value) {
     using Value = typename TestFixture::Held;
     EXPECT_FALSE(this->number.set(some_value<Value>));
     EXPECT_FALSE(this->number._set(some_value<Value>, notify_all));
     EXPECT_EQ(this->number = some_value<Value>, some_value<Value>);
     EXPECT_TRUE(this->number.set_default(true));
     EXPECT_EQ(this->number.get(), some_value<Value>);
-    this->expect_told_nobody();
+    this->expect_none_notified();
 }
 
 TYPED_TEST(NV_number_of, keeps_every_value_of_its_type) {
     using Value = typename TestFixture::Held;
-    for (const Value value : telling_values<Value>()) {
+    for (const Value value : edge_values<Value>()) {
         this->number._set(static_cast<Value>(!value));
         EXPECT_EQ(this->number.set(value), value != static_cast<Value>(!value));
         EXPECT_TRUE(same_bits(this->number.get(), value)) << +value;
@@ -124,22 +165,22 @@ TYPED_TEST(NV_number_of, keeps_every_value_of_its_type) {
     }
 }
 
-TYPED_TEST(NV_number_of, tells_as_far_as_it_is_asked_to) {
+TYPED_TEST(NV_number_of, notifies_the_requested_listeners) {
     using Value = typename TestFixture::Held;
     EXPECT_TRUE(this->number._set(other_value<Value>));
     EXPECT_FALSE(this->number._set(other_value<Value>));
     EXPECT_TRUE(this->number._set(some_value<Value>, notify_none));
     EXPECT_EQ(this->number._get(), some_value<Value>);
-    this->expect_told_nobody();
+    this->expect_none_notified();
 
     EXPECT_TRUE(this->number._set(other_value<Value>, notify_waiters));
     EXPECT_EQ(this->number.get_flags(), written_and_changed);
-    EXPECT_EQ(this->told(), "1");
+    EXPECT_EQ(this->notified(), "1");
     EXPECT_EQ(this->signals_seen, "snumber");
     EXPECT_EQ(this->group.get_flags(), NV_item::pristine);
 
     EXPECT_TRUE(this->number._set(some_value<Value>, notify_parents));
-    EXPECT_EQ(this->told(), "");
+    EXPECT_EQ(this->notified(), "");
     EXPECT_EQ(this->signals_seen, "snumbersgroupsnumber");
     EXPECT_EQ(this->group.get_flags(), written_and_changed);
 }
@@ -148,7 +189,7 @@ TYPED_TEST(NV_number_of, is_assigned_values) {
     using Value = typename TestFixture::Held;
     EXPECT_EQ(this->number = other_value<Value>, other_value<Value>);
     EXPECT_EQ(this->number.get(), other_value<Value>);
-    this->expect_told_everybody();
+    this->expect_all_notified();
 }
 
 TYPED_TEST(NV_number_of, is_set_from_a_number_of_its_tree) {
@@ -156,7 +197,7 @@ TYPED_TEST(NV_number_of, is_set_from_a_number_of_its_tree) {
     TypeParam other(&this->root, 9, other_value<Value>, "other");
     EXPECT_TRUE(this->number.set(other));
     EXPECT_EQ(this->number.get(), other_value<Value>);
-    this->expect_told_everybody();
+    this->expect_all_notified();
     EXPECT_FALSE(this->number.set(other));
     EXPECT_FALSE(this->number.set(this->number));
     EXPECT_EQ(other.get_flags(), NV_item::pristine);
@@ -169,7 +210,7 @@ TYPED_TEST(NV_number_of, is_set_from_a_number_of_another_tree_or_of_none) {
     const TypeParam there(&elsewhere, 9, other_value<Value>, "there");
     const TypeParam alone(nullptr, 9, some_value<Value>, "alone");
     EXPECT_TRUE(this->number.set(there));
-    this->expect_told_everybody();
+    this->expect_all_notified();
     EXPECT_EQ(elsewhere.mutex().owner_thread(), nullptr);
     EXPECT_EQ(this->number.get(), other_value<Value>);
     EXPECT_TRUE(this->number.set(alone));
@@ -185,11 +226,11 @@ TYPED_TEST(NV_number_of, is_assigned_a_number) {
     EXPECT_EQ(this->number.get_default(), some_value<Value>);
     EXPECT_EQ(this->number.get_id(), 7);
     EXPECT_STREQ(this->number.get_name(), "number");
-    this->expect_told_everybody();
+    this->expect_all_notified();
     TypeParam& itself = this->number;
     this->number = itself;
     EXPECT_EQ(this->number.get(), other_value<Value>);
-    EXPECT_EQ(this->told(), "");
+    EXPECT_EQ(this->notified(), "");
     this->root.remove_child(&other);
 }
 
@@ -204,7 +245,7 @@ TYPED_TEST(NV_number_of, is_set_under_the_lock_from_a_number_of_its_tree) {
     this->root.remove_child(&other);
 }
 
-TYPED_TEST(NV_number_of, takes_no_value_from_a_node_of_another_kind) {
+TYPED_TEST(NV_number_of, accepts_no_value_from_a_node_of_another_kind) {
     using Value = typename TestFixture::Held;
     const NV_number<int, 9> plain(nullptr, 1, 0, "plain");
     const NV_number<int, 17> special(nullptr, 1, 0, "special");
@@ -217,10 +258,10 @@ TYPED_TEST(NV_number_of, takes_no_value_from_a_node_of_another_kind) {
         EXPECT_FALSE(this->number._set(*other, notify_all));
     }
     EXPECT_EQ(this->number.get(), some_value<Value>);
-    this->expect_told_nobody();
+    this->expect_none_notified();
 }
 
-TYPED_TEST(NV_number_of, compares_as_numbers_do) {
+TYPED_TEST(NV_number_of, compares_as_numbers) {
     using Value = typename TestFixture::Held;
     const TypeParam same(nullptr, 1, some_value<Value>, "same");
     const TypeParam other(nullptr, 1, other_value<Value>, "other");
@@ -246,21 +287,21 @@ TYPED_TEST(NV_number_of, computes_in_its_type) {
         EXPECT_EQ(this->number -= true, true); // -1 is not 0
     } else {
         EXPECT_EQ(this->number += Value(9), Value(10));
-        this->expect_told_everybody();
+        this->expect_all_notified();
         EXPECT_EQ(this->number -= Value(4), Value(6));
         EXPECT_EQ(this->number++, Value(6));
         EXPECT_EQ(this->number.get(), Value(7));
-        EXPECT_EQ(this->told(), "123123");
+        EXPECT_EQ(this->notified(), "123123");
         EXPECT_EQ(this->number += Value(0), Value(7));
-        EXPECT_EQ(this->told(), "");
+        EXPECT_EQ(this->notified(), "");
         TypeParam other(nullptr, 1, Value(3), "other");
         EXPECT_EQ(this->number - other, Value(4));
         EXPECT_EQ(this->number - this->number, Value(0));
-        EXPECT_EQ(this->told(), "");
+        EXPECT_EQ(this->notified(), "");
     }
 }
 
-TYPED_TEST(NV_number_of, wraps_round_where_an_integer_ends) {
+TYPED_TEST(NV_number_of, wraps_round_at_the_ends_of_an_integer) {
     using Value = typename TestFixture::Held;
     using Limits = std::numeric_limits<Value>;
     if constexpr (std::is_integral_v<Value> && !std::is_same_v<Value, bool>) {
@@ -281,23 +322,23 @@ TYPED_TEST(NV_number_of, wraps_round_where_an_integer_ends) {
     }
 }
 
-TYPED_TEST(NV_number_of, goes_back_to_its_default_whatever_is_asked) {
+TYPED_TEST(NV_number_of, is_set_to_its_default_whatever_the_argument) {
     using Value = typename TestFixture::Held;
     for (const bool all : {false, true}) {
         this->number._set(other_value<Value>);
         EXPECT_TRUE(this->number.set_default(all));
         EXPECT_EQ(this->number.get(), some_value<Value>);
-        this->expect_told_everybody();
+        this->expect_all_notified();
     }
 }
 
-TYPED_TEST(NV_number_of, comes_back_from_its_text) {
+TYPED_TEST(NV_number_of, is_read_from_its_own_text) {
     using Value = typename TestFixture::Held;
-    for (const Value value : telling_values<Value>()) {
+    for (const Value value : edge_values<Value>()) {
         char text[32];
         this->number._set(value);
         const int length = this->number._to_string(text, sizeof text);
-        ASSERT_GT(length, 0) << +value; // the longest has room in what `_print` takes
+        ASSERT_GT(length, 0) << +value; // the longest fits the buffer of `_print`
         EXPECT_EQ(static_cast<std::size_t>(length), std::strlen(text));
         EXPECT_TRUE(this->number == text) << text;
 
@@ -307,15 +348,15 @@ TYPED_TEST(NV_number_of, comes_back_from_its_text) {
     }
 }
 
-TYPED_TEST(NV_number_of, tells_everybody_of_a_value_from_text) {
+TYPED_TEST(NV_number_of, notifies_all_listeners_of_a_value_from_text) {
     using Value = typename TestFixture::Held;
     const std::string text = std::is_same_v<Value, bool> ? " 0,rest" : " 98,rest";
     EXPECT_EQ(this->number._from_string(text.c_str()), text.c_str() + text.find(','));
     EXPECT_EQ(this->number.get(), other_value<Value>);
-    this->expect_told_everybody();
+    this->expect_all_notified();
 }
 
-TYPED_TEST(NV_number_of, keeps_its_value_when_a_text_is_none) {
+TYPED_TEST(NV_number_of, keeps_its_value_when_a_text_is_not_a_number) {
     using Value = typename TestFixture::Held;
     for (const char* const junk : {"", "  ", "x", "-", ",98", "\n98", "--98", "+98"})
         EXPECT_EQ(this->number._from_string(junk), nullptr) << junk;
@@ -323,7 +364,7 @@ TYPED_TEST(NV_number_of, keeps_its_value_when_a_text_is_none) {
     EXPECT_EQ(this->number._from_string(too_large), nullptr);
     EXPECT_EQ(this->number._from_string(nullptr), nullptr);
     EXPECT_EQ(this->number.get(), some_value<Value>);
-    this->expect_told_nobody();
+    this->expect_none_notified();
 }
 
 TYPED_TEST(NV_number_of, is_printed_by_name) {
@@ -333,9 +374,9 @@ TYPED_TEST(NV_number_of, is_printed_by_name) {
     EXPECT_EQ(fields.text(), "swath=1;number=1;");
 }
 
-TYPED_TEST(NV_number_of, is_printed_whole_however_long_it_is) {
+TYPED_TEST(NV_number_of, is_printed_whole_at_any_length) {
     using Value = typename TestFixture::Held;
-    for (const Value value : telling_values<Value>()) {
+    for (const Value value : edge_values<Value>()) {
         Recorded_fields fields;
         char text[64];
         this->number._set(value);
@@ -345,7 +386,7 @@ TYPED_TEST(NV_number_of, is_printed_whole_however_long_it_is) {
     }
 }
 
-// ---- Numbers that are none ----
+// ---- Floating-point numbers ----
 
 template <typename Number>
 struct NV_floating_number : testing::Test {
@@ -355,14 +396,14 @@ struct NV_floating_number : testing::Test {
 using Floating_forms = testing::Types<NV_number<float, 10>, NV_number<double, 11>>;
 TYPED_TEST_SUITE(NV_floating_number, Floating_forms, number_forms::Names);
 
-TYPED_TEST(NV_floating_number, takes_minus_zero_for_zero) {
+TYPED_TEST(NV_floating_number, treats_minus_zero_as_zero) {
     EXPECT_FALSE(this->number.set(-0.0));
     EXPECT_EQ(this->number.get_flags(), NV_item::pristine);
-    EXPECT_TRUE(std::signbit(this->number.get())); // stored all the same
+    EXPECT_TRUE(std::signbit(this->number.get())); // stored nevertheless
     EXPECT_TRUE(this->number == "0");
 }
 
-TYPED_TEST(NV_floating_number, takes_what_is_no_number_for_another_value_each_time) {
+TYPED_TEST(NV_floating_number, treats_nan_as_another_value_each_time) {
     const auto nan = std::numeric_limits<typename TestFixture::Held>::quiet_NaN();
     EXPECT_TRUE(this->number.set(nan));
     EXPECT_TRUE(this->number.set(nan));
@@ -378,9 +419,17 @@ TYPED_TEST(NV_floating_number, has_a_range_without_zero_and_below) {
     EXPECT_GT(low, 0);
 }
 
-// ---- What is part of the binary interface ----
+TYPED_TEST(NV_floating_number, finds_zero_and_less_and_not_a_number_outside_its_range) {
+    using Value = typename Form<TypeParam>::Value;
+    EXPECT_FALSE(this->number.is_in_range(Value(0)));
+    EXPECT_FALSE(this->number.is_in_range(Value(-1)));
+    EXPECT_FALSE(this->number.is_in_range(std::numeric_limits<Value>::quiet_NaN()));
+    EXPECT_TRUE(this->number.is_in_range(Value(1)));
+}
 
-TEST(NV_number, adds_its_range_behind_the_slots_of_an_item) {
+// ---- Binary interface ----
+
+TEST(NV_number, adds_its_range_after_the_slots_of_an_item) {
     EXPECT_EQ(vtable_slot(&NV_number<int, 9>::_get_range), vtable_slot(&NV_item::print) + 1);
     EXPECT_EQ(vtable_slot(&NV_number<double, 11>::_get_range), vtable_slot(&NV_item::print) + 1);
     EXPECT_EQ(vtable_slot(&NV_number<int, 9>::get_range), not_virtual);

@@ -34,13 +34,13 @@ TEST(NV_path, begins_empty) {
     EXPECT_EQ(id, 77);
 }
 
-TEST(NV_path, gives_back_the_most_recent_id_first) {
+TEST(NV_path, pops_the_most_recent_id_first) {
     NV_path path = path_of({1, 65535, 3});
     unsigned short id = 0;
     EXPECT_EQ(path.fill(), 3);
     EXPECT_TRUE(path.last(id));
     EXPECT_EQ(id, 3);
-    EXPECT_EQ(path.fill(), 3) << "looking takes nothing";
+    EXPECT_EQ(path.fill(), 3) << "`last` removes nothing";
     EXPECT_TRUE(path.pop(id));
     EXPECT_TRUE(path.pop(id));
     EXPECT_EQ(id, 65535);
@@ -55,7 +55,7 @@ TEST(NV_path, holds_ten_ids_and_refuses_the_eleventh) {
     EXPECT_FALSE(path.push(static_cast<unsigned short>(10)));
     unsigned short id = 0;
     EXPECT_TRUE(path.pop(id));
-    EXPECT_EQ(id, 9) << "what was refused is not there";
+    EXPECT_EQ(id, 9) << "the refused id was not pushed";
     EXPECT_EQ(path.fill(), 9);
     EXPECT_TRUE(path.push(static_cast<unsigned short>(11)));
     EXPECT_EQ(path.fill(), 10);
@@ -64,19 +64,19 @@ TEST(NV_path, holds_ten_ids_and_refuses_the_eleventh) {
 }
 
 TEST(NV_path, capacity_stays_within_0_and_10) {
-    for (const auto& [asked, has] : {std::pair(-1, 0), std::pair(0, 0), std::pair(1, 1), std::pair(11, 10)}) {
-        NV_path path(asked);
-        int taken = 0;
-        while (path.push(static_cast<unsigned short>(taken)))
-            ++taken;
-        EXPECT_EQ(taken, has);
-        EXPECT_EQ(path.fill(), has);
+    for (const auto& [requested, capacity] : {std::pair(-1, 0), std::pair(0, 0), std::pair(1, 1), std::pair(11, 10)}) {
+        NV_path path(requested);
+        int pushed = 0;
+        while (path.push(static_cast<unsigned short>(pushed)))
+            ++pushed;
+        EXPECT_EQ(pushed, capacity);
+        EXPECT_EQ(path.fill(), capacity);
         unsigned short id = 0;
-        EXPECT_EQ(path.pop(id), has > 0);
+        EXPECT_EQ(path.pop(id), capacity > 0);
     }
 }
 
-TEST(NV_path, takes_the_id_of_an_item) {
+TEST(NV_path, pushes_the_id_of_an_item) {
     const Int_setting item(nullptr, 4711, 0, "item");
     NV_path path;
     EXPECT_TRUE(path.push(&item));
@@ -97,7 +97,7 @@ TEST(NV_path, copy_is_independent) {
     EXPECT_EQ(stored(assigned), from_hex("02 01 00 02 00"));
 }
 
-TEST(NV_path, does_what_a_bounded_stack_does) {
+TEST(NV_path, behaves_like_a_bounded_stack) {
     Random random;
     NV_path path(7);
     std::deque<unsigned short> model;
@@ -124,7 +124,7 @@ TEST(NV_path, is_stored_as_a_count_and_the_ids_oldest_first) {
     EXPECT_EQ(stored(path_of({0x0102, 0xFFFE, 3})), from_hex("03 02 01 fe ff 03 00"));
 }
 
-TEST(NV_path, reads_what_was_stored_behind_what_it_has) {
+TEST(NV_path, appends_the_ids_that_it_reads) {
     Settings_bytes it(from_hex("02 01 00 02 00 55"));
     NV_path path = path_of({9});
     EXPECT_TRUE(path.deserialise(&it));
@@ -132,8 +132,8 @@ TEST(NV_path, reads_what_was_stored_behind_what_it_has) {
     EXPECT_EQ(it.left(), 1);
 }
 
-// On purpose: whoever calls these has never been told.
-TEST(NV_path, storing_and_reading_say_true_even_when_they_fail) {
+// On purpose: callers rely on it.
+TEST(NV_path, storing_and_reading_return_true_even_when_they_fail) {
     Settings_bytes small(NV_iterator::writing_all, 2);
     const NV_path path = path_of({1});
     EXPECT_TRUE(path.serialise(&small));
@@ -142,7 +142,7 @@ TEST(NV_path, storing_and_reading_say_true_even_when_they_fail) {
     Settings_bytes cut(from_hex("02 01 00 02"));
     NV_path read;
     EXPECT_TRUE(read.deserialise(&cut));
-    EXPECT_EQ(stored(read), from_hex("01 01 00")) << "what is there is kept";
+    EXPECT_EQ(stored(read), from_hex("01 01 00")) << "the complete ids are kept";
     EXPECT_TRUE(read.deserialise(&cut)) << "one byte is left";
     EXPECT_EQ(read.fill(), 1);
     Settings_bytes nothing("");
@@ -150,7 +150,7 @@ TEST(NV_path, storing_and_reading_say_true_even_when_they_fail) {
     EXPECT_FALSE(read.read(&nothing));
 }
 
-TEST(NV_path, consumes_a_longer_path_than_it_has_room_for) {
+TEST(NV_path, consumes_a_path_that_is_longer_than_its_capacity) {
     std::string longer = low_bytes(255, 1);
     for (unsigned i = 0; i < 255; ++i)
         longer += low_bytes(i, 2);

@@ -34,7 +34,7 @@ TEST_F(NV_pcfile_iterator_test, begins_closed_with_nothing_used) {
     EXPECT_FALSE(pcfExists("setup"));
 }
 
-TEST_F(NV_pcfile_iterator_test, writing_removes_what_is_there_and_appending_goes_on) {
+TEST_F(NV_pcfile_iterator_test, writing_removes_the_old_file_and_appending_continues_it) {
     store.make_file("setup", "before");
     for (const auto mode : {NV_iterator::writing_all, NV_iterator::writing_set}) {
         file.set_mode(mode);
@@ -57,14 +57,14 @@ TEST_F(NV_pcfile_iterator_test, reads_from_the_beginning_each_time_it_is_opened)
     file.set_mode(NV_iterator::reading);
     EXPECT_TRUE(file.is_readable());
     EXPECT_EQ(pop(2), "ab");
-    EXPECT_EQ(pop(5), "failed"); // the rest is fetched, and stays
+    EXPECT_EQ(pop(5), "failed"); // the rest is fetched and stays buffered
     file.set_mode(NV_iterator::reading);
     EXPECT_EQ(pop(6), "abcdef");
     EXPECT_FALSE(file.is_readable());
     EXPECT_EQ(used(), 8U);
 }
 
-TEST_F(NV_pcfile_iterator_test, what_was_fetched_from_one_file_is_none_of_the_next_ones) {
+TEST_F(NV_pcfile_iterator_test, bytes_fetched_from_one_file_are_not_read_from_the_next) {
     store.make_file("setup", "abcdef");
     file.set_mode(NV_iterator::reading);
     EXPECT_EQ(pop(2), "ab");
@@ -95,7 +95,7 @@ TEST_F(NV_pcfile_iterator_test, missing_file_and_unmounted_store_leave_it_closed
     }
 }
 
-TEST_F(NV_pcfile_iterator_test, busy_store_is_asked_five_times) {
+TEST_F(NV_pcfile_iterator_test, busy_store_is_tried_five_times) {
     store.make_file("setup", "abc");
     const Replaced_delays delays;
     Replaced_store_calls calls;
@@ -115,7 +115,7 @@ TEST_F(NV_pcfile_iterator_test, busy_store_is_asked_five_times) {
     EXPECT_EQ(calls.calls_of("OpenWrite").size(), 5U);
 }
 
-TEST_F(NV_pcfile_iterator_test, failed_opening_leaves_what_is_used) {
+TEST_F(NV_pcfile_iterator_test, failed_opening_leaves_the_used_bytes_unchanged) {
     file.set_mode(NV_iterator::writing_all);
     EXPECT_TRUE(push("abc"));
     const Replaced_delays delays;
@@ -185,13 +185,13 @@ TEST_F(NV_pcfile_iterator_test, destruction_closes_the_file) {
         dying.set_mode(mode);
         EXPECT_EQ(dying.get_mode(), mode);
     }
-    EXPECT_EQ(pcfOpenRead("setup", 0, nullptr), 0); // neither place is taken
+    EXPECT_EQ(pcfOpenRead("setup", 0, nullptr), 0); // reader and writer are free
     pcfCloseRead(0);
     EXPECT_TRUE(pcfOpenWrite("setup", nullptr));
     EXPECT_TRUE(pcfCloseWrite(-1));
 }
 
-TEST_F(NV_pcfile_iterator_test, tree_comes_back_as_it_was_saved) {
+TEST_F(NV_pcfile_iterator_test, tree_is_loaded_as_saved) {
     Settings_tree saved;
     saved.speed.set(-7);
     file.set_mode(NV_iterator::writing_all);
@@ -220,7 +220,7 @@ TEST(NV_pcfile_iterator_in_a_small_store, save_that_does_not_fit_reports_success
     EXPECT_THAT(debug.text(), HasSubstr("PCF full\n"));
     EXPECT_TRUE(pcfOpenWrite("setup", nullptr)); // closed
     EXPECT_TRUE(pcfCloseWrite(-1));
-    file.set_mode(NV_iterator::reading); // and that it could not be closed once more is told
+    file.set_mode(NV_iterator::reading); // the failure of closing it again is reported
     EXPECT_EQ(file.get_mode(), NV_iterator::closed);
 }
 

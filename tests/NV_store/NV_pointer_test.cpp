@@ -28,7 +28,7 @@ struct Tree_with_pointers : Settings_tree {
 
 class Pointers : public testing::Test {
   protected:
-    /// The names of the pointers that are told of a change of an item.
+    /// The names of the pointers that are notified of a change of an item.
     std::vector<std::string> told_of(NV_item* item) {
         std::vector<std::string> names;
         QObject context;
@@ -57,10 +57,10 @@ TEST_F(Pointers, begin_without_a_target) {
         EXPECT_EQ(pointer->get_flags(), NV_item::pristine);
     }
     EXPECT_FALSE(free_standing.is_in_tree());
-    EXPECT_TRUE(tree.first.is_in_tree()) << "those with a root are known to it";
+    EXPECT_TRUE(tree.first.is_in_tree()) << "a pointer with a root is in its registry";
 }
 
-TEST_F(Pointers, setting_tells_of_a_change_and_of_nothing_else) {
+TEST_F(Pointers, setting_notifies_of_a_change_only) {
     Recorded_signals emitted;
     emitted.watch(tree.first);
     Recording_waiter waiter;
@@ -75,7 +75,7 @@ TEST_F(Pointers, setting_tells_of_a_change_and_of_nothing_else) {
     tree.first._set(tree.lamp, notify_none);
     EXPECT_EQ(tree.first.__get(), &tree.lamp);
     EXPECT_EQ(waiter.events().size(), 1U);
-    EXPECT_EQ(emitted.names().size(), 4U) << "slots are told of every change";
+    EXPECT_EQ(emitted.names().size(), 4U) << "slots are called at every change";
     EXPECT_EQ(tree.mutex().owner_thread(), nullptr);
 }
 
@@ -88,7 +88,7 @@ TEST_F(Pointers, default_is_no_target) {
     EXPECT_EQ(emitted.names().size(), 2U);
 }
 
-TEST_F(Pointers, get_and_set_take_the_lock) {
+TEST_F(Pointers, get_and_set_acquire_the_lock) {
     tree.lock();
     EXPECT_EXIT(tree.first.get(), testing::KilledBySignal(SIGABRT), "");
     EXPECT_EXIT(tree.first.set(nullptr, notify_none), testing::KilledBySignal(SIGABRT), "");
@@ -127,7 +127,7 @@ TEST_F(Pointers, compare_by_the_ids_of_their_targets) {
     EXPECT_LT(compare(nullptr, &zero), 0);
 }
 
-TEST_F(Pointers, those_that_point_at_an_item_are_told_and_no_others) {
+TEST_F(Pointers, only_pointers_to_the_item_are_notified) {
     tree.first.set(&tree.speed, notify_all);
     tree.second.set(&tree.lamp, notify_all);
     tree.third.set(&tree.speed, notify_all);
@@ -137,18 +137,18 @@ TEST_F(Pointers, those_that_point_at_an_item_are_told_and_no_others) {
     EXPECT_THAT(told_of(nullptr), IsEmpty());
 }
 
-TEST_F(Pointers, those_whose_target_has_the_same_id_are_told_on_purpose) {
+TEST_F(Pointers, pointers_to_an_item_with_the_same_id_are_notified_on_purpose) {
     tree.first.set(&tree.speed, notify_all);           // id 1
-    tree.second.set(&tree.guidance.width, notify_all); // id 1, elsewhere
+    tree.second.set(&tree.guidance.width, notify_all); // id 1, in another container
     EXPECT_THAT(told_of(&tree.speed), UnorderedElementsAre("first", "second"));
 }
 
-TEST_F(Pointers, those_without_a_target_are_told_of_none) {
+TEST_F(Pointers, pointers_without_a_target_are_not_notified) {
     tree.second.set(&tree.lamp, notify_all);
     EXPECT_THAT(told_of(nullptr), UnorderedElementsAre("first", "third"));
 }
 
-TEST_F(Pointers, another_target_is_another_place) {
+TEST_F(Pointers, another_target_moves_a_pointer_in_the_registry) {
     tree.first.set(&tree.speed, notify_all);
     EXPECT_THAT(told_of(&tree.speed), ElementsAre("first"));
     tree.first.set(&tree.lamp, notify_all);
@@ -158,7 +158,7 @@ TEST_F(Pointers, another_target_is_another_place) {
     EXPECT_THAT(told_of(&tree.lamp), IsEmpty());
 }
 
-TEST_F(Pointers, telling_passes_on_how_and_what) {
+TEST_F(Pointers, notification_has_the_same_arguments) {
     tree.first.set(&tree.speed, notify_all);
     Recording_waiter waiter;
     tree.first.register_waiter(waiter, 7, true);
@@ -172,10 +172,10 @@ TEST_F(Pointers, telling_passes_on_how_and_what) {
     tree.notify_pointers(&tree.speed, true, false, false, notify_parents, nullptr);
     EXPECT_EQ(tree.get_flags(), NV_item::dirty_change);
     EXPECT_EQ(waiter.events().size(), 1U);
-    EXPECT_TRUE(tree.notify_pointers(&tree.lamp, true, true, true, notify_all, &tree)) << "there is none";
+    EXPECT_TRUE(tree.notify_pointers(&tree.lamp, true, true, true, notify_all, &tree)) << "no pointer has this target";
 }
 
-TEST_F(Pointers, listeners_may_point_theirs_elsewhere) {
+TEST_F(Pointers, listeners_may_change_targets) {
     for (NV_pointer* pointer : {&tree.first, &tree.second, &tree.third}) {
         pointer->set(&tree.speed, notify_all);
         on_change(*pointer, [pointer, this] { pointer->_set(&tree.lamp, notify_waiters); });
@@ -187,7 +187,7 @@ TEST_F(Pointers, listeners_may_point_theirs_elsewhere) {
 
 TEST_F(Pointers, leave_and_join_the_registry) {
     tree.first.set(&tree.speed, notify_all);
-    EXPECT_FALSE(tree.add_pointer(&tree.first)) << "it is there";
+    EXPECT_FALSE(tree.add_pointer(&tree.first)) << "it is already in the registry";
     EXPECT_TRUE(tree.remove_pointer(&tree.first));
     EXPECT_FALSE(tree.remove_pointer(&tree.first));
     EXPECT_THAT(told_of(&tree.speed), IsEmpty());
@@ -196,7 +196,7 @@ TEST_F(Pointers, leave_and_join_the_registry) {
     EXPECT_FALSE(tree.remove_pointer(nullptr));
 }
 
-TEST_F(Pointers, go_without_a_trace) {
+TEST_F(Pointers, leave_the_registry_when_destroyed) {
     {
         NV_pointer passing(&tree, &tree, 20, "passing");
         passing.set(&tree.speed, notify_all);
@@ -220,25 +220,25 @@ TEST_F(Pointers, outlive_their_target_unless_they_are_used) {
         tree.first.set(&passing, notify_all);
         tree.remove_child(&passing);
     }
-    tree.first.set_default(true); // taken out by its place, not by what it pointed at
+    tree.first.set_default(true); // removed by its position in the registry, not by its target
     EXPECT_THAT(told_of(nullptr), UnorderedElementsAre("first", "second", "third"));
 }
 
 TEST_F(Pointers, copies_join_the_registry) {
     tree.first.set(&tree.speed, notify_all);
-    int told = 0;
+    int notified = 0;
     {
         NV_pointer copy(tree.first);
         EXPECT_EQ(copy.__get(), &tree.speed);
         EXPECT_TRUE(copy.is_in_tree());
-        on_change(copy, [&] { ++told; });
+        on_change(copy, [&] { ++notified; });
         EXPECT_THAT(told_of(&tree.speed), ElementsAre("first"));
-        EXPECT_EQ(told, 1);
+        EXPECT_EQ(notified, 1);
     }
     EXPECT_THAT(told_of(&tree.speed), ElementsAre("first"));
 }
 
-TEST_F(Pointers, free_standing_ones_only_point) {
+TEST_F(Pointers, free_standing_ones_are_in_no_registry) {
     NV_pointer pointer;
     pointer.set(&tree.speed, notify_all);
     EXPECT_EQ(pointer.get(), &tree.speed);
@@ -246,33 +246,33 @@ TEST_F(Pointers, free_standing_ones_only_point) {
     EXPECT_THAT(told_of(&tree.speed), IsEmpty());
 }
 
-TEST_F(Pointers, are_told_as_a_simple_model_says) {
+TEST_F(Pointers, are_notified_as_in_a_simple_model) {
     Random random;
     std::vector<std::unique_ptr<Int_setting>> items;
     for (unsigned short id = 0; id < 8; ++id)
         items.push_back(std::make_unique<Int_setting>(nullptr, static_cast<unsigned short>(id / 2), 0, "item"));
     std::vector<std::unique_ptr<NV_pointer>> pointers;
-    std::vector<int> told(40);
-    for (std::size_t i = 0; i < told.size(); ++i) {
+    std::vector<int> notified(40);
+    for (std::size_t i = 0; i < notified.size(); ++i) {
         pointers.push_back(std::make_unique<NV_pointer>(nullptr, &tree, 1, "pointer"));
-        on_change(*pointers.back(), [&told, i] { ++told[i]; });
+        on_change(*pointers.back(), [&notified, i] { ++notified[i]; });
     }
     for (int step = 0; step < 1000; ++step) {
         NV_pointer& moved = *pointers[random.between(0, 39)];
         moved._set(random.one_in(5) ? nullptr : items[random.between(0, 7)].get(), notify_none);
         NV_item* const changed = items[random.between(0, 7)].get();
-        std::fill(told.begin(), told.end(), 0);
+        std::fill(notified.begin(), notified.end(), 0);
         tree.notify_pointers(changed, true, true, false, notify_none, nullptr);
-        for (std::size_t i = 0; i < told.size(); ++i) {
+        for (std::size_t i = 0; i < notified.size(); ++i) {
             const NV_item* const target = pointers[i]->__get();
-            ASSERT_EQ(told[i], target && target->get_id() == changed->get_id());
+            ASSERT_EQ(notified[i], target && target->get_id() == changed->get_id());
         }
     }
 }
 
 // ---- Saving and loading ----
 
-TEST_F(Pointers, record_is_the_way_to_the_target) {
+TEST_F(Pointers, record_is_the_path_to_the_target) {
     tree.first.set(&tree.guidance.beeper, notify_all);
     EXPECT_EQ(saved(tree.first), from_hex("0b 00 0c 0e " // first (11), a path, of a pointer
                                           "03 "          // three ids
@@ -283,7 +283,7 @@ TEST_F(Pointers, record_is_the_way_to_the_target) {
     EXPECT_EQ(saved(tree.second), Record_builder().path(12, {}).bytes()) << "no target: an empty path";
 }
 
-TEST_F(Pointers, come_back_with_their_tree) {
+TEST_F(Pointers, are_loaded_with_their_tree) {
     tree.first.set(&tree.guidance.beeper, notify_all);
     tree.second.set(&tree, notify_all);
     tree.third.set(&tree.third, notify_all);
@@ -309,7 +309,7 @@ TEST_F(Pointers, loading_moves_them_in_the_registry) {
     EXPECT_THAT(told_of(&tree.lamp), UnorderedElementsAre("first", "third"));
 }
 
-TEST_F(Pointers, loading_twice_forgets_the_first_path) {
+TEST_F(Pointers, loading_twice_drops_the_first_path) {
     for (int i = 0; i < 12; ++i) {
         Settings_bytes it(Record_builder().path(11, {1, 2, 0}));
         EXPECT_TRUE(tree.first.deserialise(&it));
@@ -330,7 +330,7 @@ TEST_F(Pointers, path_that_leads_nowhere_leaves_no_target_and_loading_goes_on) {
     tree.first.set(&tree.lamp, notify_all);
     EXPECT_TRUE(tree.first.deserialise(&empty));
     EXPECT_EQ(tree.first.get(), nullptr);
-    EXPECT_EQ(debug.text(), "Path of first leads nowhere\n") << "an empty one is not worth a word";
+    EXPECT_EQ(debug.text(), "Path of first leads nowhere\n") << "an empty path is not reported";
 }
 
 TEST_F(Pointers, path_of_eleven_levels_cannot_be_stored) {
@@ -341,7 +341,7 @@ TEST_F(Pointers, path_of_eleven_levels_cannot_be_stored) {
         parent = levels.back().get();
     }
     Captured_debug debug;
-    tree.first.set(levels[8].get(), notify_all); // with the root the tenth
+    tree.first.set(levels[8].get(), notify_all); // the tenth, with the root
     Settings_bytes tenth(saved(tree.first));
     EXPECT_EQ(tenth.left(), 4 + 1 + 20);
     EXPECT_TRUE(tree.first.deserialise(&tenth));
@@ -370,7 +370,7 @@ TEST_F(Pointers, free_standing_one_is_saved_empty_and_loads_no_target) {
     EXPECT_EQ(pointer.get(), nullptr);
 }
 
-TEST_F(Pointers, take_part_as_the_mode_says) {
+TEST_F(Pointers, are_included_as_the_mode_requires) {
     saved(tree);
     Settings_bytes it(NV_iterator::appending_changed);
     EXPECT_TRUE(tree.first.serialise(&it));
@@ -379,7 +379,7 @@ TEST_F(Pointers, take_part_as_the_mode_says) {
     EXPECT_FALSE(tree.first.serialise(&it));
 }
 
-TEST_F(Pointers, stay_dirty_when_there_is_no_room) {
+TEST_F(Pointers, stay_dirty_when_the_iterator_is_full) {
     tree.first.set(&tree.guidance.beeper, notify_all);
     for (int capacity = 0; capacity < 11; ++capacity) {
         Settings_bytes it(NV_iterator::writing_all, capacity);
@@ -404,7 +404,7 @@ TEST_F(Pointers, record_of_another_kind_id_or_type_or_cut_off_changes_nothing) {
     EXPECT_EQ(tree.first.get(), &tree.lamp);
 }
 
-TEST_F(Pointers, record_can_be_dropped_by_hand) {
+TEST_F(Pointers, record_can_be_skipped_on_request) {
     Settings_bytes it(Record_builder().path(11, {1, 2, 0}).raw("x"));
     EXPECT_TRUE(NV_pointer::deserialise_unknown(&it));
     EXPECT_EQ(it.left(), 1);

@@ -55,7 +55,7 @@ TEST(NV_root, sends_no_events_without_a_module_manager) {
     EXPECT_TRUE(tree.speed.set(6));
     tree.signal_all();
     EXPECT_TRUE(waiter.events().empty());
-    EXPECT_EQ(tree.get_flags(), NV_item::dirty_write | NV_item::dirty_change) << "the climb goes on all the same";
+    EXPECT_EQ(tree.get_flags(), NV_item::dirty_write | NV_item::dirty_change) << "parents are marked nevertheless";
 }
 
 // ---- Loading a whole file ----
@@ -85,7 +85,7 @@ TEST_F(Loading_all, last_of_10000_appended_changes_wins) {
             tree.guidance.beeper.set(false);
         ASSERT_TRUE(tree.serialise(&it));
     }
-    EXPECT_TRUE(tree.serialise(&it)) << "nothing is left to save";
+    EXPECT_TRUE(tree.serialise(&it)) << "nothing has changed since";
     Settings_tree loaded;
     Settings_bytes stored(it.bytes());
     const NV_load_result result = load_all(loaded, stored);
@@ -94,10 +94,10 @@ TEST_F(Loading_all, last_of_10000_appended_changes_wins) {
     EXPECT_EQ(loaded.speed.get(), 11000);
     EXPECT_FALSE(loaded.guidance.beeper.get());
     EXPECT_EQ(loaded.lamp.get(), 200);
-    EXPECT_EQ(debug.text(), "") << "the end of the file is nothing to complain about";
+    EXPECT_EQ(debug.text(), "") << "the end of the file is not reported";
 }
 
-TEST_F(Loading_all, written_settings_are_appended_likewise) {
+TEST_F(Loading_all, written_settings_are_appended_too) {
     Settings_bytes it(NV_iterator::appending_written, 1 << 12);
     for (int i = 1; i <= 10; ++i) {
         tree.lamp.set(static_cast<unsigned char>(i));
@@ -109,26 +109,26 @@ TEST_F(Loading_all, written_settings_are_appended_likewise) {
     EXPECT_EQ(tree.lamp.get(), 10);
 }
 
-TEST_F(Loading_all, nothing_there_is_not_intact) {
+TEST_F(Loading_all, empty_file_is_not_intact) {
     const NV_load_result result = load("");
     EXPECT_FALSE(result.intact);
     EXPECT_EQ(result.loaded, 0U);
     EXPECT_EQ(debug.text(), "No NV settings for 0:settings\n");
 }
 
-TEST_F(Loading_all, stops_at_what_is_damaged) {
+TEST_F(Loading_all, stops_at_damage) {
     std::string stored = change(6) + change(7) + change(8) + change(9);
     stored[2 * change(6).size() + 9] = static_cast<char>(stored[2 * change(6).size() + 9] ^ 1);
     const NV_load_result result = load(stored);
     EXPECT_FALSE(result.intact);
     EXPECT_EQ(result.loaded, 2U);
     EXPECT_EQ(left, static_cast<int>(change(9).size()));
-    EXPECT_EQ(tree.speed.get(), 5) << "what is damaged goes back to its default";
+    EXPECT_EQ(tree.speed.get(), 5) << "the damaged container is set to its defaults";
     EXPECT_TRUE(load(stored, result.loaded).intact);
-    EXPECT_EQ(tree.speed.get(), 7) << "what stood in front of it, after all";
+    EXPECT_EQ(tree.speed.get(), 7) << "the value before the damage";
 }
 
-TEST_F(Loading_all, sees_what_was_cut_off_at_any_byte) {
+TEST_F(Loading_all, detects_a_cut_at_any_byte) {
     const std::string stored = change(6) + change(7);
     for (std::size_t size = change(6).size() + 1; size < stored.size(); ++size) {
         const NV_load_result result = load(stored.substr(0, size));
@@ -139,7 +139,7 @@ TEST_F(Loading_all, sees_what_was_cut_off_at_any_byte) {
     }
 }
 
-TEST_F(Loading_all, limit_leaves_the_rest_alone) {
+TEST_F(Loading_all, limit_leaves_the_rest_unread) {
     const std::string stored = change(6) + change(7) + change(8);
     for (const auto& [limit, loaded] : {std::pair(0U, 1U), std::pair(1U, 1U), std::pair(2U, 2U), std::pair(9U, 3U)}) {
         const NV_load_result result = load(stored, limit);
@@ -149,14 +149,14 @@ TEST_F(Loading_all, limit_leaves_the_rest_alone) {
     }
 }
 
-TEST_F(Loading_all, tells_when_the_application_says_so) {
-    Recorded_signals told;
-    told.watch(tree.speed);
+TEST_F(Loading_all, notifies_only_when_the_application_calls_signal_all) {
+    Recorded_signals recorded;
+    recorded.watch(tree.speed);
     load(change(6));
-    EXPECT_TRUE(told.names().empty());
+    EXPECT_TRUE(recorded.names().empty());
     tree.signal_all();
-    EXPECT_EQ(told.names().size(), 2U);
-    EXPECT_EQ(tree.speed.get_flags(), 0) << "and marks nothing";
+    EXPECT_EQ(recorded.names().size(), 2U);
+    EXPECT_EQ(tree.speed.get_flags(), 0) << "sets no flag";
 }
 
 } // namespace

@@ -15,7 +15,7 @@ using namespace NV_store;
 constexpr int threads = 8;
 constexpr int rounds = 300;
 
-/// What one of many threads does with a tree, again and again.
+/// One of many threads that use a tree.
 class Busy_user {
   public:
     Busy_user(Settings_tree& tree, NV_pointer& pointer) : tree_(tree), pointer_(pointer) {}
@@ -27,7 +27,7 @@ class Busy_user {
             if (step % 8 == 0)
                 save_and_load();
             if (step % 16 == 3)
-                tell();
+                notify();
         }
     }
 
@@ -49,7 +49,7 @@ class Busy_user {
         tree_.guidance.width += 1;
         EXPECT_TRUE(tree_.unregister_waiter(own_, number));
         EXPECT_TRUE(access.autounreg(own_));
-        EXPECT_GE(own_.events().size(), 2U) << "its own change, at least, by way of both registrations";
+        EXPECT_GE(own_.events().size(), 2U) << "at least its own change, by both registrations";
         own_.clear();
     }
     void save_and_load() {
@@ -60,7 +60,7 @@ class Busy_user {
         Settings_bytes stored(saved.bytes());
         EXPECT_TRUE(load_all(tree_, stored).intact);
     }
-    void tell() {
+    void notify() {
         const NV_lock held(tree_);
         tree_.signal_all();
         tree_.notify_pointers(&tree_.speed, true, true, false, notify_all, &tree_);
@@ -75,12 +75,12 @@ TEST(NV_root, many_threads_share_a_tree) {
     module_man modules;
     Settings_tree tree(&modules);
     NV_pointer pointer(&tree, &tree, 9, "pointer");
-    std::atomic<int> told{0};
+    std::atomic<int> notified{0};
     std::atomic<int> overlapping{0};
     std::atomic<bool> within{false};
     on_change(tree.guidance.width, [&] {
         overlapping += within.exchange(true);
-        ++told;
+        ++notified;
         within = false;
     });
     Recording_waiter all;
@@ -94,8 +94,8 @@ TEST(NV_root, many_threads_share_a_tree) {
     }
     EXPECT_EQ(tree.guidance.width.get(), 12.0F + threads * rounds) << "no addition is lost";
     EXPECT_EQ(tree.lamp.get(), static_cast<unsigned char>(200 + threads * rounds));
-    EXPECT_GE(told, threads * rounds);
-    EXPECT_EQ(overlapping, 0) << "notifications come one after the other";
+    EXPECT_GE(notified, threads * rounds);
+    EXPECT_EQ(overlapping, 0) << "notifications do not overlap";
     EXPECT_FALSE(all.events().empty());
     EXPECT_EQ(tree.mutex().owner_thread(), nullptr);
     tree.remove_child(&pointer);

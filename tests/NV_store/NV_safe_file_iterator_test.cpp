@@ -51,7 +51,7 @@ struct NV_safe_file_iterator_test : testing::Test, Iterator_bytes {
         return loaded.speed.get();
     }
     NV_iterator& iterator() override { return file; }
-    /// Changes a setting, and expects that a save fails without a trace.
+    /// Changes a setting, and expects that a save fails and leaves nothing.
     void expect_refusal(NV_iterator::modes_t mode = all) {
         tree.speed.set(tree.speed.get() + 1);
         const unsigned char flags = tree.speed.get_flags();
@@ -111,7 +111,7 @@ TEST_F(NV_safe_file_iterator_test, appending_copies_a_large_file_whole) {
     EXPECT_TRUE(folder.content_of("settings") == large + "+");
 }
 
-TEST_F(NV_safe_file_iterator_test, appending_makes_a_missing_file) {
+TEST_F(NV_safe_file_iterator_test, appending_creates_a_missing_file) {
     tree.speed.set(6);
     EXPECT_TRUE(file.save(tree, NV_iterator::appending_written));
     EXPECT_EQ(speed_in_file(), 6);
@@ -128,6 +128,97 @@ TEST_F(NV_safe_file_iterator_test, saves_a_part_of_a_tree) {
     EXPECT_TRUE(loaded.guidance.deserialise(&file));
     EXPECT_EQ(loaded.guidance.width.get(), 2.0F);
     EXPECT_TRUE(file.save(tree.speed, all)); // a single number, too
+}
+
+// ---- Lists whose children share ids ----
+
+/// A list of three numbers, two of them with one id, and a number beside it.
+struct Tracks : NV_store::NV_root {
+    Tracks() : NV_root(nullptr, 0, "tracks") { _set_root(this); }
+
+    NV_store::NV_number<int, 9> active{this, 1, 0, "active"};
+    Positional_list widths{this, nullptr, 2, "widths"};
+    NV_store::NV_number<int, 9> first{&widths, 5, 0, "first"};
+    NV_store::NV_number<int, 9> second{&widths, 5, 0, "second"};
+    NV_store::NV_number<int, 9> spare{&widths, 6, 0, "spare"};
+};
+
+struct Shared_ids_test : NV_safe_file_iterator_test {
+    Tracks tracks;
+
+    /// The four values of a tree that loads the file.
+    std::vector<int> loaded() {
+        Tracks fresh;
+        NV_safe_file_iterator reader(path.c_str());
+        reader.set_mode(NV_iterator::reading);
+        EXPECT_TRUE(load_all(fresh, reader).intact);
+        return {fresh.active.get(), fresh.first.get(), fresh.second.get(), fresh.spare.get()};
+    }
+};
+
+TEST_F(Shared_ids_test, incremental_save_of_one_child_loads_as_saved) {
+    for (const auto mode : {NV_iterator::appending_written, NV_iterator::appending_changed}) {
+        tracks.first.set(11);
+        tracks.second.set(12);
+        ASSERT_TRUE(file.save(tracks, all));
+        tracks.second.set(22);
+        ASSERT_TRUE(file.save(tracks, mode));
+        EXPECT_THAT(loaded(), ElementsAre(0, 11, 22, 0)) << mode;
+        EXPECT_EQ(tracks.second.get_flags() & 3, 0);
+    }
+}
+
+TEST_F(Shared_ids_test, save_of_what_was_set_has_the_children_that_were_not) {
+    tracks.second.set(12);
+    ASSERT_TRUE(file.save(tracks, NV_iterator::writing_set));
+    EXPECT_THAT(loaded(), ElementsAre(0, 0, 12, 0));
+}
+
+TEST_F(Shared_ids_test, list_without_changes_is_not_appended) {
+    ASSERT_TRUE(file.save(tracks, all));
+    const std::size_t before = folder.content_of("settings").size();
+    tracks.active.set(3);
+    ASSERT_TRUE(file.save(tracks, NV_iterator::appending_changed));
+    EXPECT_EQ(folder.content_of("settings").size() - before, 20U); // the root's headers and checksum, a number
+    EXPECT_THAT(loaded(), ElementsAre(3, 0, 0, 0));
+}
+
+TEST_F(Shared_ids_test, selector_decides_about_all_but_the_content_of_the_list) {
+    struct Without_two : NV_store::NV_default_selector {
+        bool include_in_serialise(const NV_store::NV_item& item, const NV_iterator* it, bool& ok,
+                                  bool ignore_selector) const override {
+            const std::string name = item.get_name();
+            const bool included = NV_default_selector::include_in_serialise(item, it, ok, ignore_selector);
+            return included && name != "active" && name != "first";
+        }
+    } selector;
+    tracks.active.set(3);
+    tracks.first.set(11);
+    tracks.second.set(12);
+    file.set_selector(&selector);
+    ASSERT_TRUE(file.save(tracks, all));
+    EXPECT_EQ(file.get_selector(), &selector);
+    EXPECT_THAT(loaded(), ElementsAre(0, 11, 12, 0));
+}
+
+TEST_F(Shared_ids_test, random_lists_load_as_saved_by_incremental_saves) {
+    Random random;
+    for (int round = 0; round < 40; ++round) {
+        const Settings_shape shape = Settings_shape::random(random, true);
+        Random_settings saved(shape);
+        ASSERT_TRUE(file.save(saved, random.one_in(2) ? NV_iterator::writing_all : NV_iterator::writing_set));
+        for (unsigned more = random.between(1, 6); more > 0; --more) {
+            saved.change(random, 5);
+            const bool changed = random.one_in(2);
+            ASSERT_TRUE(file.save(saved, changed ? NV_iterator::appending_changed : NV_iterator::appending_written));
+        }
+        Random_settings twin(shape);
+        file.set_mode(NV_iterator::reading);
+        const bool is_empty = folder.content_of("settings").empty(); // nothing was set
+        ASSERT_EQ(load_all(twin, file).intact, !is_empty);
+        file.set_mode(NV_iterator::closed);
+        ASSERT_EQ(twin.values(), saved.values());
+    }
 }
 
 // ---- The steps ----
@@ -161,7 +252,7 @@ TEST_F(NV_safe_file_iterator_test, old_file_stays_until_the_commit) {
     file.drop();
     EXPECT_EQ(folder.content_of("settings"), "old");
     EXPECT_THAT(folder.names(), ElementsAre("settings"));
-    EXPECT_FALSE(file.commit()); // nothing is open any more
+    EXPECT_FALSE(file.commit()); // no file is open
     EXPECT_FALSE(push("x"));
     file.set_mode(all);
     EXPECT_TRUE(push("newer"));
@@ -200,7 +291,7 @@ TEST_F(NV_safe_file_iterator_test, used_bytes_are_those_since_the_file_was_last_
     expect_used(5);
 }
 
-TEST_F(NV_safe_file_iterator_test, destruction_drops_what_was_not_committed) {
+TEST_F(NV_safe_file_iterator_test, destruction_drops_an_uncommitted_save) {
     folder.make_file("settings", "old");
     const int descriptors = open_descriptors();
     {
@@ -214,7 +305,7 @@ TEST_F(NV_safe_file_iterator_test, destruction_drops_what_was_not_committed) {
     EXPECT_EQ(open_descriptors(), descriptors);
 }
 
-TEST_F(NV_safe_file_iterator_test, failed_push_is_remembered_even_when_it_was_the_last_checksum) {
+TEST_F(NV_safe_file_iterator_test, failed_push_of_the_last_checksum_fails_the_save) {
     folder.make_file("settings", "old");
     tree.speed.set(1);
     const std::vector<unsigned char> before = {tree.get_flags(), tree.speed.get_flags(), tree.guidance.get_flags()};
@@ -237,7 +328,7 @@ TEST_F(NV_safe_file_iterator_test, failed_push_is_remembered_even_when_it_was_th
         return -1;
     });
     file.set_mode(all);
-    EXPECT_TRUE(tree.serialise(&file)); // a container does not look at its last push
+    EXPECT_TRUE(tree.serialise(&file)); // a container ignores the result of its last push
     EXPECT_EQ(tree.get_flags() & 3, 0);
     EXPECT_FALSE(push("more"));
     EXPECT_FALSE(file.commit());
@@ -286,12 +377,12 @@ TEST_F(NV_safe_file_iterator_test, a_failed_flush_of_the_folder_counts_unless_fo
         return -1;
     });
     expect_refusal();
-    EXPECT_EQ(speed_in_file(), tree.speed.get()); // in place all the same, whole
+    EXPECT_EQ(speed_in_file(), tree.speed.get()); // complete and in place nevertheless
     reason = EINVAL;
     EXPECT_TRUE(file.save(tree, all));
 }
 
-TEST_F(NV_safe_file_iterator_test, changes_made_while_the_medium_works_stay_marked) {
+TEST_F(NV_safe_file_iterator_test, changes_made_while_the_medium_is_flushed_stay_marked) {
     tree.speed.set(1);
     bool fails = false;
     const auto change_meanwhile = [&](const File_call& call) -> Answer {
@@ -352,18 +443,18 @@ TEST_F(NV_safe_file_iterator_test, unfinished_file_of_a_private_file_is_private)
     EXPECT_EQ(permissions("settings.saving"), 0600U);
 }
 
-TEST_F(NV_safe_file_iterator_test, owner_is_asked_to_be_kept_and_saving_goes_on_when_that_may_not_be) {
+TEST_F(NV_safe_file_iterator_test, owner_is_kept_if_permitted_and_saving_continues_otherwise) {
     folder.make_file("settings", "");
-    unsigned asked = 0;
+    unsigned calls = 0;
     const Watched_file_calls watched(folder.path(), [&](const File_call& call) -> Answer {
         if (call.what != "owner")
             return std::nullopt;
-        ++asked;
+        ++calls;
         errno = EPERM;
         return -1;
     });
     EXPECT_TRUE(file.save(tree, all));
-    EXPECT_EQ(asked, 1U);
+    EXPECT_EQ(calls, 1U);
 }
 
 TEST_F(NV_safe_file_iterator_test, symbolic_links_stay_and_lead_to_the_new_content) {
@@ -389,7 +480,7 @@ TEST_F(NV_safe_file_iterator_test, links_in_a_circle_are_refused) {
     EXPECT_THAT(debug.text(), HasSubstr("too many links"));
 }
 
-TEST_F(NV_safe_file_iterator_test, path_without_a_folder_is_of_the_working_folder) {
+TEST_F(NV_safe_file_iterator_test, path_without_a_folder_is_in_the_working_folder) {
     const auto before = std::filesystem::current_path();
     std::filesystem::current_path(folder.path());
     NV_safe_file_iterator here("here");
@@ -412,7 +503,7 @@ TEST_F(NV_safe_file_iterator_test, file_that_may_not_be_written_is_not_replaced)
     EXPECT_THAT(debug.text(), HasSubstr("the old file may not be written: Permission denied"));
 }
 
-TEST_F(NV_safe_file_iterator_test, what_is_no_regular_file_is_not_replaced) {
+TEST_F(NV_safe_file_iterator_test, only_regular_files_are_replaced) {
     const Captured_debug debug;
     std::filesystem::create_directory(path);
     expect_refusal();
@@ -467,7 +558,7 @@ TEST_F(NV_safe_file_iterator_test, leftover_of_a_killed_process_is_replaced) {
     EXPECT_THAT(folder.names(), ElementsAre("settings"));
 }
 
-TEST_F(NV_safe_file_iterator_test, link_in_the_place_of_a_leftover_is_refused_and_not_followed) {
+TEST_F(NV_safe_file_iterator_test, link_instead_of_a_leftover_is_refused_and_not_followed) {
     const std::string other = folder.make_file("other", "precious");
     std::filesystem::create_symlink(other, folder.path("settings.saving"));
     const Captured_debug debug;
@@ -477,7 +568,7 @@ TEST_F(NV_safe_file_iterator_test, link_in_the_place_of_a_leftover_is_refused_an
     EXPECT_THAT(folder.names(), ElementsAre("other", "settings.saving"));
 }
 
-TEST_F(NV_safe_file_iterator_test, pipe_in_the_place_of_a_leftover_is_removed_without_waiting_for_its_writer) {
+TEST_F(NV_safe_file_iterator_test, pipe_instead_of_a_leftover_is_removed_without_waiting_for_a_writer) {
     folder.make_fifo("settings.saving");
     EXPECT_TRUE(file.save(tree, all));
     EXPECT_THAT(folder.names(), ElementsAre("settings"));
@@ -524,12 +615,12 @@ TEST_F(NV_safe_file_iterator_test, second_saver_is_refused_until_the_first_is_do
     EXPECT_TRUE(file.save(tree, all));
 }
 
-TEST_F(NV_safe_file_iterator_test, unfinished_file_that_was_taken_for_a_leftover_is_given_up_for_another) {
+TEST_F(NV_safe_file_iterator_test, unfinished_file_that_another_saver_removed_is_replaced_by_a_new_one) {
     folder.make_file("settings", "old");
     bool first = true;
     const Watched_file_calls watched(folder.path(), [&](const File_call& call) -> Answer {
         if (call.what == "lock" && std::exchange(first, false))
-            ::unlink(folder.path("settings.saving").c_str()); // another process has been quicker
+            ::unlink(folder.path("settings.saving").c_str()); // as another process would
         return std::nullopt;
     });
     EXPECT_TRUE(file.save(tree, all));

@@ -44,7 +44,7 @@ TEST_F(NV_stream_iterator_test, writes_in_the_four_modes_for_it) {
     EXPECT_THAT(stream.writes, ElementsAre("ab", "ab", "ab", "ab"));
 }
 
-TEST_F(NV_stream_iterator_test, success_of_a_write_is_not_looked_at) {
+TEST_F(NV_stream_iterator_test, result_of_a_write_is_ignored) {
     it.set_mode(NV_iterator::writing_all);
     stream.on_write = [](const unsigned char*, unsigned) { return -1; };
     EXPECT_TRUE(push("ab"));
@@ -54,7 +54,7 @@ TEST_F(NV_stream_iterator_test, success_of_a_write_is_not_looked_at) {
     EXPECT_FALSE(it.push_bytes(&byte, -1));
 }
 
-TEST_F(NV_stream_iterator_test, pops_what_is_there_and_peeks_without_consuming) {
+TEST_F(NV_stream_iterator_test, pops_available_bytes_and_peeks_without_consuming) {
     it.set_mode(NV_iterator::reading);
     stream.receive("abcdef");
     EXPECT_EQ(peek(3), "abc");
@@ -67,7 +67,7 @@ TEST_F(NV_stream_iterator_test, pops_what_is_there_and_peeks_without_consuming) 
     EXPECT_FALSE(it.peek_bytes(&byte, -1));
 }
 
-TEST_F(NV_stream_iterator_test, too_few_bytes_are_left_where_they_are) {
+TEST_F(NV_stream_iterator_test, too_few_bytes_are_left_unread) {
     it.set_mode(NV_iterator::reading);
     stream.receive("abc");
     EXPECT_EQ(pop(4), "failed");
@@ -75,7 +75,7 @@ TEST_F(NV_stream_iterator_test, too_few_bytes_are_left_where_they_are) {
     EXPECT_EQ(pop(3), "abc");
 }
 
-TEST_F(NV_stream_iterator_test, fetches_what_is_missing) {
+TEST_F(NV_stream_iterator_test, fetches_missing_bytes) {
     it.set_mode(NV_iterator::reading);
     stream.receive("ab");
     stream.will_arrive("cdef");
@@ -87,7 +87,7 @@ TEST_F(NV_stream_iterator_test, fetches_what_is_missing) {
     EXPECT_EQ(stream.buffered(), "g");
 }
 
-TEST_F(NV_stream_iterator_test, fetch_that_promises_more_than_it_brings_takes_nothing) {
+TEST_F(NV_stream_iterator_test, fetch_of_fewer_bytes_than_promised_consumes_nothing) {
     it.set_mode(NV_iterator::reading);
     stream.receive("ab");
     stream.on_fetch = [](int) { return 1; };
@@ -105,7 +105,7 @@ TEST_F(NV_stream_iterator_test, has_no_size) {
     EXPECT_EQ(total, 0U);
 }
 
-TEST_F(NV_stream_iterator_test, any_mode_is_stored_and_leaves_the_stream_alone) {
+TEST_F(NV_stream_iterator_test, any_mode_is_stored_and_leaves_the_stream_unchanged) {
     stream.receive("ab");
     it.set_mode(static_cast<NV_iterator::modes_t>(6));
     EXPECT_EQ(it.get_mode(), 6);
@@ -113,7 +113,7 @@ TEST_F(NV_stream_iterator_test, any_mode_is_stored_and_leaves_the_stream_alone) 
     EXPECT_EQ(stream.buffered(), "ab");
 }
 
-TEST_F(NV_stream_iterator_test, tree_comes_back_at_the_other_end) {
+TEST_F(NV_stream_iterator_test, tree_is_loaded_at_the_other_end) {
     Settings_tree saved;
     saved.speed.set(-7);
     saved.guidance.beeper.set(false);

@@ -19,7 +19,7 @@ class NV_waiter : public testing::Test {
     Virt_access virt_access{&tree.speed};
 };
 
-TEST_F(NV_waiter, kinds_and_ways_of_telling_have_their_numbers) {
+TEST_F(NV_waiter, kinds_and_notification_modes_have_their_numbers) {
     EXPECT_EQ(reg_number, 1);
     EXPECT_EQ(reg_item, 2);
     EXPECT_EQ(reg_access, 3);
@@ -30,7 +30,7 @@ TEST_F(NV_waiter, kinds_and_ways_of_telling_have_their_numbers) {
     EXPECT_EQ(notify_all, 3);
 }
 
-TEST_F(NV_waiter, registration_carries_what_it_was_made_for) {
+TEST_F(NV_waiter, registration_has_its_kind_and_target) {
     const NV_waiter_reg number(waiter, 0xFFFFFFFFU, true);
     EXPECT_EQ(number.kind(), 1);
     EXPECT_EQ(number.target(), 0xFFFFFFFFU);
@@ -45,7 +45,7 @@ TEST_F(NV_waiter, registration_carries_what_it_was_made_for) {
     EXPECT_EQ(by_virt_access.target(), address(&virt_access));
 }
 
-TEST_F(NV_waiter, registration_for_nothing_is_of_kind_0_and_aims_at_itself) {
+TEST_F(NV_waiter, registration_without_a_target_is_of_kind_0_and_targets_itself) {
     const NV_waiter_reg no_item(waiter, static_cast<NV_item*>(nullptr), true);
     const NV_waiter_reg no_access(waiter, static_cast<Access_base*>(nullptr), true);
     const NV_waiter_reg no_virt_access(waiter, static_cast<Virt_access*>(nullptr), true);
@@ -68,7 +68,7 @@ TEST_F(NV_waiter, number_0_is_a_number_like_any_other) {
     EXPECT_EQ(reg.target(), 0U);
 }
 
-TEST_F(NV_waiter, event_has_the_id_of_the_kind_and_the_target_and_nothing_else) {
+TEST_F(NV_waiter, event_has_only_the_id_of_the_kind_and_the_target) {
     EXPECT_TRUE(NV_waiter_reg(waiter, 4711U, false).send_event(&tree, false));
     EXPECT_TRUE(NV_waiter_reg(waiter, static_cast<NV_item*>(&tree.lamp), false).send_event(&tree, false));
     EXPECT_TRUE(NV_waiter_reg(waiter, &access, false).send_event(&tree, false));
@@ -90,10 +90,10 @@ TEST_F(NV_waiter, event_has_the_id_of_the_kind_and_the_target_and_nothing_else) 
     }
 }
 
-TEST_F(NV_waiter, registration_for_changes_only_is_passed_over_unless_forced) {
+TEST_F(NV_waiter, registration_for_changes_only_is_skipped_unless_forced) {
     const NV_waiter_reg reg(waiter, 1U, true);
     EXPECT_TRUE(reg.send_event(&tree, false));
-    EXPECT_TRUE(reg.send_event(nullptr, false)) << "nothing was to be sent";
+    EXPECT_TRUE(reg.send_event(nullptr, false)) << "no event was due";
     EXPECT_TRUE(waiter.events().empty());
     EXPECT_TRUE(reg.send_event(&tree, true));
     EXPECT_EQ(waiter.events().size(), 1U);
@@ -118,14 +118,14 @@ TEST_F(NV_waiter, equal_events_merge_when_the_queue_is_full) {
 
 TEST_F(NV_waiter, registrations_are_the_same_by_waiter_kind_and_target) {
     const NV_waiter_reg reg(waiter, 1U, true);
-    EXPECT_TRUE(reg.is_same(NV_waiter_reg(waiter, 1U, false))) << "whatever it wants";
+    EXPECT_TRUE(reg.is_same(NV_waiter_reg(waiter, 1U, false))) << "`on_change_only` does not matter";
     EXPECT_FALSE(reg.is_same(NV_waiter_reg(waiter, 2U, true)));
     EXPECT_FALSE(reg.is_same(NV_waiter_reg(other, 1U, true)));
     EXPECT_FALSE(reg.is_same(NV_waiter_reg(waiter, reg_item, 1, true)));
     EXPECT_TRUE(NV_waiter_reg(waiter, 0, 1, true).is_same(NV_waiter_reg(waiter, 0, 2, true))) << "kind 0: no targets";
 }
 
-TEST_F(NV_waiter, list_tells_in_the_order_of_registration) {
+TEST_F(NV_waiter, list_notifies_in_the_order_of_registration) {
     NV_waiter_list list;
     for (const unsigned number : {3U, 1U, 2U})
         EXPECT_TRUE(list.add(NV_waiter_reg(waiter, number, false)));
@@ -136,7 +136,7 @@ TEST_F(NV_waiter, list_tells_in_the_order_of_registration) {
     EXPECT_EQ(waiter.events()[2].target, 2U);
 }
 
-TEST_F(NV_waiter, list_takes_the_same_registration_twice_and_gives_one_back_a_time) {
+TEST_F(NV_waiter, list_accepts_equal_registrations_and_removes_one_at_a_time) {
     NV_waiter_list list;
     const NV_waiter_reg reg(waiter, 1U, false);
     EXPECT_FALSE(list.exists(reg));
@@ -150,7 +150,7 @@ TEST_F(NV_waiter, list_takes_the_same_registration_twice_and_gives_one_back_a_ti
     EXPECT_FALSE(list.remove(reg)) << "the list is empty";
 }
 
-TEST_F(NV_waiter, list_removes_the_first_that_is_the_same) {
+TEST_F(NV_waiter, list_removes_the_first_equal_one) {
     NV_waiter_list list;
     list.add(NV_waiter_reg(other, 1U, false));
     list.add(NV_waiter_reg(waiter, 1U, false));
@@ -158,7 +158,7 @@ TEST_F(NV_waiter, list_removes_the_first_that_is_the_same) {
     list.add(NV_waiter_reg(waiter, 1U, true));
     EXPECT_TRUE(list.remove(NV_waiter_reg(waiter, 1U, false)));
     list.notify_updated(&tree, false);
-    ASSERT_EQ(waiter.events().size(), 1U) << "the one for changes only is left, and held back";
+    ASSERT_EQ(waiter.events().size(), 1U) << "the one for changes only is left, and skipped";
     EXPECT_EQ(waiter.events()[0].target, 2U);
     EXPECT_EQ(other.events().size(), 1U);
 }
@@ -172,13 +172,13 @@ TEST_F(NV_waiter, list_removes_one_of_kind_0_whatever_its_target) {
     EXPECT_TRUE(list.exists(NV_waiter_reg(waiter, &access, false)));
 }
 
-TEST_F(NV_waiter, list_goes_on_behind_a_waiter_that_cannot_be_told) {
+TEST_F(NV_waiter, list_continues_after_a_waiter_that_cannot_be_notified) {
     NV_waiter_list list;
     list.add(NV_waiter_reg(nullptr, 1U, false));
     list.add(NV_waiter_reg(waiter, 1U, false));
     EXPECT_TRUE(list.notify_updated(&tree, true));
     EXPECT_EQ(waiter.events().size(), 1U);
-    EXPECT_TRUE(list.notify_updated(nullptr, true)) << "nobody can be told";
+    EXPECT_TRUE(list.notify_updated(nullptr, true)) << "no waiter can be notified";
     EXPECT_TRUE(NV_waiter_list().notify_updated(&tree, true));
 }
 
@@ -194,7 +194,7 @@ TEST_F(NV_waiter, copied_list_shares_the_registrations) {
     EXPECT_FALSE(copy.exists(first));
 }
 
-TEST_F(NV_waiter, copies_of_an_empty_list_go_their_own_ways) {
+TEST_F(NV_waiter, copies_of_an_empty_list_are_independent) {
     NV_waiter_list list;
     NV_waiter_list copy(list);
     copy.add(NV_waiter_reg(waiter, 1U, false));

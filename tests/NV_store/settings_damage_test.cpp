@@ -1,5 +1,5 @@
-// What loading makes of damaged settings: it never reads beyond them, and no value gets into the tree that was neither
-// stored nor the default.
+// Loading damaged settings: it never reads beyond their end, and every value afterwards is the stored one or the
+// default.
 
 #include <glue/NV_store/NV_file_iterator.h>
 
@@ -21,9 +21,9 @@ using NV_store::NV_load_result;
 using testing::HasSubstr;
 using Values = std::vector<std::string>;
 
-/// The record of the tree with every value set, what it is made of, and the two sets of values.
+/// The record of the tree with every value set, its layout, and the two sets of values.
 struct Stored_settings {
-    /// Where a container lies: its opening header, what is within, its checksum. Which leaves are in it.
+    /// The offsets of a container's opening header, content and checksum, and its leaves.
     struct Container {
         std::size_t begin, within, checksum, end;
         std::size_t first_leaf, behind_leaves;
@@ -41,7 +41,7 @@ struct Stored_settings {
     std::string bytes;
     Values values;
     Values defaults;
-    // As the format has it: headers of 4 bytes, checksums of 4 bytes, and the values.
+    // As in the format: headers of 4 bytes, checksums of 4 bytes, and the values.
     Container settings{0, 4, 127, 131, 0, 10, "0:settings"};
     Container outer{12, 16, 77, 81, 1, 6, "1:outer"};
     Container inner{24, 28, 57, 61, 2, 5, "1:inner"};
@@ -55,7 +55,7 @@ struct Stored_settings {
     }
 };
 
-TEST(Settings_damage, undamaged_record_is_what_the_tests_take_it_for) {
+TEST(Settings_damage, undamaged_record_has_the_expected_layout) {
     const Stored_settings stored;
     ASSERT_EQ(stored.bytes.size(), stored.settings.end);
     for (const auto* container : {&stored.settings, &stored.outer, &stored.inner, &stored.entries}) {
@@ -72,8 +72,8 @@ TEST(Settings_damage, undamaged_record_is_what_the_tests_take_it_for) {
         EXPECT_NE(stored.values[i], stored.defaults[i]) << i;
 }
 
-/// Every leaf has its stored or its default value. Two exceptions: a pointer may have been led astray within the tree,
-/// and an enumeration, which reads numbers of any width, has read one of the width that its damaged type byte tells.
+/// Every leaf has its stored or its default value. Two exceptions: a pointer may lead to another node of the tree, and
+/// an enumeration, which reads numbers of any width, may have read one of the width in its damaged type byte.
 void expect_stored_or_default(const Values& values, const Stored_settings& stored, std::size_t damaged) {
     constexpr std::size_t enumeration_leaf = 4;
     constexpr std::size_t its_type_byte = 48;
@@ -84,7 +84,7 @@ void expect_stored_or_default(const Values& values, const Stored_settings& store
     }
 }
 
-TEST(Settings_damage, every_flipped_bit_is_noticed_and_touches_only_its_container_and_what_follows) {
+TEST(Settings_damage, every_flipped_bit_is_noticed_and_affects_only_its_container_and_later_records) {
     const Captured_debug debug;
     const Stored_settings stored;
     for (std::size_t bit = 0; bit < stored.bytes.size() * 8; ++bit) {
@@ -107,11 +107,11 @@ TEST(Settings_damage, every_flipped_bit_is_noticed_and_touches_only_its_containe
     }
 }
 
-TEST(Settings_damage, damaged_value_or_checksum_returns_the_container_to_its_defaults) {
+TEST(Settings_damage, damaged_value_or_checksum_sets_the_container_to_its_defaults) {
     const Stored_settings stored;
     const std::vector<std::size_t> places = {8,  122, 130,  // of the root: a value, another, its checksum
                                              20, 72,  80,   // of a container
-                                             32, 40,  60,   // of one within that
+                                             32, 40,  60,   // of a container within that
                                              90, 96,  104}; // of the list
     for (const std::size_t place : places) {
         SCOPED_TRACE("byte " + std::to_string(place));
@@ -129,12 +129,12 @@ TEST(Settings_damage, damaged_value_or_checksum_returns_the_container_to_its_def
     }
 }
 
-/// Whether loading the first `length` bytes ends within the checksum of a container, which is then taken as wrong.
+/// Whether loading the first `length` bytes ends within the checksum of a container, which then counts as wrong.
 bool cuts_checksum(const Stored_settings::Container& container, std::size_t length) {
     return length >= container.checksum && length < container.end;
 }
 
-TEST(Settings_damage, file_cut_anywhere_keeps_what_came_before_the_cut) {
+TEST(Settings_damage, file_cut_anywhere_keeps_the_values_before_the_cut) {
     const Stored_settings stored;
     const Temporary_folder folder;
     const Captured_debug debug;
@@ -163,7 +163,7 @@ TEST(Settings_damage, file_cut_anywhere_keeps_what_came_before_the_cut) {
     }
 }
 
-TEST(Settings_damage, tail_of_zeros_ones_or_anything_takes_nothing_away) {
+TEST(Settings_damage, tail_of_any_bytes_loses_no_values) {
     const Stored_settings stored;
     Random random;
     const Captured_debug debug;
@@ -178,7 +178,7 @@ TEST(Settings_damage, tail_of_zeros_ones_or_anything_takes_nothing_away) {
     }
 }
 
-TEST(Settings_damage, full_record_filled_up_with_zeros_ones_or_anything_is_noticed) {
+TEST(Settings_damage, record_overwritten_with_any_bytes_is_noticed) {
     const Stored_settings stored;
     Random random;
     const Captured_debug debug;
@@ -194,9 +194,9 @@ TEST(Settings_damage, full_record_filled_up_with_zeros_ones_or_anything_is_notic
     }
 }
 
-// ---- Hostile content behind a correct checksum ----
+// ---- Hostile content with a correct checksum ----
 
-/// Records as bytes; the checksums come later.
+/// Records as bytes; the checksums are added later.
 std::string header(unsigned type_byte, unsigned kind, unsigned id) {
     return {static_cast<char>(id), static_cast<char>(id >> 8), static_cast<char>(kind), static_cast<char>(type_byte)};
 }
@@ -210,7 +210,7 @@ constexpr unsigned array_of = 0x40;
 constexpr unsigned matrix_of = 0x80;
 const std::string first_is_7 = header(9, 9, 1) + std::string("\7\0\0\0", 4);
 
-/// What a load of the content of a root says, and what becomes of the settings in front of it and behind it.
+/// Loads a root with the content between two settings, and checks those settings.
 struct Hostile_content : testing::Test {
     Captured_debug debug;
     Nested_settings tree;
@@ -230,7 +230,7 @@ struct Hostile_content : testing::Test {
     }
 };
 
-TEST_F(Hostile_content, unknown_numbers_arrays_and_containers_are_passed_over) {
+TEST_F(Hostile_content, unknown_numbers_arrays_and_containers_are_skipped) {
     std::string content;
     const unsigned sizes[][2] = {{2, 1}, {3, 1}, {4, 1}, {5, 2}, {6, 4}, {7, 1}, {8, 2}, {9, 4}, {10, 4}, {11, 8}};
     unsigned id = 100;
@@ -254,10 +254,10 @@ TEST_F(Hostile_content, records_in_another_order_load_completely) {
     EXPECT_EQ(tree.first.get(), 7);
     EXPECT_TRUE(tree.outer.inner.flag.get());
     EXPECT_EQ(tree.outer.inner.wide.get(), 0x0101010101010101ULL);
-    EXPECT_EQ(tree.outer.gain.get(), 1.5F); // not stored: as it was
+    EXPECT_EQ(tree.outer.gain.get(), 1.5F); // not stored: unchanged
 }
 
-TEST_F(Hostile_content, largest_array_is_passed_over_when_it_is_there_and_refused_when_it_is_not) {
+TEST_F(Hostile_content, largest_array_is_skipped_and_refused_when_bytes_are_missing) {
     const std::string counts = "\xFF\xFF";
     const std::string values(255 * 255 * 8, '\0');
     expect_passed_over(header(matrix_of | 11, 9, 100) + counts + values);
@@ -283,7 +283,7 @@ TEST_F(Hostile_content, unknown_containers_a_hundred_thousand_levels_deep_do_no_
         content += header(1, 2, 100) + "....";
     Nested_settings other;
     std::string whole = container(0, 0, first_is_7 + content);
-    EXPECT_FALSE(other.load(whole).intact); // only for the checksum, which is not mended here
+    EXPECT_FALSE(other.load(whole).intact); // only because of the checksum, which is not corrected here
     EXPECT_THAT(debug.text(), HasSubstr("NV_store CRC32 Check "));
 }
 
@@ -292,7 +292,7 @@ TEST_F(Hostile_content, unknown_container_closed_by_another_ones_header_is_refus
     expect_refused(header(1, 1, 100) + header(13, 2, 100) + "....", "NV unknown child was bad for 0:settings\n");
 }
 
-TEST_F(Hostile_content, record_that_comes_again_and_again_is_loaded_each_time) {
+TEST_F(Hostile_content, repeated_record_is_loaded_each_time) {
     std::string content;
     for (int times = 0; times < 1000; ++times)
         content += container(1, 2, container(1, 3, header(2, 9, 1) + "\1"));
@@ -327,12 +327,12 @@ TEST_F(Hostile_content, pointer_at_itself_and_at_the_root_is_loaded) {
     EXPECT_EQ(tree.chosen.get(), &tree);
 }
 
-TEST_F(Hostile_content, a_bool_is_true_for_every_byte_but_0) {
+TEST_F(Hostile_content, bool_is_true_for_every_byte_except_0) {
     expect_passed_over(container(1, 2, container(1, 3, header(2, 9, 1) + "\xFF")));
     EXPECT_EQ(bits_of(tree.outer.inner.flag.get()), std::string(1, '\1'));
 }
 
-TEST(Settings_damage, any_bytes_behind_correct_checksums_do_no_harm) {
+TEST(Settings_damage, any_bytes_with_correct_checksums_do_no_harm) {
     const Stored_settings stored;
     Random random;
     const Captured_debug debug;
@@ -352,10 +352,10 @@ TEST(Settings_damage, any_bytes_behind_correct_checksums_do_no_harm) {
         }
         Nested_settings tree;
         intact += tree.load(mended_checksums(damaged)).intact;
-        tree.values(); // the pointer's target is looked at
+        tree.values(); // reads the pointer's target
         tree.signal_all();
     }
-    EXPECT_GT(intact, 100U); // or the checksums were not mended
+    EXPECT_GT(intact, 100U); // otherwise the checksums were not corrected
     EXPECT_LT(intact, 20000U);
 }
 

@@ -1,4 +1,4 @@
-// Every call to the system that a save makes fails once, each in turn, in every way that it can.
+// Every system call of a save fails once, in every way that it can.
 
 #include <glue/NV_store/NV_safe_file_iterator.h>
 
@@ -32,7 +32,7 @@ using testing::ElementsAre;
 using Answer = Watched_file_calls::Answer;
 using Flags = std::vector<unsigned char>;
 
-constexpr int short_transfer = 0; // instead of an error: half of it is done
+constexpr int short_transfer = 0; // instead of an error: half of the bytes are transferred
 
 Flags flags_of(Nested_settings& tree) {
     Flags flags;
@@ -41,7 +41,7 @@ Flags flags_of(Nested_settings& tree) {
     return flags;
 }
 
-/// Keeps what is printed on standard output out of the test's.
+/// Hides what is printed on standard output.
 class Quiet_output {
   public:
     Quiet_output() = default;
@@ -54,12 +54,12 @@ class Quiet_output {
     Captured_descriptor messages_{STDOUT_FILENO};
 };
 
-/// Flushes cost time and change nothing here.
+/// Skips flushes: they cost time and change nothing here.
 Answer without_flushing(const File_call& call) {
     return call.what == "sync" ? Answer(0) : std::nullopt;
 }
 
-/// Lets one call fail, counted from 0, and remembers which it was.
+/// Lets one call fail, counted from 0, and records it.
 class One_fault {
   public:
     One_fault(unsigned which, int error) : left_(which), error_(error) {}
@@ -73,7 +73,7 @@ class One_fault {
 
     bool happened = false;
     File_call call;
-    bool of_leftover = false; ///< nobody reads the unfinished file but who finds it there
+    bool of_leftover = false; ///< only a later saver reads the unfinished file
 
   private:
     Answer fail(const File_call& failing) {
@@ -86,7 +86,7 @@ class One_fault {
             return ::write(failing.fd, failing.bytes.data(), failing.bytes.size() / 2 + failing.bytes.size() % 2);
         }
         if (failing.what == "close")
-            ::close(failing.fd); // as the system does, whatever it returns
+            ::close(failing.fd); // as the system does, whatever the result
         errno = error_;
         return -1;
     }
@@ -117,9 +117,9 @@ struct Safe_save_with_a_fault : testing::TestWithParam<std::tuple<Situation, int
     bool is_overcome(const One_fault& fault) const {
         const File_call& call = fault.call;
         if (call.what == "lock" && !fault.of_leftover)
-            return true; // the new file is then taken for a leftover, and another one made
+            return true; // the new file then counts as a leftover, and another one is made
         if (call.what == "close" || call.what == "owner")
-            return true; // of no importance
+            return true; // ignored
         if (call.what == "stat" && call.name == "settings.saving")
             return true; // tried again with another file
         if (error == short_transfer)
@@ -208,7 +208,7 @@ TEST_P(Safe_save_with_a_fault, is_saved_or_leaves_the_old_file_and_every_flag) {
     EXPECT_GT(which, 30U); // calls there are
 }
 
-TEST(Safe_save_with_two_faults, leftover_that_could_not_be_removed_is_removed_by_the_next) {
+TEST(Safe_save_with_two_faults, leftover_that_could_not_be_removed_is_removed_by_the_next_save) {
     const Temporary_folder folder;
     NV_safe_file_iterator file(folder.path("settings").c_str());
     Nested_settings tree;
@@ -233,7 +233,7 @@ struct Plain_save_with_a_fault : testing::TestWithParam<int> {
     Temporary_folder folder;
     const int error = GetParam();
 
-    /// \return whether everything that reports reported success
+    /// \return whether all calls that report a result succeeded
     bool save(Nested_settings& tree, NV_iterator::modes_t mode) {
         NV_file_iterator file(folder.path("settings").c_str());
         file.set_mode(mode);
@@ -247,7 +247,7 @@ struct Plain_save_with_a_fault : testing::TestWithParam<int> {
 INSTANTIATE_TEST_SUITE_P(of, Plain_save_with_a_fault, testing::Values(EIO, ENOSPC, EINTR, short_transfer),
                          [](const auto& error) { return name_of(error.param); });
 
-TEST_P(Plain_save_with_a_fault, is_saved_or_leaves_the_flags_of_what_was_not_written) {
+TEST_P(Plain_save_with_a_fault, is_saved_or_leaves_the_flags_of_unwritten_nodes) {
     const Captured_debug debug;
     const int descriptors = open_descriptors();
     for (const auto mode : {NV_iterator::writing_all, NV_iterator::appending_written}) {
@@ -281,7 +281,7 @@ TEST_P(Plain_save_with_a_fault, is_saved_or_leaves_the_flags_of_what_was_not_wri
             if (!saved) {
                 EXPECT_NE(tree.get_flags() & 3, 0); // so that it is saved again
             } else if (write_lost) {
-                // On purpose: of a container's opening header and of its checksum nobody is told.
+                // On purpose: a failure of a container's opening header or checksum is not reported.
                 EXPECT_EQ(tree.get_flags() & 3, 0);
             }
             if (HasFailure())
@@ -291,7 +291,7 @@ TEST_P(Plain_save_with_a_fault, is_saved_or_leaves_the_flags_of_what_was_not_wri
     }
 }
 
-TEST_P(Plain_save_with_a_fault, on_f2fs_commits_what_was_written_whole_or_not) {
+TEST_P(Plain_save_with_a_fault, on_f2fs_commits_the_whole_save_or_nothing) {
     const Captured_debug debug;
     for (unsigned which = 0;; ++which) {
         Nested_settings tree;
@@ -323,7 +323,7 @@ TEST_P(Plain_save_with_a_fault, on_f2fs_commits_what_was_written_whole_or_not) {
             EXPECT_EQ(content, old); // the commit
         } else {
             Nested_settings loaded;
-            EXPECT_FALSE(loaded.load(content).intact); // a part, or with a hole where bytes were lost
+            EXPECT_FALSE(loaded.load(content).intact); // a part, or a file in which bytes are missing
             EXPECT_LT(content.size(), whole.size());
         }
     }

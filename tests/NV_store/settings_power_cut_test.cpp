@@ -1,4 +1,4 @@
-// What is left of a save when the power fails in the middle of it, at every step.
+// The content after a power cut at every step of a save.
 
 #include <glue/NV_store/NV_safe_file_iterator.h>
 
@@ -35,7 +35,7 @@ struct Power_cut : testing::Test {
     Values old_values;
     Values new_values;
 
-    /// What loads from a content: the values, or nothing when it is damaged or missing.
+    /// The values that a content loads; nothing when it is damaged or missing.
     static std::optional<Values> loaded_from(const Content& content) {
         Nested_settings loaded;
         if (!content || !loaded.load(*content).intact)
@@ -48,11 +48,11 @@ struct Power_cut : testing::Test {
         const std::optional<Values> values = loaded_from(content);
         if (!values)
             return is_damaged;
-        EXPECT_TRUE(*values == old_values || *values == new_values); // never something between them
+        EXPECT_TRUE(*values == old_values || *values == new_values); // never a mixture
         return *values == new_values ? is_new : is_old;
     }
 
-    /// How often each outcome came of cuts after `from` steps and later ones, up to `to`.
+    /// How often each outcome followed from cuts after `from` to `to` steps.
     struct Outcomes {
         unsigned counts[3] = {};
     };
@@ -84,7 +84,7 @@ TEST_P(Power_cut_in_a_safe_save, leaves_the_old_settings_or_the_new_ones_whole) 
     EXPECT_GT(before.counts[is_old], 25U);
     EXPECT_EQ(before.counts[is_new] + before.counts[is_damaged], 0U);
     const Outcomes between = outcomes(medium, renamed + 1, renamed + 1);
-    EXPECT_EQ(between.counts[is_old], 2U); // without any change of names, with the first one only, with both
+    EXPECT_EQ(between.counts[is_old], 2U); // with no rename, with the first one only, with both
     EXPECT_EQ(between.counts[is_new], 1U);
     EXPECT_EQ(between.counts[is_damaged], 0U);
     const Outcomes after = outcomes(medium, medium.steps(), medium.steps());
@@ -123,7 +123,7 @@ void save_plainly(const Temporary_folder& folder, Nested_settings& tree, NV_iter
     file.set_mode(NV_iterator::closed);
 }
 
-TEST_F(Power_cut, in_an_atomic_save_leaves_the_old_settings_until_the_commit_and_the_new_ones_then) {
+TEST_F(Power_cut, in_an_atomic_save_leaves_the_old_settings_until_the_commit) {
     Simulated_medium medium(folder.path(), true);
     save_plainly(folder, tree, NV_iterator::writing_all);
     const std::size_t committed = medium.find("commit");
@@ -137,18 +137,18 @@ TEST_F(Power_cut, in_an_atomic_save_leaves_the_old_settings_until_the_commit_and
     EXPECT_EQ(after.counts[is_old] + after.counts[is_damaged], 0U);
 }
 
-TEST_F(Power_cut, in_a_plain_save_leaves_anything_and_loading_notices_what_is_neither_old_nor_new) {
+TEST_F(Power_cut, in_a_plain_save_leaves_any_content_and_loading_notices_damage) {
     Simulated_medium medium(folder.path());
     save_plainly(folder, tree, NV_iterator::writing_all);
     const Outcomes found = outcomes(medium, 0, medium.steps());
     EXPECT_GT(found.counts[is_old], 0U);
     EXPECT_GT(found.counts[is_new], 0U);
-    EXPECT_GT(found.counts[is_damaged], 100U); // why there is a safe one
+    EXPECT_GT(found.counts[is_damaged], 100U); // the reason for the safe iterator
     const Outcomes after_closing = outcomes(medium, medium.steps(), medium.steps());
     EXPECT_GT(after_closing.counts[is_damaged], 0U);
 }
 
-TEST_F(Power_cut, in_a_plain_appending_save_leaves_old_settings_that_a_torn_record_may_spoil) {
+TEST_F(Power_cut, in_a_plain_appending_save_leaves_old_settings_that_an_incomplete_record_may_reset) {
     Simulated_medium medium(folder.path());
     save_plainly(folder, tree, NV_iterator::appending_changed);
     unsigned damaged = 0;
@@ -156,7 +156,7 @@ TEST_F(Power_cut, in_a_plain_appending_save_leaves_old_settings_that_a_torn_reco
         for (const Content& content : medium.after_cut(cut, "settings", random)) {
             Nested_settings loaded;
             ASSERT_TRUE(content);
-            EXPECT_GE(loaded.load(*content).loaded, 1U); // the full save in front of it
+            EXPECT_GE(loaded.load(*content).loaded, 1U); // the full save before it
             damaged += outcome(content) == is_damaged;
         }
     }

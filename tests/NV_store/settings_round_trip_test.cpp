@@ -1,4 +1,4 @@
-// Trees made by chance, through each of the places that settings can be kept in.
+// Random trees, saved to and loaded from each place for settings.
 
 #include <glue/NV_store/NV_buffer_iterator.h>
 #include <glue/NV_store/NV_pcfile_iterator.h>
@@ -21,7 +21,7 @@ namespace {
 using NV_store::NV_iterator;
 using NV_store::NV_load_result;
 
-/// Somewhere to keep settings.
+/// A place for settings.
 class Place {
   public:
     virtual ~Place() = default;
@@ -125,13 +125,13 @@ unsigned dirty(const Random_settings& tree) {
     return count;
 }
 
-TEST_P(Settings_round_trip, full_save_brings_every_value_back_to_the_bit) {
+TEST_P(Settings_round_trip, full_save_restores_every_value_to_the_bit) {
     for (int round = 0; round < 40; ++round) {
         const Settings_shape shape = Settings_shape::random(random, true);
         Random_settings saved(shape);
         Random_settings loaded(shape);
         saved.change(random, 2);
-        loaded.change(random, 3); // of no importance: everything is loaded
+        loaded.change(random, 3); // does not matter: everything is loaded
         const auto where = place();
         ASSERT_TRUE(where->save(saved, NV_iterator::writing_all));
         EXPECT_EQ(dirty(saved), 0U);
@@ -142,7 +142,7 @@ TEST_P(Settings_round_trip, full_save_brings_every_value_back_to_the_bit) {
     }
 }
 
-TEST_P(Settings_round_trip, save_of_what_was_set_leaves_the_rest_at_its_defaults) {
+TEST_P(Settings_round_trip, save_of_set_values_leaves_the_rest_at_its_defaults) {
     for (int round = 0; round < 40; ++round) {
         const Settings_shape shape = Settings_shape::random(random);
         Random_settings saved(shape);
@@ -156,7 +156,7 @@ TEST_P(Settings_round_trip, save_of_what_was_set_leaves_the_rest_at_its_defaults
     }
 }
 
-TEST_P(Settings_round_trip, incremental_saves_bring_the_last_values_back) {
+TEST_P(Settings_round_trip, incremental_saves_restore_the_last_values) {
     for (int round = 0; round < 20; ++round) {
         const Settings_shape shape = Settings_shape::random(random);
         Random_settings saved(shape);

@@ -49,7 +49,7 @@ struct Preferences_file : testing::Test {
     }
 };
 
-TEST_F(Preferences_file, missing_one_means_defaults_and_is_not_made_for_nothing) {
+TEST_F(Preferences_file, missing_one_means_defaults_and_is_not_created_without_need) {
     Preferences preferences(path);
     EXPECT_EQ(preferences.load(), Content::none);
     EXPECT_EQ(preferences.format(), Format::labelled);
@@ -74,14 +74,14 @@ TEST_F(Preferences_file, keeps_what_was_set) {
 TEST_F(Preferences_file, begins_with_RM) {
     Preferences preferences(path);
     preferences.set_stream("x");
-    preferences.save(reason);
+    EXPECT_TRUE(preferences.save(reason)) << reason;
     EXPECT_EQ(content().substr(0, 2), "RM");
 }
 
 TEST_F(Preferences_file, is_written_only_when_something_has_changed) {
     Preferences first(path);
     first.set_stream("x");
-    first.save(reason);
+    ASSERT_TRUE(first.save(reason)) << reason;
     struct stat before {};
     stat(path.c_str(), &before);
     Preferences second(path);
@@ -97,7 +97,7 @@ TEST_F(Preferences_file, is_written_only_when_something_has_changed) {
     EXPECT_THAT(content(), testing::HasSubstr("\x01y"));
 }
 
-TEST_F(Preferences_file, folders_for_it_are_made) {
+TEST_F(Preferences_file, missing_folders_are_made) {
     path = folder.path("a/b/preferences");
     Preferences preferences(path);
     preferences.set_stream("x");
@@ -105,7 +105,7 @@ TEST_F(Preferences_file, folders_for_it_are_made) {
     EXPECT_TRUE(folder.has("a/b/preferences"));
 }
 
-TEST_F(Preferences_file, stream_that_is_too_long_is_as_good_as_none) {
+TEST_F(Preferences_file, stream_that_is_too_long_counts_as_none) {
     Preferences preferences(path);
     preferences.set_stream("x");
     preferences.set_stream(std::string(256, 'x'));
@@ -121,7 +121,7 @@ TEST_F(Preferences_file, unknown_format_counts_as_labelled) {
     EXPECT_EQ(preferences.format(), Format::labelled);
 }
 
-TEST_F(Preferences_file, settings_of_a_later_version_are_passed_over) {
+TEST_F(Preferences_file, settings_of_a_later_version_are_skipped) {
     folder.make_file("preferences", container(0, root_id, value(4, 1, "\x01") + container(1, 9, value(9, 1, "abcd"))));
     Preferences preferences(path);
     EXPECT_EQ(preferences.load(), Content::intact);
@@ -158,7 +158,7 @@ TEST_F(Preferences_file, damaged_one_is_replaced) {
     }
 }
 
-TEST_F(Preferences_file, foreign_one_is_left_alone) {
+TEST_F(Preferences_file, foreign_one_is_left_unchanged) {
     for (const std::string& foreign : {std::string("Host example\n"), container(0, 0, ""), std::string("RM")}) {
         folder.make_file("preferences", foreign);
         Preferences preferences(path);
@@ -169,13 +169,13 @@ TEST_F(Preferences_file, foreign_one_is_left_alone) {
     }
 }
 
-TEST_F(Preferences_file, what_is_no_regular_file_is_not_even_opened) {
+TEST_F(Preferences_file, only_a_regular_file_is_opened) {
     EXPECT_EQ(Preferences(folder.make_fifo("fifo")).load(), Content::foreign);
     EXPECT_EQ(Preferences(folder.path()).load(), Content::foreign);
     EXPECT_EQ(Preferences("/dev/null").load(), Content::foreign);
 }
 
-TEST_F(Preferences_file, failing_save_says_why) {
+TEST_F(Preferences_file, failing_save_returns_the_reason) {
     Preferences in_file(folder.make_file("file", "") + "/preferences");
     in_file.set_stream("x");
     EXPECT_FALSE(in_file.save(reason));
@@ -186,12 +186,12 @@ TEST_F(Preferences_file, failing_save_says_why) {
     EXPECT_THAT(reason, testing::StartsWith("Settings not saved in /proc/preferences: "));
 }
 
-TEST_F(Preferences_file, library_says_nothing_meanwhile) {
+TEST_F(Preferences_file, library_prints_nothing) {
     const Captured_descriptor error_output(2);
     content_of(header(0, opening, root_id));
     Preferences in_system("/proc/preferences");
     in_system.set_stream("x");
-    in_system.save(reason);
+    EXPECT_FALSE(in_system.save(reason));
     EXPECT_EQ(error_output.text(), "");
 }
 

@@ -22,9 +22,9 @@ void expect_fault(const std::string& file, std::size_t offset, const std::string
     EXPECT_THAT(walk.fault_text, HasSubstr(text));
 }
 
-// ---- What it understands ----
+// ---- Records ----
 
-TEST(Record_walker, tells_records_in_the_order_of_the_file) {
+TEST(Record_walker, delivers_records_in_the_order_of_the_file) {
     const std::string file = container(0, 7, value(9, 1, le(std::int32_t{-5})) + container(1, 2, value(4, 3, "A")));
     const Recorded_walk walk(file);
     EXPECT_TRUE(walk.whole);
@@ -62,7 +62,7 @@ TEST(Record_walker, knows_arrays_matrices_and_texts) {
                             R"(21 1: array of 5 char "a\"b\\\x1F")", "31 1: array of 0 uint8 []"));
 }
 
-TEST(Record_walker, turns_the_path_of_a_pointer_round) {
+TEST(Record_walker, reverses_the_path_of_a_pointer) {
     const Recorded_walk walk(pointer(6, {2, 3, 0}) + pointer(7, {}));
     EXPECT_THAT(walk.events, ElementsAre("0 6: to 0/3/2", "11 7: to nothing"));
 }
@@ -79,7 +79,7 @@ TEST(Record_walker, agrees_with_what_the_library_writes) {
                             "81 5: } good", "105 6: to 0/2/3/2", "118 7: uint8 255", "0 0: } good"));
 }
 
-TEST(Record_walker, tells_incremental_saves_as_further_records) {
+TEST(Record_walker, delivers_incremental_saves_as_separate_records) {
     Nested_settings tree;
     std::string file = tree.record();
     tree.last.set(1);
@@ -90,17 +90,17 @@ TEST(Record_walker, tells_incremental_saves_as_further_records) {
     EXPECT_THAT(walk.events.back(), HasSubstr("} good"));
 }
 
-// ---- What stops it ----
+// ---- Faults ----
 
 TEST(Record_walker, empty_file_is_a_fault) {
     expect_fault("", 0, "empty");
 }
 
-TEST(Record_walker, few_bytes_behind_the_last_record_are_a_fault) {
-    expect_fault(container(0, 1, "") + "ab", 12, "2 bytes behind the last record, too few for another one");
+TEST(Record_walker, few_bytes_after_the_last_record_are_a_fault) {
+    expect_fault(container(0, 1, "") + "ab", 12, "2 bytes after the last record, too few for another one");
 }
 
-TEST(Record_walker, what_is_no_record_is_a_fault) {
+TEST(Record_walker, bytes_that_are_not_a_record_are_a_fault) {
     expect_fault("hello world", 0, "kind 108 is neither");
     expect_fault(header(9, opening, 1), 0, "a container of type 9 (int32)");
     expect_fault(header(1 | 1 << 6, opening, 1), 0, "type 1 (struct), array");
@@ -114,7 +114,7 @@ TEST(Record_walker, what_is_no_record_is_a_fault) {
     expect_fault(header(14 | 2 << 6, path, 1), 0, "type 14 (pointer), matrix");
 }
 
-TEST(Record_walker, special_number_is_where_it_ends) {
+TEST(Record_walker, special_number_ends_the_walk) {
     expect_fault(container(0, 1, value(17, 3, "\x01")), 4, "only the program that wrote it knows how long it is");
 }
 
@@ -124,7 +124,7 @@ TEST(Record_walker, end_of_another_container_is_a_fault) {
     expect_fault(header(1, opening, 1) + header(1 | 1 << 6, closing, 1), 4, "array");
 }
 
-TEST(Record_walker, end_within_a_container_tells_which) {
+TEST(Record_walker, end_within_a_container_names_the_container) {
     const std::string file = container(0, 1, container(1, 2, value(9, 3, "abcd")));
     for (std::size_t length = 1; length < file.size(); ++length) {
         const Recorded_walk walk(file.substr(0, length));
@@ -136,7 +136,7 @@ TEST(Record_walker, end_within_a_container_tells_which) {
     }
 }
 
-TEST(Record_walker, wrong_checksum_stops_nothing) {
+TEST(Record_walker, wrong_checksum_does_not_stop_the_walk) {
     std::string file = container(0, 1, container(1, 2, value(9, 3, "abcd")) + value(4, 4, "x"));
     file[12] ^= 1;
     const Recorded_walk walk(file);
@@ -150,7 +150,7 @@ TEST(Record_walker, wrong_checksum_stops_nothing) {
 
 // ---- Hostile files ----
 
-TEST(Record_walker, goes_any_number_of_levels_deep) {
+TEST(Record_walker, reads_any_number_of_levels) {
     const Recorded_walk walk(nested(100000));
     EXPECT_TRUE(walk.whole);
     EXPECT_EQ(walk.deepest, 100000U);
@@ -158,7 +158,7 @@ TEST(Record_walker, goes_any_number_of_levels_deep) {
     expect_fault(nested(100000).substr(0, 400000), 400000, "ends within");
 }
 
-TEST(Record_walker, checksums_of_nested_containers_are_each_their_own) {
+TEST(Record_walker, each_nested_container_has_its_own_checksum) {
     std::string file;
     for (unsigned level = 0; level < 50; ++level)
         file = container(1, level, value(4, 1, "x") + file);
@@ -166,7 +166,7 @@ TEST(Record_walker, checksums_of_nested_containers_are_each_their_own) {
         EXPECT_TRUE(end.is_good());
 }
 
-TEST(Record_walker, takes_any_bytes) {
+TEST(Record_walker, accepts_any_bytes) {
     Random random;
     for (unsigned i = 0; i < 5000; ++i) {
         const std::string bytes = random.bytes(random.between(0, 60));
@@ -176,7 +176,7 @@ TEST(Record_walker, takes_any_bytes) {
     }
 }
 
-TEST(Record_walker, takes_damaged_settings_with_good_checksums) {
+TEST(Record_walker, accepts_damaged_settings_with_good_checksums) {
     Random random;
     Nested_settings tree;
     tree.set_all();

@@ -6,12 +6,12 @@
 #include <string>
 #include <vector>
 
-/// What a walk through a settings file tells, an entry an event: "0:{1" is a container with id 1 at offset 0.
+/// The events of a walk through a settings file, one entry each: "0:{1" is a container with id 1 at offset 0.
 class Recorded_walk : public Record_visitor {
   public:
     explicit Recorded_walk(const std::string& file) {
         std::vector<unsigned char> exact(file.begin(), file.end());
-        exact.shrink_to_fit(); // a sanitizer sees what is read beyond
+        exact.shrink_to_fit(); // a sanitizer notices reads beyond the end
         whole = Record_walker(exact).walk(*this);
     }
 
@@ -20,20 +20,20 @@ class Recorded_walk : public Record_visitor {
     std::size_t deepest = 0;
     std::size_t fault_offset = static_cast<std::size_t>(-1);
     std::string fault_text;
-    bool whole = false; ///< what the walk returned
+    bool whole = false; ///< the result of the walk
 
     void container_begins(const Record& record) override {
         deepest = std::max(deepest, record.depth + 1);
-        note(record, "{");
+        add(record, "{");
     }
     void value(const Record& record, const Stored_value& value) override {
-        note(record,
-             kind_text(record.dimension, record.type, value) + " " + value_text(record.dimension, record.type, value));
+        add(record,
+            kind_text(record.dimension, record.type, value) + " " + value_text(record.dimension, record.type, value));
     }
-    void pointer(const Record& record, const Id_path& target) override { note(record, target_text(target)); }
+    void pointer(const Record& record, const Id_path& target) override { add(record, target_text(target)); }
     void container_ends(const Record& container, const Container_end& end) override {
         ends.push_back(end);
-        note(container, end.is_good() ? "} good" : "} bad");
+        add(container, end.is_good() ? "} good" : "} bad");
     }
     void fault(const Fault& fault) override {
         fault_offset = fault.offset;
@@ -41,7 +41,7 @@ class Recorded_walk : public Record_visitor {
     }
 
   private:
-    void note(const Record& record, const std::string& what) {
+    void add(const Record& record, const std::string& what) {
         if (events.size() < 1000)
             events.push_back(std::to_string(record.offset) + " " + std::to_string(record.id) + ": " + what);
     }

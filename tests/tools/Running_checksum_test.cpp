@@ -11,7 +11,7 @@ void add(Running_checksum& checksum, const std::string& bytes) {
     checksum.add(reinterpret_cast<const unsigned char*>(bytes.data()), static_cast<int>(bytes.size()));
 }
 
-TEST(Running_checksum, of_the_whole_is_the_common_one) {
+TEST(Running_checksum, of_the_whole_is_the_usual_one) {
     Running_checksum checksum;
     const Running_checksum::Mark begin = checksum.mark();
     add(checksum, "12345");
@@ -27,7 +27,7 @@ TEST(Running_checksum, of_nothing_is_0) {
     EXPECT_EQ(checksum.since(checksum.mark()), 0U);
 }
 
-TEST(Running_checksum, of_every_piece_is_as_if_it_stood_alone) {
+TEST(Running_checksum, of_every_piece_equals_that_of_the_piece_alone) {
     Random random;
     const std::string bytes = random.bytes(60);
     for (std::size_t begin = 0; begin <= bytes.size(); ++begin) {

@@ -40,7 +40,7 @@ TEST(Settings_comparison, order_does_not_matter) {
               "");
 }
 
-TEST(Settings_comparison, tells_values_types_and_what_is_in_one_only) {
+TEST(Settings_comparison, reports_values_types_and_settings_in_one_file_only) {
     const std::string a = container(0, 9, container(1, 2, byte(1, "a") + byte(2, "a")) + byte(3, "a"));
     const std::string b = container(0, 9, container(1, 2, byte(1, "b") + value(5, 2, "ab")) + byte(4, "a"));
     EXPECT_EQ(differences(a, b), "9/2/1: other value: uint8 97 in A, uint8 98 in B\n"
@@ -59,7 +59,7 @@ TEST(Settings_comparison, array_of_another_size_is_another_type) {
               "1: other type: array of 1 uint8 [97] in A, array of 2 uint8 [97, 98] in B\n");
 }
 
-TEST(Settings_comparison, tells_where_pointers_lead) {
+TEST(Settings_comparison, reports_the_targets_of_pointers) {
     EXPECT_EQ(differences(container(0, 0, pointer(1, {2, 0})), container(0, 0, pointer(1, {}))),
               "0/1: other value: pointer to 0/2 in A, pointer to nothing in B\n");
 }
@@ -71,7 +71,7 @@ TEST(Settings_comparison, last_value_counts) {
     EXPECT_EQ(differences(full, full + incremental), "0/2/1: other value: uint8 99 in A, uint8 100 in B\n");
 }
 
-TEST(Settings_comparison, settings_of_a_list_with_the_same_id_are_told_apart_by_their_order) {
+TEST(Settings_comparison, settings_of_a_list_with_the_same_id_are_distinguished_by_their_order) {
     EXPECT_EQ(differences(container(13, 5, byte(1, "a") + byte(2, "x") + byte(1, "b")),
                           container(13, 5, byte(1, "a") + byte(2, "x") + byte(1, "c") + byte(1, "d"))),
               "5/1[2]: other value: uint8 98 in A, uint8 99 in B\n"
@@ -82,7 +82,7 @@ TEST(Settings_comparison, in_a_struct_the_last_of_those_with_the_same_id_counts)
     EXPECT_EQ(differences(container(1, 5, byte(1, "a") + byte(1, "b")), container(1, 5, byte(1, "b"))), "");
 }
 
-TEST(Settings_comparison, containers_count_by_what_they_hold) {
+TEST(Settings_comparison, containers_differ_only_by_their_content) {
     EXPECT_EQ(differences(container(0, 0, container(1, 1, "")), container(0, 0, "")), "");
     EXPECT_EQ(differences(container(0, 0, container(1, 1, "")), container(0, 0, container(13, 1, ""))),
               "0/1: other type: struct in A, list in B\n");
@@ -90,7 +90,7 @@ TEST(Settings_comparison, containers_count_by_what_they_hold) {
               "0/1: other type: struct in A, uint8 97 in B\n");
 }
 
-TEST(Settings_comparison, deep_settings_are_told_by_the_end_of_their_path) {
+TEST(Settings_comparison, deep_settings_are_identified_by_the_end_of_their_path) {
     std::string file = byte(7, "a");
     for (unsigned level = 0; level < 40; ++level)
         file = container(1, level, file);

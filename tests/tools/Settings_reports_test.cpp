@@ -1,4 +1,4 @@
-// What is said of a settings file: the listing, the check, the statistics.
+// The reports on a settings file: the listing, the check, the statistics.
 
 #include <settings/Record_walker.h>
 #include <settings/Settings_check.h>
@@ -69,11 +69,11 @@ TEST(Settings_listing, is_a_line_for_each_record) {
                   "    id 3  pointer, type 14 (pointer): to 0/2/1\n");
 }
 
-TEST(Settings_listing, shows_saves_one_behind_the_other) {
+TEST(Settings_listing, shows_several_saves) {
     const Listed listed(small_file + container(0, 0, ""));
     EXPECT_TRUE(listed.is_good);
     EXPECT_THAT(listed.text, HasSubstr("\nsave 2, at offset " + std::to_string(small_file.size()) +
-                                       ", incremental: what it holds replaces what came before\n  id 0  container"));
+                                       ", incremental: its values replace earlier ones\n  id 0  container"));
 }
 
 TEST(Settings_listing, marks_the_checksums_that_are_bad) {
@@ -86,7 +86,7 @@ TEST(Settings_listing, marks_the_checksums_that_are_bad) {
                                        hexadecimal(crc32_by_definition(0, file.substr(0, file.size() - 4)))));
 }
 
-TEST(Settings_listing, goes_as_far_as_it_can) {
+TEST(Settings_listing, shows_all_records_before_the_fault) {
     const Listed listed(small_file.substr(0, 14));
     EXPECT_FALSE(listed.is_good);
     EXPECT_THAT(listed.text, HasSubstr("    id 1  value, type 9 (int32): 5\n"));
@@ -94,7 +94,7 @@ TEST(Settings_listing, goes_as_far_as_it_can) {
                                                "container 0 that began at offset 0\n"));
 }
 
-TEST(Settings_listing, indents_no_further_than_is_of_use) {
+TEST(Settings_listing, limits_the_indentation) {
     const Listed listed(nested(100000));
     EXPECT_LT(listed.text.size(), 30000000U);
     EXPECT_THAT(listed.text, HasSubstr("\n" + std::string(42, ' ') + "(level 99999) id 1  container"));
@@ -120,7 +120,7 @@ TEST(Settings_check, every_flipped_bit_is_found_and_located) {
     }
 }
 
-TEST(Settings_check, value_that_was_changed_is_found_at_the_innermost_checksum) {
+TEST(Settings_check, changed_value_is_found_at_the_innermost_checksum) {
     Nested_settings tree;
     std::string file = tree.record();
     file[34] ^= 1; // outer.inner.wide
@@ -130,7 +130,7 @@ TEST(Settings_check, value_that_was_changed_is_found_at_the_innermost_checksum) 
     EXPECT_THAT(check.first_fault()->what, HasSubstr("of the container with id 3 that began at offset 24"));
 }
 
-TEST(Settings_check, every_cut_is_found_but_the_one_between_two_saves) {
+TEST(Settings_check, every_cut_is_found_except_the_one_between_two_saves) {
     Nested_settings tree;
     std::string file = tree.record();
     const std::size_t first_save = file.size();

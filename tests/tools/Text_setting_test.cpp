@@ -34,7 +34,7 @@ TEST_F(Text_settings, record_is_an_array_of_characters) {
     EXPECT_EQ(saved(tree, NV_iterator::writing_all), container(0, 0, value(array_of_char, 5, "\x05tcp:1")));
 }
 
-TEST_F(Text_settings, every_text_up_to_the_longest_comes_back) {
+TEST_F(Text_settings, every_text_up_to_the_longest_is_loaded_as_saved) {
     Random random;
     for (std::size_t size = 0; size <= Text_setting::longest; ++size) {
         const std::string text = random.bytes(size);
@@ -52,7 +52,7 @@ TEST_F(Text_settings, longer_text_is_refused) {
     EXPECT_EQ(tree.text.text(), "before");
 }
 
-TEST_F(Text_settings, change_is_told_and_marks_the_tree_until_it_is_saved) {
+TEST_F(Text_settings, change_is_notified_and_marks_the_tree_until_it_is_saved) {
     int changes = 0;
     QObject::connect(&tree.text, qOverload<>(&NV_store::NV_item::value_changed), [&] { ++changes; });
     tree.text.set("");
@@ -71,12 +71,12 @@ TEST_F(Text_settings, default_is_no_text) {
     EXPECT_EQ(tree.text.text(), "");
 }
 
-TEST_F(Text_settings, save_without_room_leaves_it_marked) {
+TEST_F(Text_settings, save_that_does_not_fit_leaves_it_marked) {
     tree.text.set("eight by");
     const int whole = 4 + 1 + 8;
-    for (int room = 0; room < whole; ++room) {
-        Settings_bytes it(NV_iterator::writing_all, room);
-        EXPECT_FALSE(tree.text.serialise(&it)) << room;
+    for (int capacity = 0; capacity < whole; ++capacity) {
+        Settings_bytes it(NV_iterator::writing_all, capacity);
+        EXPECT_FALSE(tree.text.serialise(&it)) << capacity;
         EXPECT_TRUE(tree.text.get_flags() & NV_store::NV_item::dirty_change);
     }
     Settings_bytes it(NV_iterator::writing_all, whole);
@@ -99,7 +99,7 @@ TEST_F(Text_settings, damaged_record_is_refused_and_changes_nothing) {
     }
 }
 
-TEST_F(Text_settings, tree_that_does_not_know_it_passes_over_it) {
+TEST_F(Text_settings, tree_that_does_not_know_it_skips_it) {
     tree.text.set("text");
     NV_store::NV_root other(nullptr, 0, "other");
     Settings_bytes it(saved(tree, NV_iterator::writing_all));
@@ -107,23 +107,23 @@ TEST_F(Text_settings, tree_that_does_not_know_it_passes_over_it) {
     EXPECT_EQ(it.left(), 0);
 }
 
-TEST_F(Text_settings, peer_is_sent_the_size_and_the_characters) {
+TEST_F(Text_settings, peer_receives_the_size_and_the_characters) {
     tree.text.set("abc");
-    unsigned char room[4];
-    CDS::Remote::Send_buffer sent(room, sizeof room);
+    unsigned char storage[4];
+    CDS::Remote::Send_buffer sent(storage, sizeof storage);
     unsigned short counter = 0;
     EXPECT_FALSE(tree.text.serialise(sent, counter).fail());
-    EXPECT_EQ(std::string(room, room + sent.size()), "\x03"
-                                                     "abc");
+    EXPECT_EQ(std::string(storage, storage + sent.size()), "\x03"
+                                                           "abc");
     Tree received;
-    CDS::Remote::Receive_buffer arrived(room, sent.size());
+    CDS::Remote::Receive_buffer arrived(storage, sent.size());
     counter = 0;
     EXPECT_FALSE(received.text.deserialise(arrived, counter).fail());
     EXPECT_EQ(received.text.text(), "abc");
 
     for (int size = 0; size < 4; ++size) {
-        CDS::Remote::Send_buffer small(room, size);
-        CDS::Remote::Receive_buffer torn(room, size);
+        CDS::Remote::Send_buffer small(storage, size);
+        CDS::Remote::Receive_buffer torn(storage, size);
         counter = 0;
         EXPECT_TRUE(received.text.deserialise(torn, counter).fail()) << size;
         counter = 0;

@@ -32,7 +32,7 @@ struct Settings_tool : testing::Test {
     Nested_settings tree;
 };
 
-/// For trying many variations: Settings_reports_test.cpp tries those of a larger one.
+/// For many variations: Settings_reports_test.cpp tries those of a larger file.
 const std::string small_file = container(0, 1, value(2, 1, "\x01"));
 
 /// Nothing on standard output, a line on standard error, status 2.
@@ -63,7 +63,7 @@ TEST_F(Settings_tool, file_alone_is_shown) {
     EXPECT_EQ(run_tool({path}).status, 0);
 }
 
-TEST_F(Settings_tool, damaged_file_is_shown_as_far_as_it_goes) {
+TEST_F(Settings_tool, damaged_file_is_shown_up_to_its_fault) {
     const Program_result result = run_tool({file(tree.record().substr(0, 30))});
     EXPECT_EQ(result.status, 1);
     EXPECT_THAT(result.output, HasSubstr("int32"));
@@ -72,7 +72,7 @@ TEST_F(Settings_tool, damaged_file_is_shown_as_far_as_it_goes) {
     EXPECT_EQ(run_tool({file("")}).status, 1);
 }
 
-TEST_F(Settings_tool, verify_tells_a_good_file) {
+TEST_F(Settings_tool, verify_reports_a_good_file) {
     const std::string path = file(tree.record());
     const Program_result result = run_tool({"verify", path});
     EXPECT_EQ(result.status, 0);
@@ -154,7 +154,7 @@ TEST_F(Settings_tool, wrong_usage_is_one_line_and_status_2) {
     expect_trouble({"show"}, "FILE");
     expect_trouble({"diff", path}, "SECOND");
     expect_trouble({"verify", path, path}, "");
-    expect_trouble({path, "verify", path}, "in front of a command");
+    expect_trouble({path, "verify", path}, "before a command");
     expect_trouble({"--depth", "3"}, "--depth");
     expect_trouble({path, path}, "");
 }
@@ -179,7 +179,7 @@ TEST_F(Settings_tool, output_that_fails_is_one_line_and_status_2) {
     EXPECT_EQ(Program(SETTINGS_TOOL, {deep}).reader_leaves_after(100).run().status, 2);
 }
 
-TEST_F(Settings_tool, help_tells_the_commands_and_the_exit_status) {
+TEST_F(Settings_tool, help_lists_the_commands_and_the_exit_status) {
     const Program_result result = run_tool({"--help"});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.errors, "");

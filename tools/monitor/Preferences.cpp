@@ -1,7 +1,6 @@
 #include "Preferences.h"
 
-#include <NV_store/record.h>
-
+#include <glue/NV_store/NV_record.h>
 #include <glue/NV_store/NV_safe_file_iterator.h>
 
 #include <platform/Debug.h>
@@ -23,21 +22,21 @@ std::string variable(const char* name) {
     return value ? value : "";
 }
 
-/// Keeps to itself what the library says through the debug printer while it lives.
+/// Collects the output of the debug printer as long as it exists.
 class Quiet_library {
   public:
     Quiet_library() {
-        Debug::Print::set_sink([this](std::string_view text) { said_ += text; });
+        Debug::Print::set_sink([this](std::string_view text) { output_ += text; });
     }
     ~Quiet_library() { Debug::Print::set_sink({}); }
     Quiet_library(const Quiet_library&) = delete;
     Quiet_library& operator=(const Quiet_library&) = delete;
 
-    /// The first line of what was said.
-    std::string first_line() const { return said_.substr(0, said_.find('\n')); }
+    /// The first line of the output.
+    std::string first_line() const { return output_.substr(0, output_.find('\n')); }
 
   private:
-    std::string said_;
+    std::string output_;
 };
 
 } // namespace
@@ -47,7 +46,7 @@ std::string Preferences::default_path() {
     if (const char* const path = std::getenv("GLUE_MONITOR_PREFERENCES"))
         return path;
     const std::string configuration = variable("XDG_CONFIG_HOME");
-    if (!configuration.empty() && configuration.front() == '/') // one that is relative counts as not set
+    if (!configuration.empty() && configuration.front() == '/') // a relative path counts as not set
         return configuration + name;
     const std::string home = variable("HOME");
     return home.empty() ? "" : home + "/.config" + name;

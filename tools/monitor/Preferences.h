@@ -7,55 +7,56 @@
 
 #include <string>
 
-/// What the monitor remembers from one run to the next, in a settings file of its own.
+/// The preferences that the monitor keeps from one run to the next, in its own settings file.
 ///
 ///     Preferences preferences(Preferences::default_path());
 ///     if (preferences.load() != Preferences::Content::damaged)
 ///         use(preferences.format(), preferences.stream());
 ///     preferences.set_stream("tcpc:port=4001");
-///     preferences.save();
+///     if (!preferences.save(reason))
+///         report(reason);
 ///
 /// The file:
 ///
-///     root, id 0x4D52: a file begins with the bytes "RM", and so is known as one of these
+///     root, id 0x4D52: the file begins with the bytes "RM", which identify it
 ///       format   id 1   enumeration: 0 labelled, 1 comma
 ///       stream   id 2   array of characters, see `Text_setting`
 ///
-/// It is replaced as a whole or not at all. Used by one thread.
+/// Each save replaces the whole file or leaves it unchanged. Used by one thread.
 class Preferences {
   public:
     enum class Format : unsigned { labelled, comma };
 
-    /// What was found in the file.
+    /// The state of the file.
     enum class Content {
-        none,    ///< there is no file, or none was named: defaults
-        intact,  ///< all of it
-        damaged, ///< not all of it is good: defaults; `save` replaces it
-        foreign  ///< another file, or none that can be read: defaults; `save` leaves it alone
+        none,    ///< there is no file, or no path: defaults
+        intact,  ///< everything was loaded
+        damaged, ///< a part is damaged: defaults; `save` replaces the file
+        foreign  ///< another file, or one that cannot be read: defaults; `save` leaves it unchanged
     };
 
     /// Where the preferences are unless a command line says otherwise: GLUE_MONITOR_PREFERENCES from the environment
     /// when it is set, else glue/receiver_monitor.settings in XDG_CONFIG_HOME or, where that is not set, in ~/.config.
-    /// \return "": nowhere. That is what an empty GLUE_MONITOR_PREFERENCES says, and a user without a home.
+    /// \return "", no file, for an empty GLUE_MONITOR_PREFERENCES and for a user without a home
     static std::string default_path();
 
-    /// \param path  of the file; "": nothing is remembered
+    /// \param path  of the file; "": no preferences are kept
     explicit Preferences(std::string path);
 
     const std::string& path() const { return path_; }
 
     Content load();
-    /// Saves what has changed, and makes the folders for it. Nothing to save is no failure.
-    /// \return false, with `reason` saying why, when it is not saved
-    bool save(std::string& reason);
+    /// Saves if a preference has changed, and makes the folders for the file. Having nothing to save is not a failure.
+    /// \return false, with the reason in `reason`, when it could not be saved
+    [[nodiscard]] bool save(std::string& reason);
 
-    /// A stored format that is none counts as labelled.
+    /// A stored number that is not a format counts as labelled.
     Format format() const;
     void set_format(Format format) { tree_.format.set(format); }
 
-    /// The specification of the stream that was read last; "" when there is none.
+    /// The specification string of the stream that was read last; "" when there is none.
     const std::string& stream() const { return tree_.stream.text(); }
-    /// One that is too long for the file is as good as none.
+    /// A specification string that is too long for the file counts as "".
     void set_stream(const std::string& specification);
 
   private:

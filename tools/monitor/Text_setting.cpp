@@ -1,7 +1,6 @@
 #include "Text_setting.h"
 
-#include <NV_store/record.h>
-
+#include <glue/NV_store/NV_record.h>
 #include <glue/NV_store/array_size.h>
 
 #include <algorithm>

@@ -2,7 +2,7 @@
 
 #include "record_text.h"
 
-#include <NV_store/record.h>
+#include <glue/NV_store/NV_record.h>
 
 #include <algorithm>
 
@@ -35,17 +35,17 @@ bool Record_walker::walk(Record_visitor& visitor) {
     if (size_ == 0)
         return fails(0, "the file is empty");
     while (!is_at_end())
-        if (!take_record())
+        if (!read_record())
             return false;
     return open_.empty() || ends_early();
 }
 
-bool Record_walker::take_record() {
+bool Record_walker::read_record() {
     const Running_checksum::Mark begin = it_.checksum().mark();
     Record_header header;
     if (!header.pop(&it_))
         return open_.empty() ? fails(begin.position, quantity(size_ - begin.position, "byte") +
-                                                         " behind the last record, too few for another one")
+                                                         " after the last record, too few for another one")
                              : ends_early();
     Record record;
     record.offset = begin.position;
@@ -59,18 +59,18 @@ bool Record_walker::take_record() {
     case Record_header::closing:
         return end_container(record);
     case Record_header::value:
-        return take_value(record);
+        return read_value(record);
     case Record_header::path:
-        return take_pointer(record);
+        return read_pointer(record);
     default:
-        return fails(record.offset, "no record: kind " + std::to_string(header.kind) +
+        return fails(record.offset, "not a record: kind " + std::to_string(header.kind) +
                                         " is neither 1 (container), 2 (its end), 9 (value) nor 12 (pointer)");
     }
 }
 
 bool Record_walker::begin_container(const Record& record, const Running_checksum::Mark& begin) {
     if (record.dimension != Defs::single || !NV_store::is_container_type(record.type))
-        return fails(record.offset, "a container of " + type_text(record) + ", which is no container's");
+        return fails(record.offset, "a container of " + type_text(record) + ", which is not a container type");
     open_.push_back({record, begin});
     visitor_->container_begins(record);
     return true;
@@ -97,16 +97,16 @@ bool Record_walker::end_container(const Record& record) {
     return true;
 }
 
-bool Record_walker::take_value(Record record) {
+bool Record_walker::read_value(Record record) {
     if (record.type == Defs::type_special_number && record.dimension == Defs::single)
         return fails(record.offset, "a special number (type 17): only the program that wrote it knows how long it is");
     const bool is_known = record.dimension == Defs::single
                               ? is_number(record.type)
                               : record.dimension <= Defs::matrix && has_arrays(record.type);
     if (!is_known)
-        return fails(record.offset, "a value of " + type_text(record) + ", which has none");
+        return fails(record.offset, "a value of " + type_text(record) + ", which has no values");
     Stored_value value;
-    if (!take_value_sizes(record, value))
+    if (!read_value_sizes(record, value))
         return ends_early();
     value.numbers.resize(std::size_t{value.rows} * value.columns);
     if (!std::all_of(value.numbers.begin(), value.numbers.end(),
@@ -117,7 +117,7 @@ bool Record_walker::take_value(Record record) {
     return true;
 }
 
-bool Record_walker::take_value_sizes(const Record& record, Stored_value& value) {
+bool Record_walker::read_value_sizes(const Record& record, Stored_value& value) {
     std::uint8_t rows = 1;
     std::uint8_t columns = 1;
     if (record.dimension >= Defs::array && !it_.pop_uint8(rows, record_options))
@@ -129,9 +129,9 @@ bool Record_walker::take_value_sizes(const Record& record, Stored_value& value) 
     return true;
 }
 
-bool Record_walker::take_pointer(Record record) {
+bool Record_walker::read_pointer(Record record) {
     if (record.dimension != Defs::single || record.type != Defs::type_pointer)
-        return fails(record.offset, "a pointer of " + type_text(record) + ", which is no pointer's");
+        return fails(record.offset, "a pointer of " + type_text(record) + ", which is not a pointer type");
     std::uint8_t count = 0;
     if (!it_.pop_uint8(count, record_options))
         return ends_early();
@@ -139,7 +139,7 @@ bool Record_walker::take_pointer(Record record) {
     for (unsigned short& id : target)
         if (!it_.pop_uint16(id, record_options))
             return ends_early();
-    std::reverse(target.begin(), target.end()); // the file begins with the target's own
+    std::reverse(target.begin(), target.end()); // the target's own id is stored first
     record.size = position() - record.offset;
     visitor_->pointer(record, target);
     return true;

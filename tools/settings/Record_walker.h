@@ -7,28 +7,23 @@
 
 #include <vector>
 
-namespace NV_store {
-struct Record_header;
-}
-
-/// Walks through the records of a settings file without knowing the tree that they are of, and tells a visitor.
+/// Reads the records of a settings file without knowing their tree, and passes them to a visitor.
 ///
 ///     Record_walker(bytes).walk(visitor);
 ///
-/// What a file has of several saves, one behind the other, comes as several records of depth 0. A checksum that is
-/// wrong stops nothing; what is no record does. Any bytes will do, nested as deep as they like: the walk takes time in
-/// proportion to their number.
+/// Several saves in one file are several records of depth 0. A wrong checksum does not stop the walk; bytes that are
+/// not a record do. The input may be any bytes, nested to any depth: the walk takes time in proportion to their number.
 class Record_walker {
   public:
-    /// \param bytes  outlive the walker; nothing changes them
+    /// \param bytes  outlive the walker and are not changed
     explicit Record_walker(std::vector<unsigned char>& bytes);
 
     /// Walks once, from the beginning.
-    /// \return whether the file was understood up to its end, and is not empty; else the last event was a fault
+    /// \return whether the file is not empty and could be read up to its end; else the last event was a fault
     bool walk(Record_visitor& visitor);
 
   private:
-    /// Takes the bytes in the library's own encoding, counts them, and keeps their checksum.
+    /// Reads the bytes in the library's own encoding, counts them, and computes their checksum.
     class Bytes : public NV_store::NV_buffer_iterator {
       public:
         explicit Bytes(std::vector<unsigned char>& bytes);
@@ -48,12 +43,12 @@ class Record_walker {
     std::size_t position() const { return it_.checksum().position(); }
     bool is_at_end() const { return position() == size_; }
 
-    bool take_record();
+    bool read_record();
     bool begin_container(const Record& record, const Running_checksum::Mark& begin);
     bool end_container(const Record& record);
-    bool take_value(Record record);
-    bool take_value_sizes(const Record& record, Stored_value& value);
-    bool take_pointer(Record record);
+    bool read_value(Record record);
+    bool read_value_sizes(const Record& record, Stored_value& value);
+    bool read_pointer(Record record);
 
     bool ends_early();
     bool fails(std::size_t offset, const std::string& what);

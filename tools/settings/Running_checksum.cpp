@@ -2,11 +2,11 @@
 
 #include <platform/Util.h>
 
-// A CRC-32 is a polynomial over the two-element field, modulo the one below. Of bytes A and B behind it,
+// A CRC-32 is a polynomial over the two-element field, modulo the one below. Of bytes A and bytes B after them,
 //
 //     crc(A B) = crc(A) * x^(8 * length of B) + crc(B)
 //
-// so that crc(B) comes from the two others. The coefficient of x^0 is the top bit.
+// so that crc(B) follows from the two others. The coefficient of x^0 is the top bit.
 
 namespace {
 

@@ -3,11 +3,12 @@
 #include <cstddef>
 #include <cstdint>
 
-/// The CRC-32s of pieces of a row of bytes, `Util::crc32` of each from 0, however many of them are open at once: every
-/// byte is looked at once. That is what a settings file takes whose containers claim to be nested 100,000 deep.
+/// The CRC-32 of any number of overlapping pieces of a sequence of bytes, each as `Util::crc32` computes it from 0.
+/// Every byte is processed once, so that a settings file whose containers claim to be nested 100,000 deep is checked
+/// quickly.
 class Running_checksum {
   public:
-    /// A place in the row.
+    /// A position in the sequence.
     struct Mark {
         std::uint32_t crc;
         std::size_t position;
@@ -15,11 +16,11 @@ class Running_checksum {
 
     void add(const unsigned char* bytes, int count);
 
-    /// Bytes so far.
+    /// The number of bytes added.
     std::size_t position() const { return now_.position; }
-    /// Where the next byte goes.
+    /// The position of the next byte.
     Mark mark() const { return now_; }
-    /// The CRC-32 of the bytes since then.
+    /// The CRC-32 of the bytes since the mark.
     std::uint32_t since(const Mark& mark) const;
 
   private:

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-/// Looks for the first thing that is wrong with a settings file.
+/// Finds the first fault of a settings file.
 class Settings_check : public Record_visitor {
   public:
     void container_begins(const Record& record) override;
@@ -14,10 +14,10 @@ class Settings_check : public Record_visitor {
     void container_ends(const Record& container, const Container_end& end) override;
     void fault(const Fault& fault) override;
 
-    /// What is wrong, and where; a checksum that is wrong stands where it is stored.
+    /// The fault and its offset; for a wrong checksum the offset where it is stored.
     const std::optional<Fault>& first_fault() const { return first_fault_; }
     unsigned saves() const { return saves_; }
-    /// Records outside of every container, which no checksum covers.
+    /// Records outside all containers: no checksum covers them.
     unsigned unprotected() const { return unprotected_; }
 
   private:

@@ -12,24 +12,24 @@ Settings_comparison::Settings_comparison(std::string first_name, std::string sec
 // ---- Collecting ----
 
 void Settings_comparison::Collector::container_begins(const Record& record) {
-    const std::size_t node = note(record, {true, true, type_name(record.type), ""});
+    const std::size_t node = add(record, {true, true, type_name(record.type), ""});
     open_.push_back({node, record.type == DTS::Defs::type_list, {}});
 }
 
 void Settings_comparison::Collector::value(const Record& record, const Stored_value& value) {
-    note(record, {true, false, kind_text(record.dimension, record.type, value),
-                  value_text(record.dimension, record.type, value)});
+    add(record, {true, false, kind_text(record.dimension, record.type, value),
+                 value_text(record.dimension, record.type, value)});
 }
 
 void Settings_comparison::Collector::pointer(const Record& record, const Id_path& target) {
-    note(record, {true, false, type_name(record.type), target_text(target)});
+    add(record, {true, false, type_name(record.type), target_text(target)});
 }
 
 void Settings_comparison::Collector::container_ends(const Record&, const Container_end&) {
     open_.pop_back();
 }
 
-std::size_t Settings_comparison::Collector::note(const Record& record, Setting setting) {
+std::size_t Settings_comparison::Collector::add(const Record& record, Setting setting) {
     const bool in_list = !open_.empty() && open_.back().is_list;
     const unsigned occurrence = in_list ? open_.back().seen[record.id]++ : 0;
     const std::size_t node = comparison_.node_at(open_.empty() ? top : open_.back().node, record.id, occurrence);
@@ -58,7 +58,7 @@ std::size_t Settings_comparison::print(std::FILE* out) const {
     return count;
 }
 
-/// "" when there is none.
+/// \return "" when there is none
 std::string Settings_comparison::difference(const Node& node) const {
     const auto& [a, b] = node.settings;
     const auto described = [&](int file) {
@@ -75,7 +75,7 @@ std::string Settings_comparison::difference(const Node& node) const {
            ", " + described(1) + " in " + names_[1];
 }
 
-/// "0/2/1"; the second of those with id 1 in a list: "0/2/1[2]". Of a long path the last ids.
+/// "0/2/1"; the second one with id 1 in a list: "0/2/1[2]". Of a long path the last ids.
 std::string Settings_comparison::path_of(const Node& node) const {
     constexpr unsigned most_shown = 32;
     std::string text;

@@ -9,18 +9,18 @@
 #include <unordered_map>
 #include <vector>
 
-/// Compares the settings of two files, each told by a walk of its own:
+/// Compares the settings of two files, each read by its own walk:
 ///
 ///     Settings_comparison comparison("old", "new");
 ///     Record_walker(old_bytes).walk(comparison.first());
 ///     Record_walker(new_bytes).walk(comparison.second());
 ///     const std::size_t differences = comparison.print(stdout);
 ///
-/// A setting is known by the ids that lead to it. What came last counts, as it does when a file is loaded. Settings of
-/// a list that share their id are told apart by their order. Containers count by what they hold.
+/// A setting is identified by the ids that lead to it. Its last value counts, as it does when a file is loaded.
+/// Settings of a list that share their id are distinguished by their order. Containers differ only by their content.
 class Settings_comparison {
   public:
-    /// The names are what the files are called in the report.
+    /// The names are those of the files in the report.
     Settings_comparison(std::string first_name, std::string second_name);
     Settings_comparison(const Settings_comparison&) = delete;
     Settings_comparison& operator=(const Settings_comparison&) = delete;
@@ -32,7 +32,7 @@ class Settings_comparison {
     std::size_t print(std::FILE* out) const;
 
   private:
-    /// What one file says of a setting.
+    /// A setting in one file.
     struct Setting {
         bool exists = false;
         bool is_container = false;
@@ -40,15 +40,15 @@ class Settings_comparison {
         std::string value;
     };
 
-    /// A place in the tree of the settings of both.
+    /// A node in the tree of the settings of both files.
     struct Node {
         std::size_t parent;
         unsigned short id;
-        unsigned occurrence; ///< how many with the same id were in front of it in a list
+        unsigned occurrence; ///< in a list: how many with the same id are before it
         Setting settings[2];
     };
 
-    /// Notes the settings of one file.
+    /// Collects the settings of one file.
     class Collector : public Record_visitor {
       public:
         Collector(Settings_comparison& comparison, int file) : comparison_(comparison), file_(file) {}
@@ -62,10 +62,10 @@ class Settings_comparison {
         struct Open {
             std::size_t node;
             bool is_list;
-            std::unordered_map<unsigned short, unsigned> seen; ///< of a list: how many with an id
+            std::unordered_map<unsigned short, unsigned> seen; ///< in a list: how many with an id
         };
 
-        std::size_t note(const Record& record, Setting setting);
+        std::size_t add(const Record& record, Setting setting);
 
         Settings_comparison& comparison_;
         const int file_;
@@ -80,6 +80,6 @@ class Settings_comparison {
 
     std::string names_[2];
     Collector collectors_[2];
-    std::vector<Node> nodes_; ///< in the order of their first coming
+    std::vector<Node> nodes_; ///< in the order of their first occurrence
     std::map<std::tuple<std::size_t, unsigned short, unsigned>, std::size_t> index_;
 };

@@ -35,13 +35,13 @@ void Settings_listing::begin_line(const Record& record) {
     if (record.depth == 0) {
         ++saves_;
         std::fprintf(output_, "save %u, at offset %zu%s\n", saves_, record.offset,
-                     saves_ > 1 ? ", incremental: what it holds replaces what came before" : "");
+                     saves_ > 1 ? ", incremental: its values replace earlier ones" : "");
     }
     indent(record.depth);
     std::fprintf(output_, "id %d  ", record.id);
 }
 
-/// A line is not indented further than is of use.
+/// Very deep lines are indented no more, but show their level.
 void Settings_listing::indent(std::size_t depth) {
     constexpr std::size_t deepest = 20;
     const std::size_t levels = std::min(depth, deepest) + 1;

@@ -16,7 +16,7 @@ class Settings_listing : public Record_visitor {
     void container_ends(const Record& container, const Container_end& end) override;
     void fault(const Fault& fault) override;
 
-    /// Whether there was no fault, and every checksum good.
+    /// Whether there was no fault, and every checksum was good.
     bool is_good() const { return good_; }
 
   private:

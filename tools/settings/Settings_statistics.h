@@ -6,12 +6,12 @@
 #include <cstdio>
 #include <map>
 
-/// Counts what a settings file consists of.
+/// Counts the records and bytes of a settings file by type.
 class Settings_statistics : public Record_visitor {
   public:
     struct Share {
         std::uint64_t records = 0;
-        std::uint64_t bytes = 0; ///< with their headers; of containers their own headers and checksums alone
+        std::uint64_t bytes = 0; ///< with their headers; of containers only their own headers and checksums
     };
 
     void container_begins(const Record& record) override;
@@ -20,9 +20,9 @@ class Settings_statistics : public Record_visitor {
     void container_ends(const Record& container, const Container_end& end) override;
 
     std::uint64_t records() const { return total_.records; }
-    /// Bytes of the records that were counted.
+    /// Bytes of all counted records.
     std::uint64_t bytes() const { return total_.bytes; }
-    /// Levels of containers, one in the other.
+    /// Levels of nested containers.
     std::size_t depth() const { return depth_; }
     std::uint64_t saves() const { return saves_; }
     /// By type code.

@@ -33,7 +33,7 @@ bool read_bool(NV_iterator& it, std::string& text) {
     return true;
 }
 
-/// A way to read a type of number; null where there is none.
+/// Reads a number of one type; null for types that are not numbers.
 using Reader = bool (*)(NV_iterator&, std::string&);
 
 #define READER(Shown, name)                                                                                            \

@@ -6,20 +6,21 @@
 
 namespace NV_store {
 
-/// Settings in memory that the caller owns: a buffer with a capacity, some valid data at its beginning, and a reading
+/// Settings in memory that the caller owns: a buffer with a capacity, valid data at its beginning, and a reading
 /// position.
 ///
 ///     unsigned char bytes[4096];
 ///     NV_store::NV_buffer_iterator it(bytes, sizeof bytes, 0);
 ///     it.set_mode(NV_store::NV_iterator::writing_all);
-///     settings.serialise(&it);                              // it.length() bytes
+///     if (settings.serialise(&it))
+///         send(bytes, it.length());
 ///     it.set_mode(NV_store::NV_iterator::reading);
 ///     settings.deserialise(&it);
 ///
-/// The mode says what is written; it opens and closes nothing, and bytes can be moved in every one.
+/// The mode selects what is written. It opens and closes nothing, and bytes can be moved in every mode.
 class GLUE_EXPORT NV_buffer_iterator : public NV_iterator {
   public:
-    /// Without a buffer: nothing fits, nothing is there.
+    /// Without a buffer: capacity and length are 0.
     NV_buffer_iterator() = default;
     NV_buffer_iterator(unsigned char* buffer, int capacity, int length);
 
@@ -36,8 +37,8 @@ class GLUE_EXPORT NV_buffer_iterator : public NV_iterator {
     void set_buffer(unsigned char* buffer, int capacity, int length);
     /// Reads from the beginning again.
     void reset_reading();
-    /// Forgets the data: the next push goes to the buffer's beginning. The reading position stays where it is; while it
-    /// lies beyond the data nothing can be read.
+    /// Drops the data: the next push writes to the buffer's beginning. The reading position is left unchanged; while it
+    /// is beyond the data, nothing can be read.
     void reset_writing();
 
     /// Bytes of valid data.

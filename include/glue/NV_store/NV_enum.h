@@ -8,14 +8,14 @@
 
 namespace NV_store {
 
-/// A setting of an enumeration type of the application's, of at most 32 bits. An addition of ours; it keeps whatever
-/// number it is given, also one that no enumerator has.
+/// A setting of an application's enumeration type, of at most 32 bits. An addition of ours. It accepts every number,
+/// also one without an enumerator: a program checks loaded values itself.
 ///
 ///     enum class Format { labelled, comma };
 ///     NV_store::NV_enum<Format> format{this, 3, Format::labelled, "format"};
 ///
-/// A peer is sent four bytes. The text is the number, stored values and texts being those without a sign: an enumerator
-/// of -1 is 4294967295 there, and -1 again when it is read.
+/// A peer receives four bytes. The text is the number. Stored values and texts have no sign: an enumerator of -1 is
+/// 4294967295 there, and -1 again when it is read.
 template <typename Enum>
 class NV_enum : public NV_enum_base {
     static_assert(std::is_enum_v<Enum> && sizeof(Enum) <= sizeof(unsigned int), "records keep 32 bits of a value");
@@ -28,13 +28,13 @@ class NV_enum : public NV_enum_base {
     using NV_enum_base::serialise;
 
     int get_type() const override { return DTS::Defs::type_uint32; }
-    bool serialise(NV_iterator* it) override { return NV_enum_base::serialise(it, number()); }
+    [[nodiscard]] bool serialise(NV_iterator* it) override { return NV_enum_base::serialise(it, number()); }
     bool deserialise(NV_iterator* it) override {
         unsigned int stored = 0;
-        const bool there = NV_enum_base::deserialise(it, stored);
-        if (there)
+        const bool loaded = NV_enum_base::deserialise(it, stored);
+        if (loaded)
             value_ = static_cast<Enum>(stored);
-        return there;
+        return loaded;
     }
     bool set_default(bool) override {
         _set(default_value_, notify_all);
@@ -46,20 +46,20 @@ class NV_enum : public NV_enum_base {
     Serial_ret deserialise(CDS::Remote::Receive_buffer& buffer, unsigned short& counter) override {
         if (!serial_action_started(counter))
             return serial_ok();
-        std::uint32_t received = 0;
-        const bool there = buffer.pop_UINT32(received) > 0;
-        if (there)
-            _set(static_cast<Enum>(received), notify_all);
-        return serial_check(there);
+        std::uint32_t raw = 0;
+        const bool received = buffer.pop_UINT32(raw) > 0;
+        if (received)
+            _set(static_cast<Enum>(raw), notify_all);
+        return serial_check(received);
     }
     int _to_string(char* buf, int len) const override {
         return Data_item_stringify<unsigned int>::to_string(number(), buf, len);
     }
     const char* _from_string(const char* text) override {
-        unsigned int read = 0;
-        const char* const end = Data_item_destringify<unsigned int>::from_string(text, read);
+        unsigned int raw = 0;
+        const char* const end = Data_item_destringify<unsigned int>::from_string(text, raw);
         if (end)
-            _set(static_cast<Enum>(read), notify_all);
+            _set(static_cast<Enum>(raw), notify_all);
         return end;
     }
     void _print(Debug::Dumper& dumper, const char* name) const override {
@@ -70,12 +70,12 @@ class NV_enum : public NV_enum_base {
 
     /// The value, under the lock.
     Enum value() const {
-        const NV_lock held(*this);
+        const NV_lock guard(*this);
         return value_;
     }
-    /// Sets it under the lock and tells parents and waiters when it is another one. \return whether it is
+    /// Sets the value under the lock; notifies parents and waiters when it differs. \return whether it differs
     bool set(Enum value) {
-        const NV_lock held(*this);
+        const NV_lock guard(*this);
         return _set(value, notify_all);
     }
     bool _set(Enum value, notify_t how) {

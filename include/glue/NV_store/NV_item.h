@@ -19,8 +19,8 @@ class NV_root;
 
 /// A node of a tree of persistent settings: what all nodes have in common.
 ///
-/// A node has an id that it is saved under, a name that people and lookups use, a parent, flags that say whether it
-/// needs saving, and listeners: platform waiters, told by events, and Qt slots, told by `value_changed`.
+/// A node has an id under which it is saved, a name for people and lookups, a parent, flags that record whether it
+/// needs saving, and listeners: platform waiters, which receive events, and Qt slots, connected to `value_changed`.
 ///
 ///     struct Guidance : NV_store::NV_struct {
 ///         Guidance(NV_container* parent, unsigned short id) : NV_struct(parent, nullptr, id, "guidance") {}
@@ -30,83 +30,87 @@ class NV_root;
 ///
 ///     NV_store::NV_root settings(&modules, 0, "settings");
 ///     Guidance guidance(&settings, 1);
-///     settings._set_root(&settings);       // once the tree stands
+///     settings._set_root(&settings);       // once the tree is complete
 ///     QObject::connect(&guidance.beeper, qOverload<>(&NV_store::NV_item::value_changed), redraw);
-///     guidance.swath_width.set(9.5F);      // tells guidance's and settings' listeners, too
+///     guidance.swath_width.set(9.5F);      // notifies the listeners of guidance and settings, too
 ///
-/// **Ownership.** The application owns every node; a tree only links them. A node that goes while its tree is still
-/// used has to be taken out first (`remove_child`, `_set_parent(nullptr)`). Names are not copied.
+/// **Ownership.** The application owns every node; a tree only links them. A node that is destroyed while its tree is
+/// still used has to be removed first (`remove_child`, `_set_parent(nullptr)`). Names are not copied.
 ///
 /// **Threads.** One lock guards a tree; it is in the root and not recursive. `get`, `set` and the operators of numbers,
-/// enumerations and pointers take it, and so do the registrations of waiters: calling one of those while holding the
-/// lock aborts the process. Everything else (operations that begin with an underscore, telling, saving, loading,
-/// looking up, adding and removing nodes) leaves it to the caller.
+/// enumerations and pointers acquire it, and so do the registrations of waiters: calling one of those while holding the
+/// lock aborts the process. All other operations (those that begin with an underscore, notifying, saving, loading,
+/// looking up, adding and removing nodes) leave it to the caller.
 ///
-/// **Within a notification** the lock is held by the thread that made the change. A slot that is called from there may
-/// use the operations with an underscore on any node of the tree, set this very node again (`_set`; its notification
-/// runs inside the first one), and save or load. It must not call what takes the lock (`get`, `set`, the
-/// registrations), and not destroy nodes. Events to waiters are only queued there: whoever receives one may call
-/// anything.
+/// **Within a notification** the thread that made the change holds the lock. A slot that is called there may use the
+/// operations with an underscore on any node of the tree, set the same node again (`_set`; its notification runs
+/// inside the first one), and save or load. It must not call an operation that acquires the lock (`get`, `set`, the
+/// registrations), nor destroy nodes. Events to waiters are only queued there: their receiver may call anything.
 class GLUE_EXPORT NV_item : public QObject, public Data_item {
     Q_OBJECT
 
   public:
-    // Flags
+    // ---- Flags ----
 
     static constexpr unsigned char dirty_write = 1;  ///< reported as written since it was saved
     static constexpr unsigned char dirty_change = 2; ///< reported as changed since it was saved
-    static constexpr unsigned char pristine = 4;     ///< neither changed nor loaded since it was made
+    static constexpr unsigned char pristine = 4;     ///< neither changed nor loaded since its construction
 
-    /// Joins the children of `parent`, unless that is null. An id that one of them has already ends the process; see
+    /// Becomes a child of `parent`, unless that is null. If another child has the same id, the process ends; see
     /// `NV_container::add_child`.
     NV_item(NV_container* parent, unsigned short id, const char* name);
-    /// A copy has the flags, the name, the parent and the id, but is no child of that parent's. It shares the
-    /// registrations of waiters, if there are any. Slots stay with the original.
+    /// A copy has the flags, the name, the parent and the id, but is not among the children of that parent. It shares
+    /// the registrations of waiters, if there are any. Slots stay with the original.
     NV_item(const NV_item& other);
     NV_item& operator=(const NV_item& other);
+    /// Assigns all properties of a node except those of `Data_item`; assigning a node to itself changes nothing.
     void copy(const NV_item& other);
 
-    // Virtual operations: their order is part of the binary interface.
+    // ---- Virtual operations: their order is part of the binary interface ----
 
-    /// What the node is, a `DTS::Defs::Type`.
+    /// The type code of the node, a `DTS::Defs::Type`.
     virtual int get_type() const = 0;
     /// The module id under which events of a kind are sent; 0 without a root.
     virtual unsigned short get_module_id(Reg_type kind) const;
-    /// Writes the node, as far as the iterator's mode includes it, and clears both dirty flags.
-    /// \return false, with the flags of whatever was not written still set, when the iterator failed
-    virtual bool serialise(NV_iterator* it) = 0;
-    /// Reads the node's record, which tells nobody.
-    /// \return false when it is damaged, cut off or another node's
+    /// Writes the node, if the iterator's mode includes it, and clears both dirty flags.
+    /// \return false when the iterator failed; nodes that were not written keep their flags
+    [[nodiscard]] virtual bool serialise(NV_iterator* it) = 0;
+    /// Reads the node's record and notifies nobody.
+    /// \return false when the record is damaged, cut off or another node's
     virtual bool deserialise(NV_iterator* it) = 0;
-    /// Pushes the ids from `target` up to this node. \return 0, or -1 when it is not below here or the path is full
+    /// Pushes the ids from `target` up to this node. \return 0; -1 when the target is not below this node or the path
+    ///         is full
     virtual int build_path(NV_path* path, const NV_item* target) const;
-    /// The node that the path leads to from here, its last id being this node's; null, with the path as it was, when
-    /// there is none. The ids on the way are taken from the path.
+    /// The node to which the path leads from this node, whose id is the last one. The ids that led there are removed.
+    /// \return null, with the path unchanged, when there is no such node
     virtual NV_item* __follow_path(NV_path* path);
-    /// Back to the value at construction. \return whether that is possible
+    /// Sets the value at construction again. \return whether that is possible
     virtual bool set_default(bool all);
-    /// How many dimensions the value has; 0: it is a single one.
+    /// The number of dimensions of the value; 0: a single value.
     virtual int get_dimension() const;
+    /// Sets the root of a container and of the containers below; does nothing in a leaf.
     virtual void _set_root(NV_root* root);
+    /// The name, "" when there is none.
     virtual const char* get_name() const;
-    /// The node that names separated by '.' lead to; this one for "".
+    /// The node to which names separated by '.' lead; this one for "".
     Data_item* find_data_item(const char* path) override;
-    /// The node of this data number, here or below.
+    /// The node with this data number: this one or one below.
     Data_item* find_data_item(unsigned short number) override;
     Serial_ret serialise(CDS::Remote::Send_buffer& buffer, unsigned short& counter) override = 0;
     Serial_ret deserialise(CDS::Remote::Receive_buffer& buffer, unsigned short& counter) override = 0;
     bool serialise_structure(CDS::Remote::Send_buffer& buffer, int depth) override;
-    /// Widens a range of data numbers so that it holds those from here down.
+    /// Widens a range of data numbers so that it includes those of this node and the nodes below.
     virtual void set_minmax(unsigned short& lo, unsigned short& hi);
     int _to_string(char* buf, int len) const override;
-    /// Sets the value from text. \return the position behind what was read; null, when that was nothing
+    /// Sets the value from text. \return the position after the value; null when there is no value
     virtual const char* _from_string(const char* text);
-    /// The node that `spec` names, this one or below; `separator` stands between names. Null when there is none.
+    /// The node that `spec` names: this one or one below. `separator` separates names. Null when there is none.
     virtual NV_item* _search(const char* spec, char separator);
-    /// Tells everybody from here down, as after loading. Sets no flag.
+    /// Notifies the listeners of this node and of all nodes below, for example after loading. Sets no flag.
     virtual void signal_all(NV_root* root);
-    /// The next node in the order of a walk through the tree below `stop`, parents first; null at its end.
+    /// The next node in a walk through the tree below `stop`, parents first; null at the end.
     virtual NV_item* get_next_in_tree(NV_item* stop);
+    /// Prints the value under a name, and under its own name.
     virtual void _print(Debug::Dumper& dumper, const char* name) const = 0;
     virtual void print(Debug::Dumper& dumper) const;
 
@@ -116,37 +120,40 @@ class GLUE_EXPORT NV_item : public QObject, public Data_item {
     unsigned char get_flags() const { return flags_; }
     NV_container* get_parent() const { return parent_; }
     NV_root* _get_root() const;
-    /// The name, or, in a container that addresses its children by position, the position in decimal. Cut to `len`
+    /// The name; in a container that addresses its children by position, the position in decimal. Cut to `len`
     /// characters; a name that fills them is not terminated. \return true
     bool get_path_name(char* buf, int len) const;
+    /// As `__follow_path`, with a copy of the path.
     NV_item* follow_path(NV_path path);
 
-    /// Leaves the old parent and joins the children of the new one; null: none.
+    /// Leaves the children of the old parent and joins those of the new one; null: no parent.
     void _set_parent(NV_container* parent);
 
-    // ---- The lock of the tree; nothing without a root ----
+    // ---- The lock of the tree; without a root these do nothing ----
 
     void lock() const;
     void unlock() const;
 
-    // ---- Telling of changes ----
+    // ---- Notifying of changes ----
 
-    /// Marks and tells that the value was changed or written. Without `changed` or `force` nothing at all happens.
-    /// \return true: a waiter that cannot be told stops nothing
+    /// Sets the flags and notifies the listeners that the value was changed or written. Without `changed` or `force` it
+    /// does nothing.
+    /// \return true: a waiter that cannot be notified stops nothing
     bool notify_updated(bool changed, bool written, bool force, notify_t how, const NV_root* root);
-    /// The same for a value that was written just now.
+    /// The same for a value that was just written.
     bool notify_updated(bool changed, notify_t how);
 
     /// Whether the event was sent for this item by an `autoreg_waiter` registration.
     bool is_event(const waiter_event& event) const;
 
-    // Registering waiters, each under the lock; the event's target is what the second column says
+    // ---- Registering waiters, each under the lock ----
     //
-    // A waiter must not be destroyed before it is unregistered. `on_change_only` holds nothing back as long as changes
-    // are what is told of: it is kept for makers who send unforced events.
+    // The event's target is the number, this item or the accessor. A waiter must be unregistered before it is
+    // destroyed. `on_change_only` suppresses no event that this class sends: all of them are forced. It is for events
+    // that a derived class sends itself.
 
-    bool register_waiter(waiter_descriptor* waiter, unsigned int number, bool on_change_only); // the number
-    bool autoreg_waiter(waiter_descriptor* waiter, bool on_change_only);                       // this item
+    bool register_waiter(waiter_descriptor* waiter, unsigned int number, bool on_change_only);
+    bool autoreg_waiter(waiter_descriptor* waiter, bool on_change_only);
     bool register_access_waiter(waiter_descriptor* waiter, Access_base* access, bool on_change_only);
     bool register_virt_access_waiter(waiter_descriptor* waiter, Virt_access* access, bool on_change_only);
     bool unregister_waiter(waiter_descriptor* waiter, unsigned int number);
@@ -156,18 +163,18 @@ class GLUE_EXPORT NV_item : public QObject, public Data_item {
 
     // ---- Saving ----
 
-    /// Whether the item takes part in what the iterator is doing.
+    /// Whether the iterator's save includes the item.
     /// \param ok               set to whether the iterator is open for writing, unless its selector decides
-    /// \param ignore_selector  do not ask the iterator's selector
+    /// \param ignore_selector  do not use the iterator's selector
     bool include_in_serialise(const NV_iterator* it, bool& ok, bool ignore_selector) const;
 
-    /// Passes over a stored record that no node is there for.
-    /// \return false when the record is damaged or of a type that cannot be passed over
+    /// Skips a stored record that has no node in the tree.
+    /// \return false when the record is damaged or of a type that cannot be skipped
     static bool deserialise_unknown_handoff(NV_iterator* it);
 
-    /// Sets dirty flags again that a save has cleared, for whoever finds out later that its bytes were lost. Tells
-    /// nobody. An addition of ours.
-    /// \param flags  of these `dirty_write` and `dirty_change`; others are left as they are
+    /// Sets again the dirty flags that a save has cleared, when the save turns out to have failed. Notifies nobody. An
+    /// addition of ours.
+    /// \param flags  of these only `dirty_write` and `dirty_change` are set
     void give_back_dirty(unsigned char flags) {
         flags_ = static_cast<unsigned char>(flags_ | (flags & (dirty_write | dirty_change)));
     }
@@ -177,8 +184,9 @@ class GLUE_EXPORT NV_item : public QObject, public Data_item {
     void value_changed(NV_store::NV_item* item);
 
   protected:
-    /// For containers, which the operations above have to know from others.
-    NV_item(NV_container* parent, unsigned short id, const char* name, NV_container* self);
+    enum class Node_kind : bool { leaf, container };
+    /// `Node_kind::container` is for `NV_container` alone.
+    NV_item(NV_container* parent, unsigned short id, const char* name, Node_kind kind);
 
     void clear_dirty() { flags_ &= static_cast<unsigned char>(~(dirty_write | dirty_change)); }
     void clear_pristine() { flags_ &= static_cast<unsigned char>(~pristine); }
@@ -194,10 +202,12 @@ class GLUE_EXPORT NV_item : public QObject, public Data_item {
     NV_waiter_list waiters_;
     NV_container* parent_;
     unsigned short id_;
-    NV_container* self_ = nullptr; ///< this node as a container, when it is one
+    /// For `_get_root`. It cannot be virtual: the virtual operations that derived classes add come right after `print`,
+    /// and one more of this class would move them.
+    const Node_kind kind_ = Node_kind::leaf;
 };
 
-/// A selector that leaves the decision to the items; the one to derive from.
+/// A selector that leaves the decision to the items; the base of others.
 class GLUE_EXPORT NV_default_selector : public NV_iterator::NV_selector {
   public:
     bool include_in_serialise(const NV_item& item, const NV_iterator* it, bool& ok,

@@ -13,23 +13,23 @@ namespace NV_store {
 class NV_item;
 class NV_root;
 
-/// What a registration puts into the events that it asks for.
+/// The target in the events of a registration.
 enum Reg_type : int {
-    reg_number = 1,     ///< a plain number that the registrant chose
+    reg_number = 1,     ///< a number that the application chose
     reg_item = 2,       ///< the item itself
     reg_access = 3,     ///< an `Access_base`
     reg_virt_access = 4 ///< a `Virt_access`
 };
 
-/// Whom a change is told to.
+/// The receivers of a notification.
 enum notify_t : int {
     notify_none = 0,
-    notify_parents = 1, ///< the parent, which passes it on upwards
+    notify_parents = 1, ///< the parent, its parent and so on
     notify_waiters = 2, ///< the item's own waiters
     notify_all = 3
 };
 
-/// Something through which an application reaches a setting. Neither owns the other.
+/// An application's access to a setting. Neither owns the other.
 class GLUE_EXPORT Access_base {
   public:
     Access_base() = default;
@@ -38,7 +38,7 @@ class GLUE_EXPORT Access_base {
     void init(NV_item* item) { item_ = item; }
     NV_item* get_item() const { return item_; }
 
-    /// Lock the tree of the item; nothing without one.
+    /// The lock of the item's tree; without an item these do nothing.
     void lock() const;
     void unlock() const;
 
@@ -46,7 +46,7 @@ class GLUE_EXPORT Access_base {
     NV_item* item_ = nullptr;
 };
 
-/// An accessor that can be told of changes.
+/// An accessor that can be registered for notifications.
 class GLUE_EXPORT Virt_access : public Access_base {
   public:
     using Access_base::Access_base;
@@ -56,25 +56,25 @@ class GLUE_EXPORT Virt_access : public Access_base {
     bool autounreg(waiter_descriptor* waiter);
 };
 
-/// One registration: who is told of changes, and what the event is to carry.
+/// One registration: the waiter that is notified of changes, and the target in its events.
 class GLUE_EXPORT NV_waiter_reg {
   public:
     NV_waiter_reg(waiter_descriptor* descriptor, unsigned int number, bool on_change_only);
     NV_waiter_reg(waiter_descriptor* descriptor, NV_item* item, bool on_change_only);
     NV_waiter_reg(waiter_descriptor* descriptor, Access_base* access, bool on_change_only);
     NV_waiter_reg(waiter_descriptor* descriptor, Virt_access* access, bool on_change_only);
-    /// Any kind by its number. One that is none of `Reg_type`, and a target of 0 for kinds 2 to 4, make a registration
-    /// of kind 0 whose target is its own address.
+    /// Any kind by its number. For a number that is not in `Reg_type`, and for a target of 0 with kinds 2 to 4, the
+    /// kind is 0 and the target the registration's own address.
     NV_waiter_reg(waiter_descriptor* descriptor, int kind, std::uintptr_t target, bool on_change_only);
     NV_waiter_reg(const NV_waiter_reg& other);
     NV_waiter_reg& operator=(const NV_waiter_reg&) = delete;
 
     /// Sends the event: the module id of `root` for the kind, and the target.
-    /// \param force  also when the registration wants changes only
+    /// \param force  also when the registration is for changes only
     /// \return true when the event was sent or not wanted; false without a waiter, a root or a module id
     bool send_event(const NV_root* root, bool force) const;
 
-    /// Whether both are for the same waiter and carry the same; targets are looked at for kinds 1 to 4 only.
+    /// Whether both have the same waiter, kind and target; targets are compared for kinds 1 to 4 only.
     bool is_same(const NV_waiter_reg& other) const;
 
     std::uintptr_t target() const { return target_; }
@@ -87,27 +87,28 @@ class GLUE_EXPORT NV_waiter_reg {
     bool on_change_only_;
 };
 
-/// The registrations of one item. Copies of a list that is not empty share their registrations: what is added to or
-/// removed from one is so for all, and the last one that dies frees them. Guarded by the lock of the item's tree.
+/// The registrations of one item. Copies of a list that is not empty share their registrations: adding to one copy adds
+/// to all, and the last copy frees them. Guarded by the lock of the item's tree.
 class GLUE_EXPORT NV_waiter_list {
   public:
-    /// Puts a registration behind the others; the same one may stand there twice. \return true
+    /// Appends a registration, also one that is there already. \return true
     bool add(const NV_waiter_reg& registration);
-    /// Takes the first one out that is the same. \return false when none is
+    /// Removes the first equal one. \return false when there is none
     bool remove(const NV_waiter_reg& registration);
-    /// Whether there is one that is the same.
+    /// Whether there is an equal one.
     bool exists(const NV_waiter_reg& registration) const;
-    /// Sends each registration's event, in the order of registration. \return true: a waiter that cannot be told keeps
-    ///         nobody else from being told
+    /// Sends each registration's event, in the order of registration. \return true: when a waiter cannot be notified,
+    /// the
+    ///         others still are
     bool notify_updated(const NV_root* root, bool force) const;
 
   private:
     using Registrations = std::forward_list<NV_waiter_reg>;
 
-    /// The registration in front of the first that is the same; the list's end when none is.
+    /// The registration before the first equal one; the list's end when there is none.
     Registrations::const_iterator before(const NV_waiter_reg& registration) const;
 
-    std::shared_ptr<Registrations> registrations_; ///< null until the first one comes
+    std::shared_ptr<Registrations> registrations_; ///< null until the first one is added
 };
 
 } // namespace NV_store

@@ -11,7 +11,7 @@
 #include <type_traits>
 #include <vector>
 
-/// What there is to know of each of the library's forms of number, told apart from the library.
+/// The properties of each form of number in the library, written independently of it.
 namespace number_forms {
 
 using Scalar_forms =
@@ -92,16 +92,16 @@ bool same_bits(T a, T b) {
     return std::memcmp(&a, &b, sizeof a) == 0;
 }
 
-/// The value as it is stored: its bytes, the lowest first. The test's machine has to keep them so.
+/// The value as it is stored: its bytes, the lowest first, as in the memory of the test's machine.
 template <typename T>
 std::string stored(T value) {
     static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "the test compares with the bytes in memory");
     return {reinterpret_cast<const char*>(&value), sizeof value};
 }
 
-/// The edges of a type and what else might go wrong: no two equal ones, and none that is unequal to itself.
+/// The edges of a type and other critical values: no two equal ones, no NaN.
 template <typename T>
-std::vector<T> telling_values() {
+std::vector<T> edge_values() {
     using Limits = std::numeric_limits<T>;
     if constexpr (std::is_same_v<T, bool>)
         return {false, true};
@@ -128,7 +128,7 @@ constexpr T some_value = static_cast<T>(true);
 template <typename T>
 constexpr T other_value = static_cast<T>(std::is_same_v<T, bool> ? 0 : 98);
 
-/// The header in front of a stored value.
+/// The header before a stored value.
 inline std::string header(unsigned char type_byte, unsigned char kind, unsigned short id) {
     const unsigned char bytes[] = {static_cast<unsigned char>(id), static_cast<unsigned char>(id >> 8), kind,
                                    type_byte};

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-/// Goes through the records of a settings file as far as they make sense, and puts the right checksum behind every
-/// container: for damage that a checksum would show. Written from the description of the format, not from the library.
+/// Reads the records of a settings file as far as they are valid, and corrects the checksum of every container: for
+/// damage that a checksum would detect. Written from the description of the format, not from the library.
 inline std::string mended_checksums(std::string bytes) {
     const auto byte = [&bytes](std::size_t at) { return static_cast<unsigned char>(bytes[at]); };
     static constexpr unsigned sizes[] = {0, 0, 1, 1, 1, 2, 4, 1, 2, 4, 4, 8, 0, 0, 0, 8, 8}; // of values, by type

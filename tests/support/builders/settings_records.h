@@ -5,10 +5,11 @@
 
 #include <glue/NV_store/NV_item.h>
 
+#include <gtest/gtest.h>
 #include <initializer_list>
 #include <string>
 
-/// Stored settings as texts that can stand within each other:
+/// Stored settings as strings that can be nested:
 ///
 ///     container(0, 7, value(9, 1, le(std::int32_t{5})) + container(1, 2, ""))      // an int and an empty struct
 namespace settings_records {
@@ -25,7 +26,7 @@ inline std::string value(int type_byte, int id, const std::string& bytes) {
     return Record_builder().value(type_byte, id, bytes);
 }
 
-/// The ids with that of the target first.
+/// The ids of the path, the target's first.
 inline std::string pointer(int id, std::initializer_list<int> target_up) {
     return Record_builder().path(id, target_up);
 }
@@ -34,7 +35,7 @@ inline std::string container(int type_byte, int id, const std::string& children)
     return Record_builder().open(type_byte, id).raw(children).close();
 }
 
-/// Containers one in the other, each with a checksum of 0.
+/// Nested containers, each with a checksum of 0.
 inline std::string nested(std::size_t levels) {
     std::string begins;
     std::string ends;
@@ -45,10 +46,10 @@ inline std::string nested(std::size_t levels) {
     return begins + ends;
 }
 
-/// What the library writes.
+/// The bytes that the library writes.
 inline std::string saved(NV_store::NV_item& tree, NV_store::NV_iterator::modes_t mode) {
     Settings_bytes it(mode);
-    tree.serialise(&it);
+    EXPECT_TRUE(tree.serialise(&it));
     return it.bytes();
 }
 

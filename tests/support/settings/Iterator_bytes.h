@@ -4,7 +4,7 @@
 
 #include <string>
 
-/// Moves plain bytes through an iterator. A fixture that has one derives from this, and gives it the iterator:
+/// Moves plain bytes through an iterator. A fixture derives from it and supplies the iterator:
 ///
 ///     struct NV_file_iterator_test : testing::Test, Iterator_bytes {
 ///         NV_iterator& iterator() override { return file; }
@@ -12,7 +12,7 @@ struct Iterator_bytes {
     virtual NV_store::NV_iterator& iterator() = 0;
 
     bool push(std::string bytes) { return iterator().push_bytes(data(bytes), static_cast<int>(bytes.size())); }
-    /// \return what was read, "failed" when that failed
+    /// \return the bytes, or "failed"
     std::string pop(int count) {
         std::string bytes(static_cast<std::size_t>(count), '\0');
         return iterator().pop_bytes(data(bytes), count) ? bytes : "failed";

@@ -4,6 +4,7 @@
 
 #include <support/settings/Random_settings.h>
 
+#include <gtest/gtest.h>
 #include <string>
 #include <vector>
 
@@ -41,15 +42,15 @@ struct Nested_settings : NV_store::NV_root {
         } inner{this, nullptr, 3, "inner"};
         NV_store::NV_number<double, 11> offset{this, 4, -2.5, "offset"};
     } outer{this, nullptr, 2, "outer"};
-    struct Entries : Settings_list {
-        using Settings_list::Settings_list;
+    struct Entries : Positional_list {
+        using Positional_list::Positional_list;
         NV_store::NV_number<short, 8> one{this, 7, 70, "one"};
         NV_store::NV_number<short, 8> two{this, 8, 80, "two"};
     } entries{this, nullptr, 5, "entries"};
     NV_store::NV_pointer chosen{this, this, 6, "chosen"};
     NV_store::NV_number<unsigned char, 4> last{this, 7, 9, "last"};
 
-    /// Sets every value to another one than its default.
+    /// Sets every value to one that differs from its default.
     void set_all() {
         first.set(-1000000);
         outer.gain.set(-0.0F);
@@ -63,7 +64,7 @@ struct Nested_settings : NV_store::NV_root {
         last.set(255);
     }
 
-    /// Every value to the bit; of the pointer the name of its target, which has to be a node of this tree.
+    /// Every value to the bit; of the pointer the name of its target, which must be a node of this tree.
     std::vector<std::string> values() {
         const NV_item* const target = chosen.get();
         return {bits_of(first.get()),
@@ -78,16 +79,16 @@ struct Nested_settings : NV_store::NV_root {
                 bits_of(last.get())};
     }
 
-    /// What a full save writes.
+    /// The bytes of a full save.
     std::string record() {
-        std::vector<unsigned char> room(1000);
-        NV_store::NV_buffer_iterator it(room.data(), static_cast<int>(room.size()), 0);
+        std::vector<unsigned char> storage(1000);
+        NV_store::NV_buffer_iterator it(storage.data(), static_cast<int>(storage.size()), 0);
         it.set_mode(NV_store::NV_iterator::writing_all);
-        serialise(&it);
-        return std::string(room.begin(), room.begin() + it.length());
+        EXPECT_TRUE(serialise(&it));
+        return std::string(storage.begin(), storage.begin() + it.length());
     }
 
-    /// Loads from bytes that lie in memory exactly as long as they are.
+    /// Loads from a copy in a block of exactly their size, so that a sanitizer notices reads beyond the end.
     NV_store::NV_load_result load(const std::string& bytes) {
         std::vector<unsigned char> exact(bytes.begin(), bytes.end());
         exact.shrink_to_fit();

@@ -18,7 +18,7 @@
 #include <vector>
 
 /// A list of settings, whose entries are addressed by position and may share their ids.
-class Settings_list : public NV_store::NV_container {
+class Positional_list : public NV_store::NV_container {
   public:
     using NV_container::NV_container;
     int get_type() const override { return DTS::Defs::type_list; }
@@ -33,7 +33,7 @@ std::string bits_of(T value) {
     return bits;
 }
 
-/// A value of the sort that breaks things, or just any.
+/// A critical value or any value.
 template <typename T>
 T random_value(Random& random) {
     using Limits = std::numeric_limits<T>;
@@ -65,8 +65,8 @@ T random_value(Random& random) {
     return value;
 }
 
-/// A settings tree made by chance: nested structures and lists, numbers of all 22 kinds, enumerations of 4 bytes,
-/// pointers at nodes that a path can lead to.
+/// A random settings tree: nested structures and lists, numbers of all 22 kinds, enumerations of 4 bytes, pointers to
+/// nodes that a path can reach.
 ///
 ///     const Settings_shape shape = Settings_shape::random(random);
 ///     Random_settings saved(shape);
@@ -74,7 +74,7 @@ T random_value(Random& random) {
 ///     saved.change(random, 2);                        // about every second value
 ///     ... EXPECT_EQ(loaded.values(), saved.values())
 struct Settings_shape {
-    /// What makes a node; containers have children.
+    /// The description of a node; containers have children.
     struct Node {
         enum Kind { structure, list, leaf } kind = leaf;
         unsigned leaf_type = 0; ///< 0 to 21: a number; 22: an enumeration; 23: a pointer
@@ -86,7 +86,7 @@ struct Settings_shape {
 
     Node root;
 
-    /// \param repeated_ids  let lists have entries of one type under one id
+    /// \param repeated_ids  lists have several entries of one shape under one id
     static Settings_shape random(Random& random, bool repeated_ids = false) {
         Settings_shape shape;
         shape.root = container(random, Node::structure, 0, repeated_ids);
@@ -100,19 +100,20 @@ struct Settings_shape {
     static Node container(Random& random, Node::Kind kind, unsigned depth, bool repeated_ids) {
         Node node;
         node.kind = kind;
-        const unsigned count = random.between(depth == 0 ? 1 : 0, 7);
-        const bool same_ids = kind == Node::list && repeated_ids;
-        const unsigned same_type = random.between(0, leaf_types - 1);
-        unsigned id = random.between(0, 60000);
-        for (unsigned i = 0; i < count; ++i) {
+        const bool shares_ids = kind == Node::list && repeated_ids;
+        unsigned id = random.between(0, 50000);
+        for (unsigned count = random.between(depth == 0 ? 1 : 0, 7); count > 0; --count) {
+            if (!node.children.empty() && shares_ids && !random.one_in(4)) {
+                node.children.push_back(node.children.back());
+                continue;
+            }
             Node child;
-            if (!same_ids && depth < deepest && random.one_in(3))
+            if (depth < deepest && random.one_in(3))
                 child = container(random, random.one_in(3) ? Node::list : Node::structure, depth + 1, repeated_ids);
             else
-                child.leaf_type = same_ids ? same_type : random.between(0, leaf_types - 1);
+                child.leaf_type = random.between(0, leaf_types - 1);
+            id += random.between(1, 700);
             child.id = static_cast<unsigned short>(id);
-            if (!same_ids)
-                id += random.between(1, 700);
             child.name = "n" + random.bytes(random.between(0, 40));
             child.name.erase(std::remove(child.name.begin(), child.name.end(), '\0'), child.name.end());
             node.children.push_back(std::move(child));
@@ -148,7 +149,7 @@ class Random_settings : public NV_store::NV_root {
         return changed;
     }
 
-    /// Every value to the bit; of a pointer the place of its target in the tree.
+    /// Every value to the bit; of a pointer the position of its target in the tree.
     std::vector<std::string> values() const {
         std::vector<std::string> values;
         for (const Leaf& leaf : leaves_)
@@ -182,7 +183,7 @@ class Random_settings : public NV_store::NV_root {
         auto* const number = tree.add<NV_store::NV_number<T, Type>>(parent, shape.id, T(1), shape.name.c_str());
         tree.leaves_.push_back({[number](Random& random) {
                                     const T value = random_value<T>(random);
-                                    if (!(value == number->_get())) // 0.0 is no change of -0.0
+                                    if (!(value == number->_get())) // 0.0 equals -0.0
                                         number->set(value);
                                 },
                                 [number] { return bits_of(number->_get()); }});
@@ -202,7 +203,7 @@ class Random_settings : public NV_store::NV_root {
                                if (target != pointer->get())
                                    pointer->set(target, NV_store::notify_all);
                            },
-                           [this, pointer] { return place_of(pointer->get()); }});
+                           [this, pointer] { return position_of(pointer->get()); }});
     }
 
     void make(NV_container* parent, const Settings_shape::Node& shape) {
@@ -241,20 +242,20 @@ class Random_settings : public NV_store::NV_root {
         }
         NV_container* container = nullptr;
         if (shape.kind == Settings_shape::Node::list)
-            container = add<Settings_list>(parent, nullptr, shape.id, shape.name.c_str());
+            container = add<Positional_list>(parent, nullptr, shape.id, shape.name.c_str());
         else
             container = add<NV_store::NV_struct>(parent, nullptr, shape.id, shape.name.c_str());
         for (const Settings_shape::Node& child : shape.children)
             make(container, child);
     }
 
-    /// A node whose path is its own: not one of several with the same id.
+    /// A node with a unique path: not one of several with the same id.
     NV_item* any_target(Random& random) {
         NV_item* const target = nodes_[random.between(0, static_cast<unsigned>(nodes_.size() - 1))].get();
         NV_store::NV_path path;
         return build_path(&path, target) == 0 && follow_path(path) == target ? target : nullptr;
     }
-    std::string place_of(const NV_item* item) const {
+    std::string position_of(const NV_item* item) const {
         for (std::size_t i = 0; i < nodes_.size(); ++i)
             if (nodes_[i].get() == item)
                 return std::to_string(i);

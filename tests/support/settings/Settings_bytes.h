@@ -5,14 +5,14 @@
 #include <cstring>
 #include <string>
 
-/// An iterator over memory of its own, to write settings to or to read them from:
+/// An iterator over its own memory, for writing or reading settings:
 ///
 ///     Settings_bytes it(NV_iterator::writing_all);
-///     number.serialise(&it);
-///     it.bytes()                                   // what was written
+///     EXPECT_TRUE(number.serialise(&it));
+///     it.bytes()                                   // the written bytes
 ///     Settings_bytes stored(header + value);       // open for reading
 ///     number.deserialise(&stored);
-///     stored.left()                                // what was not read
+///     stored.left()                                // the bytes not read
 class Settings_bytes : public NV_store::NV_buffer_iterator {
   public:
     explicit Settings_bytes(modes_t mode, int capacity = 4096)
@@ -32,7 +32,7 @@ class Settings_bytes : public NV_store::NV_buffer_iterator {
         readable_ -= there ? count : 0;
         return there;
     }
-    /// Bytes that were there to be read and have not been.
+    /// The bytes that have not been read.
     int left() const { return readable_; }
 
   private:

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-// Nodes that tests build small settings trees of.
+// Nodes for small settings trees.
 
 using Int_setting = NV_store::NV_number<int, 9>;
 
@@ -25,7 +25,7 @@ struct Settings_list : NV_store::NV_container {
     int get_type() const override { return DTS::Defs::type_list; }
 };
 
-/// A number that counts what is done with it.
+/// A number that counts its saves, loads and defaults.
 struct Counted_setting : Int_setting {
     using Int_setting::deserialise;
     using Int_setting::Int_setting;
@@ -68,7 +68,8 @@ struct Settings_family {
     std::vector<std::unique_ptr<Int_setting>> children;
 };
 
-/// Keeps the signals of nodes in their order: a node's name for the signal without an argument, "name*" for the other.
+/// Records the signals of nodes in their order: a node's name for the signal without an argument, "name*" for the
+/// other.
 class Recorded_signals {
   public:
     void watch(NV_store::NV_item& item) {

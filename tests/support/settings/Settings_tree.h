@@ -9,7 +9,7 @@
 #include <cmath>
 #include <limits>
 
-/// A settings tree with a bit of everything, for tests that save and load:
+/// A settings tree with several types of nodes, for tests that save and load:
 ///
 ///     settings(0)
 ///       speed(1): int, 5        name of the id in brackets

@@ -26,16 +26,16 @@ struct Recording_hook : Data_item::Change_hook {
 };
 
 /// A tree with a waiter for each of three nodes on one branch: 1 width, 2 guidance, 3 the root.
-class Telling_of_changes : public testing::Test {
+class Notification : public testing::Test {
   protected:
-    Telling_of_changes() {
+    Notification() {
         width.register_waiter(waiter, 1, true);
         tree.guidance.register_waiter(waiter, 2, true);
         tree.register_waiter(waiter, 3, true);
         for (NV_item* item : std::initializer_list<NV_item*>{&width, &tree.guidance, &tree, &tree.speed})
             emitted.watch(*item);
     }
-    std::vector<int> told() {
+    std::vector<int> notified() {
         std::vector<int> numbers;
         for (const waiter_event& event : waiter.events())
             numbers.push_back(static_cast<int>(event.target));
@@ -49,86 +49,87 @@ class Telling_of_changes : public testing::Test {
     Recorded_signals emitted;
 };
 
-TEST_F(Telling_of_changes, without_change_or_force_nothing_happens) {
+TEST_F(Notification, without_change_or_force_nothing_happens) {
     Recording_hook hook;
     width.set_change_hook(&hook);
     EXPECT_TRUE(width.notify_updated(false, true, false, notify_all, &tree));
     EXPECT_TRUE(width.notify_updated(false, notify_all));
     EXPECT_EQ(width.get_flags(), NV_item::pristine);
-    EXPECT_THAT(told(), IsEmpty());
+    EXPECT_THAT(notified(), IsEmpty());
     EXPECT_THAT(emitted.names(), IsEmpty());
     EXPECT_THAT(hook.calls, IsEmpty());
 }
 
-TEST_F(Telling_of_changes, change_climbs_to_the_root) {
+TEST_F(Notification, change_climbs_to_the_root) {
     EXPECT_TRUE(width.notify_updated(true, true, false, notify_all, &tree));
-    EXPECT_THAT(told(), ElementsAre(1, 2, 3)) << "though they want changes only, and each level its own";
+    EXPECT_THAT(notified(), ElementsAre(1, 2, 3)) << "each level its own waiters, also those for changes only";
     EXPECT_THAT(emitted.names(), ElementsAre("settings", "settings*", "guidance", "guidance*", "width", "width*"))
-        << "the parents come first: a node emits last";
+        << "a node emits after its parents";
     for (const NV_item* item : std::initializer_list<NV_item*>{&width, &tree.guidance, &tree})
         EXPECT_EQ(item->get_flags(), dirty);
     EXPECT_EQ(tree.speed.get_flags(), NV_item::pristine);
 }
 
-TEST_F(Telling_of_changes, only_the_parents) {
+TEST_F(Notification, parents_only) {
     EXPECT_TRUE(width.notify_updated(true, true, false, notify_parents, &tree));
-    EXPECT_THAT(told(), IsEmpty()) << "the parents pass on how they were told";
+    EXPECT_THAT(notified(), IsEmpty()) << "parents get the same mode";
     EXPECT_THAT(emitted.names(), ElementsAre("settings", "settings*", "guidance", "guidance*", "width", "width*"));
     EXPECT_EQ(tree.get_flags(), dirty);
 }
 
-TEST_F(Telling_of_changes, only_the_own_waiters) {
+TEST_F(Notification, own_waiters_only) {
     EXPECT_TRUE(width.notify_updated(true, true, false, notify_waiters, &tree));
-    EXPECT_THAT(told(), ElementsAre(1));
+    EXPECT_THAT(notified(), ElementsAre(1));
     EXPECT_THAT(emitted.names(), ElementsAre("width", "width*"));
     EXPECT_EQ(tree.guidance.get_flags(), NV_item::pristine);
 }
 
-TEST_F(Telling_of_changes, nobody_but_the_slots) {
+TEST_F(Notification, slots_only) {
     EXPECT_TRUE(width.notify_updated(true, true, false, notify_none, &tree));
-    EXPECT_THAT(told(), IsEmpty());
+    EXPECT_THAT(notified(), IsEmpty());
     EXPECT_THAT(emitted.names(), ElementsAre("width", "width*"));
     EXPECT_EQ(width.get_flags(), dirty);
 }
 
-TEST_F(Telling_of_changes, flags_say_what_happened) {
+TEST_F(Notification, flags_record_changes_and_writes) {
     width.notify_updated(true, false, false, notify_none, &tree);
     EXPECT_EQ(width.get_flags(), NV_item::dirty_change);
     width.notify_updated(false, true, true, notify_none, &tree);
     EXPECT_EQ(width.get_flags(), dirty);
     tree.speed.notify_updated(false, true, true, notify_none, &tree);
-    EXPECT_EQ(tree.speed.get_flags(), NV_item::dirty_write | NV_item::pristine) << "written as it was: still pristine";
+    EXPECT_EQ(tree.speed.get_flags(), NV_item::dirty_write | NV_item::pristine)
+        << "written, not changed: still pristine";
     tree.lamp.notify_updated(false, false, true, notify_none, &tree);
     EXPECT_EQ(tree.lamp.get_flags(), NV_item::pristine);
 }
 
-TEST_F(Telling_of_changes, short_form_tells_of_a_written_value_with_the_tree_s_root) {
+TEST_F(Notification, short_form_notifies_of_a_written_value_with_the_tree_s_root) {
     EXPECT_TRUE(width.notify_updated(true, notify_all));
     EXPECT_EQ(width.get_flags(), dirty);
-    EXPECT_THAT(told(), ElementsAre(1, 2, 3));
+    EXPECT_THAT(notified(), ElementsAre(1, 2, 3));
 }
 
-TEST_F(Telling_of_changes, waiters_need_the_root_but_slots_do_not) {
+TEST_F(Notification, waiters_need_the_root_but_slots_do_not) {
     EXPECT_TRUE(width.notify_updated(true, true, false, notify_all, nullptr));
-    EXPECT_THAT(told(), IsEmpty());
+    EXPECT_THAT(notified(), IsEmpty());
     EXPECT_EQ(emitted.names().size(), 6U);
 }
 
-TEST_F(Telling_of_changes, hook_is_called_for_changes_between_waiters_and_parents) {
-    std::vector<int> told_before;
-    Recording_hook hook([&] { told_before = told(); });
+TEST_F(Notification, hook_is_called_for_changes_between_waiters_and_parents) {
+    std::vector<int> notified_before;
+    Recording_hook hook([&] { notified_before = notified(); });
     width.set_change_hook(&hook);
     width.notify_updated(false, false, true, notify_all, &tree);
-    EXPECT_THAT(hook.calls, IsEmpty()) << "forced, but no change";
+    EXPECT_THAT(hook.calls, IsEmpty()) << "forced, but not changed";
     waiter.clear();
     width.notify_updated(true, notify_all);
     EXPECT_THAT(hook.calls, ElementsAre(true));
-    EXPECT_THAT(told_before, ElementsAre(1));
+    EXPECT_THAT(notified_before, ElementsAre(1));
     width.notify_updated(true, false, false, notify_none, nullptr);
-    EXPECT_EQ(hook.calls.size(), 2U) << "whoever else is told";
+    EXPECT_EQ(hook.calls.size(), 2U) << "in every notification mode";
 }
 
-TEST_F(Telling_of_changes, does_not_climb_beyond_a_root) {
+TEST_F(Notification, does_not_climb_beyond_a_root) {
     NV_struct above(99, "above");
     tree._set_parent(&above);
     tree.notify_updated(true, notify_all);
@@ -136,12 +137,12 @@ TEST_F(Telling_of_changes, does_not_climb_beyond_a_root) {
     tree._set_parent(nullptr);
 }
 
-TEST_F(Telling_of_changes, telling_all_marks_nothing_and_goes_from_the_leaves_up) {
+TEST_F(Notification, signal_all_sets_no_flag_and_notifies_children_first) {
     tree.speed.register_waiter(waiter, 4, true);
     tree.lamp.register_waiter(waiter, 5, true);
     emitted.watch(tree.lamp);
     tree.signal_all();
-    EXPECT_THAT(told(), ElementsAre(4, 1, 2, 5, 3));
+    EXPECT_THAT(notified(), ElementsAre(4, 1, 2, 5, 3));
     EXPECT_THAT(emitted.names(), ElementsAre("speed", "speed*", "width", "width*", "guidance", "guidance*", "lamp",
                                              "lamp*", "settings", "settings*"));
     for (NV_item* item = &tree; item; item = item->get_next_in_tree(&tree))
@@ -149,12 +150,12 @@ TEST_F(Telling_of_changes, telling_all_marks_nothing_and_goes_from_the_leaves_up
     emitted.clear();
     waiter.clear();
     tree.guidance.signal_all(&tree);
-    EXPECT_THAT(told(), ElementsAre(1, 2));
+    EXPECT_THAT(notified(), ElementsAre(1, 2));
     tree.speed.signal_all(&tree);
-    EXPECT_THAT(told(), ElementsAre(1, 2, 4));
+    EXPECT_THAT(notified(), ElementsAre(1, 2, 4));
 }
 
-TEST_F(Telling_of_changes, slots_of_one_signal_are_not_called_for_the_other) {
+TEST_F(Notification, slots_of_one_signal_are_not_called_for_the_other) {
     int with_item = 0;
     QObject::connect(&tree.speed, qOverload<NV_item*>(&NV_item::value_changed),
                      [&](NV_item* item) { with_item += item == &tree.speed; });
@@ -165,7 +166,7 @@ TEST_F(Telling_of_changes, slots_of_one_signal_are_not_called_for_the_other) {
 
 // ---- Registering ----
 
-TEST_F(Telling_of_changes, registrations_of_every_kind_come_and_go) {
+TEST_F(Notification, registrations_of_every_kind_are_added_and_removed) {
     Access_base access(&tree.speed);
     Virt_access virt_access(&tree.speed);
     Recording_waiter own;
@@ -196,14 +197,14 @@ TEST_F(Telling_of_changes, registrations_of_every_kind_come_and_go) {
     EXPECT_THAT(own.sources(), IsEmpty());
 }
 
-TEST_F(Telling_of_changes, registering_locks_the_tree) {
+TEST_F(Notification, registering_locks_the_tree) {
     tree.lock();
     EXPECT_EXIT(width.register_waiter(waiter, 1, true), testing::KilledBySignal(SIGABRT), "");
     EXPECT_EXIT(width.autounreg_waiter(waiter), testing::KilledBySignal(SIGABRT), "");
     tree.unlock();
 }
 
-TEST_F(Telling_of_changes, item_knows_its_own_events) {
+TEST_F(Notification, item_recognises_its_own_events) {
     Recording_waiter own;
     tree.speed.autoreg_waiter(own, true);
     tree.speed.register_waiter(own, 7, true);
@@ -219,7 +220,7 @@ TEST_F(Telling_of_changes, item_knows_its_own_events) {
     EXPECT_FALSE(elsewhere.speed.is_event(own.events()[0]));
 }
 
-TEST_F(Telling_of_changes, item_without_a_root_knows_no_event) {
+TEST_F(Notification, item_without_a_root_recognises_no_event) {
     Captured_debug debug;
     EXPECT_FALSE(Int_setting(nullptr, 1, 0, "free").is_event(waiter_event()));
     EXPECT_EQ(debug.text(), "NULL ROOT\r\n");
@@ -227,24 +228,24 @@ TEST_F(Telling_of_changes, item_without_a_root_knows_no_event) {
 
 // ---- Within a notification ----
 
-TEST_F(Telling_of_changes, slot_may_set_the_node_again) {
+TEST_F(Notification, slot_may_set_the_node_again) {
     on_change(tree.speed, [&] {
         if (tree.speed._get() < 10)
             tree.speed._set(tree.speed._get() + 1, notify_all);
     });
     tree.speed.set(8);
     EXPECT_EQ(tree.speed.get(), 10);
-    EXPECT_EQ(emitted.names().size(), 3U * 4U) << "8, 9 and 10 are told, of speed and of the root";
+    EXPECT_EQ(emitted.names().size(), 3U * 4U) << "8, 9 and 10, by speed and by the root";
 }
 
-TEST_F(Telling_of_changes, slot_may_set_other_nodes_and_save_the_tree) {
+TEST_F(Notification, slot_may_set_other_nodes_and_save_the_tree) {
     Settings_bytes saved(NV_iterator::writing_all);
     on_change(tree.speed, [&] {
         tree.lamp._set(1, notify_all);
         EXPECT_TRUE(tree.serialise(&saved));
     });
     tree.speed.set(8);
-    EXPECT_EQ(tree.speed.get_flags(), 0) << "what it told of is saved already";
+    EXPECT_EQ(tree.speed.get_flags(), 0) << "the change was saved during the notification";
     EXPECT_EQ(tree.get_flags(), 0);
     Settings_tree loaded;
     Settings_bytes it(saved.bytes());
@@ -253,16 +254,16 @@ TEST_F(Telling_of_changes, slot_may_set_other_nodes_and_save_the_tree) {
     EXPECT_EQ(loaded.lamp.get(), 1);
 }
 
-TEST_F(Telling_of_changes, slot_may_load_the_tree) {
+TEST_F(Notification, slot_may_load_the_tree) {
     Settings_bytes it(NV_iterator::writing_all);
-    tree.serialise(&it);
+    ASSERT_TRUE(tree.serialise(&it));
     Settings_bytes stored(it.bytes());
     on_change(tree.speed, [&] { EXPECT_TRUE(tree.deserialise(&stored)); });
     tree.speed.set(8);
     EXPECT_EQ(tree.speed.get(), 5);
 }
 
-TEST_F(Telling_of_changes, slot_runs_in_the_thread_that_sets_under_its_lock) {
+TEST_F(Notification, slot_runs_in_the_thread_that_sets_under_its_lock) {
     Qt::HANDLE holder = nullptr;
     on_change(tree.speed, [&] { holder = tree.mutex().owner_thread(); });
     Qt::HANDLE setter = nullptr;
@@ -274,7 +275,7 @@ TEST_F(Telling_of_changes, slot_runs_in_the_thread_that_sets_under_its_lock) {
     EXPECT_NE(holder, QThread::currentThreadId());
 }
 
-TEST_F(Telling_of_changes, slot_that_takes_the_lock_again_aborts) {
+TEST_F(Notification, slot_that_acquires_the_lock_again_aborts) {
     on_change(tree.speed, [&] { tree.lamp.get(); });
     EXPECT_EXIT(tree.speed.set(8), testing::KilledBySignal(SIGABRT), "");
     on_change(tree.guidance, [&] { tree.guidance.register_waiter(waiter, 9, true); });
