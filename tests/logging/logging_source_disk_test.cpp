@@ -316,7 +316,7 @@ TEST(logging_source_disk, bytes_that_are_logged_after_the_writers_have_ended_are
     const pid_t child = fork();
     ASSERT_GE(child, 0);
     if (child == 0) {
-        alarm(20); // ends a process that hangs
+        alarm(300); // ends a process that hangs
         log.configure();
         log.enable();
         log.write("written");
@@ -343,7 +343,7 @@ TEST(logging_source_disk, writer_that_cannot_be_started_is_reported_once_and_blo
     const pid_t child = fork();
     ASSERT_GE(child, 0);
     if (child == 0) {
-        alarm(20); // ends a process that hangs
+        alarm(300); // ends a process that hangs
         threads_fail = true;
         log.configure(0, 0);
         log.enable();
@@ -408,7 +408,7 @@ TEST(logging_source_disk, process_that_exits_waits_a_limited_time_for_a_disk_tha
     const pid_t child = fork();
     ASSERT_GE(child, 0);
     if (child == 0) {
-        alarm(60); // ends a process that hangs
+        alarm(300); // ends a process that hangs
         log.configure();
         log.enable();
         Disk disk;
@@ -435,7 +435,7 @@ TEST(logging_source_disk, process_that_exits_does_not_wait_for_a_disk_that_hangs
     const pid_t child = fork();
     ASSERT_GE(child, 0);
     if (child == 0) {
-        alarm(60); // ends a process that hangs
+        alarm(300); // ends a process that hangs
         log.configure();
         std::atomic<bool> opens{false};
         Replaced_calls calls;
