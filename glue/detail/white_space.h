@@ -2,21 +2,9 @@
 
 namespace glue_detail {
 
-/// The space or a tab.
-constexpr bool is_blank(char character) {
-    return character == ' ' || character == '\t';
-}
-
 /// What `std::isspace` accepts in the "C" locale, whatever the program's locale is.
 constexpr bool is_white_space(char character) {
     return character == ' ' || (character >= '\t' && character <= '\r');
-}
-
-/// \return the first character of a text that is no blank; it may be the NUL
-inline const char* skip_blanks(const char* text) {
-    while (is_blank(*text))
-        ++text;
-    return text;
 }
 
 /// \return the first character of a text that is no white space; it may be the NUL

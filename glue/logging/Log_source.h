@@ -16,7 +16,8 @@
 
 /// One logging source: its history, its queue, and the thread that writes. The states are drawn in the source.
 ///
-/// One mutex guards everything. It is never held while a file is written or flushed.
+/// One mutex guards everything. A thread holds it while it opens or deletes files, never while it writes or flushes
+/// one.
 class Log_source {
   public:
     explicit Log_source(const char* task_name) : task_(task_name) {}

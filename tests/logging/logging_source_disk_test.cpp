@@ -8,6 +8,7 @@
 #include <support/fakes/Captured_descriptor.h>
 #include <support/fakes/Replaced_delays.h>
 #include <support/faults/Limited_file_size.h>
+#include <support/faults/Replaced_calls.h>
 #include <support/faults/Replaced_file_calls.h>
 #include <support/faults/in_c_library.h>
 #include <support/files/Traffic_log.h>
@@ -315,7 +316,7 @@ TEST(logging_source_disk, bytes_that_are_logged_after_the_writers_have_ended_are
     const pid_t child = fork();
     ASSERT_GE(child, 0);
     if (child == 0) {
-        alarm(20); // ends a process that hangs
+        alarm(300); // ends a process that hangs
         log.configure();
         log.enable();
         log.write("written");
@@ -342,7 +343,7 @@ TEST(logging_source_disk, writer_that_cannot_be_started_is_reported_once_and_blo
     const pid_t child = fork();
     ASSERT_GE(child, 0);
     if (child == 0) {
-        alarm(20); // ends a process that hangs
+        alarm(300); // ends a process that hangs
         threads_fail = true;
         log.configure(0, 0);
         log.enable();
@@ -407,7 +408,7 @@ TEST(logging_source_disk, process_that_exits_waits_a_limited_time_for_a_disk_tha
     const pid_t child = fork();
     ASSERT_GE(child, 0);
     if (child == 0) {
-        alarm(60); // ends a process that hangs
+        alarm(300); // ends a process that hangs
         log.configure();
         log.enable();
         Disk disk;
@@ -427,6 +428,30 @@ TEST(logging_source_disk, process_that_exits_waits_a_limited_time_for_a_disk_tha
     ASSERT_EQ(waitpid(child, &status, 0), child);
     EXPECT_TRUE(WIFEXITED(status));
     EXPECT_EQ(WEXITSTATUS(status), 0);
+}
+
+TEST(logging_source_disk, process_that_exits_does_not_wait_for_a_disk_that_hangs_while_a_file_is_opened) {
+    Traffic_log log(used_in_children);
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        alarm(300); // ends a process that hangs
+        log.configure();
+        std::atomic<bool> opens{false};
+        Replaced_calls calls;
+        calls.wall_clock_ms = [&opens] { // for the name of the file
+            opens = true;
+            pause();
+            return 0;
+        };
+        std::thread([&log] { log.enable(); }).detach();
+        eventually([&opens] { return opens.load(); });
+        const Replaced_delays delays;
+        std::exit(0);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status));
 }
 
 TEST(logging_source_disk, killed_process_leaves_the_beginning_of_what_it_logged) {

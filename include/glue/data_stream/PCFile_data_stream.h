@@ -108,8 +108,8 @@ class GLUE_EXPORT PCFile_data_stream : public Data_stream {
 
     // ---- The store as a whole ----
 
-    /// Gets the class its module id, the source of its events. Ends the process with `exit_no_module_id` when there is
-    /// none left. Call it once, before waiters are registered.
+    /// Obtains the module id of the class, the source of its events. Ends the process with `exit_no_module_id` when
+    /// there is none left. Call it once, before waiters are registered.
     static void static_init(module_man& modules);
 
     /// \return whether the store has such a file; false, after a message, when it is not mounted
@@ -128,9 +128,10 @@ class GLUE_EXPORT PCFile_data_stream : public Data_stream {
     /// `retry_delay` apart. `to` is removed first: copying a file onto itself destroys it.
     ///
     /// On purpose: copying an empty file fails, with `to` removed; after the first block a read that fails counts as
-    /// the end of the file; whether a block is on the medium is not checked. \return true when anything was copied and
-    /// nothing failed. After a failure `to` holds the blocks copied before.
-    ///         When a block does not fit, the waiters get `store_full`.
+    /// the end of the file; whether a block is on the medium is not checked.
+    /// \return true when anything was copied and nothing failed. After a failure `to` holds the blocks before it. When
+    /// a
+    ///         block does not fit, the waiters get `store_full`.
     [[nodiscard]] static bool copy(const char* to, const char* from);
 
     // ---- Events ----

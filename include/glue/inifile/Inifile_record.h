@@ -8,7 +8,7 @@
 
 class Data_stream;
 
-/// One line of an ini file: its kind, and the value of a key.
+/// One line of an ini file: its kind and, for a key, its value.
 ///
 ///     Inifile_parser parser(&file);
 ///     Inifile_record record;
@@ -72,7 +72,7 @@ class GLUE_EXPORT Inifile_record {
     std::uint32_t as_ulong() const;
     /// \param decimals  a floating-point number is rounded to this many; negative: not rounded
     double as_double(int decimals) const;
-    /// Whether a number is not 0; a floating-point number differs from 0 by at least 1e-8.
+    /// Whether a number is not 0; for a floating-point number: whether it is at least 1e-8 away from 0.
     bool as_bool() const;
     const char* as_cstring() const;
     String<257> as_string() const;

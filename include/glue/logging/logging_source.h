@@ -32,7 +32,7 @@
 /// old for the history are not counted.
 ///
 /// **Lost bytes.** When the process is killed, the history is lost, and the bytes that are queued for the disk. After a
-/// power cut, so is everything that the system has not written yet: only a rotation waits until its file is on the
+/// power cut, so is everything that the system has not written yet: only a finished rotation has its file on the
 /// medium. When the process exits, each source has up to a second to write what is queued. A complete file is never
 /// changed.
 ///
