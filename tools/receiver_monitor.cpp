@@ -295,11 +295,12 @@ std::optional<std::string> contradiction(const CLI::App& app, const Command_line
     return std::nullopt;
 }
 
-/// Makes a directory, and its parents, unless it exists.
+/// Makes a directory with its parents, unless it exists. \return why it cannot be made
 std::error_code make_directory(const std::string& path) {
     std::error_code error;
+    std::error_code ignored; // why it cannot be inspected: `error` has the reason
     std::filesystem::create_directories(path, error);
-    if (std::filesystem::is_directory(path))
+    if (std::filesystem::is_directory(path, ignored))
         return {};
     return error ? error : std::make_error_code(std::errc::not_a_directory);
 }

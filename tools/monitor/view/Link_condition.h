@@ -14,7 +14,7 @@ enum class Link_state {
     good,      ///< receiving good frames
     rubbish,   ///< receiving bytes that are no frames: most often a wrong baud rate
     sentences, ///< receiving NMEA sentences, but no frames
-    silent,    ///< receiving nothing since some time
+    silent,    ///< no byte for some time
     ended      ///< no more bytes will follow
 };
 

@@ -32,7 +32,7 @@ constexpr const char* help_lines[] = {
     "",
     "Link         waiting, receiving good frames, only NMEA sentences or rubbish",
     "             (most often a wrong baud rate), silent or ended",
-    "Bytes        what they were part of: frames, replies, acknowledgements, noise;",
+    "Bytes        by kind: frames, replies, acknowledgements, noise;",
     "             'bad' are frames with a bad checksum",
     "id           of each message: count, and messages a second over the last ten;",
     "             $G are NMEA sentences",
