@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-/// One figure of the library beside the same work done by a peer, and what it has to reach at least.
+/// One figure of the library beside the same work done by a peer, and the least that it has to reach.
 ///
-/// Both functions say what they have done with `SetBytesProcessed` or `SetItemsProcessed`, the same one of the two, and
-/// use real time. What cannot be measured ends with `SkipWithError`.
+/// Both functions report their work with `SetBytesProcessed` or `SetItemsProcessed`, the same one of the two, and
+/// use real time. A work that cannot be measured ends with `SkipWithError`.
 struct Comparison {
     using Function = void (*)(benchmark::State&);
 
@@ -20,13 +20,13 @@ struct Comparison {
     std::string limit_reason;
 };
 
-/// A developer's machine is taken to be ten times as fast as a display unit, and a unit shall not spend more than a
-/// tenth of its time on any of this. So what a unit needs is to be reached here a hundred times over.
+/// The assumption: a developer's machine is ten times as fast as a display unit, and a unit spends at most a
+/// tenth of its time on any of this. So the limit here is a hundred times what a unit needs.
 constexpr double headroom = 100;
-/// Bytes a second of a serial line at 921,600 baud, ten bits to the byte: the fastest a receiver is attached with.
+/// Bytes a second of a serial line at 921,600 baud, ten bits to the byte: the fastest line of a receiver.
 constexpr double serial_line = 92160;
 
-/// Those that are to be measured, in the order of their table.
+/// All comparisons, in the order of the table.
 std::vector<Comparison>& comparisons();
 
 /// Each file of benchmarks adds its own: `static const Benchmarks streams{{...}, {...}};`

@@ -4,8 +4,8 @@
 
 #include <map>
 
-/// Gathers what Google Benchmark has measured, and prints it as one table: ours, the peer's, how many times the peer's
-/// ours is, and the limit.
+/// Collects Google Benchmark's results, and prints them as one table: ours, the peer's, the ratio of the two,
+/// and the limit.
 class Comparison_table : public benchmark::BenchmarkReporter {
   public:
     static constexpr const char* ours_suffix = " [ours]";
@@ -16,7 +16,7 @@ class Comparison_table : public benchmark::BenchmarkReporter {
     void ReportRuns(const std::vector<Run>& runs) override;
     void Finalize() override;
 
-    /// Whether everything that was asked for has its figure.
+    /// Whether every comparison that ran has its figure.
     bool complete() const { return complete_; }
 
   private:

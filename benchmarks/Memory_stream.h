@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <cstddef>
 
-/// A stream whose bytes come from memory, as many at a time as its ring takes.
+/// A stream whose bytes come from memory, as many at a time as its ring can take.
 class Memory_stream : public Data_stream {
   public:
-    /// The bytes stay the caller's.
+    /// The caller keeps the bytes alive.
     void read_from(const unsigned char* bytes, std::size_t count) {
         next_ = bytes;
         left_ = count;

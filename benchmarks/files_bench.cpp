@@ -47,7 +47,7 @@ void read_ini_with_Qt(benchmark::State& state) {
         file.write(ini_text());
     }
     for ([[maybe_unused]] auto _ : state) {
-        // A settings object of Qt's reads a file that it has not read before; what it has read it keeps for others.
+        // QSettings caches files that it has read; it reads a new copy again.
         QFile::remove(path + "2");
         QFile::copy(path, path + "2");
         QSettings settings(path + "2", QSettings::IniFormat);
@@ -61,11 +61,11 @@ void read_ini_with_Qt(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * key_count);
 }
 
-constexpr std::size_t piece_size = 500; // an epoch of a receiver's, about
+constexpr std::size_t piece_size = 500; // about one epoch of a receiver
 
 void log_traffic(benchmark::State& state) {
     constexpr auto source = logging_source_receiver;
-    // Switched on before it is told where its files are to be, it opens none and keeps history.
+    // Enabled before it has a folder for its files, it opens none and keeps history.
     [[maybe_unused]] static const bool keeps_history = [] {
         logging_source_enable(source, true);
         logging_source_configure(source, false, 60000, 4 << 20, ".", "bench", "raw", false);

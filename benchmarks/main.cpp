@@ -5,7 +5,7 @@
 #include <platform/Debug.h>
 
 int main(int argc, char** argv) {
-    // In turns, so that whatever else the machine does hits ours and the peer's alike. What the user says comes behind.
+    // Interleaved, so that other load affects ours and the peer's alike. The user's options follow and override these.
     std::vector<std::string> words = {argv[0], "--benchmark_repetitions=5", "--benchmark_min_time=0.1",
                                       "--benchmark_enable_random_interleaving=true"};
     words.insert(words.end(), argv + 1, argv + argc);

@@ -42,7 +42,7 @@ void parse(benchmark::State& state) {
     state.SetBytesProcessed(static_cast<std::int64_t>(parser.get_byte_counts().total()));
 }
 
-/// What no parser can do without: each byte copied into a ring's storage and out of it, each line end found.
+/// The least that every parser does: each byte copied into a ring's storage and out of it, each line end found.
 void copy_lines(benchmark::State& state) {
     unsigned char storage[4200], packet[4200];
     for ([[maybe_unused]] auto _ : state) {

@@ -1,4 +1,4 @@
-// Settings: kept, changed, brought back.
+// Settings: saved, changed, loaded.
 #include "Comparison.h"
 
 #include <glue/NV_store/NV_buffer_iterator.h>

@@ -1,4 +1,4 @@
-// What every byte and every event goes through on its way.
+// The steps of every byte and every event.
 #include "Comparison.h"
 
 #include <glue/data_stream/TCP_client_data_stream.h>
@@ -25,7 +25,7 @@
 namespace {
 
 constexpr unsigned piece_size = 100;
-constexpr std::int64_t pieces_at_once = 2000; // for what two threads do together: 200 kB
+constexpr std::int64_t pieces_at_once = 2000; // where two threads share the work: 200 kB
 
 // ---- A ring ----
 
@@ -57,7 +57,8 @@ void fill_ring_of_boosts(benchmark::State& state) {
 
 // ---- From thread to thread ----
 
-/// Measures pieces that one thread writes and another reads. `write` and `read` move one piece; false when they cannot.
+/// Measures pieces that one thread writes and another reads. `write` and `read` move one piece; they return false when
+/// they cannot.
 template <typename Write, typename Read>
 void measure_transfer(benchmark::State& state, Write write, Read read) {
     for ([[maybe_unused]] auto _ : state) {
@@ -131,7 +132,7 @@ void talk_through_a_pipe(benchmark::State& state) {
     close(ends[1]);
 }
 
-/// Waits for something that a thread of a stream will do; false when it does not within ten seconds.
+/// Waits for a condition that a stream's thread makes true. \return false when it did not within ten seconds
 template <typename Condition>
 bool comes_true(Condition condition) {
     for (const Atime limit = Atime::now() + 10000; !condition(); std::this_thread::yield()) {
@@ -195,7 +196,7 @@ void talk_over_sockets(benchmark::State& state) {
 
 constexpr int rounds_at_once = 1000;
 
-/// Measures rounds: a thread tells another, which answers. Each of the two waits for `take` of its own queue.
+/// Measures rounds: a thread notifies another, which answers. Each waits for `take` of its own queue.
 template <typename Queue>
 void measure_rounds(benchmark::State& state) {
     for ([[maybe_unused]] auto _ : state) {
@@ -245,7 +246,7 @@ struct Standard_queue {
     std::queue<waiter_event> events;
 };
 
-// ---- A lock that nobody else wants ----
+// ---- A lock without contention ----
 
 template <typename Lock>
 void take_lock(benchmark::State& state) {

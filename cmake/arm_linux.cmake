@@ -14,5 +14,5 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE BOTH) # the platform may be a package from elsewhere: CMAKE_PREFIX_PATH
 
-# What the build starts of the target's programs, above all the tests, it starts with this.
+# The build starts the target's programs, mainly the tests, with this.
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L ${CMAKE_SYSROOT})

@@ -5,13 +5,13 @@ function(glue_compile_settings target)
     if(CMAKE_SIZEOF_VOID_P EQUAL 4)
         # Files of more than 2 GiB and times after January 2038, as with 64 bits.
         target_compile_definitions(${target} PRIVATE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
-        target_compile_options(${target} PRIVATE -Wno-psabi) # notes that GCC 6 and older would pass some things otherwise
+        target_compile_options(${target} PRIVATE -Wno-psabi) # notes on arguments that GCC 6 and older pass differently
     endif()
     if(GLUE_WARNINGS_AS_ERRORS)
         target_compile_options(${target} PRIVATE -Werror)
     endif()
     if(GLUE_SANITIZE)
-        # Part of the interface of the libraries too: whoever links one of them needs the same runtime.
+        # Part of the interface of the libraries too: a program that links one of them needs the same runtime.
         target_compile_options(${target} PRIVATE -fsanitize=${GLUE_SANITIZE} -fno-omit-frame-pointer
                                                  -fno-sanitize-recover=all -g)
         target_link_options(${target} PUBLIC -fsanitize=${GLUE_SANITIZE})
@@ -20,7 +20,7 @@ function(glue_compile_settings target)
     if(CMAKE_CROSSCOMPILING_EMULATOR AND type STREQUAL EXECUTABLE)
         glue_run_in_emulator(${target})
     endif()
-    if(GLUE_FUZZ) # lets the fuzzer see which way an input takes
+    if(GLUE_FUZZ) # lets the fuzzer see which code an input reaches
         target_compile_options(${target} PRIVATE -fsanitize=fuzzer-no-link)
     endif()
 endfunction()
@@ -47,13 +47,12 @@ function(glue_test_compile_settings target)
         target_compile_options(${target} PRIVATE -O1)
     endif()
     if(GLUE_SANITIZE)
-        # Lines are enough for a report; where each variable of a test lives takes the compiler minutes to find out.
+        # Lines are enough for a report; the location of each variable takes the compiler minutes.
         target_compile_options(${target} PRIVATE -g1)
     endif()
 endfunction()
 
-# A script takes the program's place and runs it in the emulator: so it is started as any other, by people, shells and
-# tests, also by itself.
+# A script with the program's name runs it in the emulator: people, shells, tests and the program itself start it like any other.
 function(glue_run_in_emulator target)
     list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " emulator)
     set(script ${CMAKE_BINARY_DIR}/emulated/${target})

@@ -1,7 +1,7 @@
 #include <platform/Ascii_message.h>
 
-#include <clocale>
-#include <cstdio>
+#include <support/files/Decimal_comma.h>
+
 #include <gtest/gtest.h>
 #include <string>
 #include <string_view>
@@ -100,11 +100,9 @@ TEST(Ascii_message, other_text_is_0) {
 }
 
 TEST(Ascii_message, numbers_have_a_point_whatever_the_locale) {
-    const std::string before = std::setlocale(LC_ALL, nullptr);
-    if (!std::setlocale(LC_ALL, "de_DE.UTF-8") && !std::setlocale(LC_ALL, "fr_FR.UTF-8"))
-        std::puts("this machine has no locale with a decimal comma: checked in the present locale only");
+    const Decimal_comma locale;
+    ASSERT_TRUE(locale.is_set()) << locale.problem();
     EXPECT_EQ(number_in("1.5"), 1.5);
-    std::setlocale(LC_ALL, before.c_str());
 }
 
 } // namespace

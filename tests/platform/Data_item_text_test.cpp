@@ -1,8 +1,8 @@
 #include <platform/Data_item_text.h>
 
 #include <support/builders/Random.h>
+#include <support/files/Decimal_comma.h>
 
-#include <clocale>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -230,24 +230,9 @@ TYPED_TEST(Data_item_text_floating, bits_of_a_number_are_not_accepted_as_those_o
     EXPECT_TRUE(std::isnan(value));
 }
 
-/// Switches to a locale whose numbers have a decimal comma, if the machine has one.
-struct Decimal_comma {
-    Decimal_comma() : before(std::setlocale(LC_ALL, nullptr)) {
-        for (const char* const name : {"de_DE.UTF-8", "de_DE.utf8", "de_DE", "fr_FR.UTF-8", "fr_FR.utf8", "fr_FR",
-                                       "nl_NL.UTF-8", "es_ES.UTF-8", "it_IT.UTF-8", "pl_PL.UTF-8", "pt_BR.UTF-8"})
-            if (!is_there && std::setlocale(LC_ALL, name))
-                is_there = std::strcmp(std::localeconv()->decimal_point, ",") == 0;
-    }
-    ~Decimal_comma() { std::setlocale(LC_ALL, before.c_str()); }
-
-    std::string before;
-    bool is_there = false;
-};
-
 TEST(Data_item_text_locale, never_matters) {
     const Decimal_comma locale;
-    if (!locale.is_there)
-        GTEST_SKIP() << "this machine has no locale with a decimal comma to try";
+    ASSERT_TRUE(locale.is_set()) << locale.problem();
     EXPECT_EQ(text_of(1234567.5), "1234567.5");
     EXPECT_EQ(text_of(1234567), "1234567");
     EXPECT_EQ(value_of<double>("1.5"), 1.5);
