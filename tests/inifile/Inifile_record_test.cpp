@@ -5,6 +5,7 @@
 #include <support/files/Decimal_comma.h>
 
 #include <cmath>
+#include <cstring>
 #include <gtest/gtest.h>
 #include <limits>
 #include <string>

@@ -205,7 +205,7 @@ void Monitor::print_line(std::string_view text) {
 std::optional<Monitor::End> Monitor::flush() {
     if (!std::ferror(output_) && std::fflush(output_) == 0)
         return std::nullopt;
-    return interrupt_.has_come() ? End::interrupt : End::output_failed;
+    return interrupt_.is_requested() ? End::interrupt : End::output_failed;
 }
 
 Vesk_parser::Byte_counts Monitor::get_byte_counts() const {
