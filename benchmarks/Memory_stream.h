@@ -16,7 +16,7 @@ class Memory_stream : public Data_stream {
 
     using Data_stream::get_data;
     int get_data(int n) override {
-        const auto count = static_cast<unsigned>(std::min<std::size_t>(left_, rx_buffer.room()));
+        const auto count = static_cast<unsigned>(std::min<std::size_t>(left_, rx_buffer.free_space()));
         rx_buffer.append(next_, count);
         next_ += count;
         left_ -= count;

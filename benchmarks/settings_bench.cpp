@@ -99,33 +99,33 @@ void load_map(benchmark::State& state) {
 
 void change(benchmark::State& state) {
     Unit_settings settings;
-    int heard = 0;
-    QObject::connect(&settings.numbers.front(), qOverload<>(&NV_item::value_changed), [&] { ++heard; });
+    int notifications = 0;
+    QObject::connect(&settings.numbers.front(), qOverload<>(&NV_item::value_changed), [&] { ++notifications; });
     double value = 0;
     for ([[maybe_unused]] auto _ : state)
         settings.numbers.front().set(++value);
-    if (heard != state.iterations())
-        state.SkipWithError("changes were not heard of");
+    if (notifications != state.iterations())
+        state.SkipWithError("changes were not notifications of");
     state.SetItemsProcessed(state.iterations());
 }
 
 void change_property(benchmark::State& state) {
     QObject object;
-    int heard = 0;
-    QObject::connect(&object, &QObject::objectNameChanged, [&] { ++heard; });
+    int notifications = 0;
+    QObject::connect(&object, &QObject::objectNameChanged, [&] { ++notifications; });
     const QString names[] = {QStringLiteral("one"), QStringLiteral("other")};
     unsigned i = 0;
     for ([[maybe_unused]] auto _ : state)
         object.setObjectName(names[++i % 2]);
-    if (heard != state.iterations())
-        state.SkipWithError("changes were not heard of");
+    if (notifications != state.iterations())
+        state.SkipWithError("changes were not notifications of");
     state.SetItemsProcessed(state.iterations());
 }
 
 const Benchmarks settings{
     {"settings saved", save, "QDataStream writes a map of maps", save_map, 1e5, "a thousand in 10 ms"},
     {"settings loaded", load, "QDataStream reads a map of maps", load_map, 1e5, "a thousand in 10 ms, at start-up"},
-    {"change a setting and tell of it", change, "a property of a QObject", change_property, headroom * 1000,
+    {"change a setting and notify", change, "a property of a QObject", change_property, headroom * 1000,
      "a thousand a second, a hundred times over"},
 };
 

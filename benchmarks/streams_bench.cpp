@@ -114,9 +114,9 @@ void talk_in_process(benchmark::State& state) {
         state, [&] { return write_piece(pair.part_a()); },
         [&] {
             unsigned char piece[piece_size];
-            const bool came = reader.get_data(piece, piece_size, 0);
+            const bool received = reader.get_data(piece, piece_size, 0);
             reader.drop(piece_size);
-            return came;
+            return received;
         });
 }
 
@@ -134,7 +134,7 @@ void talk_through_a_pipe(benchmark::State& state) {
 
 /// Waits for a condition that a stream's thread makes true. \return false when it did not within ten seconds
 template <typename Condition>
-bool comes_true(Condition condition) {
+bool becomes_true(Condition condition) {
     for (const Atime limit = Atime::now() + 10000; !condition(); std::this_thread::yield()) {
         if (Atime::now() > limit)
             return false;
@@ -145,21 +145,21 @@ bool comes_true(Condition condition) {
 void talk_over_TCP(benchmark::State& state) {
     module_man modules;
     TCP_server_data_stream server(modules, 0);
-    if (!comes_true([&] { return server.local_port() > 0; })) {
+    if (!becomes_true([&] { return server.local_port() > 0; })) {
         state.SkipWithError("no port");
         return;
     }
     TCP_client_data_stream client(modules, "127.0.0.1", server.local_port(), 1000, 1000);
-    if (!comes_true([&] { return server.connection_count() == 1; })) {
+    if (!becomes_true([&] { return server.connection_count() == 1; })) {
         state.SkipWithError("no connection");
         return;
     }
     measure_transfer(
         state, [&] { return write_piece(server); },
         [&] {
-            const bool came = comes_true([&] { return client.bytes_avail() >= piece_size; });
+            const bool received = becomes_true([&] { return client.bytes_avail() >= piece_size; });
             client.drop(piece_size);
-            return came;
+            return received;
         });
 }
 

@@ -34,7 +34,8 @@ class Text_stream : public Data_stream {
     /// Appends the next piece to the ring. \return its size, 0 when nothing is left or the ring is full
     unsigned push() {
         const auto left = static_cast<unsigned>(text_.size() - position_);
-        const unsigned size = std::min({1 + static_cast<unsigned>(engine_()) % longest_piece_, left, rx_buffer.room()});
+        const unsigned size =
+            std::min({1 + static_cast<unsigned>(engine_()) % longest_piece_, left, rx_buffer.free_space()});
         rx_buffer.append(bytes_of(text_) + position_, size);
         position_ += size;
         return size;

@@ -271,7 +271,7 @@ bool NV_safe_file_iterator::create_unfinished() {
             return false;
     }
     errno = EBUSY;
-    return failed("another save is under way");
+    return failed("another save is in progress");
 }
 
 /// Locks and keeps a new file, unless another saver has removed it as a leftover meanwhile.
@@ -292,7 +292,7 @@ bool NV_safe_file_iterator::remove_leftover() const {
         return errno == ENOENT || failed("cannot look at a leftover");
     bool done = true;
     if (!lock_without_waiting(fd))
-        done = failed(errno == EWOULDBLOCK ? "another save is under way" : "cannot lock a leftover");
+        done = failed(errno == EWOULDBLOCK ? "another save is in progress" : "cannot lock a leftover");
     else if (is_unfinished_file(fd) && ::unlinkat(folder_, unfinished_.c_str(), 0) != 0)
         done = failed("cannot remove a leftover");
     ::close(fd);

@@ -30,7 +30,7 @@ bool Log_history::add(std::int64_t key, std::int64_t oldest, const unsigned char
         return false;
     while (!entries_->empty() && entries_->at(0).key < oldest)
         drop_oldest();
-    while (!entries_->empty() && data_->room() < count)
+    while (!entries_->empty() && data_->free_space() < count)
         drop_oldest();
     entry_for(key).bytes += count;
     data_->append(bytes, count);

@@ -29,7 +29,7 @@ std::shared_ptr<Log_file> Log_queue::release() {
 }
 
 bool Log_queue::append(const unsigned char* bytes, unsigned count) {
-    if (ring_->room() < count)
+    if (ring_->free_space() < count)
         return false;
     ring_->append(bytes, count);
     open_.bytes += count;

@@ -21,7 +21,7 @@ void String_builder_base::clear() {
 }
 
 bool String_builder_base::append(std::string_view text) {
-    const auto fitting = static_cast<unsigned>(std::min<std::size_t>(text.size(), room()));
+    const auto fitting = static_cast<unsigned>(std::min<std::size_t>(text.size(), free_space()));
     std::memcpy(storage_ + length_, text.data(), fitting);
     length_ += fitting;
     storage_[length_] = '\0';
@@ -31,14 +31,14 @@ bool String_builder_base::append(std::string_view text) {
 bool String_builder_base::append_format(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    const int needed = std::vsnprintf(storage_ + length_, room() + 1, format, arguments);
+    const int needed = std::vsnprintf(storage_ + length_, free_space() + 1, format, arguments);
     va_end(arguments);
     if (needed < 0) {
         storage_[length_] = '\0';
         return false;
     }
-    const bool all = static_cast<unsigned>(needed) <= room();
-    length_ += std::min(static_cast<unsigned>(needed), room());
+    const bool all = static_cast<unsigned>(needed) <= free_space();
+    length_ += std::min(static_cast<unsigned>(needed), free_space());
     return all;
 }
 
@@ -49,7 +49,7 @@ bool String_builder_base::append_ts() {
 unsigned String_builder_base::append_ascii_esc(const unsigned char* data, unsigned count) {
     for (unsigned i = 0; i < count; ++i) {
         const Readable_byte readable(data[i]);
-        if (readable.text().size() > room())
+        if (readable.text().size() > free_space())
             return i;
         append(readable.text());
     }

@@ -27,7 +27,7 @@ class TCP_connection {
     /// False after an error of the socket and after `stop_sending`.
     bool accepts_writes() const { return accepts_writes_; }
     /// Free space in the queue.
-    unsigned free_space() const { return queue_.room(); }
+    unsigned free_space() const { return queue_.free_space(); }
     /// Sends what the socket accepts at once and queues the rest; `len` is at most `free_space()`.
     void send(const unsigned char* data, unsigned len);
     /// Sends what the socket accepts of the queue.

@@ -258,7 +258,7 @@ unsigned TCP_server_base::Core::free_space() const {
     if (!ring)
         return UINT_MAX;
     const Mutex_guard guard(ring_lock);
-    return ring->room();
+    return ring->free_space();
 }
 
 void TCP_server_base::Core::wait_for_space(const Connection_ptr& connection) {

@@ -26,7 +26,7 @@ void log_in_pieces(String_builder<port_log_piece_size>& text, bool to_printer, c
             break;
         write_piece(text, to_printer);
     }
-    if (text.room() == 0)
+    if (text.free_space() == 0)
         write_piece(text, to_printer);
     text.append("\n");
     write_piece(text, to_printer);

@@ -11,10 +11,10 @@ namespace {
 using namespace NV_store;
 
 TEST(NV_container, virtual_operations_have_their_slots) {
-    constexpr std::size_t behind_those_of_an_item = 12 + 23;
-    EXPECT_EQ(vtable_slot(&NV_container::operator[]), behind_those_of_an_item);
-    EXPECT_EQ(vtable_slot(&NV_container::get_minmax), behind_those_of_an_item + 1);
-    EXPECT_EQ(vtable_slot(&NV_container::children_named), behind_those_of_an_item + 2);
+    constexpr std::size_t slots_of_an_item = 12 + 23;
+    EXPECT_EQ(vtable_slot(&NV_container::operator[]), slots_of_an_item);
+    EXPECT_EQ(vtable_slot(&NV_container::get_minmax), slots_of_an_item + 1);
+    EXPECT_EQ(vtable_slot(&NV_container::children_named), slots_of_an_item + 2);
 }
 
 // ---- Children ----

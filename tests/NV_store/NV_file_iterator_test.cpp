@@ -215,7 +215,7 @@ TEST_F(NV_file_iterator_test, descriptor_is_not_inherited_and_not_a_standard_one
     ::close(standard_input);
     ASSERT_TRUE(file.is_readable());
     for (int fd = 3; fd < 64; ++fd) {
-        if (is_open(fd) && name_behind(fd) == "settings") {
+        if (is_open(fd) && name_of(fd) == "settings") {
             EXPECT_EQ(fcntl(fd, F_GETFD), FD_CLOEXEC);
         }
     }

@@ -29,7 +29,7 @@ struct Tree_with_pointers : Settings_tree {
 class Pointers : public testing::Test {
   protected:
     /// The names of the pointers that are notified of a change of an item.
-    std::vector<std::string> told_of(NV_item* item) {
+    std::vector<std::string> notified_for(NV_item* item) {
         std::vector<std::string> names;
         QObject context;
         for (NV_pointer* pointer : {&tree.first, &tree.second, &tree.third})
@@ -131,31 +131,31 @@ TEST_F(Pointers, only_pointers_to_the_item_are_notified) {
     tree.first.set(&tree.speed, notify_all);
     tree.second.set(&tree.lamp, notify_all);
     tree.third.set(&tree.speed, notify_all);
-    EXPECT_THAT(told_of(&tree.speed), UnorderedElementsAre("first", "third"));
-    EXPECT_THAT(told_of(&tree.lamp), ElementsAre("second"));
-    EXPECT_THAT(told_of(&tree.guidance), IsEmpty());
-    EXPECT_THAT(told_of(nullptr), IsEmpty());
+    EXPECT_THAT(notified_for(&tree.speed), UnorderedElementsAre("first", "third"));
+    EXPECT_THAT(notified_for(&tree.lamp), ElementsAre("second"));
+    EXPECT_THAT(notified_for(&tree.guidance), IsEmpty());
+    EXPECT_THAT(notified_for(nullptr), IsEmpty());
 }
 
 TEST_F(Pointers, pointers_to_an_item_with_the_same_id_are_notified_on_purpose) {
     tree.first.set(&tree.speed, notify_all);           // id 1
     tree.second.set(&tree.guidance.width, notify_all); // id 1, in another container
-    EXPECT_THAT(told_of(&tree.speed), UnorderedElementsAre("first", "second"));
+    EXPECT_THAT(notified_for(&tree.speed), UnorderedElementsAre("first", "second"));
 }
 
 TEST_F(Pointers, pointers_without_a_target_are_not_notified) {
     tree.second.set(&tree.lamp, notify_all);
-    EXPECT_THAT(told_of(nullptr), UnorderedElementsAre("first", "third"));
+    EXPECT_THAT(notified_for(nullptr), UnorderedElementsAre("first", "third"));
 }
 
 TEST_F(Pointers, another_target_moves_a_pointer_in_the_registry) {
     tree.first.set(&tree.speed, notify_all);
-    EXPECT_THAT(told_of(&tree.speed), ElementsAre("first"));
+    EXPECT_THAT(notified_for(&tree.speed), ElementsAre("first"));
     tree.first.set(&tree.lamp, notify_all);
-    EXPECT_THAT(told_of(&tree.speed), IsEmpty());
-    EXPECT_THAT(told_of(&tree.lamp), ElementsAre("first"));
+    EXPECT_THAT(notified_for(&tree.speed), IsEmpty());
+    EXPECT_THAT(notified_for(&tree.lamp), ElementsAre("first"));
     tree.first.set_default(true);
-    EXPECT_THAT(told_of(&tree.lamp), IsEmpty());
+    EXPECT_THAT(notified_for(&tree.lamp), IsEmpty());
 }
 
 TEST_F(Pointers, notification_has_the_same_arguments) {
@@ -180,7 +180,7 @@ TEST_F(Pointers, listeners_may_change_targets) {
         pointer->set(&tree.speed, notify_all);
         on_change(*pointer, [pointer, this] { pointer->_set(&tree.lamp, notify_waiters); });
     }
-    told_of(&tree.speed);
+    notified_for(&tree.speed);
     for (const NV_pointer* pointer : {&tree.first, &tree.second, &tree.third})
         EXPECT_EQ(pointer->__get(), &tree.lamp) << pointer->get_name();
 }
@@ -190,9 +190,9 @@ TEST_F(Pointers, leave_and_join_the_registry) {
     EXPECT_FALSE(tree.add_pointer(&tree.first)) << "it is already in the registry";
     EXPECT_TRUE(tree.remove_pointer(&tree.first));
     EXPECT_FALSE(tree.remove_pointer(&tree.first));
-    EXPECT_THAT(told_of(&tree.speed), IsEmpty());
+    EXPECT_THAT(notified_for(&tree.speed), IsEmpty());
     EXPECT_TRUE(tree.add_pointer(&tree.first));
-    EXPECT_THAT(told_of(&tree.speed), ElementsAre("first"));
+    EXPECT_THAT(notified_for(&tree.speed), ElementsAre("first"));
     EXPECT_FALSE(tree.remove_pointer(nullptr));
 }
 
@@ -203,7 +203,7 @@ TEST_F(Pointers, leave_the_registry_when_destroyed) {
         tree.remove_child(&passing);
     }
     tree.first.set(&tree.speed, notify_all);
-    EXPECT_THAT(told_of(&tree.speed), ElementsAre("first"));
+    EXPECT_THAT(notified_for(&tree.speed), ElementsAre("first"));
 }
 
 TEST_F(Pointers, outlive_their_root) {
@@ -221,7 +221,7 @@ TEST_F(Pointers, outlive_their_target_unless_they_are_used) {
         tree.remove_child(&passing);
     }
     tree.first.set_default(true); // removed by its position in the registry, not by its target
-    EXPECT_THAT(told_of(nullptr), UnorderedElementsAre("first", "second", "third"));
+    EXPECT_THAT(notified_for(nullptr), UnorderedElementsAre("first", "second", "third"));
 }
 
 TEST_F(Pointers, copies_join_the_registry) {
@@ -232,10 +232,10 @@ TEST_F(Pointers, copies_join_the_registry) {
         EXPECT_EQ(copy.__get(), &tree.speed);
         EXPECT_TRUE(copy.is_in_tree());
         on_change(copy, [&] { ++notified; });
-        EXPECT_THAT(told_of(&tree.speed), ElementsAre("first"));
+        EXPECT_THAT(notified_for(&tree.speed), ElementsAre("first"));
         EXPECT_EQ(notified, 1);
     }
-    EXPECT_THAT(told_of(&tree.speed), ElementsAre("first"));
+    EXPECT_THAT(notified_for(&tree.speed), ElementsAre("first"));
 }
 
 TEST_F(Pointers, free_standing_ones_are_in_no_registry) {
@@ -243,7 +243,7 @@ TEST_F(Pointers, free_standing_ones_are_in_no_registry) {
     pointer.set(&tree.speed, notify_all);
     EXPECT_EQ(pointer.get(), &tree.speed);
     EXPECT_FALSE(pointer.is_in_tree());
-    EXPECT_THAT(told_of(&tree.speed), IsEmpty());
+    EXPECT_THAT(notified_for(&tree.speed), IsEmpty());
 }
 
 TEST_F(Pointers, are_notified_as_in_a_simple_model) {
@@ -305,8 +305,8 @@ TEST_F(Pointers, loading_moves_them_in_the_registry) {
     tree.third.set(&tree.lamp, notify_all);
     Settings_bytes it(Record_builder().path(11, {3, 0}));
     EXPECT_TRUE(tree.first.deserialise(&it));
-    EXPECT_THAT(told_of(&tree.speed), IsEmpty());
-    EXPECT_THAT(told_of(&tree.lamp), UnorderedElementsAre("first", "third"));
+    EXPECT_THAT(notified_for(&tree.speed), IsEmpty());
+    EXPECT_THAT(notified_for(&tree.lamp), UnorderedElementsAre("first", "third"));
 }
 
 TEST_F(Pointers, loading_twice_drops_the_first_path) {

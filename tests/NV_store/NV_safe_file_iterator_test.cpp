@@ -609,7 +609,7 @@ TEST_F(NV_safe_file_iterator_test, second_saver_is_refused_until_the_first_is_do
     EXPECT_TRUE(first.push_bytes(&byte, 1));
     const Captured_debug debug;
     expect_refusal();
-    EXPECT_THAT(debug.text(), HasSubstr("another save is under way"));
+    EXPECT_THAT(debug.text(), HasSubstr("another save is in progress"));
     EXPECT_TRUE(first.commit());
     EXPECT_EQ(folder.content_of("settings"), "1");
     EXPECT_TRUE(file.save(tree, all));

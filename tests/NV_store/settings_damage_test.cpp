@@ -26,7 +26,7 @@ struct Stored_settings {
     /// The offsets of a container's opening header, content and checksum, and its leaves.
     struct Container {
         std::size_t begin, within, checksum, end;
-        std::size_t first_leaf, behind_leaves;
+        std::size_t first_leaf, end_leaf;
         std::string name;
     };
 
@@ -102,7 +102,7 @@ TEST(Settings_damage, every_flipped_bit_is_noticed_and_affects_only_its_containe
             continue;
         for (std::size_t leaf = 0; leaf < container.first_leaf; ++leaf)
             EXPECT_EQ(values[leaf], stored.values[leaf]) << "leaf " << leaf;
-        for (std::size_t leaf = container.behind_leaves; leaf < values.size(); ++leaf)
+        for (std::size_t leaf = container.end_leaf; leaf < values.size(); ++leaf)
             EXPECT_EQ(values[leaf], stored.defaults[leaf]) << "leaf " << leaf;
     }
 }
@@ -122,7 +122,7 @@ TEST(Settings_damage, damaged_value_or_checksum_sets_the_container_to_its_defaul
         EXPECT_FALSE(tree.load(damaged).intact);
         const auto& container = stored.innermost(place);
         const Values values = tree.values();
-        for (std::size_t leaf = container.first_leaf; leaf < container.behind_leaves; ++leaf)
+        for (std::size_t leaf = container.first_leaf; leaf < container.end_leaf; ++leaf)
             EXPECT_EQ(values[leaf], stored.defaults[leaf]) << "leaf " << leaf;
         EXPECT_THAT(debug.text(), HasSubstr("NV_store CRC32 Check "));
         EXPECT_THAT(debug.text(), HasSubstr(" for " + container.name + "\n"));
@@ -155,8 +155,7 @@ TEST(Settings_damage, file_cut_anywhere_keeps_the_values_before_the_cut) {
             bool kept =
                 leaf == Nested_settings::pointer_leaf ? values[leaf] == stored.values[leaf] : ends[leaf] <= length;
             for (const auto* container : {&stored.settings, &stored.outer, &stored.inner, &stored.entries})
-                if (leaf >= container->first_leaf && leaf < container->behind_leaves &&
-                    cuts_checksum(*container, length))
+                if (leaf >= container->first_leaf && leaf < container->end_leaf && cuts_checksum(*container, length))
                     kept = false;
             EXPECT_EQ(values[leaf], kept ? stored.values[leaf] : stored.defaults[leaf]) << "leaf " << leaf;
         }

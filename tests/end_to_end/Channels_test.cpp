@@ -101,7 +101,7 @@ class Connection {
                 const std::size_t accepted = to.write(piece.data() + written, count - written);
                 written += accepted;
                 if (accepted == 0)
-                    to.wait_for_room();
+                    to.wait_for_free_space();
             }
         }
     }

@@ -38,7 +38,7 @@ for ((i = 0; i < size; i += 3)); do
     expect_failure 1 "a file of $i bytes" "$example" "$file" wheelbase=1
     cmp <(head -c "$i" "$folder/good") "$file"
 done
-[[ $(ls "$folder") == $'complained\ngood\nmachine\nsaid' ]] || { echo "left something behind" && exit 1; }
+[[ $(ls "$folder") == $'errors\ngood\nmachine\nprinted' ]] || { echo "a file is left over" && exit 1; }
 cp "$folder/good" "$file"
 expect "a " "$("$example" "$file")"
 echo "kept, and all damage reported"

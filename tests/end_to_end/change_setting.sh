@@ -46,5 +46,5 @@ before=$(cat "$file")
 ! "$example" "$file" display contrast 1 2>/dev/null || { echo "changed a key that is not there" && exit 1; }
 ! "$example" "$folder/missing.ini" display contrast 1 2>/dev/null || { echo "changed a missing file" && exit 1; }
 diff <(echo "$before") "$file"
-[[ $(ls "$folder") == unit.ini ]] || { echo "left something behind" && exit 1; }
+[[ $(ls "$folder") == unit.ini ]] || { echo "a file is left over" && exit 1; }
 echo "one value changed, the rest unchanged"

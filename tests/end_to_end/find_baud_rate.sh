@@ -28,14 +28,14 @@ mkfifo "$folder/silence"
 open_line silent "open:$folder/silence"
 open_line noisy "exec:$simulator --rate 50 --corrupt 1" # not one good checksum
 for name in silent noisy; do
-    "$example" "$folder/$name" 38400 >"$folder/said_of_$name" &
+    "$example" "$folder/$name" 38400 >"$folder/output_of_$name" &
     listeners+=($!)
 done
 for listener in "${listeners[@]}"; do
     ! wait "$listener" || { echo "a receiver where none is" && exit 1; }
 done
-expect "38400 baud: nothing" "$(cat "$folder/said_of_silent")"
-expect "38400 baud: noise" "$(cat "$folder/said_of_noisy")"
+expect "38400 baud: nothing" "$(cat "$folder/output_of_silent")"
+expect "38400 baud: noise" "$(cat "$folder/output_of_noisy")"
 expect_rate silent 4800
 expect_rate noisy 4800
 

@@ -27,7 +27,7 @@ struct Small_ring : testing::Test {
 TEST_F(Small_ring, starts_empty) {
     EXPECT_TRUE(ring.empty());
     EXPECT_EQ(ring.size(), 0U);
-    EXPECT_EQ(ring.room(), capacity);
+    EXPECT_EQ(ring.free_space(), capacity);
     EXPECT_EQ(ring.head(), 0U);
     EXPECT_EQ(ring.tail(), 0U);
 }

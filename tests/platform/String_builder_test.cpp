@@ -15,7 +15,7 @@ TEST(String_builder_test, starts_empty_and_terminated) {
     const String_builder<5> text;
     EXPECT_STREQ(text.text(), "");
     EXPECT_EQ(text.length(), 0U);
-    EXPECT_EQ(text.room(), 5U);
+    EXPECT_EQ(text.free_space(), 5U);
 }
 
 TEST(String_builder_test, holds_as_many_characters_as_its_capacity) {
@@ -23,7 +23,7 @@ TEST(String_builder_test, holds_as_many_characters_as_its_capacity) {
     EXPECT_TRUE(text.append("abc"));
     EXPECT_TRUE(text.append("de"));
     EXPECT_STREQ(text.text(), "abcde");
-    EXPECT_EQ(text.room(), 0U);
+    EXPECT_EQ(text.free_space(), 0U);
     EXPECT_TRUE(text.append(""));
     EXPECT_FALSE(text.append("f"));
     EXPECT_EQ(text.view(), "abcde");

@@ -38,11 +38,11 @@ struct Watched_changes {
             return std::nullopt;
         };
         calls.fsync = [before](int fd) {
-            before("sync " + name_behind(fd));
+            before("sync " + name_of(fd));
             return std::nullopt;
         };
         transfers.write = [before](int fd) {
-            before("write " + name_behind(fd));
+            before("write " + name_of(fd));
             return std::nullopt;
         };
     }

@@ -292,7 +292,7 @@ TEST_F(pcf, closing_reports_when_the_medium_may_have_lost_the_bytes) {
         ASSERT_TRUE(pcfCreateWrite("a", nullptr));
         calls.fsync = [&](int fd) {
             errno = EIO;
-            return (name_behind(fd) == "a") == (failing == std::string("a")) ? std::optional(-1) : std::nullopt;
+            return (name_of(fd) == "a") == (failing == std::string("a")) ? std::optional(-1) : std::nullopt;
         };
         EXPECT_FALSE(pcfCloseWrite(-1)) << failing;
         calls.fsync = nullptr;

@@ -195,14 +195,14 @@ TEST_F(Receiver_input_fifo, whose_writer_has_closed_is_read_to_the_end) {
 // ---- Terminal lines ----
 
 TEST_F(Receiver_input_terminal, passes_every_byte_unchanged) {
-    const Pty_pair line(Pty_pair::as_it_comes);
+    const Pty_pair line(Pty_pair::system_settings);
     ASSERT_TRUE(input->open_device(line.path()));
     line.send(all_bytes());
     expect_bytes(all_bytes());
 }
 
 TEST_F(Receiver_input_terminal, echoes_nothing) {
-    const Pty_pair line(Pty_pair::as_it_comes);
+    const Pty_pair line(Pty_pair::system_settings);
     ASSERT_TRUE(input->open_device(line.path()));
     line.send("bytes\n");
     expect_bytes("bytes\n");
@@ -222,7 +222,7 @@ TEST_F(Receiver_input_terminal, keeps_its_speed) {
 }
 
 TEST_F(Receiver_input_terminal, gets_its_settings_restored) {
-    const Pty_pair line(Pty_pair::as_it_comes);
+    const Pty_pair line(Pty_pair::system_settings);
     const termios before = settings_of(line.slave());
     ASSERT_TRUE(input->open_device(line.path()));
     const termios meanwhile = settings_of(line.slave());

@@ -100,7 +100,7 @@ TEST(receiver_monitor, reads_a_file) {
 }
 
 TEST(receiver_monitor, reads_a_terminal_line_and_restores_its_settings) {
-    const Pty_pair tty(Pty_pair::as_it_comes);
+    const Pty_pair tty(Pty_pair::system_settings);
     termios before{};
     tcgetattr(tty.slave(), &before);
     const std::string frame_to_mangle = build_frame("~~", "\r\n\x03\x04"); // line ends, interrupt, end of file

@@ -36,5 +36,5 @@ unsigned int Queue_end::receive_whole(const unsigned char* data, unsigned int le
 
 unsigned int Queue_end::free_space() {
     const std::lock_guard guard(mutex_);
-    return rx_buffer.room();
+    return rx_buffer.free_space();
 }

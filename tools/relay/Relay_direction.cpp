@@ -66,9 +66,9 @@ bool Relay_direction::write() {
 /// A `Posix_threaded_data_stream` drops bytes when nobody reads them for half a second. It is paused earlier, while
 /// there is still free space for the bytes that its thread has read already.
 void Relay_direction::apply_back_pressure() {
-    if (!paused_ && buffer_.room() < pause_below) {
+    if (!paused_ && buffer_.free_space() < pause_below) {
         paused_ = source_.stream.pause();
-    } else if (paused_ && buffer_.room() > resume_above) {
+    } else if (paused_ && buffer_.free_space() > resume_above) {
         source_.stream.resume();
         paused_ = false;
     }

@@ -273,7 +273,7 @@ int Posix_threaded_data_stream::_write(const unsigned char* data, unsigned int l
         const std::lock_guard guard(tx_lock_);
         written = write_at_once(data, len);
         const unsigned int rest = len - written;
-        dropped = packet && rest > tx_ring_.room();
+        dropped = packet && rest > tx_ring_.free_space();
         if (!dropped)
             queued = tx_ring_.append(data + written, rest);
     }
@@ -341,7 +341,7 @@ void Posix_threaded_data_stream::queue_when_it_fits(const unsigned char* data, u
 
 unsigned int Posix_threaded_data_stream::free_transmit_space() {
     const std::lock_guard guard(tx_lock_);
-    return tx_ring_.room();
+    return tx_ring_.free_space();
 }
 
 // ---- The congestion rule ----

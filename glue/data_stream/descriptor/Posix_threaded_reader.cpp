@@ -320,7 +320,7 @@ void Posix_threaded_data_stream::Reader::deliver(const unsigned char* bytes, uns
 
 bool Posix_threaded_data_stream::Reader::deliver_at_once(const unsigned char* bytes, unsigned int count) {
     const std::lock_guard guard(stream_);
-    if (stream_.rx_buffer.room() < count)
+    if (stream_.rx_buffer.free_space() < count)
         return false;
     stream_.rx_buffer.append(bytes, count);
     stream_.send_rx_event(false);

@@ -72,7 +72,7 @@ int TCP_client_data_stream::_write(const unsigned char* data, unsigned int len) 
     const std::lock_guard guard(mutex_);
     const unsigned int sent = tx_queue_.empty() ? send_at_once(data, len) : 0;
     const unsigned int rest = len - sent;
-    if (rest > tx_queue_.room())
+    if (rest > tx_queue_.free_space())
         return static_cast<int>(sent);
     if (tx_queue_.append(data + sent, rest) > 0)
         notify_write_data_avail();

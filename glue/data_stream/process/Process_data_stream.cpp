@@ -210,7 +210,7 @@ int Process_data_stream::wait_for_output() {
 /// How many bytes may be read at once.
 unsigned int Process_data_stream::free_space() {
     const std::lock_guard guard(mutex_);
-    return std::min(rx_buffer.room(), piece_size);
+    return std::min(rx_buffer.free_space(), piece_size);
 }
 
 /// Moves output into the ring and sends an event, also when the ring is full: without free space, a read of 0 bytes is

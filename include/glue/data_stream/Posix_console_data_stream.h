@@ -8,7 +8,7 @@
 /// are shown unchanged.
 ///
 ///     const std::unique_ptr<Posix_console_data_stream> console(Posix_console_data_stream::create("cons:"));
-///     console->set_rx_callback([] { look_for_keys(); });
+///     console->set_rx_callback([] { handle_keys(); });
 ///     console->printf("Press q to leave\r\n");
 ///
 /// While it lives, the terminal of standard input neither buffers lines nor echoes, and standard input does

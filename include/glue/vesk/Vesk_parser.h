@@ -87,7 +87,7 @@ class GLUE_EXPORT Vesk_parser {
     Vesk_parser(const Vesk_parser&) = delete;
     Vesk_parser& operator=(const Vesk_parser&) = delete;
 
-    /// Starts anew: drops the bytes that the stream has buffered, and expects the start of a frame.
+    /// Restarts: drops the bytes that the stream has buffered, and expects the start of a frame.
     void init();
     /// The same with another stream.
     void init(Data_stream* stream);

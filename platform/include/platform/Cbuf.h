@@ -40,7 +40,7 @@ class Cbuf_templ {
     /// Elements buffered.
     Index size() const { return full() ? capacity_ : (tail_ - head_ + capacity_) % capacity_; }
     /// Free space, in elements.
-    Index room() const { return capacity_ - size(); }
+    Index free_space() const { return capacity_ - size(); }
     Index head() const { return head_; }
     Index tail() const { return tail_; }
     /// Whether the used elements reach the end of the storage, so that more of them may continue at its start.

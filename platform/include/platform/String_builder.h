@@ -18,7 +18,7 @@ class String_builder_base {
     const char* text() const { return storage_; }
     unsigned length() const { return length_; }
     /// Free space, in characters.
-    unsigned room() const { return capacity_ - length_; }
+    unsigned free_space() const { return capacity_ - length_; }
     std::string_view view() const { return {storage_, length_}; }
 
     void clear();

@@ -308,13 +308,14 @@ TEST_F(Copy_test, holds_only_the_source_s_lock) {
     source.use_lock();
     destination.use_lock();
     source.receive("abc");
-    bool as_told = false;
+    bool locked_as_documented = false;
     destination.on_write = [&](const unsigned char*, unsigned len) {
-        as_told = source.lock.owner_thread() == QThread::currentThreadId() && !destination.lock.owner_thread();
+        locked_as_documented =
+            source.lock.owner_thread() == QThread::currentThreadId() && !destination.lock.owner_thread();
         return static_cast<int>(len);
     };
     EXPECT_EQ(destination.write(source), 3);
-    EXPECT_TRUE(as_told);
+    EXPECT_TRUE(locked_as_documented);
 }
 
 TEST_F(Copy_test, keeps_every_byte_in_order_for_random_rings) {

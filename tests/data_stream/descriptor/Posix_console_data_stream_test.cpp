@@ -69,7 +69,7 @@ class Child {
 };
 
 struct Posix_console_data_stream_test : testing::Test {
-    Pty_pair terminal{Pty_pair::as_it_comes};
+    Pty_pair terminal{Pty_pair::system_settings};
     const termios before = attributes();
     std::unique_ptr<Child> child;
 

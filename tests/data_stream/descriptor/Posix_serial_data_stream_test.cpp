@@ -22,7 +22,7 @@ termios settings_of(int fd) {
 }
 
 struct Posix_serial_data_stream_test : testing::Test {
-    Pty_pair terminal{Pty_pair::as_it_comes};
+    Pty_pair terminal{Pty_pair::system_settings};
     Posix_serial_data_stream stream;
 
     /// "DSPosSer(address)", or with a path, cut to the size of a description.

@@ -131,7 +131,7 @@ TEST_F(Posix_threaded_data_stream_failures, a_line_that_is_gone_is_reported_once
     write_all(near, "abc");
     EXPECT_TRUE(eventually([&] { return reader.bytes_avail() == 3; }));
     close(near);
-    EXPECT_TRUE(is_said(message + message)); // gone again, which is reported again
+    EXPECT_TRUE(is_reported(message + message)); // gone again, which is reported again
 }
 
 TEST_F(Posix_threaded_data_stream_failures, every_error_of_a_line_that_is_gone_is_end_of_file) {
@@ -183,7 +183,7 @@ TEST_F(Posix_threaded_data_stream_failures, reads_that_signals_interrupt_are_rep
     };
     arrive("abc");
     stream.start();
-    ASSERT_TRUE(is_said("read(), Posix_data_stream::get_data: Interrupted system call\n"));
+    ASSERT_TRUE(is_reported("read(), Posix_data_stream::get_data: Interrupted system call\n"));
     EXPECT_TRUE(process_rests());
     interrupted = false;
     EXPECT_TRUE(receives(3));
@@ -195,7 +195,7 @@ TEST_F(Posix_threaded_data_stream_failures, reads_that_signals_interrupt_are_rep
 TEST_F(Posix_threaded_data_stream_failures, a_folder_is_reported_once_and_is_not_at_end_of_file) {
     Threaded_stream reader(open("/", O_RDONLY | O_CLOEXEC), -1);
     reader.start();
-    ASSERT_TRUE(is_said("read(), Posix_data_stream::get_data: Is a directory\n"));
+    ASSERT_TRUE(is_reported("read(), Posix_data_stream::get_data: Is a directory\n"));
     EXPECT_TRUE(process_rests());
     reader.stop();
     EXPECT_EQ(reader.ends_of_file, 0);
@@ -208,7 +208,7 @@ TEST_F(Posix_threaded_data_stream_failures, a_descriptor_that_the_test_closes_is
     const int kept = dup(fd);
     close(fd);
     stream.start();
-    ASSERT_TRUE(is_said(message));
+    ASSERT_TRUE(is_reported(message));
     EXPECT_TRUE(process_rests());
     EXPECT_EQ(errors.text(), message);
 
@@ -227,7 +227,7 @@ TEST_F(Posix_threaded_data_stream_failures, a_descriptor_that_was_replaced_durin
     };
     stream.start();
     EXPECT_TRUE(eventually([&] { return waits > 1; }));
-    EXPECT_TRUE(is_said("select(), Posix_data_stream::get_data: Cannot allocate memory\n"));
+    EXPECT_TRUE(is_reported("select(), Posix_data_stream::get_data: Cannot allocate memory\n"));
     stream.stop();
 }
 
@@ -306,7 +306,7 @@ TEST_F(Posix_threaded_data_stream_failures, a_descriptor_too_high_for_select_is_
     reader.set_write_buffering(true);
     arrive("abc");
     reader.start();
-    EXPECT_TRUE(is_said(report_of_high_descriptor(reader.get_description(), fd)));
+    EXPECT_TRUE(is_reported(report_of_high_descriptor(reader.get_description(), fd)));
     EXPECT_TRUE(process_rests());
     reader.wake();
     EXPECT_TRUE(process_rests());
@@ -325,7 +325,7 @@ TEST_F(Posix_threaded_data_stream_failures, queued_bytes_for_a_descriptor_too_hi
     writer.start();
     const std::string bytes(70000, 'x'); // more than the pipe holds
     write_bytes(writer, bytes);
-    EXPECT_TRUE(is_said(report_of_high_descriptor(writer.get_description(), fd)));
+    EXPECT_TRUE(is_reported(report_of_high_descriptor(writer.get_description(), fd)));
     write_bytes(writer, bytes);
     EXPECT_TRUE(process_rests());
     writer.stop();
@@ -339,7 +339,7 @@ TEST_F(Posix_threaded_data_stream_failures,
     const int request_pipe = next_descriptor();
     Threaded_stream reader(fd, -1);
     reader.start();
-    EXPECT_TRUE(is_said(report_of_high_descriptor(reader.get_description(), request_pipe)));
+    EXPECT_TRUE(is_reported(report_of_high_descriptor(reader.get_description(), request_pipe)));
     arrive("abc");
     EXPECT_TRUE(eventually([&] { return reader.bytes_avail() == 3; }));
     reader.pause();

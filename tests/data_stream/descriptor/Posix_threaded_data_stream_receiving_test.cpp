@@ -124,7 +124,7 @@ TEST_F(Posix_threaded_data_stream_overrun, full_events_report_what_fits_and_the_
 TEST_F(Posix_threaded_data_stream_overrun, after_500_attempts_the_rest_of_the_chunk_is_lost) {
     arrive(bytes);
     stream.start();
-    ASSERT_TRUE(is_said(too_slow));
+    ASSERT_TRUE(is_reported(too_slow));
     EXPECT_EQ(codes_after_the_plain_ones(), (Codes{1, 1}));
     EXPECT_EQ(delays.count, 500);
     EXPECT_EQ(delays.milliseconds, 500);
@@ -147,7 +147,7 @@ TEST_F(Posix_threaded_data_stream_overrun, any_free_space_restarts_the_count_of_
 TEST_F(Posix_threaded_data_stream_overrun, an_unread_stream_receives_again_once_it_is_read) {
     arrive(bytes);
     stream.start();
-    ASSERT_TRUE(is_said(too_slow));
+    ASSERT_TRUE(is_reported(too_slow));
     stream.drop_all();
     arrive("abc");
     ASSERT_TRUE(receives(3));
@@ -159,7 +159,7 @@ TEST_F(Posix_threaded_data_stream_receiving, waits_about_half_a_second_for_a_slo
     arrive(numbered(ring_size + 1));
     const Stopwatch watch;
     stream.start();
-    ASSERT_TRUE(is_said(too_slow));
+    ASSERT_TRUE(is_reported(too_slow));
     EXPECT_GE(watch.elapsed(), milliseconds(490));
 }
 
@@ -276,7 +276,7 @@ TEST_F(Posix_threaded_data_stream_receiving, a_quiet_waiter_is_notified_only_of_
     stream.reg_rx_waiter(waiter, true);
     arrive(numbered(ring_size + 1));
     stream.start();
-    ASSERT_TRUE(is_said(too_slow));
+    ASSERT_TRUE(is_reported(too_slow));
     stream.stop();
     EXPECT_EQ(waiter.codes(), (Codes{1, 1})); // the ring is full; a byte was lost
 }

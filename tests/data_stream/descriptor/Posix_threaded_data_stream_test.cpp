@@ -8,7 +8,7 @@
 #include <support/checks/waiting.h>
 #include <support/fakes/Captured_descriptor.h>
 #include <support/fakes/Recording_waiter.h>
-#include <support/faults/No_room_for_threads.h>
+#include <support/faults/No_new_threads.h>
 #include <support/faults/Replaced_calls.h>
 #include <support/files/Temporary_folder.h>
 #include <support/files/descriptors.h>
@@ -319,7 +319,7 @@ TEST_F(Posix_threaded_data_stream_test, a_thread_that_must_stop_reads_nothing_mo
 TEST_F(Posix_threaded_data_stream_test, a_thread_that_cannot_be_started_is_reported) {
     std::string printed;
     {
-        const No_room_for_threads no_room;
+        const No_new_threads no_room;
         const Captured_descriptor errors(STDERR_FILENO);
         stream.start();
         printed = errors.text();

@@ -288,7 +288,7 @@ TEST_F(File_data_stream_closing, syncs_the_written_bytes_after_flushing_them) {
     Replaced_file_calls calls;
     std::vector<std::string> contents_at_sync;
     calls.fsync = [&](int fd) {
-        contents_at_sync.push_back(folder.content_of(name_behind(fd)));
+        contents_at_sync.push_back(folder.content_of(name_of(fd)));
         return std::nullopt;
     };
     ASSERT_TRUE(stream.open_write(folder.path("f").c_str()));

@@ -11,7 +11,7 @@
 #include <support/fakes/Captured_descriptor.h>
 #include <support/fakes/Recording_waiter.h>
 #include <support/faults/Limited_descriptors.h>
-#include <support/faults/No_room_for_threads.h>
+#include <support/faults/No_new_threads.h>
 #include <support/faults/Replaced_calls.h>
 #include <support/faults/Replaced_process_calls.h>
 #include <support/faults/Signal_disposition.h>
@@ -274,7 +274,7 @@ TEST_F(Process_data_stream_starting, without_a_free_process_fails_and_keeps_no_d
 
 TEST_F(Process_data_stream_starting, without_a_free_thread_fails_and_leaves_no_child) {
     {
-        const No_room_for_threads no_room;
+        const No_new_threads no_room;
         EXPECT_FALSE(run(echo()));
     }
     expect_not_started();

@@ -49,7 +49,7 @@ int copy_too_high_for_select(int fd) {
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
     if (limit.rlim_cur < enough)
-        limit_descriptors(std::min(limit.rlim_max, enough));
+        limit_descriptors(static_cast<unsigned long>(std::min(limit.rlim_max, enough)));
     const int copy = fcntl(fd, F_DUPFD_CLOEXEC, FD_SETSIZE);
     EXPECT_GE(copy, FD_SETSIZE) << "this system allows no descriptor above those that select knows";
     return copy;

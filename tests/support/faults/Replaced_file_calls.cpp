@@ -38,7 +38,7 @@ Replaced_file_calls::~Replaced_file_calls() {
     replaced = nullptr;
 }
 
-std::string name_behind(int fd) {
+std::string name_of(int fd) {
     return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fd)).filename().string();
 }
 

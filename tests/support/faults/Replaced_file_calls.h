@@ -44,4 +44,4 @@ class Replaced_file_calls {
 };
 
 /// The name of the file or folder that a descriptor is open on, without its path.
-std::string name_behind(int fd);
+std::string name_of(int fd);

@@ -12,7 +12,7 @@ std::optional<int> as_int(Watched_file_calls::Answer answer) {
     return answer ? std::optional(static_cast<int>(*answer)) : std::nullopt;
 }
 
-std::string path_behind(int fd) {
+std::string path_of(int fd) {
     char path[4096];
     const ssize_t length = ::readlink(("/proc/self/fd/" + std::to_string(fd)).c_str(), path, sizeof path);
     return length < 0 ? std::string() : std::string(path, static_cast<std::size_t>(length));
@@ -51,7 +51,7 @@ Watched_file_calls::Watched_file_calls(const std::string& folder, Decision decis
 Watched_file_calls::Answer Watched_file_calls::by_descriptor(const char* what, int fd, long number, std::string bytes) {
     if (deciding_ || fd < 0)
         return std::nullopt;
-    const std::string path = path_behind(fd);
+    const std::string path = path_of(fd);
     if (path.compare(0, folder_.size(), folder_) != 0)
         return std::nullopt;
     return decide({what, fs::path(path).filename().string(), fd, std::move(bytes), "", number});

@@ -25,7 +25,7 @@ struct Receiving_stream : testing::Test {
         return eventually([&] { return stream.bytes_avail() == count; });
     }
     /// Waits until exactly `text` has been written to standard error.
-    bool is_said(const std::string& text) const {
+    bool is_reported(const std::string& text) const {
         return eventually([&] { return errors.text() == text; });
     }
 };

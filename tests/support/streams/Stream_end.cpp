@@ -68,7 +68,7 @@ void Stream_end::wait_for_bytes() {
     }
 }
 
-void Stream_end::wait_for_room() {
+void Stream_end::wait_for_free_space() {
     if (const auto* const posix = dynamic_cast<Posix_data_stream*>(stream_.get()))
         wait_for(posix->get_write_fd(), POLLOUT);
     else

@@ -35,7 +35,7 @@ class Stream_end {
 
     /// Wait until bytes can be read or written; only for a short time, because not every kind of stream notifies.
     void wait_for_bytes();
-    void wait_for_room();
+    void wait_for_free_space();
 
   private:
     std::unique_lock<std::mutex> exclusive_use();

@@ -53,7 +53,7 @@ bool Transfer::write_piece(const unsigned char* bytes, std::size_t count) {
     while (count > 0 && patience.lasts()) {
         const std::size_t accepted = from_.write(bytes, count);
         if (accepted == 0) {
-            from_.wait_for_room();
+            from_.wait_for_free_space();
             continue;
         }
         bytes += accepted;

@@ -10,9 +10,9 @@
 /// end would then end the test with SIGHUP, so this signal is ignored while the object lives.
 class Pty_pair {
   public:
-    enum Mode { raw, as_it_comes };
+    enum Mode { raw, system_settings };
 
-    /// With `raw`, bytes pass unchanged and are not echoed; with `as_it_comes`, the system's settings stay.
+    /// With `raw`, bytes pass unchanged and are not echoed; with `system_settings`, the system's settings stay.
     explicit Pty_pair(Mode mode = raw);
     ~Pty_pair();
     Pty_pair(const Pty_pair&) = delete;
