@@ -79,8 +79,7 @@ std::vector<std::string> lines_of(const std::string& text) {
 /// bytes, changed frames, and unchanged frames that are merged. It merges with the frame after it in two cases:
 /// - it has no line end of its own, so its end and the frame's beginning cannot be recognised;
 /// - a part of it looks like a header, and by chance a line end is where that header's length ends: then all bytes up
-/// to
-///   there look like one frame.
+///   to there look like one frame.
 class Disturbed_stream {
   public:
     Disturbed_stream(const Options& options, int epochs) : options_(options), bytes_(bytes_of(options, epochs)) {

@@ -38,8 +38,8 @@ class Traffic_recorder {
     Traffic_recorder(const Traffic_recorder&) = delete;
     Traffic_recorder& operator=(const Traffic_recorder&) = delete;
 
-    /// Switches on unless the options delay that. \return false when the file cannot be opened, which the source
-    /// reports
+    /// Switches on unless the options delay that.
+    /// \return false when the file cannot be opened, which the source reports
     bool start();
 
     /// When the file cannot be opened, the source reports it on standard error, and the recorder stays off.

@@ -34,8 +34,7 @@ class Command_interpreter {
 
     /// Obeys a line, given without its line end.
     /// \return the reply as a whole message: "RE" when the line was obeyed, "ER" with the reason when it was not; ""
-    /// for
-    ///         a blank line
+    ///         for a blank line
     std::string reply_to(std::string_view line);
 
   private:

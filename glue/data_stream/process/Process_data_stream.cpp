@@ -214,8 +214,9 @@ unsigned int Process_data_stream::free_space() {
 }
 
 /// Moves output into the ring and sends an event, also when the ring is full: without free space, a read of 0 bytes is
-/// not the end of the output. \param free  the most bytes to read \return false when the output has ended; the state is
-/// `finished` then
+/// not the end of the output.
+/// \param free  the most bytes to read
+/// \return false when the output has ended; the state is `finished` then
 bool Process_data_stream::receive_output(unsigned int free) {
     unsigned char piece[piece_size];
     const ssize_t received = ::read(from_child_, piece, free);

@@ -22,7 +22,8 @@ class GLUE_EXPORT NV_pcfile_iterator : public NV_stream_iterator {
     /// The total of `get_free_space`, whatever the size of the store.
     static constexpr unsigned int nominal_size = 16384;
 
-    /// Opens nothing yet. \param name  cut to `longest_name` characters
+    /// Opens nothing yet.
+    /// \param name  cut to `longest_name` characters
     explicit NV_pcfile_iterator(const char* name);
     ~NV_pcfile_iterator() override;
 

@@ -98,8 +98,7 @@ class GLUE_EXPORT NV_waiter_list {
     /// Whether there is an equal one.
     bool exists(const NV_waiter_reg& registration) const;
     /// Sends each registration's event, in the order of registration. \return true: when a waiter cannot be notified,
-    /// the
-    ///         others still are
+    ///         the others still are
     bool notify_updated(const NV_root* root, bool force) const;
 
   private:

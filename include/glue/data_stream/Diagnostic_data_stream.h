@@ -21,8 +21,7 @@ class GLUE_EXPORT Diagnostic_data_stream : public Data_stream {
 
     /// \param shown_name  null: print nothing
     /// \param buffer      collects up to `size` bytes before they are printed; null, or a `size` of 0: print every
-    /// write
-    ///                    at once
+    ///                    write at once
     Diagnostic_data_stream(const char* shown_name, Data_stream& write_to, unsigned char* buffer, unsigned long size);
     ~Diagnostic_data_stream() override;
 

@@ -69,8 +69,7 @@ class GLUE_EXPORT PCFile_data_stream : public Data_stream {
 
     /// Opens a file for reading from its start. Sets `read_position` to 0, also when it fails.
     /// \param attempts  the most attempts, `retry_delay` apart, while the store is busy; 0: no limit and no delay,
-    /// which
-    ///                  uses a whole processor
+    ///                  which uses a whole processor
     /// \return `success`; `wrong_state` when a file is already open, when `attempts` is negative, or when the store is
     ///         still busy after the last attempt; `no_file`; the store's own code for another failure
     [[nodiscard]] int open_read(const char* name, int attempts);
@@ -130,8 +129,7 @@ class GLUE_EXPORT PCFile_data_stream : public Data_stream {
     /// On purpose: copying an empty file fails, with `to` removed; after the first block a read that fails counts as
     /// the end of the file; whether a block is on the medium is not checked.
     /// \return true when anything was copied and nothing failed. After a failure `to` holds the blocks before it. When
-    /// a
-    ///         block does not fit, the waiters get `store_full`.
+    ///         a block does not fit, the waiters get `store_full`.
     [[nodiscard]] static bool copy(const char* to, const char* from);
 
     // ---- Events ----

@@ -28,8 +28,7 @@ class GLUE_EXPORT Posix_serial_data_stream : public Posix_data_stream, public Po
     using Posix_data_stream::open;
     /// Opens a device, puts its path into the description (also when it cannot be opened) and prepares its line.
     /// \return false when it cannot be opened, and when `init` fails (it is no terminal, for example); in the second
-    /// case
-    ///         it is open
+    ///         case it is open
     [[nodiscard]] bool open(const char* path, bool create, bool blocking, bool append) override;
     /// Calls `open`: without creating a file, blocking, not appending.
     [[nodiscard]] bool open_default(const char* device) override;

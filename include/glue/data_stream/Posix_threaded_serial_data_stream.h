@@ -51,8 +51,7 @@ class GLUE_EXPORT Posix_threaded_serial_data_stream : public Posix_threaded_data
     [[nodiscard]] bool open(const char* spec);
     /// Opens a device non-blocking, starts the reader thread, and prepares the line.
     /// \return false when it cannot be opened, and when `init` fails (it is no terminal, for example); in the second
-    /// case
-    ///         it is open
+    ///         case it is open
     [[nodiscard]] bool open_default(const char* device) override;
     /// Closes the line and opens it again with the last string of `open(spec)` or `create`. Prints "reopen here!" on
     /// standard error. When it fails, the reader thread, if it runs, tries again every second.

@@ -80,8 +80,7 @@ class Binary_wrapper : public Storage {
 
     /// The text from `offset` on: up to the first NUL, at most `length` characters, never past the message's end.
     /// \return the text in place when a NUL ends it there; else a terminated copy, cut to 4200 characters and valid
-    /// until
-    ///         the calling thread's next call; "" when `offset` is not in the message
+    ///         until the calling thread's next call; "" when `offset` is not in the message
     const char* get_string(unsigned offset, unsigned length) const;
 };
 
