@@ -202,6 +202,11 @@ TYPED_TEST(TCP_server_peers, thousand_that_close_at_once_leak_nothing) {
         else if (i % 3 == 1)
             client.end_sending();
     }
+    { // the server accepts in order: when it has received this client's bytes, it has accepted the thousand before
+        const TCP_socket last = TCP_socket::connected_to(this->stream->local_port());
+        last.send("last");
+        EXPECT_EQ(take(*this->stream, 4), "last");
+    }
     EXPECT_TRUE(this->has_clients(0));
     EXPECT_TRUE(eventually([&] { return Resources() == before; }));
     EXPECT_TRUE(process_rests());
